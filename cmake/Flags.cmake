@@ -1,0 +1,26 @@
+# Flag sets as interface targets: what runs on the router, and what runs on a developer's machine.
+
+add_library(ivarode_warnings INTERFACE)
+target_compile_options(ivarode_warnings INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Werror)
+
+if(IVARODE_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# The router: no exceptions, no run-time type information, nothing of libstdc++ at run time, and small code.
+# Optimising for size also keeps glibc from replacing getline and its like by internal names.
+add_library(ivarode_router INTERFACE)
+target_link_libraries(ivarode_router INTERFACE ivarode_warnings)
+target_compile_options(ivarode_router INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>
+  -fno-asynchronous-unwind-tables -ffunction-sections -fdata-sections
+  $<$<CONFIG:Release>:-Os>)
+target_link_options(ivarode_router INTERFACE
+  -Wl,--as-needed -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now -Wl,--hash-style=gnu)
+
+# The developer's machine: tools of the lab and tests.
+add_library(ivarode_host INTERFACE)
+target_link_libraries(ivarode_host INTERFACE ivarode_warnings)
