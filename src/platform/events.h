@@ -1,0 +1,34 @@
+// Kernel events, delivered from the event loop. 0 success, non-zero failure.
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct nl_link_event {
+    uint32_t port; // switch port
+    uint32_t link; // 0 down, else up
+};
+
+struct nl_addr_event {
+    uint32_t ifindex;
+    uint32_t ipaddr; // host byte order
+};
+
+// Opens the event channel under a client name.
+int nl_init(const char *client);
+// Registers for link changes of switch ports: type 1.
+int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event));
+
+// Starts the watch of the ports' links.
+int nl_duplex_init(void);
+
+// Opens the routing message channel, and registers for new addresses: type 20.
+int nl_rtmsg_init(void);
+int nl_rtmsg_handler_reg(int type, int (*cb)(const struct nl_addr_event *event));
+
+#ifdef __cplusplus
+}
+#endif
