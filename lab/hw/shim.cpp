@@ -1,0 +1,140 @@
+// Preloaded into the router's processes in the lab: answers the Ethernet driver's four private ioctls on
+// "eth0" from the emulated switch and PHYs, so that the unchanged programs find the hardware they were made
+// for.
+//
+// LAB_REGS names the register file (laid out as physical memory), LAB_PHYS the file of the PHYs. Without
+// them, and for every other request or interface, the call goes to the C library. Errors as a driver gives
+// them: ENODEV when the files cannot be mapped, EINVAL for a register offset outside the block, EIO for an
+// impossible PHY address.
+#include "mapped_file.h"
+#include "phy.h"
+#include "switch_regs.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+enum Request : unsigned long {
+    register_read = 0x89F1,
+    register_write = 0x89F2,
+    phy_read = 0x89F3,
+    phy_write = 0x89F4
+};
+
+struct Hardware {
+    lab::MappedFile regs;
+    lab::MappedFile phys;
+};
+
+// Never destroyed: a process may use its switch until its very end, after static destructors have run.
+alignas(Hardware) unsigned char hardware_storage[sizeof(Hardware)];
+Hardware *hardware_mapped = nullptr;
+
+Hardware *hardware()
+{
+    if (hardware_mapped) {
+        return hardware_mapped;
+    }
+    const char *regs = getenv("LAB_REGS");
+    const char *phys = getenv("LAB_PHYS");
+    auto *fresh = ::new (static_cast<void *>(hardware_storage)) Hardware;
+    if (regs && phys &&
+        fresh->regs.open(regs, lab::switch_physical_base, lab::switch_block_size, false) == 0 &&
+        fresh->phys.open(phys, 0, sizeof(lab::PhyFile), false) == 0 &&
+        fresh->phys.as<lab::PhyFile>()->magic.load() == lab::PhyFile::valid) {
+        hardware_mapped = fresh;
+    } else {
+        fresh->~Hardware();
+    }
+    return hardware_mapped;
+}
+
+int fail(int error)
+{
+    errno = error;
+    return -1;
+}
+
+int serve_register(Hardware &board, unsigned long request, uint32_t *block)
+{
+    if (!lab::switch_offset_valid(block[0])) {
+        return fail(EINVAL);
+    }
+    const lab::SwitchRegs regs(board.regs.as<volatile uint32_t>());
+    if (request == register_read) {
+        block[1] = regs.read(block[0]);
+    } else {
+        regs.write(block[0], block[1]);
+    }
+    return 0;
+}
+
+int serve_phy(Hardware &board, unsigned long request, uint32_t *block)
+{
+    auto &phys = *board.phys.as<lab::PhyFile>();
+    if (request == phy_write) {
+        return lab::mii_write(phys, block[0], block[1], static_cast<uint16_t>(block[2])) ? 0 : fail(EIO);
+    }
+    uint16_t value = 0;
+    if (!lab::mii_read(phys, block[0], block[1], value)) {
+        return fail(EIO);
+    }
+    block[3] = value;
+    return 0;
+}
+
+bool is_ours(unsigned long request, const void *argument)
+{
+    if (request < register_read || request > phy_write || !argument || !getenv("LAB_REGS")) {
+        return false;
+    }
+    return strncmp(static_cast<const ifreq *>(argument)->ifr_name, "eth0", IFNAMSIZ) == 0;
+}
+
+int serve(int fd, unsigned long request, const ifreq *ifr)
+{
+    if (fcntl(fd, F_GETFD) < 0) {
+        return -1;
+    }
+    auto *block = reinterpret_cast<uint32_t *>(ifr->ifr_data);
+    if (!block) {
+        return fail(EFAULT);
+    }
+    Hardware *board = hardware();
+    if (!board) {
+        return fail(ENODEV);
+    }
+    return request == register_read || request == register_write ? serve_register(*board, request, block)
+                                                                 : serve_phy(*board, request, block);
+}
+
+using IoctlFunction = int (*)(int, unsigned long, ...);
+
+int pass_on(int fd, unsigned long request, void *argument)
+{
+    static auto next = reinterpret_cast<IoctlFunction>(dlsym(RTLD_NEXT, "ioctl"));
+    return next ? next(fd, request, argument) : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
+
+} // namespace
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    // Requests are 32 bits wide; a caller with a signed request type hands them over sign-extended.
+    const unsigned long wanted = static_cast<uint32_t>(request);
+    return is_ours(wanted, argument) ? serve(fd, wanted, static_cast<const ifreq *>(argument))
+                                     : pass_on(fd, request, argument);
+}

@@ -1,0 +1,190 @@
+// vswitch: the emulated Ethernet switch of the lab. See usage() for its options.
+//
+// Exit status: 0 after SIGTERM or SIGINT, 1 when something could not be set up (told on standard error), 2
+// for wrong options. Prints "ready" on standard output when devices and control socket exist.
+#include "control_server.h"
+#include "mapped_file.h"
+#include "virtual_switch.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <getopt.h>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <sys/timerfd.h>
+
+namespace {
+
+// How long a PHY that was powered down over its management bus keeps its far end's carrier.
+constexpr long link_poll_ms = 20;
+
+struct Options {
+    std::string regs;
+    std::string phys;
+    std::string control;
+    unsigned cpu_ports = 1;
+    bool gigabit = false;
+    bool taps = true;
+};
+
+void usage(FILE *to)
+{
+    fputs("usage: vswitch --regs FILE --phys FILE [options]\n"
+          "Forwards Ethernet frames between TAP devices port0..port4 and eth0 (eth1), as the\n"
+          "switch registers in FILE and the emulated PHYs say.\n\n"
+          "  --regs FILE      register file, laid out as physical memory; made if absent\n"
+          "  --phys FILE      state of the five PHYs; made if absent\n"
+          "  --control PATH   serve commands on this UNIX socket: link, power, status, mac, flush, capture\n"
+          "  --cpu-ports N    1: eth0 is switch port 6; 2: and eth1 is switch port 5 (default 1)\n"
+          "  --phy-speed N    100 or 1000: the best the PHYs can do (default 100)\n"
+          "  --no-tap         make no devices (control socket only)\n"
+          "  --help           this text\n",
+          to);
+}
+
+[[noreturn]] void wrong_options(const char *text)
+{
+    fprintf(stderr, "vswitch: %s\n", text);
+    usage(stderr);
+    exit(2);
+}
+
+Options parse(int argc, char **argv)
+{
+    static const option known[] = {{"regs", required_argument, nullptr, 'r'},
+                                   {"phys", required_argument, nullptr, 'p'},
+                                   {"control", required_argument, nullptr, 'c'},
+                                   {"cpu-ports", required_argument, nullptr, 'n'},
+                                   {"phy-speed", required_argument, nullptr, 's'},
+                                   {"no-tap", no_argument, nullptr, 't'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
+    Options options;
+    for (int option = 0; (option = getopt_long(argc, argv, "h", known, nullptr)) >= 0;) {
+        const std::string value = optarg ? optarg : "";
+        switch (option) {
+        case 'r':
+            options.regs = value;
+            break;
+        case 'p':
+            options.phys = value;
+            break;
+        case 'c':
+            options.control = value;
+            break;
+        case 'n':
+            if (value != "1" && value != "2") {
+                wrong_options("--cpu-ports is 1 or 2");
+            }
+            options.cpu_ports = value == "2" ? 2 : 1;
+            break;
+        case 's':
+            if (value != "100" && value != "1000") {
+                wrong_options("--phy-speed is 100 or 1000");
+            }
+            options.gigabit = value == "1000";
+            break;
+        case 't':
+            options.taps = false;
+            break;
+        case 'h':
+            usage(stdout);
+            exit(0);
+        default:
+            usage(stderr);
+            exit(2);
+        }
+    }
+    if (optind != argc || options.regs.empty() || options.phys.empty()) {
+        wrong_options("--regs and --phys are needed, and nothing but options");
+    }
+    return options;
+}
+
+bool map(lab::MappedFile &file, const std::string &path, uint32_t offset, size_t length)
+{
+    const int result = file.open(path.c_str(), offset, length, true);
+    if (result < 0) {
+        fprintf(stderr, "vswitch: cannot map %s: %s\n", path.c_str(), strerror(-result));
+    }
+    return result == 0;
+}
+
+// PHYs that are in use already keep their state: a switch that is restarted finds the cables as they were.
+void power_on(lab::PhyFile &phys, bool gigabit)
+{
+    if (phys.magic.load() == lab::PhyFile::valid) {
+        return;
+    }
+    for (lab::Phy &phy : phys.phy) {
+        lab::phy_power_on(phy, gigabit);
+    }
+    phys.magic.store(lab::PhyFile::valid);
+}
+
+lab::UniqueFd stop_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    return lab::UniqueFd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+lab::UniqueFd link_timer()
+{
+    lab::UniqueFd timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+    const timespec period{0, link_poll_ms * 1'000'000};
+    const itimerspec setting{period, period};
+    timerfd_settime(timer.get(), 0, &setting, nullptr);
+    return timer;
+}
+
+int run(const Options &options)
+{
+    lab::MappedFile regs_file;
+    lab::MappedFile phys_file;
+    if (!map(regs_file, options.regs, lab::switch_physical_base, lab::switch_block_size) ||
+        !map(phys_file, options.phys, 0, sizeof(lab::PhyFile))) {
+        return 1;
+    }
+    auto &phys = *phys_file.as<lab::PhyFile>();
+    power_on(phys, options.gigabit);
+
+    lab::EventLoop loop;
+    lab::VirtualSwitch device(lab::SwitchRegs(regs_file.as<volatile uint32_t>()), phys, options.cpu_ports);
+    lab::ControlServer control(loop, device);
+    std::string failure = options.taps ? device.attach(loop) : "";
+    if (failure.empty() && !options.control.empty()) {
+        failure = control.listen(options.control);
+    }
+    const lab::UniqueFd signals = stop_signals();
+    const lab::UniqueFd timer = link_timer();
+    bool watched = loop.add(signals.get(), EPOLLIN, [&](uint32_t) { loop.stop(); });
+    watched &= loop.add(timer.get(), EPOLLIN, [&](uint32_t) {
+        uint64_t ticks = 0;
+        if (read(timer.get(), &ticks, sizeof ticks) > 0) {
+            device.follow_links();
+            device.housekeeping();
+        }
+    });
+    if (!failure.empty() || !watched) {
+        fprintf(stderr, "vswitch: %s\n", failure.empty() ? "cannot set up the event loop" : failure.c_str());
+        return 1;
+    }
+    puts("ready");
+    fflush(stdout);
+    return loop.run() ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    return run(parse(argc, argv));
+}
