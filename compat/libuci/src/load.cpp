@@ -1,0 +1,180 @@
+// Finding and reading package files.
+#include "internal.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// A whole file in memory with one byte to spare behind it.
+class file_text {
+public:
+    file_text() = default;
+    file_text(const file_text &) = delete;
+    file_text &operator=(const file_text &) = delete;
+    ~file_text() { free(text_); }
+
+    // UCI_OK or why not. Never waits for a pipe or a device that bears a package's name.
+    int read_path(const char *path);
+    char *text() { return text_; }
+    size_t length() const { return length_; }
+
+private:
+    int read_open(int fd);
+
+    char *text_ = nullptr;
+    size_t length_ = 0;
+};
+
+int file_text::read_path(const char *path)
+{
+    int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        return errno == ENOENT || errno == ENOTDIR ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
+    }
+    int code = read_open(fd);
+    close(fd);
+    return code;
+}
+
+int file_text::read_open(int fd)
+{
+    struct stat info;
+    if (fstat(fd, &info) != 0) {
+        return UCI_ERR_IO;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        return UCI_ERR_NOTFOUND;
+    }
+    // Whoever commits holds the lock exclusively while the file changes.
+    while (flock(fd, LOCK_SH) != 0) {
+        if (errno != EINTR) {
+            return UCI_ERR_IO;
+        }
+    }
+    size_t room = 0;
+    for (;;) {
+        if (room - length_ < 2) {
+            room = room ? room * 2 : static_cast<size_t>(info.st_size) + 2;
+            auto *grown = static_cast<char *>(realloc(text_, room));
+            if (!grown) {
+                return UCI_ERR_MEM;
+            }
+            text_ = grown;
+        }
+        ssize_t got = read(fd, text_ + length_, room - length_ - 1);
+        if (got == 0) {
+            return UCI_OK;
+        }
+        if (got > 0) {
+            length_ += static_cast<size_t>(got);
+        } else if (errno != EINTR) {
+            return UCI_ERR_IO;
+        }
+    }
+}
+
+bool join(char (&path)[PATH_MAX], const char *folder, const char *name)
+{
+    int length = snprintf(path, sizeof path, "%s/%s", folder, name);
+    return length > 0 && static_cast<size_t>(length) < sizeof path;
+}
+
+bool overridden(const uci_context *ctx, const char *name, char (&path)[PATH_MAX])
+{
+    return ctx->conf2dir && join(path, ctx->conf2dir, name) && access(path, F_OK) == 0;
+}
+
+int read_deltas(uci_context *ctx, uci_package *package)
+{
+    uci_element *folder;
+    uci_foreach_element(&ctx->delta_path, folder)
+    {
+        char path[PATH_MAX];
+        file_text file;
+        if (!join(path, folder->name, package->e.name)) {
+            continue;
+        }
+        int code = file.read_path(path);
+        if (code == UCI_OK) {
+            code = uci::apply_delta(package, file.text(), file.length());
+        }
+        if (code == UCI_ERR_MEM) {
+            return code;
+        }
+    }
+    return UCI_OK;
+}
+
+} // namespace
+
+int uci_load(struct uci_context *ctx, const char *name, struct uci_package **package)
+{
+    if (!ctx) {
+        return UCI_ERR_INVAL;
+    }
+    ctx->pctx->reason = nullptr;
+    if (!name || !package) {
+        return uci::set_error(ctx, UCI_ERR_INVAL);
+    }
+    char path[PATH_MAX];
+    bool direct = name[0] == '/' || strncmp(name, "./", 2) == 0;
+    bool overriding = false;
+    if (direct) {
+        if (snprintf(path, sizeof path, "%s", name) >= static_cast<int>(sizeof path)) {
+            return uci::set_error(ctx, UCI_ERR_INVAL);
+        }
+        name = strrchr(name, '/') + 1;
+    } else if (name[0] == '.') {
+        return uci::set_error(ctx, UCI_ERR_NOTFOUND);
+    } else if (!uci::valid_package_name(name)) {
+        return uci::set_error(ctx, UCI_ERR_INVAL);
+    } else {
+        overriding = overridden(ctx, name, path);
+        if (!overriding && !join(path, ctx->confdir, name)) {
+            return uci::set_error(ctx, UCI_ERR_INVAL);
+        }
+    }
+    if (uci_lookup_package(ctx, name)) {
+        return uci::set_error(ctx, UCI_ERR_DUPLICATE);
+    }
+    file_text file;
+    if (int code = file.read_path(path)) {
+        return uci::set_error(ctx, code);
+    }
+    uci_package *made = uci::new_package(ctx, name, path);
+    if (!made) {
+        return uci::set_error(ctx, UCI_ERR_MEM);
+    }
+    made->has_delta = !direct;
+    made->uses_conf2 = overriding;
+    int code = uci::parse_package(ctx, made, file.text(), file.length());
+    if (code == UCI_OK && !direct) {
+        code = read_deltas(ctx, made);
+    }
+    if (code != UCI_OK) {
+        uci::free_package(made);
+        return uci::set_error(ctx, code);
+    }
+    uci::list_insert_before(&ctx->root, &made->e.list);
+    *package = made;
+    return uci::set_error(ctx, UCI_OK);
+}
+
+int uci_unload(struct uci_context *ctx, struct uci_package *p)
+{
+    if (!ctx) {
+        return UCI_ERR_INVAL;
+    }
+    if (!p) {
+        return uci::set_error(ctx, UCI_ERR_INVAL);
+    }
+    uci::free_package(p);
+    return uci::set_error(ctx, UCI_OK);
+}
