@@ -22,7 +22,7 @@ struct change {
 bool split(char *word, change &made)
 {
     made = {};
-    if (strchr("+-@^|~", *word)) {
+    if (*word && strchr("+-@^|~", *word)) {
         made.kind = *word++;
     }
     if (char *equals = strchr(word, '=')) {

@@ -72,7 +72,8 @@ TEST_F(Delta, LinesThatMakeNoSenseAreSkipped)
 {
     EXPECT_EQ(
         "n=t\nn.a=5\nn.l=[x|y|x]\n*cfg0292bd=rule\n",
-        with("rubbish\n\n#x\nnet\nnet.\nnet..\n.n.a='7'\n=\n-\n+net.n='z'\n+net.q\nother.n.a='6'\nnet.n-n.a='"
+        with("rubbish\n\n''\n#x\nnet\nnet.\nnet..\n.n.a='7'\n=\n-\n+net.n='z'\n+net.q\nother.n.a='6'\nnet.n-"
+             "n.a='"
              "8'\n"
              "net.absent.a='9'\nnet.q='bad type'\nnet.n.a='1' extra words\nnet.n.a=5\n|net.n\n~net.n.l\n"
              "net.n.a='open"));
