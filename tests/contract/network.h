@@ -1,0 +1,41 @@
+/*
+ * What the tests of devices, addresses, routes and rules share.
+ *
+ * ip()            Runs ip(8) with the words of a line and gives its output; the test fails when ip does.
+ * kernel_has()    Whether this kernel can create a device of a kind ("vlan", "bridge", ...).
+ * Monitor         Records, from its construction on, what the kernel announces about addresses and routes, in
+ *                 order, as "+address 10.0.0.1/8 v0", "-address ...", "+route 10.0.0.0/8 table 254 v0", ...
+ * NetworkTest     A sandbox with two veth pairs: v0-v1 and w0-w1. v0 and w0 are down, their peers up.
+ */
+#pragma once
+
+#include "sandbox.h"
+
+#include <string>
+#include <vector>
+
+std::string ip(const std::string &arguments);
+bool kernel_has(const std::string &kind);
+
+class Monitor {
+public:
+    Monitor();
+    ~Monitor();
+    Monitor(const Monitor &) = delete;
+    Monitor &operator=(const Monitor &) = delete;
+    // Everything announced until now.
+    std::vector<std::string> events();
+
+private:
+    int socket_ = -1;
+    std::vector<std::string> events_;
+};
+
+class NetworkTest : public SandboxTest {
+protected:
+    void SetUp() override;
+};
+
+bool contains(const std::string &text, const std::string &part);
+// Position of an entry, or -1.
+int position(const std::vector<std::string> &events, const std::string &event);
