@@ -1,0 +1,319 @@
+// Receiving: bytes to messages, messages to replies and calls. A message that arrives in pieces waits in the
+// context for the rest, so a broker that stops in the middle of one stalls nobody.
+#include "internal.h"
+
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace bus {
+
+namespace {
+
+constexpr size_t header_len = sizeof(ubus_msghdr);
+constexpr size_t prefix_len = header_len + sizeof(blob_attr);
+constexpr int messages_per_turn = 64;
+constexpr int small_messages_before_shrinking = 16;
+constexpr int max_queued = 1024;
+
+enum class Step { nothing, message, broken };
+
+ReceivedMessage *receive_buffer(ubus_context *ctx)
+{
+    auto *body = reinterpret_cast<char *>(ctx->msgbuf.data);
+    return body ? reinterpret_cast<ReceivedMessage *>(body - offsetof(ReceivedMessage, body)) : nullptr;
+}
+
+void set_receive_buffer(ubus_context *ctx, ReceivedMessage *rx)
+{
+    ctx->msgbuf.data = rx ? reinterpret_cast<blob_attr *>(rx->body) : nullptr;
+    ctx->msgbuf_data_len = rx ? static_cast<uint32_t>(rx->capacity) : 0;
+}
+
+// The context's buffer with room for a body of this length, contents kept; null without memory.
+ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
+{
+    ReceivedMessage *rx = receive_buffer(ctx);
+    if (rx && rx->capacity >= body_len) {
+        return rx;
+    }
+    const size_t capacity = (body_len + UBUS_MSG_CHUNK_SIZE - 1) / UBUS_MSG_CHUNK_SIZE * UBUS_MSG_CHUNK_SIZE;
+    auto *grown = static_cast<ReceivedMessage *>(realloc(rx, sizeof(ReceivedMessage) + capacity));
+    if (!grown) {
+        return nullptr;
+    }
+    if (!rx) {
+        grown->have = 0;
+        grown->fd = -1;
+    }
+    grown->capacity = capacity;
+    set_receive_buffer(ctx, grown);
+    return grown;
+}
+
+void keep_fds(msghdr &msg, ReceivedMessage *rx)
+{
+    for (cmsghdr *cmsg = CMSG_FIRSTHDR(&msg); cmsg; cmsg = CMSG_NXTHDR(&msg, cmsg)) {
+        if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
+        const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; i++) {
+            int fd;
+            memcpy(&fd, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(fd));
+            if (rx->fd < 0) {
+                rx->fd = fd;
+            } else {
+                close(fd);
+            }
+        }
+    }
+}
+
+// Reads on towards `goal` bytes of the current message.
+ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
+    iovec parts[2];
+    msghdr msg = {};
+
+    msg.msg_iov = parts;
+    if (rx->have < header_len) {
+        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&ctx->msgbuf.hdr) + rx->have, header_len - rx->have};
+    }
+    const size_t body_have = rx->have < header_len ? 0 : rx->have - header_len;
+    parts[msg.msg_iovlen++] = {rx->body + body_have, goal - header_len - body_have};
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+
+    const ssize_t got = recvmsg(ctx->sock.fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (got > 0) {
+        rx->have += static_cast<size_t>(got);
+        keep_fds(msg, rx);
+    }
+    return got;
+}
+
+Step receive_step(ubus_context *ctx)
+{
+    for (;;) {
+        ReceivedMessage *rx = ensure_capacity(ctx, sizeof(blob_attr));
+        if (!rx) {
+            return Step::broken;
+        }
+        size_t goal = prefix_len;
+        if (rx->have >= prefix_len) {
+            const auto *root = reinterpret_cast<const blob_attr *>(rx->body);
+            const size_t raw_len = blob_raw_len(root);
+            if (raw_len < sizeof(blob_attr) || blob_pad_len(root) > UBUS_MAX_MSGLEN) {
+                return Step::broken;
+            }
+            goal = header_len + raw_len;
+            if (rx->have == goal) {
+                return Step::message;
+            }
+            rx = ensure_capacity(ctx, blob_pad_len(root));
+            if (!rx) {
+                return Step::broken;
+            }
+        }
+        const ssize_t got = read_towards(ctx, rx, goal);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+            return Step::broken;
+        }
+        if (got < 0 && errno == EAGAIN) {
+            return Step::nothing;
+        }
+    }
+}
+
+// Large buffers stay for a while, as large messages come in series.
+void give_back(ubus_context *ctx, ReceivedMessage *rx)
+{
+    const bool small = rx->have <= UBUS_MSG_CHUNK_SIZE;
+    if (rx->capacity > UBUS_MSG_CHUNK_SIZE) {
+        ctx->msgbuf_reduction_counter = small ? ctx->msgbuf_reduction_counter + 1 : 0;
+    }
+    if (ctx->msgbuf.data || (rx->capacity > UBUS_MSG_CHUNK_SIZE &&
+                             ctx->msgbuf_reduction_counter >= small_messages_before_shrinking)) {
+        ctx->msgbuf_reduction_counter = 0;
+        free(rx);
+        return;
+    }
+    rx->have = 0;
+    rx->fd = -1;
+    set_receive_buffer(ctx, rx);
+}
+
+void dispatch(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd)
+{
+    switch (hdr.type) {
+    case UBUS_MSG_STATUS:
+    case UBUS_MSG_DATA:
+        handle_reply(ctx, hdr, msg, fd);
+        return;
+    case UBUS_MSG_INVOKE:
+    case UBUS_MSG_NOTIFY:
+    case UBUS_MSG_UNSUBSCRIBE:
+        if (ctx->stack_depth) {
+            queue_object_message(ctx, hdr, msg, fd);
+        } else {
+            handle_object_message(ctx, hdr, msg, fd);
+        }
+        return;
+    case UBUS_MSG_MONITOR:
+        if (ctx->monitor_cb) {
+            ctx->monitor_cb(ctx, hdr.seq, msg);
+        }
+        break;
+    default:
+        break;
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
+void handle_message(ubus_context *ctx)
+{
+    ReceivedMessage *rx = receive_buffer(ctx);
+    ubus_msghdr hdr = ctx->msgbuf.hdr;
+    hdr.seq = be16_to_cpu(hdr.seq);
+    hdr.peer = be32_to_cpu(hdr.peer);
+
+    set_receive_buffer(ctx, nullptr);
+    if (hdr.version == 0) {
+        dispatch(ctx, hdr, reinterpret_cast<blob_attr *>(rx->body), rx->fd);
+    } else if (rx->fd >= 0) {
+        close(rx->fd);
+    }
+    give_back(ctx, rx);
+}
+
+void connection_is_lost(ubus_context *ctx)
+{
+    ctx->sock.eof = true;
+    ubus_flush_requests(ctx);
+    if (ctx->connection_lost && ctx->connection_lost != default_connection_lost) {
+        // Out of the loop first: a dead socket stays readable, and the handler may free the context.
+        uloop_fd_delete(&ctx->sock);
+        ctx->connection_lost(ctx);
+        return;
+    }
+    default_connection_lost(ctx);
+    uloop_fd_delete(&ctx->sock);
+}
+
+} // namespace
+
+void parse_attributes(blob_attr *msg, blob_attr **attributes)
+{
+    static const blob_attr_info info[UBUS_ATTR_MAX] = {
+        {BLOB_ATTR_UNSPEC, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // -, STATUS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // OBJPATH, OBJID
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // METHOD, OBJTYPE
+        {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_NESTED, 0, 0, nullptr}, // SIGNATURE, DATA
+        {BLOB_ATTR_INT32, 0, 0, nullptr},  {BLOB_ATTR_INT8, 0, 0, nullptr},   // TARGET, ACTIVE
+        {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_NESTED, 0, 0, nullptr}, // NO_REPLY, SUBSCRIBERS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
+    };
+    blob_parse(msg, attributes, info, UBUS_ATTR_MAX);
+}
+
+void on_readable(uloop_fd *sock, unsigned int)
+{
+    ubus_context *ctx = container_of(sock, ubus_context, sock);
+    // After a hang-up there is no further call, so everything still unread is read now.
+    const bool last_chance = sock->eof || sock->error;
+
+    for (int count = 0; count < messages_per_turn || last_chance; count++) {
+        const Step step = receive_step(ctx);
+        if (step == Step::nothing) {
+            return;
+        }
+        if (step == Step::broken) {
+            connection_is_lost(ctx);
+            return;
+        }
+        handle_message(ctx);
+        if (uloop_cancelling() || ctx->cancel_poll) {
+            return;
+        }
+    }
+}
+
+void free_receive_buffer(ubus_context *ctx)
+{
+    ReceivedMessage *rx = receive_buffer(ctx);
+    if (rx && rx->fd >= 0) {
+        close(rx->fd);
+    }
+    free(rx);
+    set_receive_buffer(ctx, nullptr);
+}
+
+QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd)
+{
+    auto *message = static_cast<QueuedMessage *>(calloc(1, sizeof(QueuedMessage)));
+    if (!message) {
+        return nullptr;
+    }
+    message->data = blob_memdup(msg);
+    if (!message->data) {
+        free(message);
+        return nullptr;
+    }
+    message->hdr = hdr;
+    message->fd = fd;
+    return message;
+}
+
+void free_queued_message(QueuedMessage *message)
+{
+    if (message->fd >= 0) {
+        close(message->fd);
+    }
+    free(message->data);
+    free(message);
+}
+
+void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd)
+{
+    int count = 0;
+    list_head *entry;
+    list_for_each(entry, &ctx->pending) { count++; }
+
+    QueuedMessage *message = count < max_queued ? new_queued_message(hdr, msg, fd) : nullptr;
+    if (!message) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        refuse_call(ctx, hdr, msg, UBUS_STATUS_NO_MEMORY);
+        return;
+    }
+    list_add_tail(&message->list, &ctx->pending);
+}
+
+void handle_queued_messages(ubus_context *ctx)
+{
+    while (!ctx->stack_depth && !list_empty(&ctx->pending)) {
+        QueuedMessage *message = list_first_entry(&ctx->pending, QueuedMessage, list);
+        list_del(&message->list);
+        const int fd = message->fd;
+        message->fd = -1;
+        handle_object_message(ctx, message->hdr, message->data, fd);
+        free_queued_message(message);
+    }
+}
+
+void drop_queued_messages(ubus_context *ctx)
+{
+    while (!list_empty(&ctx->pending)) {
+        QueuedMessage *message = list_first_entry(&ctx->pending, QueuedMessage, list);
+        list_del(&message->list);
+        free_queued_message(message);
+    }
+}
+
+} // namespace bus

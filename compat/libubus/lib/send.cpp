@@ -1,0 +1,113 @@
+// Sending a message, as a whole, to the broker.
+#include "internal.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace {
+
+// A broker that takes nothing for this long is as good as gone.
+constexpr int stalled_ms = 10000;
+
+struct FdControl {
+    alignas(cmsghdr) char space[CMSG_SPACE(sizeof(int))];
+};
+
+void attach_fd(msghdr &msg, FdControl &control, int fd)
+{
+    control = {};
+    msg.msg_control = control.space;
+    msg.msg_controllen = sizeof(control.space);
+    cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
+    cmsg->cmsg_level = SOL_SOCKET;
+    cmsg->cmsg_type = SCM_RIGHTS;
+    cmsg->cmsg_len = CMSG_LEN(sizeof(int));
+    memcpy(CMSG_DATA(cmsg), &fd, sizeof(fd));
+}
+
+void skip(msghdr &msg, size_t sent)
+{
+    while (sent && msg.msg_iovlen) {
+        iovec &part = msg.msg_iov[0];
+        if (sent < part.iov_len) {
+            part.iov_base = static_cast<char *>(part.iov_base) + sent;
+            part.iov_len -= sent;
+            return;
+        }
+        sent -= part.iov_len;
+        msg.msg_iov++;
+        msg.msg_iovlen--;
+    }
+}
+
+bool wait_writable(int fd)
+{
+    pollfd waiting = {fd, POLLOUT, 0};
+    int ready;
+    do {
+        ready = poll(&waiting, 1, stalled_ms);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+bool send_all(int sock, iovec *parts, size_t count, int fd)
+{
+    msghdr msg = {};
+    FdControl control;
+
+    msg.msg_iov = parts;
+    msg.msg_iovlen = count;
+    if (fd >= 0) {
+        attach_fd(msg, control, fd);
+    }
+    while (msg.msg_iovlen) {
+        const ssize_t sent = sendmsg(sock, &msg, MSG_NOSIGNAL);
+        if (sent >= 0) {
+            skip(msg, static_cast<size_t>(sent));
+            // The descriptor goes with the first byte only.
+            msg.msg_control = nullptr;
+            msg.msg_controllen = 0;
+        } else if (errno == EAGAIN) {
+            if (!wait_writable(sock)) {
+                return false;
+            }
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+namespace bus {
+
+void MessageBuffer::put_data(const blob_attr *msg)
+{
+    check(blob_put(this, UBUS_ATTR_DATA, msg ? blob_data(msg) : nullptr,
+                   msg ? static_cast<unsigned int>(blob_len(msg)) : 0));
+}
+
+int send_message(ubus_context *ctx, const blob_attr *msg, int type, uint16_t seq, uint32_t peer, int fd)
+{
+    ubus_msghdr hdr = {};
+    hdr.type = static_cast<uint8_t>(type);
+    hdr.seq = cpu_to_be16(seq);
+    hdr.peer = cpu_to_be32(peer);
+    iovec parts[] = {{&hdr, sizeof(hdr)}, {const_cast<blob_attr *>(msg), blob_raw_len(msg)}};
+
+    const bool sent = send_all(ctx->sock.fd, parts, 2, fd);
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!sent) {
+        ctx->sock.eof = true;
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace bus
