@@ -1,0 +1,10 @@
+// The daemon's one message buffer, for replies and for calls of other objects. Whoever fills it initialises
+// it first; nothing keeps it beyond its handler.
+#pragma once
+
+#include <libubus.h>
+
+extern struct blob_buf netintf_reply;
+
+// Appends a text field, terminator included; key may be null. 0, or -1 when the buffer cannot grow.
+int netintf_bmsg_add_string(const char *key, const char *text);
