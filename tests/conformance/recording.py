@@ -1,0 +1,200 @@
+"""Runs the daemon under the recorder and reads its trace."""
+import fnmatch
+import os
+import re
+import subprocess
+import tempfile
+from pathlib import Path
+
+from scenario import script_text, step_script
+
+ALWAYS_SHOWN = ("status", "returned", "exit", "killed", "endless", "leak:", "script", "no", "injected")
+SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notice"): "NOTICE"}
+
+
+class Board:
+    """What is run: the daemon, the recorder, and what to start them with."""
+
+    def __init__(self, build, prefix=(), environment=None):
+        build = Path(build).resolve()
+        self.daemon = build / "bin" / "ivarode"
+        self.recorder = build / "double" / "libsys.so"
+        self.prefix = list(prefix)
+        self.environment = dict(environment or {})
+
+    def missing(self):
+        return [str(path) for path in (self.daemon, self.recorder) if not path.exists()]
+
+    def command(self, script):
+        """The command line and environment of one run."""
+        inner = {
+            "LD_PRELOAD": str(self.recorder),
+            "IVARODE_SCRIPT": str(script),
+            "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:allocator_may_return_null=1",
+            "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1",
+            **self.environment,
+        }
+        environment = {"PATH": os.environ.get("PATH", "")}
+        if self.prefix:
+            # The emulator must not be preloaded itself; it hands these on to what it runs.
+            environment["QEMU_SET_ENV"] = f"LD_PRELOAD={inner.pop('LD_PRELOAD')}"
+        return [*self.prefix, str(self.daemon)], {**environment, **inner}
+
+
+class Run:
+    """One process: its trace by steps, and how it ended."""
+
+    def __init__(self):
+        self.parts = {}         # step key -> raw trace lines
+        self.order = []
+        self.exit = None
+        self.output = ""
+        self.actions = 0
+        self.fallible = 0
+
+
+def signed_status(code):
+    if code < 0:
+        return f"signal {-code}"
+    return str(code - 256 if code > 127 else code)
+
+
+def read_trace(text, run):
+    key = "start"
+    run.parts[key] = []
+    run.order.append(key)
+    for line in text.splitlines():
+        if line.startswith("> "):
+            key = line[2:].split("\t")[0]
+            run.parts[key] = []
+            run.order.append(key)
+        elif line.startswith("counted "):
+            numbers = dict(item.split("=") for item in line.split("\t")[0].split()[1:])
+            run.actions, run.fallible = int(numbers["actions"]), int(numbers["fallible"])
+        else:
+            run.parts[key].append(line)
+
+
+def run_process(board, lines, folder, timeout=20, sites=False):
+    """Runs one process with the script lines given; `folder` holds its files."""
+    trace = Path(folder) / "trace"
+    trace.unlink(missing_ok=True)
+    script = Path(folder) / "script"
+    script.write_text(script_text([("trace", str(trace), "sites" if sites else ""), *lines]))
+    command, environment = board.command(script)
+    run = Run()
+    try:
+        done = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, timeout=timeout, check=False)
+        run.exit = signed_status(done.returncode)
+        run.output = done.stdout.decode("utf-8", "replace")
+    except subprocess.TimeoutExpired:
+        run.exit = "timeout"
+    text = trace.read_bytes().decode("utf-8", "replace") if trace.exists() else ""
+    read_trace(text, run)
+    run.parts[run.order[-1]].append("exit " + run.exit)
+    return run
+
+
+SOCKET = re.compile(r"socket\(AF_INET, SOCK_DGRAM, 0\) = (\d+)$")
+IOCTL = re.compile(r"ioctl\[(\d+)\] (.*)$")
+SYSLOG = re.compile(r"syslog\((\d), (.*)\)$", re.S)
+OUTLIB = re.compile(r"outlib_(\w+)\((.*)\)$", re.S)
+
+
+def collapse(lines):
+    """The trace for people: a well-formed switch access, and a report on both channels, become one line each.
+
+    What is not well formed (a socket left open, a report on one channel only, another text) stays as it is.
+    """
+    out = []
+    at = 0
+    bare = [line.split("\t@")[0] for line in lines]
+    while at < len(bare):
+        taken = 1
+        line = bare[at]
+        opened = SOCKET.match(line)
+        access = IOCTL.match(bare[at + 1]) if opened and at + 2 < len(bare) else None
+        if access and access[1] == opened[1] and bare[at + 2] == f"close({opened[1]}, socket)":
+            line, taken = access[2], 3
+        syslog = SYSLOG.match(line)
+        said = OUTLIB.match(bare[at + 1]) if syslog and at + 1 < len(bare) else None
+        if said and (syslog[1], said[1]) in SEVERITIES and same_text(syslog[2], said[2]):
+            line, taken = f"{SEVERITIES[syslog[1], said[1]]} {said[2]}", 2
+        elif OUTLIB.match(line) and OUTLIB.match(line)[1] in ("info", "debug"):
+            line = f"{OUTLIB.match(line)[1].upper()} {OUTLIB.match(line)[2]}"
+        out.append(line)
+        at += taken
+    return out
+
+
+def unescaped_length(quoted):
+    return len(re.sub(r"\\x..|\\.", "x", quoted[1:-1]))
+
+
+def same_text(logged, said):
+    """The system log cuts at 1023 characters; the platform's output does not."""
+    return logged == said or (unescaped_length(logged) == 1023 and said.startswith(logged[:-1]))
+
+
+def word_of(line):
+    return re.split(r"[ (]", line, maxsplit=1)[0]
+
+
+def filtered(lines, only, hide):
+    def wanted(line):
+        word = word_of(line)
+        if word in ALWAYS_SHOWN:
+            return True
+        if only and not any(fnmatch.fnmatchcase(word, pattern) for pattern in only):
+            return False
+        return not any(fnmatch.fnmatchcase(word, pattern) for pattern in hide or ())
+
+    return [line for line in lines if wanted(line)]
+
+
+def plan(scenario, folder, extra=()):
+    """The processes of a scenario: for each, its script lines and the steps it is to take."""
+    processes = []
+    steps = list(scenario.steps)
+    groups = [[]]
+    for step in steps:
+        if step.title == "restart":
+            groups.append([])
+        groups[-1].append(step)
+    for number, group in enumerate(groups):
+        lines = list(scenario.setup)
+        if len(groups) > 1:
+            lines.append(("save", str(Path(folder) / "model")))
+        if number == 0:
+            lines += scenario.first
+        else:
+            lines.append(("load", str(Path(folder) / "model")))
+        lines += extra
+        lines.append(("loop",))
+        for step in group:
+            if step.title in ("start", "restart"):
+                continue
+            lines.append(("step", key_of(scenario, step)))
+            if step.title != "end":
+                lines += step_script(step)
+        if not any(step.title == "end" for step in group):
+            lines.append(("step", "end"))
+        processes.append((lines, group))
+    return processes
+
+
+def key_of(scenario, step):
+    return "end" if step.title == "end" else str(scenario.steps.index(step))
+
+
+def record(board, scenario, folder, extra=(), sites=False, timeout=20):
+    """Runs a scenario; a list of (run, steps)."""
+    runs = []
+    for lines, steps in plan(scenario, folder, extra):
+        runs.append((run_process(board, lines, folder, timeout=timeout, sites=sites), steps))
+    return runs
+
+
+def temporary_folder():
+    return tempfile.TemporaryDirectory(prefix="conformance-")

@@ -1,0 +1,168 @@
+#include "call.h"
+
+#include <cerrno>
+#include <fnmatch.h>
+#include <vector>
+
+namespace recorder {
+namespace {
+
+constexpr int killed_status = 137;
+
+struct Rule {
+    unsigned nth;
+    std::string pattern;
+    long value;
+    std::string out;
+    unsigned seen;
+};
+
+std::vector<Rule> rules;
+unsigned actions = 0;
+unsigned fallible = 0;
+unsigned kill_number = 0;
+unsigned fail_number = 0;
+
+const Rule *rule_for(const std::string &call)
+{
+    const Rule *chosen = nullptr;
+    for (Rule &rule : rules) {
+        if (fnmatch(rule.pattern.c_str(), call.c_str(), FNM_NOESCAPE) == 0) {
+            rule.seen++;
+            if (rule.nth == 0 || rule.nth == rule.seen) {
+                chosen = &rule;
+            }
+        }
+    }
+    return chosen;
+}
+
+} // namespace
+
+Call::Call(std::string_view name, Kind kind, const void *site) : text_{name}, site_{site}, kind_{kind}
+{
+    text_ += "(";
+}
+
+Call &Call::raw(std::string_view value)
+{
+    text_ += first_ ? "" : ", ";
+    text_ += value;
+    first_ = false;
+    return *this;
+}
+
+Call &Call::text(const char *value)
+{
+    return raw(quote(value));
+}
+
+Call &Call::number(long long value)
+{
+    return raw(std::to_string(value));
+}
+
+Call &Call::prefix(std::string_view value)
+{
+    prefix_ = value;
+    return *this;
+}
+
+std::optional<long> Call::demanded()
+{
+    if (kind_ == Kind::saying) {
+        return {};
+    }
+    if (kind_ == Kind::action && ++actions == kill_number) {
+        trace_line("killed before " + whole());
+        leave(killed_status);
+    }
+    if (++fallible == fail_number) {
+        trace_line("injected into " + whole());
+        if (kind_ == Kind::action) {
+            errno = EIO;
+            return -1;
+        }
+        flip_ = true;
+    }
+    const Rule *rule = rule_for(whole());
+    if (rule == nullptr) {
+        return {};
+    }
+    out_ = rule->out;
+    return rule->value;
+}
+
+int Call::act(const std::function<int()> &effect)
+{
+    return act(effect, [] { return std::string{}; });
+}
+
+int Call::act(const std::function<int()> &effect, const std::function<std::string()> &out)
+{
+    const std::optional<long> wanted = demanded();
+    if (wanted && *wanted != 0) {
+        return done(*wanted);
+    }
+    const int result = effect();
+    if (result != 0 && !wanted) {
+        return done(result);
+    }
+    return done(0, out());
+}
+
+int Call::ask(const std::function<int()> &answer)
+{
+    const std::optional<long> wanted = demanded();
+    const long result = wanted ? *wanted : answer();
+    return done(flip_ ? static_cast<long>(result == 0) : result);
+}
+
+int Call::done(long result, std::string_view out)
+{
+    std::string line = prefix_ + whole() + " = " + std::to_string(result);
+    if (!out.empty()) {
+        line += " -> ";
+        line += out;
+    }
+    trace_line(line, site_);
+    return static_cast<int>(result);
+}
+
+void Call::say()
+{
+    trace_line(prefix_ + whole(), site_);
+}
+
+void demand(unsigned nth, const std::string &pattern, long value, const std::string &out)
+{
+    const bool bare = pattern.find('(') == std::string::npos;
+    rules.push_back({nth, bare ? pattern + "(*" : pattern, value, out, 0});
+}
+
+void demand_nothing()
+{
+    rules.clear();
+}
+
+void kill_at(unsigned n)
+{
+    kill_number = n;
+}
+
+void fail_at(unsigned n)
+{
+    fail_number = n;
+}
+
+unsigned actions_counted()
+{
+    return actions;
+}
+
+unsigned fallible_counted()
+{
+    return fallible;
+}
+
+} // namespace recorder

@@ -1,0 +1,150 @@
+#include "trace.h"
+
+#include "script.h"
+
+#include <array>
+#include <cstdio>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace recorder {
+namespace {
+
+constexpr int endless_status = 99;
+
+int trace_fd = -1;
+bool with_sites = false;
+unsigned lines_left = 20000;
+uintptr_t code_base = 0;
+uintptr_t code_begin = 0;
+uintptr_t code_end = 0;
+
+// The first object that the loader reports is the program itself.
+int note_program(dl_phdr_info *info, size_t /*size*/, void * /*data*/)
+{
+    code_base = info->dlpi_addr;
+    for (int i = 0; i < info->dlpi_phnum; i++) {
+        const ElfW(Phdr) &header = info->dlpi_phdr[i];
+        if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
+            code_begin = info->dlpi_addr + header.p_vaddr;
+            code_end = code_begin + header.p_memsz;
+        }
+    }
+    return 1;
+}
+
+void append_escaped(std::string &out, unsigned char c)
+{
+    switch (c) {
+    case '\n':
+        out += "\\n";
+        return;
+    case '\r':
+        out += "\\r";
+        return;
+    case '\t':
+        out += "\\t";
+        return;
+    case '"':
+        out += "\\\"";
+        return;
+    case '\\':
+        out += "\\\\";
+        return;
+    default:
+        break;
+    }
+    if (c < 0x20 || c >= 0x7f) {
+        std::array<char, 8> text{};
+        std::snprintf(text.data(), text.size(), "\\x%02x", c);
+        out += text.data();
+    } else {
+        out += static_cast<char>(c);
+    }
+}
+
+} // namespace
+
+void trace_open(const std::string &path, bool sites)
+{
+    dl_iterate_phdr(note_program, nullptr);
+    with_sites = sites;
+    if (!path.empty()) {
+        trace_fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    }
+}
+
+void trace_limit(unsigned lines)
+{
+    lines_left = lines;
+}
+
+void trace_line(std::string_view line, const void *site)
+{
+    if (trace_fd < 0) {
+        return;
+    }
+    std::string text{line};
+    if (with_sites && from_daemon(site)) {
+        text += "\t@" + hex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(site) - code_base));
+    }
+    text += lines_left == 0 ? "\nendless\n" : "\n";
+    const ssize_t written = write(trace_fd, text.data(), text.size());
+    if (lines_left == 0 || written != static_cast<ssize_t>(text.size())) {
+        _exit(endless_status);
+    }
+    lines_left--;
+}
+
+std::string quote(std::string_view text)
+{
+    std::string out = "\"";
+    for (const char c : text) {
+        append_escaped(out, static_cast<unsigned char>(c));
+    }
+    return out + "\"";
+}
+
+std::string quote(const char *text)
+{
+    return text == nullptr ? "null" : quote(std::string_view{text});
+}
+
+std::string hex(uint32_t value, int digits)
+{
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%0*x", digits, value);
+    return text.data();
+}
+
+std::string mac_text(const uint8_t *mac)
+{
+    if (mac == nullptr) {
+        return "null";
+    }
+    std::array<char, 24> text{};
+    std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                  mac[4], mac[5]);
+    return text.data();
+}
+
+std::string plain(const char *text)
+{
+    return text == nullptr ? std::string{} : std::string{text};
+}
+
+bool from_daemon(const void *site)
+{
+    const auto address = reinterpret_cast<uintptr_t>(site);
+    return address >= code_begin && address < code_end;
+}
+
+void leave(int status)
+{
+    save_model();
+    _exit(status);
+}
+
+} // namespace recorder
