@@ -37,7 +37,8 @@ std::string words_text()
 {
     std::string out;
     for (const uint32_t word : scenario.port_words) {
-        out += (out.empty() ? "" : " ") + hex(word);
+        out += out.empty() ? "" : " ";
+        out += hex(word);
     }
     return out;
 }

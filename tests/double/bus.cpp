@@ -26,7 +26,8 @@ int ubuslib_invoke_init(int flag, struct ubus_object **objects, int count)
 {
     std::string names = "[";
     for (int i = 0; i < count; i++) {
-        names += (i == 0 ? "" : " ") + plain(objects[i]->name);
+        names += i == 0 ? "" : " ";
+        names += plain(objects[i]->name);
     }
     return Call("ubuslib_invoke_init").number(flag).raw(names + "]").number(count).act([&] {
         scenario.objects.assign(objects, objects + count);

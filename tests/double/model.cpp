@@ -234,10 +234,12 @@ int Model::rule_append(const std::string &table, const std::string &chain, const
     }
     std::string normal;
     for (const std::string &word : words(rule)) {
-        normal += (normal.empty() ? "" : " ") + word;
+        normal += normal.empty() ? "" : " ";
+        normal += word;
     }
     std::string &rules = facts_["chain " + table + " " + chain];
-    rules += (rules.empty() ? "" : between_rules) + normal;
+    rules += rules.empty() ? "" : between_rules;
+    rules += normal;
     return 0;
 }
 
@@ -266,7 +268,8 @@ int Model::iptables(const std::string &line)
     const std::string &chain = all[at + 1];
     std::string rule;
     for (size_t i = at + 2; i < all.size(); i++) {
-        rule += (rule.empty() ? "" : " ") + all[i];
+        rule += rule.empty() ? "" : " ";
+        rule += all[i];
     }
     if (verb == "-N") {
         return chain_new(table, chain);

@@ -24,7 +24,8 @@ std::string row_text(const char *const *columns, int count)
 {
     std::string out;
     for (int i = 0; i < count; i++) {
-        out += (i == 0 ? "" : " ") + (columns[i] == nullptr ? std::string{"-"} : std::string{columns[i]});
+        out += i == 0 ? "" : " ";
+        out += columns[i] == nullptr ? "-" : columns[i];
     }
     return out;
 }
