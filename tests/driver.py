@@ -1,0 +1,154 @@
+"""Builds the tree and runs the kinds of tests, one after the other; ends with the counts of all."""
+
+import argparse
+import os
+import re
+import subprocess
+import sys
+import time
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build"
+BUILD_SANITIZED = ROOT / "build-sanitized"
+JOBS = str(os.cpu_count() or 1)
+
+
+class Counts:
+    def __init__(self, passed=0, failed=0, skipped=0):
+        self.passed, self.failed, self.skipped = passed, failed, skipped
+
+    def __iadd__(self, other):
+        self.passed += other.passed
+        self.failed += other.failed
+        self.skipped += other.skipped
+        return self
+
+    def __str__(self):
+        return f"{self.passed} passed, {self.failed} failed, {self.skipped} skipped"
+
+
+def run(command, **options):
+    print("+", " ".join(str(word) for word in command), flush=True)
+    return subprocess.run([str(word) for word in command], cwd=ROOT, **options)
+
+
+def build(folder, *options):
+    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options],
+               stdout=subprocess.DEVNULL)
+    if done.returncode == 0:
+        done = run(["cmake", "--build", folder, "-j", JOBS])
+    if done.returncode != 0:
+        sys.exit("test: the build failed")
+
+
+def junit_counts(report, status):
+    """Counts of a JUnit report; a run that left none, or failed without a failing test, is one failure."""
+    if not report.exists():
+        return Counts(failed=1)
+    counts = Counts()
+    for case in ElementTree.parse(report).iter("testcase"):
+        if case.find("failure") is not None or case.find("error") is not None:
+            counts.failed += 1
+        elif case.find("skipped") is not None or case.get("status") in ("notrun", "disabled"):
+            counts.skipped += 1
+        else:
+            counts.passed += 1
+    if status != 0 and counts.failed == 0:
+        counts.failed = 1
+    return counts
+
+
+def ctest(label, folder=BUILD, environment=None):
+    report = folder / f"report-{label}.xml"
+    report.unlink(missing_ok=True)
+    done = run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "-j", JOBS, "--output-on-failure",
+                "--no-tests=error", "--output-junit", report, "--progress", "-Q"],
+               env={**os.environ, **(environment or {})})
+    if done.returncode != 0:
+        run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "--rerun-failed", "--output-on-failure"],
+            env={**os.environ, **(environment or {})})
+    return junit_counts(report, done.returncode)
+
+
+def pytest(folder, *options):
+    report = BUILD / f"report-{Path(folder).name}.xml"
+    report.unlink(missing_ok=True)
+    # Debian's own interpreter, for which the packages are installed.
+    done = run(["/usr/bin/python3", "-m", "pytest", "-q", "-rs", folder, f"--junitxml={report}", *options])
+    return junit_counts(report, done.returncode)
+
+
+def counting_runner(*command):
+    """A runner of our own that closes with a line "N passed, N failed, N skipped"."""
+    with subprocess.Popen([str(word) for word in command], cwd=ROOT, stdout=subprocess.PIPE,
+                          text=True) as process:
+        counts = None
+        for line in process.stdout:
+            print(line, end="", flush=True)
+            found = re.match(r"(\d+) passed, (\d+) failed, (\d+) skipped$", line.strip())
+            if found:
+                counts = Counts(*(int(number) for number in found.groups()))
+    if counts is None or (process.returncode != 0 and counts.failed == 0):
+        return Counts(failed=1)
+    return counts
+
+
+def sanitized(_long):
+    """The in-process tests under AddressSanitizer and UBSan, in a build of their own."""
+    build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
+    return ctest("unit", BUILD_SANITIZED,
+                 {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"})
+
+
+# Kind: what it proves, and how it runs; kinds run in this order.
+KINDS = {
+    "unit": ("parts in process, against recorded seams", lambda long: ctest("unit")),
+    "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
+    "conformance": ("the shipped daemon, call by call, through scenario files",
+                    lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
+    "fault": ("every call made to fail at each of its occurrences",
+              lambda long: counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))),
+    "sanitize": ("the unit tests again, under AddressSanitizer and UBSan", sanitized),
+    "docs": ("the books: complete, true to the sources, links and scripts sound",
+             lambda long: pytest("tests/docs")),
+    "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
+}
+
+
+def kinds_that_exist():
+    folders = {"unit": "tests/unit", "contract": "tests/contract", "conformance": "tests/conformance/run",
+               "fault": "tests/fault/run", "sanitize": "tests/unit", "docs": "tests/docs",
+               "system": "tests/system"}
+    return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="./test", description=__doc__)
+    kinds = kinds_that_exist()
+    parser.add_argument("--only", metavar="KIND", action="append", choices=kinds,
+                        help="run this kind alone (may be given again): " + ", ".join(kinds))
+    parser.add_argument("--long", action="store_true", help="longer runs of the kinds that have them")
+    parser.add_argument("--list", action="store_true", help="list the kinds and what each proves")
+    arguments = parser.parse_args()
+    if arguments.list:
+        for kind in kinds:
+            print(f"{kind:12} {KINDS[kind][0]}")
+        return 0
+
+    build(BUILD, "-DCMAKE_BUILD_TYPE=Release")
+    total, table = Counts(), []
+    for kind in arguments.only or kinds:
+        print(f"\n== {kind}: {KINDS[kind][0]}", flush=True)
+        start = time.monotonic()
+        counts = KINDS[kind][1](arguments.long)
+        table.append(f"{kind:12} {counts}, {time.monotonic() - start:.0f} s")
+        total += counts
+    print("\n" + "\n".join(table))
+    print(total, flush=True)
+    return 0 if total.failed == 0 and total.passed > 0 else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

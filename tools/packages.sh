@@ -1,0 +1,33 @@
+# shellcheck shell=bash
+# Debian packages for the commands of this folder's parent (sourced, not run).
+
+# What the daemon, the platform library, the stand-ins and the lab are built with.
+BUILD_PACKAGES="g++ cmake ninja-build libmnl-dev libjson-c-dev libsqlite3-dev python3"
+# What the virtual board needs beside the build: the tools inside it and, where the kernel lacks something, the
+# small machine around it (whose own packages are fetched into a cache, not installed).
+LAB_PACKAGES="iproute2 iptables dnsmasq-base ppp pppoe busybox-static tcpdump"
+# What the tests need beside these.
+TEST_PACKAGES="libgtest-dev libgmock-dev python3-pytest shellcheck"
+
+# need_packages NAME...: installs those that are missing, and says so.
+need_packages() {
+    local missing=() package sudo=()
+    for package; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    if [ ${#missing[@]} = 0 ]; then
+        echo "packages: all installed"
+        return 0
+    fi
+    echo "packages: installing ${missing[*]}"
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null || {
+            echo "packages: not root and no sudo; install them yourself: apt-get install ${missing[*]}" >&2
+            return 1
+        }
+        sudo=(sudo)
+    fi
+    "${sudo[@]}" apt-get -qq update
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
