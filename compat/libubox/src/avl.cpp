@@ -1,5 +1,5 @@
-// Height-balanced tree behind libubox/avl.h. The field `balance` holds the height of the node's subtree, which
-// stays far below what a signed char can carry.
+// Height-balanced tree behind libubox/avl.h. The field `balance` holds the height of the node's subtree,
+// which stays far below what a signed char can carry.
 extern "C" {
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
@@ -9,7 +9,10 @@ extern "C" {
 
 namespace {
 
-int height(const avl_node *node) { return node ? node->balance : 0; }
+int height(const avl_node *node)
+{
+    return node ? node->balance : 0;
+}
 
 void update_height(avl_node *node)
 {

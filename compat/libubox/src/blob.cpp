@@ -9,16 +9,25 @@ namespace {
 
 constexpr size_t growth_step = 256;
 
-char *base(const blob_buf *buf) { return static_cast<char *>(buf->buf); }
+char *base(const blob_buf *buf)
+{
+    return static_cast<char *>(buf->buf);
+}
 
 size_t offset_of(const blob_buf *buf, const blob_attr *attr)
 {
     return static_cast<size_t>(reinterpret_cast<const char *>(attr) - base(buf));
 }
 
-blob_attr *attr_at(const blob_buf *buf, size_t offset) { return reinterpret_cast<blob_attr *>(base(buf) + offset); }
+blob_attr *attr_at(const blob_buf *buf, size_t offset)
+{
+    return reinterpret_cast<blob_attr *>(base(buf) + offset);
+}
 
-size_t padded(size_t len) { return (len + BLOB_ATTR_ALIGN - 1) & ~static_cast<size_t>(BLOB_ATTR_ALIGN - 1); }
+size_t padded(size_t len)
+{
+    return (len + BLOB_ATTR_ALIGN - 1) & ~static_cast<size_t>(BLOB_ATTR_ALIGN - 1);
+}
 
 bool grow_by_steps(blob_buf *buf, int minlen)
 {

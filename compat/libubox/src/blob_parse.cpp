@@ -8,7 +8,8 @@ namespace {
 bool acceptable(blob_attr *attr, const blob_attr_info *info)
 {
     if (info->type < BLOB_ATTR_LAST &&
-        !blob_check_type(blob_data(attr), static_cast<unsigned int>(blob_len(attr)), static_cast<int>(info->type))) {
+        !blob_check_type(blob_data(attr), static_cast<unsigned int>(blob_len(attr)),
+                         static_cast<int>(info->type))) {
         return false;
     }
     // These two bounds include the header; 0 is no bound.
@@ -71,9 +72,11 @@ int blob_parse(blob_attr *attr, blob_attr **data, const blob_attr_info *info, in
     return found;
 }
 
-int blob_parse_untrusted(blob_attr *attr, size_t attr_len, blob_attr **data, const blob_attr_info *info, int max)
+int blob_parse_untrusted(blob_attr *attr, size_t attr_len, blob_attr **data, const blob_attr_info *info,
+                         int max)
 {
-    if (attr_len < sizeof(blob_attr) || blob_raw_len(attr) < sizeof(blob_attr) || attr_len < blob_raw_len(attr)) {
+    if (attr_len < sizeof(blob_attr) || blob_raw_len(attr) < sizeof(blob_attr) ||
+        attr_len < blob_raw_len(attr)) {
         return 0;
     }
     return blob_parse(attr, data, info, max);

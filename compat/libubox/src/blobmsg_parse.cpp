@@ -7,10 +7,11 @@ extern "C" {
 
 namespace {
 
-// What blob_check_type is asked for each type; containers are looked into only when they are parsed themselves.
-constexpr int payload_type[__BLOBMSG_TYPE_LAST] = {
-    BLOB_ATTR_BINARY, BLOB_ATTR_NESTED, BLOB_ATTR_NESTED, BLOB_ATTR_STRING, BLOB_ATTR_INT64,
-    BLOB_ATTR_INT32,  BLOB_ATTR_INT16,  BLOB_ATTR_INT8,   BLOB_ATTR_DOUBLE};
+// What blob_check_type is asked for each type; containers are looked into only when they are parsed
+// themselves.
+constexpr int payload_type[__BLOBMSG_TYPE_LAST] = {BLOB_ATTR_BINARY, BLOB_ATTR_NESTED, BLOB_ATTR_NESTED,
+                                                   BLOB_ATTR_STRING, BLOB_ATTR_INT64,  BLOB_ATTR_INT32,
+                                                   BLOB_ATTR_INT16,  BLOB_ATTR_INT8,   BLOB_ATTR_DOUBLE};
 
 bool header_sound(const blob_attr *attr, bool name)
 {
@@ -119,7 +120,8 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
     return 0;
 }
 
-int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr **tb, void *data, unsigned int len)
+int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr **tb, void *data,
+                        unsigned int len)
 {
     blob_attr *attr;
     size_t rem = len;

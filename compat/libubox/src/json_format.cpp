@@ -16,8 +16,7 @@ class Writer {
 public:
     Writer(blobmsg_json_format_t callback, void *callback_priv, int indent)
         : format_(callback), priv_(callback_priv), pretty_(indent >= 0), level_(indent)
-    {
-    }
+    {}
     ~Writer() { free(text_); }
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
@@ -213,7 +212,8 @@ void Writer::list(blob_attr *attr, bool array)
 
 } // namespace
 
-char *blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv, int indent)
+char *blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
+                                  int indent)
 {
     Writer writer(cb, priv, indent);
     if (list) {

@@ -84,6 +84,12 @@ bool blobmsg_add_object(blob_buf *b, json_object *obj)
     return true;
 }
 
-bool blobmsg_add_json_from_string(blob_buf *b, const char *str) { return add_root(b, json_tokener_parse(str)); }
+bool blobmsg_add_json_from_string(blob_buf *b, const char *str)
+{
+    return add_root(b, json_tokener_parse(str));
+}
 
-bool blobmsg_add_json_from_file(blob_buf *b, const char *file) { return add_root(b, json_object_from_file(file)); }
+bool blobmsg_add_json_from_file(blob_buf *b, const char *file)
+{
+    return add_root(b, json_object_from_file(file));
+}

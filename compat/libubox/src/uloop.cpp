@@ -157,7 +157,10 @@ void uloop_done(void)
     uloop_parts::children_forget();
 }
 
-bool uloop_cancelling(void) { return run_depth > 0 && uloop_cancelled; }
+bool uloop_cancelling(void)
+{
+    return run_depth > 0 && uloop_cancelled;
+}
 
 int uloop_run_timeout(int timeout)
 {

@@ -68,7 +68,8 @@ void fetch(int timeout)
 
         if (what & (EPOLLERR | EPOLLHUP)) {
             fd->error = true;
-            // Level-triggered errors cannot be switched off, so without a handler for them the loop would spin.
+            // Level-triggered errors cannot be switched off, so without a handler for them the loop would
+            // spin.
             if (!(fd->flags & ULOOP_ERROR_CB)) {
                 remove_from_epoll(fd);
             }
@@ -178,7 +179,8 @@ int uloop_fd_add(uloop_fd *sock, unsigned int flags)
         event.events |= EPOLLET;
     }
     event.data.ptr = sock;
-    const int result = epoll_ctl(epoll_fd, sock->registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, sock->fd, &event);
+    const int result =
+        epoll_ctl(epoll_fd, sock->registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, sock->fd, &event);
     if (result < 0) {
         return result;
     }

@@ -8,19 +8,19 @@ extern "C" {
 namespace uloop_parts __attribute__((visibility("hidden")))
 {
 
-// Descriptors. Opened and closed with the loop.
-bool fds_open();
-void fds_close();
-// Waits up to timeout ms (below 0: for ever) unless events are left over, then serves one descriptor.
-void fds_run(int timeout);
+    // Descriptors. Opened and closed with the loop.
+    bool fds_open();
+    void fds_close();
+    // Waits up to timeout ms (below 0: for ever) unless events are left over, then serves one descriptor.
+    void fds_run(int timeout);
 
-// Timers.
-void timeouts_run();
-void timeouts_clear();
+    // Timers.
+    void timeouts_run();
+    void timeouts_clear();
 
-// Children. `children_changed` is for the signal handler.
-extern volatile bool children_changed;
-void children_reap();
-void children_forget();
+    // Children. `children_changed` is for the signal handler.
+    extern volatile bool children_changed;
+    void children_reap();
+    void children_forget();
 
-} // namespace uloop_parts
+} // namespace )

@@ -17,7 +17,8 @@ timeval now()
 
 int64_t ms_between(const timeval &later, const timeval &earlier)
 {
-    return static_cast<int64_t>(later.tv_sec - earlier.tv_sec) * 1000 + (later.tv_usec - earlier.tv_usec) / 1000;
+    return static_cast<int64_t>(later.tv_sec - earlier.tv_sec) * 1000 +
+           (later.tv_usec - earlier.tv_usec) / 1000;
 }
 
 int clamp_to_int(int64_t ms)
@@ -116,7 +117,10 @@ int64_t uloop_timeout_remaining64(uloop_timeout *timeout)
     return timeout->pending ? ms_between(timeout->time, now()) : -1;
 }
 
-int uloop_timeout_remaining(uloop_timeout *timeout) { return clamp_to_int(uloop_timeout_remaining64(timeout)); }
+int uloop_timeout_remaining(uloop_timeout *timeout)
+{
+    return clamp_to_int(uloop_timeout_remaining64(timeout));
+}
 
 int uloop_get_next_timeout(void)
 {

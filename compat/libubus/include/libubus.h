@@ -4,8 +4,8 @@
  * A context is one connection. Objects, event handlers and their strings belong to the caller and stay valid
  * while registered. Messages handed to a callback are valid until it returns, nested bus calls included.
  * Calls that return int give a UBUS_STATUS_ value (0 is success) unless noted. Time-outs are milliseconds, 0
- * waits for ever. A synchronous call serves answers to other requests while it waits; calls to own objects are
- * queued until the outermost one is over.
+ * waits for ever. A synchronous call serves answers to other requests while it waits; calls to own objects
+ * are queued until the outermost one is over.
  */
 #pragma once
 
@@ -13,14 +13,14 @@
 extern "C" {
 #endif
 
+#include "ubus_common.h"
+#include "ubusmsg.h"
+
 #include <libubox/avl.h>
 #include <libubox/blobmsg.h>
 #include <libubox/list.h>
 #include <libubox/uloop.h>
 #include <stdint.h>
-
-#include "ubus_common.h"
-#include "ubusmsg.h"
 
 #define UBUS_MAX_NOTIFY_PEERS 16
 
@@ -32,11 +32,11 @@ struct ubus_object_data;
 struct ubus_event_handler;
 
 typedef void (*ubus_lookup_handler_t)(struct ubus_context *ctx, struct ubus_object_data *obj, void *priv);
-typedef int (*ubus_handler_t)(struct ubus_context *ctx, struct ubus_object *obj, struct ubus_request_data *req,
-                              const char *method, struct blob_attr *msg);
+typedef int (*ubus_handler_t)(struct ubus_context *ctx, struct ubus_object *obj,
+                              struct ubus_request_data *req, const char *method, struct blob_attr *msg);
 typedef void (*ubus_state_handler_t)(struct ubus_context *ctx, struct ubus_object *obj);
-typedef void (*ubus_event_handler_t)(struct ubus_context *ctx, struct ubus_event_handler *ev, const char *type,
-                                     struct blob_attr *msg);
+typedef void (*ubus_event_handler_t)(struct ubus_context *ctx, struct ubus_event_handler *ev,
+                                     const char *type, struct blob_attr *msg);
 typedef void (*ubus_data_handler_t)(struct ubus_request *req, int type, struct blob_attr *msg);
 typedef void (*ubus_fd_handler_t)(struct ubus_request *req, int fd);
 typedef void (*ubus_complete_handler_t)(struct ubus_request *req, int ret);
@@ -166,7 +166,10 @@ static inline void ubus_add_uloop(struct ubus_context *ctx)
     uloop_fd_add(&ctx->sock, ULOOP_BLOCKING | ULOOP_READ);
 }
 
-static inline void ubus_handle_event(struct ubus_context *ctx) { ctx->sock.cb(&ctx->sock, ULOOP_READ); }
+static inline void ubus_handle_event(struct ubus_context *ctx)
+{
+    ctx->sock.cb(&ctx->sock, ULOOP_READ);
+}
 
 /* Ends all asynchronous requests with a time-out. */
 void ubus_flush_requests(struct ubus_context *ctx);
@@ -187,8 +190,8 @@ int ubus_invoke_fd(struct ubus_context *ctx, uint32_t obj, const char *method, s
 int ubus_invoke_async_fd(struct ubus_context *ctx, uint32_t obj, const char *method, struct blob_attr *msg,
                          struct ubus_request *req, int fd);
 
-static inline int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method, struct blob_attr *msg,
-                              ubus_data_handler_t cb, void *priv, int timeout)
+static inline int ubus_invoke(struct ubus_context *ctx, uint32_t obj, const char *method,
+                              struct blob_attr *msg, ubus_data_handler_t cb, void *priv, int timeout)
 {
     return ubus_invoke_fd(ctx, obj, method, msg, cb, priv, timeout, -1);
 }

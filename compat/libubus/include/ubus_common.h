@@ -1,10 +1,9 @@
 /* Constants and a helper shared by the bus library and the broker. */
 #pragma once
 
+#include <libubox/blobmsg.h>
 #include <stdbool.h>
 #include <stdint.h>
-
-#include <libubox/blobmsg.h>
 
 #define UBUS_UNIX_SOCKET "/var/run/ubus/ubus.sock"
 

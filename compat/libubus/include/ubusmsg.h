@@ -4,9 +4,8 @@
  */
 #pragma once
 
-#include <stdint.h>
-
 #include <libubox/blob.h>
+#include <stdint.h>
 
 #define UBUS_MAX_MSGLEN 1048576
 #define UBUS_MSG_CHUNK_SIZE 65536

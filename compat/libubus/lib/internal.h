@@ -1,75 +1,75 @@
 // What the parts of the bus library share; nothing of it is exported.
 //
-// A received message lives in a ReceivedMessage whose body the context's msgbuf.data points to. While a message
-// is being handled it is taken out of the context, so that a handler's own bus calls receive into another one.
+// A received message lives in a ReceivedMessage whose body the context's msgbuf.data points to. While a
+// message is being handled it is taken out of the context, so that a handler's own bus calls receive into
+// another one.
 #pragma once
 
 #include <libubus.h>
-
 #include <stddef.h>
 
 namespace bus __attribute__((visibility("hidden")))
 {
 
-struct ReceivedMessage {
-    size_t have;     // bytes of header and body so far
-    size_t capacity; // of body
-    int fd;          // descriptor that came with it, or -1
-    int unused;
-    char body[];
-};
+    struct ReceivedMessage {
+        size_t have;     // bytes of header and body so far
+        size_t capacity; // of body
+        int fd;          // descriptor that came with it, or -1
+        int unused;
+        char body[];
+    };
 
-// One message in a list, to be handled later.
-struct QueuedMessage {
-    list_head list;
-    ubus_msghdr hdr; // in host byte order
-    int fd;
-    blob_attr *data; // freed with the entry
-};
+    // One message in a list, to be handled later.
+    struct QueuedMessage {
+        list_head list;
+        ubus_msghdr hdr; // in host byte order
+        int fd;
+        blob_attr *data; // freed with the entry
+    };
 
-// A message under construction, freed with the scope.
-struct MessageBuffer : blob_buf {
-    MessageBuffer() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
-    ~MessageBuffer() { blob_buf_free(this); }
-    MessageBuffer(const MessageBuffer &) = delete;
-    MessageBuffer &operator=(const MessageBuffer &) = delete;
+    // A message under construction, freed with the scope.
+    struct MessageBuffer : blob_buf {
+        MessageBuffer() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
+        ~MessageBuffer() { blob_buf_free(this); }
+        MessageBuffer(const MessageBuffer &) = delete;
+        MessageBuffer &operator=(const MessageBuffer &) = delete;
 
-    void check(const void *added) { ok = ok && added; }
-    void put_u32(int id, uint32_t value) { check(blob_put_u32(this, id, value)); }
-    void put_string(int id, const char *text) { check(blob_put_string(this, id, text)); }
-    // The payload of the message (may be null) as DATA.
-    void put_data(const blob_attr *msg);
+        void check(const void *added) { ok = ok && added; }
+        void put_u32(int id, uint32_t value) { check(blob_put_u32(this, id, value)); }
+        void put_string(int id, const char *text) { check(blob_put_string(this, id, text)); }
+        // The payload of the message (may be null) as DATA.
+        void put_data(const blob_attr *msg);
 
-    bool ok;
-};
+        bool ok;
+    };
 
-// send.cpp: 0, or -1 and the connection marked as dead. Takes over fd.
-int send_message(ubus_context *ctx, const blob_attr *msg, int type, uint16_t seq, uint32_t peer, int fd);
+    // send.cpp: 0, or -1 and the connection marked as dead. Takes over fd.
+    int send_message(ubus_context * ctx, const blob_attr *msg, int type, uint16_t seq, uint32_t peer, int fd);
 
-// receive.cpp
-void on_readable(uloop_fd *sock, unsigned int events);
-void free_receive_buffer(ubus_context *ctx);
-void parse_attributes(blob_attr *msg, blob_attr **attributes);
+    // receive.cpp
+    void on_readable(uloop_fd * sock, unsigned int events);
+    void free_receive_buffer(ubus_context * ctx);
+    void parse_attributes(blob_attr * msg, blob_attr * *attributes);
 
-// connection.cpp: what a fresh context does when the broker goes away.
-void default_connection_lost(ubus_context *ctx);
+    // connection.cpp: what a fresh context does when the broker goes away.
+    void default_connection_lost(ubus_context * ctx);
 
-// requests.cpp: peer and other header fields in host byte order. Takes over fd.
-void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
-int start_request(ubus_context *ctx, ubus_request *req, const MessageBuffer &msg, int type, uint32_t peer,
-                  int fd = -1);
+    // requests.cpp: peer and other header fields in host byte order. Takes over fd.
+    void handle_reply(ubus_context * ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
+    int start_request(ubus_context * ctx, ubus_request * req, const MessageBuffer &msg, int type,
+                      uint32_t peer, int fd = -1);
 
-// objects.cpp: takes over fd.
-void handle_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
-void refuse_call(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int status);
-// Registers all objects again after a reconnect; false when the connection broke meanwhile.
-bool register_objects_again(ubus_context *ctx);
+    // objects.cpp: takes over fd.
+    void handle_object_message(ubus_context * ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
+    void refuse_call(ubus_context * ctx, const ubus_msghdr &hdr, blob_attr *msg, int status);
+    // Registers all objects again after a reconnect; false when the connection broke meanwhile.
+    bool register_objects_again(ubus_context * ctx);
 
-// pending calls to own objects (receive.cpp)
-void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
-void handle_queued_messages(ubus_context *ctx);
-void drop_queued_messages(ubus_context *ctx);
-QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd);
-void free_queued_message(QueuedMessage *message);
+    // pending calls to own objects (receive.cpp)
+    void queue_object_message(ubus_context * ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
+    void handle_queued_messages(ubus_context * ctx);
+    void drop_queued_messages(ubus_context * ctx);
+    QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd);
+    void free_queued_message(QueuedMessage * message);
 
-} // namespace bus
+} // namespace )

@@ -80,7 +80,8 @@ ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
 
     msg.msg_iov = parts;
     if (rx->have < header_len) {
-        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&ctx->msgbuf.hdr) + rx->have, header_len - rx->have};
+        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&ctx->msgbuf.hdr) + rx->have,
+                                   header_len - rx->have};
     }
     const size_t body_have = rx->have < header_len ? 0 : rx->have - header_len;
     parts[msg.msg_iovlen++] = {rx->body + body_have, goal - header_len - body_have};
@@ -282,7 +283,10 @@ void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *
 {
     int count = 0;
     list_head *entry;
-    list_for_each(entry, &ctx->pending) { count++; }
+    list_for_each(entry, &ctx->pending)
+    {
+        count++;
+    }
 
     QueuedMessage *message = count < max_queued ? new_queued_message(hdr, msg, fd) : nullptr;
     if (!message) {

@@ -1,5 +1,5 @@
-// Requests of our own and the replies to them. A reply belongs to the request with the same sequence number and
-// the same peer.
+// Requests of our own and the replies to them. A reply belongs to the request with the same sequence number
+// and the same peer.
 #include "internal.h"
 
 #include <errno.h>
@@ -41,7 +41,8 @@ void drop_queued_data(ubus_request *req)
     }
 }
 
-// What arrives while a data callback of this request runs waits until that callback returns, the end included.
+// What arrives while a data callback of this request runs waits until that callback returns, the end
+// included.
 void deliver_data(ubus_request *req, int type, blob_attr *msg)
 {
     req->blocked = true;
@@ -142,7 +143,8 @@ void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int
     }
 }
 
-int start_request(ubus_context *ctx, ubus_request *req, const MessageBuffer &msg, int type, uint32_t peer, int fd)
+int start_request(ubus_context *ctx, ubus_request *req, const MessageBuffer &msg, int type, uint32_t peer,
+                  int fd)
 {
     memset(req, 0, sizeof(*req));
     INIT_LIST_HEAD(&req->list);
@@ -212,7 +214,8 @@ int ubus_complete_request(ubus_context *ctx, ubus_request *req, int timeout)
         }
     }
     if (req->status_msg) {
-        // A lost connection ends every request with a time-out; for a caller that waits it has its own status.
+        // A lost connection ends every request with a time-out; for a caller that waits it has its own
+        // status.
         const bool lost = ctx->sock.eof && req->status_code == UBUS_STATUS_TIMEOUT;
         status = lost ? UBUS_STATUS_CONNECTION_FAILED : req->status_code;
     }
@@ -230,8 +233,8 @@ int ubus_complete_request(ubus_context *ctx, ubus_request *req, int timeout)
     return status;
 }
 
-int ubus_invoke_async_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg, ubus_request *req,
-                         int fd)
+int ubus_invoke_async_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg,
+                         ubus_request *req, int fd)
 {
     MessageBuffer buffer;
     buffer.put_u32(UBUS_ATTR_OBJID, obj);
@@ -240,8 +243,8 @@ int ubus_invoke_async_fd(ubus_context *ctx, uint32_t obj, const char *method, bl
     return start_request(ctx, req, buffer, UBUS_MSG_INVOKE, obj, fd);
 }
 
-int ubus_invoke_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg, ubus_data_handler_t cb,
-                   void *priv, int timeout, int fd)
+int ubus_invoke_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg,
+                   ubus_data_handler_t cb, void *priv, int timeout, int fd)
 {
     ubus_request req;
     const int status = ubus_invoke_async_fd(ctx, obj, method, msg, &req, fd);

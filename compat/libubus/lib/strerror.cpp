@@ -1,15 +1,23 @@
 // Texts of the status codes.
 #include <libubus.h>
-
 #include <stdio.h>
 
 namespace {
 
-constexpr const char *texts[__UBUS_STATUS_LAST] = {
-    "Success",           "Invalid command",         "Invalid argument",    "Method not found",
-    "Not found",         "No response",             "Permission denied",   "Request timed out",
-    "Operation not supported", "Unknown error",     "Connection failed",   "Out of memory",
-    "Parsing message data failed", "System error"};
+constexpr const char *texts[__UBUS_STATUS_LAST] = {"Success",
+                                                   "Invalid command",
+                                                   "Invalid argument",
+                                                   "Method not found",
+                                                   "Not found",
+                                                   "No response",
+                                                   "Permission denied",
+                                                   "Request timed out",
+                                                   "Operation not supported",
+                                                   "Unknown error",
+                                                   "Connection failed",
+                                                   "Out of memory",
+                                                   "Parsing message data failed",
+                                                   "System error"};
 
 } // namespace
 

@@ -8,12 +8,12 @@
  */
 #pragma once
 
+#include "utils.h"
+
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
-
-#include "utils.h"
 
 #define BLOB_COOKIE 0x01234567
 
@@ -57,7 +57,10 @@ struct blob_buf {
     void *buf;
 };
 
-static inline void *blob_data(const struct blob_attr *attr) { return (void *)attr->data; }
+static inline void *blob_data(const struct blob_attr *attr)
+{
+    return (void *)attr->data;
+}
 
 static inline unsigned int blob_id(const struct blob_attr *attr)
 {
@@ -89,7 +92,10 @@ static inline struct blob_attr *blob_next(const struct blob_attr *attr)
     return (struct blob_attr *)((char *)attr + blob_pad_len(attr));
 }
 
-static inline uint8_t blob_get_u8(const struct blob_attr *attr) { return (uint8_t)attr->data[0]; }
+static inline uint8_t blob_get_u8(const struct blob_attr *attr)
+{
+    return (uint8_t)attr->data[0];
+}
 
 static inline uint16_t blob_get_u16(const struct blob_attr *attr)
 {
@@ -112,15 +118,30 @@ static inline uint64_t blob_get_u64(const struct blob_attr *attr)
     return be64_to_cpu(word);
 }
 
-static inline int8_t blob_get_int8(const struct blob_attr *attr) { return (int8_t)blob_get_u8(attr); }
+static inline int8_t blob_get_int8(const struct blob_attr *attr)
+{
+    return (int8_t)blob_get_u8(attr);
+}
 
-static inline int16_t blob_get_int16(const struct blob_attr *attr) { return (int16_t)blob_get_u16(attr); }
+static inline int16_t blob_get_int16(const struct blob_attr *attr)
+{
+    return (int16_t)blob_get_u16(attr);
+}
 
-static inline int32_t blob_get_int32(const struct blob_attr *attr) { return (int32_t)blob_get_u32(attr); }
+static inline int32_t blob_get_int32(const struct blob_attr *attr)
+{
+    return (int32_t)blob_get_u32(attr);
+}
 
-static inline int64_t blob_get_int64(const struct blob_attr *attr) { return (int64_t)blob_get_u64(attr); }
+static inline int64_t blob_get_int64(const struct blob_attr *attr)
+{
+    return (int64_t)blob_get_u64(attr);
+}
 
-static inline const char *blob_get_string(const struct blob_attr *attr) { return attr->data; }
+static inline const char *blob_get_string(const struct blob_attr *attr)
+{
+    return attr->data;
+}
 
 void blob_fill_pad(struct blob_attr *attr);
 void blob_set_raw_len(struct blob_attr *attr, unsigned int len);
@@ -175,21 +196,22 @@ static inline struct blob_attr *blob_put_u64(struct blob_buf *buf, int id, uint6
 #define blob_put_int64(buf, id, val) blob_put_u64(buf, id, (uint64_t)(val))
 
 /* rem is an lvalue integer of the caller, best a size_t. A child whose padding is cut off is not visited. */
-#define blob_attr_fits_(pos, rem)                                                                                    \
-    ((size_t)(rem) >= sizeof(struct blob_attr) && blob_pad_len(pos) <= (size_t)(rem) &&                              \
+#define blob_attr_fits_(pos, rem)                                                                            \
+    ((size_t)(rem) >= sizeof(struct blob_attr) && blob_pad_len(pos) <= (size_t)(rem) &&                      \
      blob_pad_len(pos) >= sizeof(struct blob_attr))
 
-#define __blob_for_each_attr(pos, attr, rem)                                                                         \
-    for ((pos) = (struct blob_attr *)(attr); (rem) > 0 && blob_attr_fits_(pos, rem);                                 \
+#define __blob_for_each_attr(pos, attr, rem)                                                                 \
+    for ((pos) = (struct blob_attr *)(attr); (rem) > 0 && blob_attr_fits_(pos, rem);                         \
          (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))
 
-#define blob_for_each_attr(pos, attr, rem)                                                                           \
-    for ((rem) = (attr) ? (__typeof__(rem))blob_len(attr) : 0,                                                       \
-        (pos) = (struct blob_attr *)((attr) ? blob_data(attr) : NULL);                                               \
-         (rem) > 0 && blob_attr_fits_(pos, rem); (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))
+#define blob_for_each_attr(pos, attr, rem)                                                                   \
+    for ((rem) = (attr) ? (__typeof__(rem))blob_len(attr) : 0,                                               \
+        (pos) = (struct blob_attr *)((attr) ? blob_data(attr) : NULL);                                       \
+         (rem) > 0 && blob_attr_fits_(pos, rem);                                                             \
+         (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))
 
-#define blob_for_each_attr_len(pos, attr, attr_len, rem)                                                             \
-    for ((rem) = (attr) ? (__typeof__(rem))blob_len(attr) : 0,                                                       \
-        (pos) = (struct blob_attr *)((attr) ? blob_data(attr) : NULL);                                               \
-         (rem) > 0 && (size_t)(rem) < (size_t)(attr_len) && blob_attr_fits_(pos, rem);                               \
+#define blob_for_each_attr_len(pos, attr, attr_len, rem)                                                     \
+    for ((rem) = (attr) ? (__typeof__(rem))blob_len(attr) : 0,                                               \
+        (pos) = (struct blob_attr *)((attr) ? blob_data(attr) : NULL);                                       \
+         (rem) > 0 && (size_t)(rem) < (size_t)(attr_len) && blob_attr_fits_(pos, rem);                       \
          (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))

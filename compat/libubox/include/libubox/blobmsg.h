@@ -1,18 +1,19 @@
 /*
  * Named, typed values in blob attributes: the message format of the bus.
  *
- * Every value carries the extended flag, its type as the attribute's id, a two-byte name length, the name with
- * its NUL, padding to four bytes, then the payload. Plain attributes (a buffer's root, a protocol attribute) may
- * hold such values too and have no name header. Names and strings are returned in place, not copied.
+ * Every value carries the extended flag, its type as the attribute's id, a two-byte name length, the name
+ * with its NUL, padding to four bytes, then the payload. Plain attributes (a buffer's root, a protocol
+ * attribute) may hold such values too and have no name header. Names and strings are returned in place, not
+ * copied.
  *
  * Builders: 0, or -1 when the buffer cannot grow, which leaves it as it was. A null name is the empty name.
  */
 #pragma once
 
+#include "blob.h"
+
 #include <stdarg.h>
 #include <stdint.h>
-
-#include "blob.h"
 
 #define BLOBMSG_ALIGN 2
 #define BLOBMSG_PADDING(len) (((len) + (1 << BLOBMSG_ALIGN) - 1) & ~((1 << BLOBMSG_ALIGN) - 1))
@@ -60,9 +61,15 @@ static inline const char *blobmsg_name(const struct blob_attr *attr)
     return (const char *)hdr->name;
 }
 
-static inline int blobmsg_type(const struct blob_attr *attr) { return (int)blob_id(attr); }
+static inline int blobmsg_type(const struct blob_attr *attr)
+{
+    return (int)blob_id(attr);
+}
 
-static inline uint16_t blobmsg_namelen(const struct blobmsg_hdr *hdr) { return be16_to_cpu(hdr->namelen); }
+static inline uint16_t blobmsg_namelen(const struct blobmsg_hdr *hdr)
+{
+    return be16_to_cpu(hdr->namelen);
+}
 
 static inline void *blobmsg_data(const struct blob_attr *attr)
 {
@@ -85,7 +92,10 @@ static inline size_t blobmsg_data_len(const struct blob_attr *attr)
     return blob_len(attr) - (size_t)((char *)blobmsg_data(attr) - (char *)blob_data(attr));
 }
 
-static inline size_t blobmsg_len(const struct blob_attr *attr) { return blobmsg_data_len(attr); }
+static inline size_t blobmsg_len(const struct blob_attr *attr)
+{
+    return blobmsg_data_len(attr);
+}
 
 bool blobmsg_check_attr(const struct blob_attr *attr, bool name);
 bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len);
@@ -104,11 +114,11 @@ static inline bool blobmsg_check_attr_list_len(const struct blob_attr *attr, int
 
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len);
-int blobmsg_parse_array(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
-                        unsigned int len);
+int blobmsg_parse_array(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb,
+                        void *data, unsigned int len);
 
-static inline int blobmsg_parse_attr(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb,
-                                     struct blob_attr *data)
+static inline int blobmsg_parse_attr(const struct blobmsg_policy *policy, int policy_len,
+                                     struct blob_attr **tb, struct blob_attr *data)
 {
     return blobmsg_parse(policy, policy_len, tb, blobmsg_data(data), (unsigned int)blobmsg_len(data));
 }
@@ -129,7 +139,10 @@ int blobmsg_vprintf(struct blob_buf *buf, const char *name, const char *format, 
 int blobmsg_printf(struct blob_buf *buf, const char *name, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
-static inline int blobmsg_buf_init(struct blob_buf *buf) { return blob_buf_init(buf, BLOBMSG_TYPE_TABLE); }
+static inline int blobmsg_buf_init(struct blob_buf *buf)
+{
+    return blob_buf_init(buf, BLOBMSG_TYPE_TABLE);
+}
 
 static inline int blobmsg_add_u8(struct blob_buf *buf, const char *name, uint8_t val)
 {
@@ -183,13 +196,25 @@ static inline void *blobmsg_open_table(struct blob_buf *buf, const char *name)
     return blobmsg_open_nested(buf, name, false);
 }
 
-static inline void blobmsg_close_array(struct blob_buf *buf, void *cookie) { blob_nest_end(buf, cookie); }
+static inline void blobmsg_close_array(struct blob_buf *buf, void *cookie)
+{
+    blob_nest_end(buf, cookie);
+}
 
-static inline void blobmsg_close_table(struct blob_buf *buf, void *cookie) { blob_nest_end(buf, cookie); }
+static inline void blobmsg_close_table(struct blob_buf *buf, void *cookie)
+{
+    blob_nest_end(buf, cookie);
+}
 
-static inline uint8_t blobmsg_get_u8(struct blob_attr *attr) { return *(uint8_t *)blobmsg_data(attr); }
+static inline uint8_t blobmsg_get_u8(struct blob_attr *attr)
+{
+    return *(uint8_t *)blobmsg_data(attr);
+}
 
-static inline bool blobmsg_get_bool(struct blob_attr *attr) { return *(uint8_t *)blobmsg_data(attr) != 0; }
+static inline bool blobmsg_get_bool(struct blob_attr *attr)
+{
+    return *(uint8_t *)blobmsg_data(attr) != 0;
+}
 
 static inline uint16_t blobmsg_get_u16(struct blob_attr *attr)
 {
@@ -259,7 +284,8 @@ static inline int64_t blobmsg_cast_s64(struct blob_attr *attr)
     }
 }
 
-#define blobmsg_for_each_attr(pos, attr, rem)                                                                        \
-    for ((rem) = (attr) ? (__typeof__(rem))blobmsg_data_len(attr) : 0,                                               \
-        (pos) = (struct blob_attr *)((attr) ? blobmsg_data(attr) : NULL);                                            \
-         (rem) > 0 && blob_attr_fits_(pos, rem); (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))
+#define blobmsg_for_each_attr(pos, attr, rem)                                                                \
+    for ((rem) = (attr) ? (__typeof__(rem))blobmsg_data_len(attr) : 0,                                       \
+        (pos) = (struct blob_attr *)((attr) ? blobmsg_data(attr) : NULL);                                    \
+         (rem) > 0 && blob_attr_fits_(pos, rem);                                                             \
+         (rem) -= (__typeof__(rem))blob_pad_len(pos), (pos) = blob_next(pos))

@@ -3,14 +3,14 @@
  *
  * The add functions append to an initialised buffer and return false when the text does not parse, is not an
  * object, or the buffer cannot grow. The format functions return a malloc'ed text the caller frees, or null
- * without memory. indent below 0: one line without blanks; from 0 on: that many tabs to start with, one value a
- * line. list: print the members of attr as a container instead of attr itself.
+ * without memory. indent below 0: one line without blanks; from 0 on: that many tabs to start with, one value
+ * a line. list: print the members of attr as a container instead of attr itself.
  */
 #pragma once
 
-#include <stdbool.h>
-
 #include "blobmsg.h"
+
+#include <stdbool.h>
 
 struct json_object;
 
@@ -23,7 +23,8 @@ bool blobmsg_add_json_from_file(struct blob_buf *b, const char *file);
 
 char *blobmsg_format_json_with_cb(struct blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
                                   int indent);
-char *blobmsg_format_json_value_with_cb(struct blob_attr *attr, blobmsg_json_format_t cb, void *priv, int indent);
+char *blobmsg_format_json_value_with_cb(struct blob_attr *attr, blobmsg_json_format_t cb, void *priv,
+                                        int indent);
 
 static inline char *blobmsg_format_json(struct blob_attr *attr, bool list)
 {

@@ -2,8 +2,8 @@
  * Circular, intrusive, doubly linked list.
  *
  * A node lives inside its user's struct; the list owns nothing and allocates nothing. A head is a node that
- * points to itself when the list is empty. Removing an entry while walking is allowed in the _safe forms only.
- * C and C++; this header has no C++ linkage guards, callers wrap the inclusion.
+ * points to itself when the list is empty. Removing an entry while walking is allowed in the _safe forms
+ * only. C and C++; this header has no C++ linkage guards, callers wrap the inclusion.
  */
 #pragma once
 
@@ -16,22 +16,25 @@ struct list_head {
 };
 
 #ifndef container_of
-#define container_of(ptr, type, member)                                                                              \
-    __extension__({                                                                                                  \
-        const __typeof__(((type *)NULL)->member) *member_ptr_ = (ptr);                                               \
-        (type *)((char *)member_ptr_ - offsetof(type, member));                                                      \
+#define container_of(ptr, type, member)                                                                      \
+    __extension__({                                                                                          \
+        const __typeof__(((type *)NULL)->member) *member_ptr_ = (ptr);                                       \
+        (type *)((char *)member_ptr_ - offsetof(type, member));                                              \
     })
 #endif
 
 #ifndef container_of_safe
-#define container_of_safe(ptr, type, member)                                                                         \
-    __extension__({                                                                                                  \
-        const __typeof__(((type *)NULL)->member) *safe_ptr_ = (ptr);                                                 \
-        safe_ptr_ ? (type *)((char *)safe_ptr_ - offsetof(type, member)) : (type *)NULL;                             \
+#define container_of_safe(ptr, type, member)                                                                 \
+    __extension__({                                                                                          \
+        const __typeof__(((type *)NULL)->member) *safe_ptr_ = (ptr);                                         \
+        safe_ptr_ ? (type *)((char *)safe_ptr_ - offsetof(type, member)) : (type *)NULL;                     \
     })
 #endif
 
-#define LIST_HEAD_INIT(name) {&(name), &(name)}
+#define LIST_HEAD_INIT(name)                                                                                 \
+    {                                                                                                        \
+        &(name), &(name)                                                                                     \
+    }
 #undef LIST_HEAD
 #define LIST_HEAD(name) struct list_head name = LIST_HEAD_INIT(name)
 
@@ -41,7 +44,10 @@ static inline void INIT_LIST_HEAD(struct list_head *list)
     list->prev = list;
 }
 
-static inline bool list_empty(const struct list_head *head) { return head->next == head; }
+static inline bool list_empty(const struct list_head *head)
+{
+    return head->next == head;
+}
 
 static inline bool list_is_first(const struct list_head *list, const struct list_head *head)
 {
@@ -68,7 +74,10 @@ static inline void _list_del(struct list_head *entry)
 }
 
 /* At the front. */
-static inline void list_add(struct list_head *_new, struct list_head *head) { _list_add(_new, head, head->next); }
+static inline void list_add(struct list_head *_new, struct list_head *head)
+{
+    _list_add(_new, head, head->next);
+}
 
 /* At the back. */
 static inline void list_add_tail(struct list_head *_new, struct list_head *head)
@@ -103,7 +112,8 @@ static inline void list_move_tail(struct list_head *entry, struct list_head *hea
     list_add_tail(entry, head);
 }
 
-static inline void _list_splice(const struct list_head *list, struct list_head *before, struct list_head *after)
+static inline void _list_splice(const struct list_head *list, struct list_head *before,
+                                struct list_head *after)
 {
     if (list_empty(list)) {
         return;
@@ -143,19 +153,19 @@ static inline void list_splice_tail_init(struct list_head *list, struct list_hea
 #define list_entry_is_h(p, h, field) (&(p)->field == (h))
 
 #define list_for_each(p, head) for ((p) = (head)->next; (p) != (head); (p) = (p)->next)
-#define list_for_each_safe(p, n, head)                                                                               \
+#define list_for_each_safe(p, n, head)                                                                       \
     for ((p) = (head)->next, (n) = (p)->next; (p) != (head); (p) = (n), (n) = (p)->next)
 #define list_for_each_prev(p, head) for ((p) = (head)->prev; (p) != (head); (p) = (p)->prev)
-#define list_for_each_prev_safe(p, n, head)                                                                          \
+#define list_for_each_prev_safe(p, n, head)                                                                  \
     for ((p) = (head)->prev, (n) = (p)->prev; (p) != (head); (p) = (n), (n) = (p)->prev)
 
-#define list_for_each_entry(p, h, field)                                                                             \
-    for ((p) = list_first_entry(h, __typeof__(*(p)), field); &(p)->field != (h);                                     \
+#define list_for_each_entry(p, h, field)                                                                     \
+    for ((p) = list_first_entry(h, __typeof__(*(p)), field); &(p)->field != (h);                             \
          (p) = list_entry((p)->field.next, __typeof__(*(p)), field))
-#define list_for_each_entry_safe(p, n, h, field)                                                                     \
-    for ((p) = list_first_entry(h, __typeof__(*(p)), field),                                                         \
-        (n) = list_entry((p)->field.next, __typeof__(*(p)), field);                                                  \
+#define list_for_each_entry_safe(p, n, h, field)                                                             \
+    for ((p) = list_first_entry(h, __typeof__(*(p)), field),                                                 \
+        (n) = list_entry((p)->field.next, __typeof__(*(p)), field);                                          \
          &(p)->field != (h); (p) = (n), (n) = list_entry((n)->field.next, __typeof__(*(n)), field))
-#define list_for_each_entry_reverse(p, h, field)                                                                     \
-    for ((p) = list_last_entry(h, __typeof__(*(p)), field); &(p)->field != (h);                                      \
+#define list_for_each_entry_reverse(p, h, field)                                                             \
+    for ((p) = list_last_entry(h, __typeof__(*(p)), field); &(p)->field != (h);                              \
          (p) = list_entry((p)->field.prev, __typeof__(*(p)), field))

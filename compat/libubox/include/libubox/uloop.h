@@ -6,13 +6,13 @@
  */
 #pragma once
 
+#include "list.h"
+
 #include <signal.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <sys/time.h>
 #include <sys/types.h>
-
-#include "list.h"
 
 struct uloop_fd;
 struct uloop_timeout;
@@ -58,7 +58,8 @@ extern bool uloop_cancelled;
 extern bool uloop_handle_sigchld;
 extern uloop_fd_handler uloop_fd_set_cb;
 
-/* Also installs handlers for SIGINT, SIGTERM, SIGCHLD and ignores SIGPIPE, each only where nobody did before. */
+/* Also installs handlers for SIGINT, SIGTERM, SIGCHLD and ignores SIGPIPE, each only where nobody did before.
+ */
 int uloop_init(void);
 void uloop_done(void);
 
@@ -73,12 +74,19 @@ int uloop_get_next_timeout(void);
 int uloop_timeout_add(struct uloop_timeout *timeout);
 int uloop_timeout_set(struct uloop_timeout *timeout, int msecs);
 int uloop_timeout_cancel(struct uloop_timeout *timeout);
-int uloop_timeout_remaining(struct uloop_timeout *timeout) __attribute__((deprecated("use uloop_timeout_remaining64")));
+int uloop_timeout_remaining(struct uloop_timeout *timeout)
+    __attribute__((deprecated("use uloop_timeout_remaining64")));
 int64_t uloop_timeout_remaining64(struct uloop_timeout *timeout);
 
 int uloop_process_add(struct uloop_process *p);
 int uloop_process_delete(struct uloop_process *p);
 
-static inline int uloop_run(void) { return uloop_run_timeout(-1); }
+static inline int uloop_run(void)
+{
+    return uloop_run_timeout(-1);
+}
 
-static inline void uloop_end(void) { uloop_cancelled = true; }
+static inline void uloop_end(void)
+{
+    uloop_cancelled = true;
+}

@@ -1,8 +1,8 @@
 /*
  * Small helpers shared by the other headers: array length, byte order, attribute shorthands.
  *
- * The cpu_to_* and *_to_cpu forms take and give values of exactly the named width; the const_ forms are usable
- * in constant expressions. C and C++; callers wrap the inclusion in extern "C".
+ * The cpu_to_* and *_to_cpu forms take and give values of exactly the named width; the const_ forms are
+ * usable in constant expressions. C and C++; callers wrap the inclusion in extern "C".
  */
 #pragma once
 
@@ -22,12 +22,13 @@
 
 #define BUILD_BUG_ON(condition) ((void)sizeof(char[1 - 2 * !!(condition)]))
 
-#define const_bswap16(x) ((uint16_t)((((x) & 0x00ffU) << 8) | (((x) & 0xff00U) >> 8)))
-#define const_bswap32(x)                                                                                             \
-    ((uint32_t)((((x) & 0x000000ffU) << 24) | (((x) & 0x0000ff00U) << 8) | (((x) & 0x00ff0000U) >> 8) |              \
-                (((x) & 0xff000000U) >> 24)))
-#define const_bswap64(x)                                                                                             \
-    ((((uint64_t)const_bswap32((uint32_t)(x))) << 32) | (uint64_t)const_bswap32((uint32_t)((uint64_t)(x) >> 32)))
+#define const_bswap16(x) ((uint16_t)((((x)&0x00ffU) << 8) | (((x)&0xff00U) >> 8)))
+#define const_bswap32(x)                                                                                     \
+    ((uint32_t)((((x)&0x000000ffU) << 24) | (((x)&0x0000ff00U) << 8) | (((x)&0x00ff0000U) >> 8) |            \
+                (((x)&0xff000000U) >> 24)))
+#define const_bswap64(x)                                                                                     \
+    ((((uint64_t)const_bswap32((uint32_t)(x))) << 32) |                                                      \
+     (uint64_t)const_bswap32((uint32_t)((uint64_t)(x) >> 32)))
 
 #if __BYTE_ORDER == __LITTLE_ENDIAN
 #define const_cpu_to_be16(x) const_bswap16((uint16_t)(x))

@@ -1,0 +1,87 @@
+// Clients: from greeting to the removal of everything they left behind.
+#include "broker.h"
+
+#include <unistd.h>
+
+namespace broker {
+
+namespace {
+
+avl_tree *clients()
+{
+    static avl_tree tree;
+    if (!tree.comp) {
+        init_id_tree(&tree);
+    }
+    return &tree;
+}
+
+void free_identity(const Identity &identity)
+{
+    free(identity.user);
+    free(identity.group);
+}
+
+} // namespace
+
+Client *client_new(int fd, const Identity &identity)
+{
+    auto *client = static_cast<Client *>(calloc(1, sizeof(Client)));
+    if (!client || !file_under_new_id(clients(), &client->by_id, &client->id)) {
+        free(client);
+        free_identity(identity);
+        close(fd);
+        return nullptr;
+    }
+    client->identity = identity;
+    client->rx_fd = -1;
+    client->sock.fd = fd;
+    client->sock.cb = on_client_event;
+    INIT_LIST_HEAD(&client->objects);
+    INIT_LIST_HEAD(&client->tx);
+    INIT_LIST_HEAD(&client->in_monitors);
+
+    Builder hello;
+    send_to(client, UBUS_MSG_HELLO, 0, client->id, hello);
+    if (uloop_fd_add(&client->sock, ULOOP_READ) < 0) {
+        client_free(client);
+        return nullptr;
+    }
+    return client;
+}
+
+void client_free(Client *client)
+{
+    client->leaving = true;
+    uloop_fd_delete(&client->sock);
+    monitor_remove(client);
+    while (!list_empty(&client->objects)) {
+        object_free(list_first_entry(&client->objects, Object, in_client));
+    }
+    drop_queue(client);
+    drop_listing(client);
+    avl_delete(clients(), &client->by_id);
+    if (client->rx_fd >= 0) {
+        close(client->rx_fd);
+    }
+    close(client->sock.fd);
+    free(client->rx_body);
+    free_identity(client->identity);
+    free(client);
+}
+
+Client *client_find(uint32_t id)
+{
+    Client *client;
+    return avl_find_element(clients(), &id, client, by_id);
+}
+
+void clients_free_all()
+{
+    while (!avl_is_empty(clients())) {
+        Client *client = nullptr;
+        client_free(avl_first_element(clients(), client, by_id));
+    }
+}
+
+} // namespace broker

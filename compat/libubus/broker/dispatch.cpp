@@ -1,0 +1,131 @@
+// What to do with each type of message.
+#include "broker.h"
+
+namespace broker {
+
+namespace {
+
+// Attributes of the wrong type count as absent.
+void parse(Message &msg)
+{
+    static const blob_attr_info info[UBUS_ATTR_MAX] = {
+        {BLOB_ATTR_UNSPEC, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // -, STATUS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // OBJPATH, OBJID
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // METHOD, OBJTYPE
+        {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_NESTED, 0, 0, nullptr}, // SIGNATURE, DATA
+        {BLOB_ATTR_INT32, 0, 0, nullptr},  {BLOB_ATTR_INT8, 0, 0, nullptr},   // TARGET, ACTIVE
+        {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_NESTED, 0, 0, nullptr}, // NO_REPLY, SUBSCRIBERS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
+    };
+    blob_parse(msg.body, msg.attr, info, UBUS_ATTR_MAX);
+}
+
+int handle_ping(Client *client, const Message &msg)
+{
+    ubus_msghdr hdr = msg.hdr;
+    hdr.type = UBUS_MSG_DATA;
+    send_raw(client, hdr, msg.body);
+    return UBUS_STATUS_OK;
+}
+
+// An answer of an object's owner. Whoever cannot show the object, or answers into the void, is ignored.
+int handle_answer(Client *client, const Message &msg)
+{
+    const bool status = msg.hdr.type == UBUS_MSG_STATUS;
+    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[status ? UBUS_ATTR_STATUS : UBUS_ATTR_DATA]) {
+        return no_reply;
+    }
+    Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    Client *caller = client_find(msg.hdr.peer);
+    if (!object || object->client != client || !caller) {
+        return no_reply;
+    }
+    ubus_msghdr hdr = msg.hdr;
+    hdr.version = 0;
+    hdr.peer = object->id;
+    send_raw(caller, hdr, msg.body, status ? msg.fd : nullptr);
+    return no_reply;
+}
+
+int call_own_object(Client *client, uint32_t id, const Message &msg, const char *method)
+{
+    switch (id) {
+    case UBUS_SYSTEM_OBJECT_EVENT:
+        return handle_event_call(client, msg, method);
+    case UBUS_SYSTEM_OBJECT_ACL:
+        return handle_acl_call(client, msg, method);
+    case UBUS_SYSTEM_OBJECT_MONITOR:
+        return handle_monitor_call(client, method);
+    default:
+        return UBUS_STATUS_NOT_FOUND;
+    }
+}
+
+int handle_invoke(Client *client, const Message &msg)
+{
+    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_METHOD]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJID]);
+    const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
+    if (id < UBUS_SYSTEM_OBJECT_MAX) {
+        return call_own_object(client, id, msg, method);
+    }
+    Object *object = object_find(id);
+    if (!object) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    if (object->path && !acl_allows(client, Access::call, object->path, method)) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    return forward_call(client, object, msg, method, false);
+}
+
+using Handler = int (*)(Client *, const Message &);
+
+constexpr Handler handlers[__UBUS_MSG_LAST] = {
+    nullptr,          handle_answer,      handle_answer,     handle_ping,
+    handle_lookup,    handle_invoke,      handle_add_object, handle_remove_object,
+    handle_subscribe, handle_unsubscribe, handle_notify,     nullptr};
+
+} // namespace
+
+int forward_call(Client *from, Object *to, const Message &msg, const char *method, bool silent)
+{
+    Builder body;
+
+    if (silent) {
+        body.put_u8(UBUS_ATTR_NO_REPLY, 1);
+    }
+    body.put_u32(UBUS_ATTR_OBJID, to->id);
+    body.put_string(UBUS_ATTR_METHOD, method);
+    body.put_string(UBUS_ATTR_USER, from->identity.user);
+    body.put_string(UBUS_ATTR_GROUP, from->identity.group);
+    if (msg.attr[UBUS_ATTR_DATA]) {
+        body.put_data(UBUS_ATTR_DATA, msg.attr[UBUS_ATTR_DATA]);
+    }
+    // The names may have pushed a message of just the permitted size over the limit.
+    if (!body.sendable()) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    send_to(to->client, UBUS_MSG_INVOKE, msg.hdr.seq, from->id, body,
+            msg.hdr.type == UBUS_MSG_INVOKE ? msg.fd : nullptr);
+    return no_reply;
+}
+
+void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd)
+{
+    Message msg = {};
+    msg.hdr = hdr;
+    msg.body = body;
+    msg.fd = fd;
+    parse(msg);
+
+    const Handler handler = hdr.type < __UBUS_MSG_LAST ? handlers[hdr.type] : nullptr;
+    const int status = handler ? handler(client, msg) : static_cast<int>(UBUS_STATUS_INVALID_COMMAND);
+    if (status != no_reply) {
+        send_status(client, msg, status);
+    }
+}
+
+} // namespace broker

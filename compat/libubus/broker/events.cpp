@@ -1,0 +1,159 @@
+// Events: named messages to everyone who has asked for the name or its beginning.
+#include "broker.h"
+
+namespace broker {
+
+namespace {
+
+struct Pattern {
+    list_head in_all;
+    list_head of_object;
+    Object *object;
+    bool prefix;
+    size_t len;
+    char text[];
+};
+
+list_head patterns = LIST_HEAD_INIT(patterns);
+uint32_t event_count = 0;
+
+bool matches(const Pattern *pattern, const char *name)
+{
+    return pattern->prefix ? strncmp(pattern->text, name, pattern->len) == 0
+                           : strcmp(pattern->text, name) == 0;
+}
+
+// data: its payload becomes the event's. from is left out; null for the broker itself.
+void send_event(const Client *from, const char *name, const void *data, size_t len)
+{
+    Builder body;
+    blob_attr *id = blob_put_u32(&body, UBUS_ATTR_OBJID, 0);
+    body.check(id);
+    body.put_string(UBUS_ATTR_METHOD, name);
+    body.check(blob_put(&body, UBUS_ATTR_DATA, data, static_cast<unsigned int>(len)));
+    if (!body.sendable()) {
+        return;
+    }
+    id = static_cast<blob_attr *>(blob_data(body.head));
+    event_count++;
+
+    Pattern *pattern;
+    list_for_each_entry(pattern, &patterns, in_all)
+    {
+        Object *object = pattern->object;
+        if (object->client == from || object->last_event == event_count || !matches(pattern, name)) {
+            continue;
+        }
+        object->last_event = event_count;
+        const uint32_t id_on_wire = cpu_to_be32(object->id);
+        memcpy(blob_data(id), &id_on_wire, sizeof(id_on_wire));
+        send_to(object->client, UBUS_MSG_INVOKE, static_cast<uint16_t>(event_count), 0, body);
+    }
+}
+
+int add_pattern(Object *object, const char *text)
+{
+    const size_t len = strlen(text);
+    auto *pattern = static_cast<Pattern *>(calloc(1, sizeof(Pattern) + len + 1));
+    if (!pattern) {
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    memcpy(pattern->text, text, len + 1);
+    pattern->prefix = text[len - 1] == '*';
+    pattern->len = pattern->prefix ? len - 1 : len;
+    pattern->text[pattern->len] = 0;
+    pattern->object = object;
+    list_add_tail(&pattern->in_all, &patterns);
+    list_add_tail(&pattern->of_object, &object->patterns);
+    return UBUS_STATUS_OK;
+}
+
+int handle_register(Client *client, blob_attr *data)
+{
+    static const blobmsg_policy policy[] = {{"object", BLOBMSG_TYPE_INT32}, {"pattern", BLOBMSG_TYPE_STRING}};
+    blob_attr *args[2];
+
+    blobmsg_parse_attr(policy, 2, args, data);
+    if (!args[0] || !args[1]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    const uint32_t id = blobmsg_get_u32(args[0]);
+    if (id < UBUS_SYSTEM_OBJECT_MAX) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    Object *object = object_find(id);
+    if (!object) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    const char *text = blobmsg_get_string(args[1]);
+    if (object->client != client || !text[0] || !acl_allows(client, Access::listen, text)) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    return add_pattern(object, text);
+}
+
+int handle_send(Client *client, blob_attr *data)
+{
+    static const blobmsg_policy policy[] = {{"id", BLOBMSG_TYPE_STRING}, {"data", BLOBMSG_TYPE_TABLE}};
+    blob_attr *args[2];
+
+    blobmsg_parse_attr(policy, 2, args, data);
+    if (!args[0] || !args[1]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    const char *name = blobmsg_get_string(args[0]);
+    // The broker's own events cannot be forged.
+    if (strncmp(name, "ubus.", 5) == 0 || !acl_allows(client, Access::send, name)) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    send_event(client, name, blobmsg_data(args[1]), blobmsg_data_len(args[1]));
+    return UBUS_STATUS_OK;
+}
+
+} // namespace
+
+int handle_event_call(Client *client, const Message &msg, const char *method)
+{
+    blob_attr *data = msg.attr[UBUS_ATTR_DATA];
+    if (!data) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (strcmp(method, "register") == 0) {
+        return handle_register(client, data);
+    }
+    if (strcmp(method, "send") == 0) {
+        return handle_send(client, data);
+    }
+    return UBUS_STATUS_INVALID_COMMAND;
+}
+
+void announce_object(const char *event, const Object *object)
+{
+    Builder data;
+    data.ok = data.ok && blobmsg_add_u32(&data, "id", object->id) == 0 &&
+              blobmsg_add_string(&data, "path", object->path) == 0;
+    if (data.ok) {
+        send_event(nullptr, event, blob_data(data.head), blob_len(data.head));
+    }
+}
+
+void announce_acl_sequence(uint32_t sequence)
+{
+    Builder data;
+    data.ok = data.ok && blobmsg_add_u32(&data, "sequence", sequence) == 0;
+    if (data.ok) {
+        send_event(nullptr, "ubus.acl.sequence", blob_data(data.head), blob_len(data.head));
+    }
+}
+
+void drop_patterns(Object *object)
+{
+    while (!list_empty(&object->patterns)) {
+        Pattern *pattern = list_first_entry(&object->patterns, Pattern, of_object);
+        list_del(&pattern->in_all);
+        list_del(&pattern->of_object);
+        free(pattern);
+    }
+}
+
+} // namespace broker

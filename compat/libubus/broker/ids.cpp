@@ -1,0 +1,46 @@
+// Random identifiers. Unpredictable, so that a stale id of an earlier life does not meet a new object.
+#include "broker.h"
+
+#include <sys/random.h>
+
+namespace broker {
+
+namespace {
+
+int compare(const void *k1, const void *k2, void *)
+{
+    const uint32_t id1 = *static_cast<const uint32_t *>(k1);
+    const uint32_t id2 = *static_cast<const uint32_t *>(k2);
+    if (id1 == id2) {
+        return 0;
+    }
+    return id1 < id2 ? -1 : 1;
+}
+
+} // namespace
+
+void init_id_tree(avl_tree *tree)
+{
+    avl_init(tree, compare, false, nullptr);
+}
+
+bool file_under_new_id(avl_tree *tree, avl_node *node, uint32_t *id)
+{
+    node->key = id;
+    for (;;) {
+        if (getrandom(id, sizeof(*id), 0) != sizeof(*id)) {
+            return false;
+        }
+        // The low ones belong to the broker's own objects.
+        if (*id >= UBUS_SYSTEM_OBJECT_MAX && avl_insert(tree, node) == 0) {
+            return true;
+        }
+    }
+}
+
+char *copy_text(const char *text)
+{
+    return text ? strdup(text) : nullptr;
+}
+
+} // namespace broker

@@ -1,0 +1,140 @@
+// Looking objects up: one by its path, or a listing that goes on as fast as the client reads.
+#include "broker.h"
+
+namespace broker {
+
+namespace {
+
+// Adds the methods the client may call; false when there are some and it may call none.
+bool put_signature(Builder &body, const Client *client, const Object *object)
+{
+    const blob_attr *method;
+    size_t rem;
+    bool any = false;
+    bool hidden = false;
+
+    void *nest = blob_nest_start(&body, UBUS_ATTR_SIGNATURE);
+    body.check(nest);
+    blob_for_each_attr(method, object->type->signature, rem)
+    {
+        if (!acl_allows(client, Access::call, object->path, blobmsg_name(method))) {
+            hidden = true;
+        } else if (body.ok) {
+            any = true;
+            body.check(blob_put_raw(&body, method, static_cast<unsigned int>(blob_pad_len(method))));
+        }
+    }
+    if (body.ok) {
+        blob_nest_end(&body, nest);
+    }
+    return any || !hidden;
+}
+
+void send_object(Client *client, const Object *object, uint16_t seq, uint32_t peer)
+{
+    if (!object->type) {
+        return;
+    }
+    Builder body;
+    body.put_string(UBUS_ATTR_OBJPATH, object->path);
+    body.put_u32(UBUS_ATTR_OBJID, object->id);
+    body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
+    if (put_signature(body, client, object)) {
+        send_to(client, UBUS_MSG_DATA, seq, peer, body);
+    }
+}
+
+Object *next_of(const Listing &listing)
+{
+    Object *object;
+    if (listing.last_path) {
+        object = object_after_path(listing.last_path);
+    } else if (listing.prefix) {
+        object = object_find_path(listing.prefix);
+        object = object ? object : object_after_path(listing.prefix);
+    } else {
+        object = object_first_path();
+    }
+    if (object && listing.prefix && strncmp(object->path, listing.prefix, strlen(listing.prefix)) != 0) {
+        return nullptr;
+    }
+    return object;
+}
+
+void end_listing(Client *client, int status)
+{
+    Message request = {};
+    request.hdr.seq = client->listing.seq;
+    request.hdr.peer = client->listing.peer;
+    drop_listing(client);
+    send_status(client, request, status);
+    update_interest(client);
+}
+
+} // namespace
+
+void drop_listing(Client *client)
+{
+    free(client->listing.prefix);
+    free(client->listing.last_path);
+    client->listing = {};
+}
+
+void continue_listing(Client *client)
+{
+    Listing &listing = client->listing;
+
+    // Objects may come and go between two calls, so the place is kept as a path.
+    while (Object *object = next_of(listing)) {
+        char *path = copy_text(object->path);
+        if (!path) {
+            end_listing(client, UBUS_STATUS_NO_MEMORY);
+            return;
+        }
+        free(listing.last_path);
+        listing.last_path = path;
+        send_object(client, object, listing.seq, listing.peer);
+        if (!list_empty(&client->tx)) {
+            update_interest(client);
+            return;
+        }
+    }
+    end_listing(client, UBUS_STATUS_OK);
+}
+
+int handle_lookup(Client *client, const Message &msg)
+{
+    const char *path = msg.attr[UBUS_ATTR_OBJPATH] ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
+    const size_t len = path ? strlen(path) : 0;
+
+    if (path && !len) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (path && path[len - 1] != '*') {
+        const Object *object = object_find_path(path);
+        if (!object) {
+            return UBUS_STATUS_NOT_FOUND;
+        }
+        send_object(client, object, msg.hdr.seq, msg.hdr.peer);
+        return UBUS_STATUS_OK;
+    }
+    drop_listing(client);
+    Listing &listing = client->listing;
+    if (path) {
+        listing.prefix = strndup(path, len - 1);
+        if (!listing.prefix) {
+            return UBUS_STATUS_NO_MEMORY;
+        }
+        if (!next_of(listing)) {
+            drop_listing(client);
+            return UBUS_STATUS_NOT_FOUND;
+        }
+    }
+    listing.running = true;
+    listing.seq = msg.hdr.seq;
+    listing.peer = msg.hdr.peer;
+    continue_listing(client);
+    return no_reply;
+}
+
+} // namespace broker

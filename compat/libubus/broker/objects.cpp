@@ -1,0 +1,220 @@
+// Objects and their types.
+#include "broker.h"
+
+extern "C" {
+#include <libubox/avl-cmp.h>
+}
+
+namespace broker {
+
+namespace {
+
+struct Registry {
+    avl_tree objects;
+    avl_tree paths;
+    avl_tree types;
+};
+
+Registry &registry()
+{
+    static Registry instance;
+    if (!instance.objects.comp) {
+        init_id_tree(&instance.objects);
+        init_id_tree(&instance.types);
+        avl_init(&instance.paths, avl_strcmp, false, nullptr);
+    }
+    return instance;
+}
+
+Object *object_of(avl_node *by_path)
+{
+    return by_path ? container_of(by_path, Object, by_path) : nullptr;
+}
+
+void type_release(Type *type)
+{
+    if (!type || --type->users) {
+        return;
+    }
+    avl_delete(&registry().types, &type->by_id);
+    free(type->signature);
+    free(type);
+}
+
+// Null when a member is not a sound, named value; such an object lives without a type.
+Type *type_new(const blob_attr *signature)
+{
+    const blob_attr *member;
+    size_t rem;
+
+    blob_for_each_attr(member, signature, rem)
+    {
+        if (!blobmsg_check_attr(member, true)) {
+            return nullptr;
+        }
+    }
+    auto *type = static_cast<Type *>(calloc(1, sizeof(Type)));
+    if (!type) {
+        return nullptr;
+    }
+    type->signature = blob_memdup(signature);
+    if (!type->signature || !file_under_new_id(&registry().types, &type->by_id, &type->id)) {
+        free(type->signature);
+        free(type);
+        return nullptr;
+    }
+    type->users = 1;
+    return type;
+}
+
+Type *type_of_request(const Message &msg)
+{
+    if (msg.attr[UBUS_ATTR_SIGNATURE]) {
+        return type_new(msg.attr[UBUS_ATTR_SIGNATURE]);
+    }
+    if (!msg.attr[UBUS_ATTR_OBJTYPE]) {
+        return nullptr;
+    }
+    const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJTYPE]);
+    Type *type;
+    type = avl_find_element(&registry().types, &id, type, by_id);
+    if (type) {
+        type->users++;
+    }
+    return type;
+}
+
+bool file_path(Object *object, const char *path)
+{
+    object->path = copy_text(path);
+    object->by_path.key = object->path;
+    if (object->path && avl_insert(&registry().paths, &object->by_path) == 0) {
+        return true;
+    }
+    free(object->path);
+    object->path = nullptr;
+    return false;
+}
+
+// With its type, which is released when there is no object.
+Object *object_new(Client *client, const char *path, Type *type)
+{
+    auto *object = static_cast<Object *>(calloc(1, sizeof(Object)));
+    if (!object || !file_under_new_id(&registry().objects, &object->by_id, &object->id)) {
+        free(object);
+        type_release(type);
+        return nullptr;
+    }
+    if (path && !file_path(object, path)) {
+        avl_delete(&registry().objects, &object->by_id);
+        free(object);
+        type_release(type);
+        return nullptr;
+    }
+    object->type = type;
+    object->client = client;
+    INIT_LIST_HEAD(&object->subscribers);
+    INIT_LIST_HEAD(&object->subscriptions);
+    INIT_LIST_HEAD(&object->patterns);
+    list_add(&object->in_client, &client->objects);
+    return object;
+}
+
+} // namespace
+
+Object *object_find(uint32_t id)
+{
+    Object *object;
+    return avl_find_element(&registry().objects, &id, object, by_id);
+}
+
+Object *object_find_path(const char *path)
+{
+    return object_of(avl_find(&registry().paths, path));
+}
+
+Object *object_first_path()
+{
+    if (avl_is_empty(&registry().paths)) {
+        return nullptr;
+    }
+    Object *object = nullptr;
+    return avl_first_element(&registry().paths, object, by_path);
+}
+
+Object *object_next_path(Object *object)
+{
+    return avl_is_last(&registry().paths, &object->by_path) ? nullptr : avl_next_element(object, by_path);
+}
+
+Object *object_after_path(const char *path)
+{
+    Object *object = object_of(avl_find_greaterequal(&registry().paths, path));
+    return object && strcmp(object->path, path) == 0 ? object_next_path(object) : object;
+}
+
+void object_free(Object *object)
+{
+    drop_subscriptions(object);
+    drop_patterns(object);
+    if (object->path) {
+        announce_object("ubus.object.remove", object);
+        avl_delete(&registry().paths, &object->by_path);
+    }
+    avl_delete(&registry().objects, &object->by_id);
+    list_del(&object->in_client);
+    type_release(object->type);
+    free(object->path);
+    free(object);
+}
+
+int handle_add_object(Client *client, const Message &msg)
+{
+    const char *path = msg.attr[UBUS_ATTR_OBJPATH] ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
+    if (path && (!path[0] || !acl_allows(client, Access::publish, path))) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    Object *object = object_new(client, path, type_of_request(msg));
+    if (!object) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (object->path) {
+        announce_object("ubus.object.add", object);
+    }
+    Builder body;
+    body.put_u32(UBUS_ATTR_OBJID, object->id);
+    if (object->type && msg.attr[UBUS_ATTR_SIGNATURE]) {
+        body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
+    }
+    send_to(client, UBUS_MSG_DATA, msg.hdr.seq, msg.hdr.peer, body);
+    return UBUS_STATUS_OK;
+}
+
+int handle_remove_object(Client *client, const Message &msg)
+{
+    if (!msg.attr[UBUS_ATTR_OBJID]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJID]);
+    if (id >= UBUS_SYSTEM_OBJECT_EVENT && id <= UBUS_SYSTEM_OBJECT_MONITOR) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    Object *object = object_find(id);
+    if (!object) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    if (object->client != client) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    Builder body;
+    body.put_u32(UBUS_ATTR_OBJID, object->id);
+    // Told so that the client can forget the type's id when nobody uses it any more.
+    if (object->type && object->type->users == 1) {
+        body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
+    }
+    send_to(client, UBUS_MSG_DATA, msg.hdr.seq, msg.hdr.peer, body);
+    object_free(object);
+    return UBUS_STATUS_OK;
+}
+
+} // namespace broker

@@ -1,0 +1,171 @@
+// Bytes from a client to whole messages. Memory for a message grows with what has arrived of it, so
+// announcing a large one costs the sender as much as the broker.
+#include "broker.h"
+
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace broker {
+
+namespace {
+
+constexpr size_t header_len = sizeof(ubus_msghdr);
+constexpr size_t prefix_len = header_len + sizeof(blob_attr);
+constexpr size_t first_capacity = 1024;
+constexpr size_t kept_capacity = 65536;
+// After so many messages the others get their turn.
+constexpr int messages_per_turn = 16;
+
+enum class Step { nothing, message, broken };
+
+const blob_attr *root(const Client *client)
+{
+    return reinterpret_cast<const blob_attr *>(client->rx_body);
+}
+
+// Room behind what is there, doubling up to what the message needs.
+bool ensure_room(Client *client, size_t body_have, size_t body_goal)
+{
+    if (client->rx_capacity >= body_goal || client->rx_capacity > body_have) {
+        return true;
+    }
+    const size_t capacity = client->rx_capacity ? client->rx_capacity * 2 : first_capacity;
+    auto *grown = static_cast<char *>(realloc(client->rx_body, capacity));
+    if (!grown) {
+        return false;
+    }
+    client->rx_body = grown;
+    client->rx_capacity = capacity;
+    return true;
+}
+
+void keep_one_fd(msghdr &msg, Client *client)
+{
+    for (cmsghdr *cmsg = CMSG_FIRSTHDR(&msg); cmsg; cmsg = CMSG_NXTHDR(&msg, cmsg)) {
+        if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
+        const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; i++) {
+            int fd;
+            memcpy(&fd, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(fd));
+            if (client->rx_fd < 0) {
+                client->rx_fd = fd;
+            } else {
+                close(fd);
+            }
+        }
+    }
+}
+
+ssize_t read_towards(Client *client, size_t goal)
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(4 * sizeof(int))];
+    iovec parts[2];
+    msghdr msg = {};
+
+    msg.msg_iov = parts;
+    const size_t have = client->rx_have;
+    if (have < header_len) {
+        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&client->rx_hdr) + have, header_len - have};
+    }
+    const size_t body_have = have < header_len ? 0 : have - header_len;
+    size_t body_wanted = goal - header_len - body_have;
+    if (body_wanted > client->rx_capacity - body_have) {
+        body_wanted = client->rx_capacity - body_have;
+    }
+    parts[msg.msg_iovlen++] = {client->rx_body + body_have, body_wanted};
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+
+    const ssize_t got = recvmsg(client->sock.fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (got > 0) {
+        client->rx_have += static_cast<size_t>(got);
+        keep_one_fd(msg, client);
+    }
+    return got;
+}
+
+Step receive_step(Client *client)
+{
+    for (;;) {
+        size_t goal = prefix_len;
+        if (client->rx_have >= prefix_len) {
+            const size_t raw_len = blob_raw_len(root(client));
+            if (raw_len < sizeof(blob_attr) || blob_pad_len(root(client)) > UBUS_MAX_MSGLEN) {
+                return Step::broken;
+            }
+            goal = header_len + raw_len;
+            if (client->rx_have == goal) {
+                return Step::message;
+            }
+        }
+        const size_t body_have = client->rx_have < header_len ? 0 : client->rx_have - header_len;
+        if (!ensure_room(client, body_have, goal - header_len)) {
+            return Step::broken;
+        }
+        const ssize_t got = read_towards(client, goal);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+            return Step::broken;
+        }
+        if (got < 0 && errno == EAGAIN) {
+            return Step::nothing;
+        }
+    }
+}
+
+void deliver(Client *client)
+{
+    ubus_msghdr hdr = client->rx_hdr;
+    hdr.seq = be16_to_cpu(hdr.seq);
+    hdr.peer = be32_to_cpu(hdr.peer);
+
+    auto *body = reinterpret_cast<blob_attr *>(client->rx_body);
+    int fd = client->rx_fd;
+    client->rx_fd = -1;
+    client->rx_have = 0;
+    monitor_message(client, hdr, body, false);
+    handle_message(client, hdr, body, &fd);
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (client->rx_capacity > kept_capacity) {
+        free(client->rx_body);
+        client->rx_body = nullptr;
+        client->rx_capacity = 0;
+    }
+}
+
+} // namespace
+
+void on_client_event(uloop_fd *sock, unsigned int events)
+{
+    Client *client = container_of(sock, Client, sock);
+    // After a hang-up there is no further call, so everything still unread is read now.
+    const bool last_chance = sock->error;
+
+    if (events & ULOOP_WRITE) {
+        if (flush_queue(client) && client->listing.running) {
+            continue_listing(client);
+        }
+    }
+    for (int count = 0; count < messages_per_turn || last_chance; count++) {
+        // A client that does not read its listing is not listened to either.
+        if (client->listing.running && !last_chance) {
+            return;
+        }
+        const Step step = receive_step(client);
+        if (step == Step::nothing && !last_chance) {
+            return;
+        }
+        if (step != Step::message) {
+            client_free(client);
+            return;
+        }
+        deliver(client);
+    }
+}
+
+} // namespace broker

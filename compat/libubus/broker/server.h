@@ -1,0 +1,11 @@
+// The listening socket of the broker.
+#pragma once
+
+namespace broker {
+
+// 0, or -1 with a message on standard error. The socket file appears with mode 0666.
+int server_open(const char *path);
+// Also removes the socket file.
+void server_close();
+
+} // namespace broker

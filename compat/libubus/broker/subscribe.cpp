@@ -1,0 +1,154 @@
+// Subscriptions: objects that want to hear what another object has to tell.
+#include "broker.h"
+
+namespace broker {
+
+namespace {
+
+// Tells the owner that the first subscriber has come or the last one has gone.
+void tell_owner(Object *target, bool active)
+{
+    Builder body;
+    body.put_u32(UBUS_ATTR_OBJID, target->id);
+    body.put_u8(UBUS_ATTR_ACTIVE, active ? 1 : 0);
+    send_to(target->client, UBUS_MSG_NOTIFY, ++target->seq, 0, body);
+}
+
+void tell_subscriber(Object *subscriber, const Object *target)
+{
+    Builder body;
+    body.put_u32(UBUS_ATTR_OBJID, subscriber->id);
+    body.put_u32(UBUS_ATTR_TARGET, target->id);
+    send_to(subscriber->client, UBUS_MSG_UNSUBSCRIBE, ++subscriber->seq, 0, body);
+}
+
+void unlink(Subscription *subscription)
+{
+    list_del(&subscription->of_target);
+    list_del(&subscription->of_subscriber);
+    free(subscription);
+}
+
+} // namespace
+
+void drop_subscriptions(Object *object)
+{
+    while (!list_empty(&object->subscriptions)) {
+        Subscription *subscription = list_first_entry(&object->subscriptions, Subscription, of_subscriber);
+        Object *target = subscription->target;
+        unlink(subscription);
+        if (list_empty(&target->subscribers)) {
+            tell_owner(target, false);
+        }
+    }
+    const bool watched = !list_empty(&object->subscribers);
+    while (!list_empty(&object->subscribers)) {
+        Subscription *subscription = list_first_entry(&object->subscribers, Subscription, of_target);
+        tell_subscriber(subscription->subscriber, object);
+        unlink(subscription);
+    }
+    if (watched) {
+        tell_owner(object, false);
+    }
+}
+
+int handle_subscribe(Client *client, const Message &msg)
+{
+    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_TARGET]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    Object *target = object_find(blob_get_u32(msg.attr[UBUS_ATTR_TARGET]));
+    if (!subscriber || subscriber->client != client) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (!target) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    if (target->client == client) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    if (target->path && !acl_allows(client, Access::subscribe, target->path)) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    auto *subscription = static_cast<Subscription *>(calloc(1, sizeof(Subscription)));
+    if (!subscription) {
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    const bool first = list_empty(&target->subscribers);
+    subscription->target = target;
+    subscription->subscriber = subscriber;
+    list_add(&subscription->of_target, &target->subscribers);
+    list_add(&subscription->of_subscriber, &subscriber->subscriptions);
+    if (first) {
+        tell_owner(target, true);
+    }
+    return UBUS_STATUS_OK;
+}
+
+int handle_unsubscribe(Client *client, const Message &msg)
+{
+    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_TARGET]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    const uint32_t target_id = blob_get_u32(msg.attr[UBUS_ATTR_TARGET]);
+    if (!subscriber || subscriber->client != client) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    Subscription *subscription;
+    list_for_each_entry(subscription, &subscriber->subscriptions, of_subscriber)
+    {
+        Object *target = subscription->target;
+        if (target->id != target_id) {
+            continue;
+        }
+        unlink(subscription);
+        if (list_empty(&target->subscribers)) {
+            tell_owner(target, false);
+        }
+        return UBUS_STATUS_OK;
+    }
+    return UBUS_STATUS_NOT_FOUND;
+}
+
+int handle_notify(Client *client, const Message &msg)
+{
+    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_METHOD]) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    if (!object) {
+        return UBUS_STATUS_NOT_FOUND;
+    }
+    if (object->client != client) {
+        return UBUS_STATUS_PERMISSION_DENIED;
+    }
+    Subscription *subscription;
+    const bool silent = msg.attr[UBUS_ATTR_NO_REPLY] && blob_get_u8(msg.attr[UBUS_ATTR_NO_REPLY]);
+    if (!silent) {
+        Builder body;
+        body.put_u32(UBUS_ATTR_OBJID, object->id);
+        void *nest = blob_nest_start(&body, UBUS_ATTR_SUBSCRIBERS);
+        body.check(nest);
+        list_for_each_entry(subscription, &object->subscribers, of_target)
+        {
+            if (body.ok) {
+                body.put_u32(UBUS_ATTR_UNSPEC, subscription->subscriber->id);
+            }
+        }
+        if (body.ok) {
+            blob_nest_end(&body, nest);
+            body.put_u32(UBUS_ATTR_STATUS, UBUS_STATUS_OK);
+        }
+        send_to(client, UBUS_MSG_STATUS, msg.hdr.seq, msg.hdr.peer, body);
+    }
+    const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
+    list_for_each_entry(subscription, &object->subscribers, of_target)
+    {
+        forward_call(client, subscription->subscriber, msg, method, silent);
+    }
+    return no_reply;
+}
+
+} // namespace broker
