@@ -1,0 +1,35 @@
+// An owned copy of a message attribute, and a message under construction; freed by scope.
+#pragma once
+
+#include "bus_headers.h"
+
+#include <cstdlib>
+#include <memory>
+
+namespace lab {
+
+struct FreeBlob {
+    void operator()(blob_attr *attr) const { free(attr); }
+};
+using BlobCopy = std::unique_ptr<blob_attr, FreeBlob>;
+
+inline BlobCopy copy_blob(const blob_attr *attr)
+{
+    return BlobCopy(attr ? blob_memdup(attr) : nullptr);
+}
+
+class Message {
+public:
+    Message() { blob_buf_init(&buffer, 0); }
+    Message(const Message &) = delete;
+    Message &operator=(const Message &) = delete;
+    ~Message() { blob_buf_free(&buffer); }
+
+    blob_buf *get() { return &buffer; }
+    blob_attr *head() { return buffer.head; }
+
+private:
+    blob_buf buffer{};
+};
+
+} // namespace lab

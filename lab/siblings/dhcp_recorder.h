@@ -1,0 +1,28 @@
+// The bus object "dnsmasq.dhcp": keeps what its method "add" is given, in order, and appends each message to
+// a file as one line of JSON. Method "dump" replies { "pools": [ ... ] } with the last 1024 of them, "clear"
+// forgets them.
+#pragma once
+
+#include "bus.h"
+
+#include <deque>
+#include <string>
+
+namespace lab {
+
+class DhcpRecorder {
+public:
+    explicit DhcpRecorder(std::string record_file); // empty: no file
+
+    BusObject &object() { return bus_object; }
+
+private:
+    int add(blob_attr *arguments);
+    void dump(blob_buf *reply) const;
+
+    BusObject bus_object{"dnsmasq.dhcp"};
+    std::string path;
+    std::deque<BlobCopy> pools;
+};
+
+} // namespace lab

@@ -1,0 +1,96 @@
+#include "launch.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace lab {
+
+namespace {
+
+// The event loop's dispositions and an ignored SIGPIPE would otherwise be inherited.
+void reset_signals()
+{
+    for (const int number : {SIGPIPE, SIGINT, SIGTERM, SIGCHLD, SIGHUP}) {
+        signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+bool redirect(int output)
+{
+    const int empty = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return empty >= 0 && dup2(empty, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 &&
+           dup2(output, STDERR_FILENO) >= 0;
+}
+
+// Users and groups that do not exist change nothing, as on the router.
+bool become(const InstanceConfig &config)
+{
+    const passwd *user = config.user.empty() ? nullptr : getpwnam(config.user.c_str());
+    const group *own = config.group.empty() ? nullptr : getgrnam(config.group.c_str());
+    if (!user && !own) {
+        return true;
+    }
+    const gid_t gid = own ? own->gr_gid : user->pw_gid;
+    if (setgroups(1, &gid) < 0 || setgid(gid) < 0) {
+        return false;
+    }
+    return !user || setuid(user->pw_uid) == 0;
+}
+
+[[noreturn]] void run_child(const InstanceConfig &config, char *const *arguments, int output, pid_t parent)
+{
+    reset_signals();
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent || !redirect(output)) {
+        _exit(127);
+    }
+    for (const auto &[name, value] : config.env) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    if ((config.nice != 0 && setpriority(PRIO_PROCESS, 0, config.nice) < 0) || !become(config)) {
+        dprintf(STDERR_FILENO, "cannot take the wanted priority or user: %s\n", strerror(errno));
+        _exit(127);
+    }
+    execvp(arguments[0], arguments);
+    dprintf(STDERR_FILENO, "cannot execute %s: %s\n", arguments[0], strerror(errno));
+    _exit(127);
+}
+
+} // namespace
+
+pid_t launch(const InstanceConfig &config, int output)
+{
+    std::vector<char *> arguments;
+    for (const std::string &word : config.command) {
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    // A signal sent to the child at once must wait until the child answers it as its command would.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    sigprocmask(SIG_SETMASK, &all, &before);
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        run_child(config, arguments.data(), output, parent);
+    }
+    const int error = errno;
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return pid;
+}
+
+} // namespace lab

@@ -1,0 +1,27 @@
+// The bus object "service" of the router's process supervisor: methods set, add, list, delete, signal, state.
+// Arguments of a wrong type count as absent, as everywhere on the bus.
+#pragma once
+
+#include "bus.h"
+#include "supervisor.h"
+
+namespace lab {
+
+class ServiceObject {
+public:
+    explicit ServiceObject(OutputLog &output);
+
+    BusObject &object() { return bus_object; }
+    Supervisor &services() { return supervisor; }
+
+private:
+    int update(blob_attr *arguments, bool replace);
+    int remove(blob_attr *arguments);
+    int signal(blob_attr *arguments);
+    int state(blob_attr *arguments);
+
+    BusObject bus_object{"service"};
+    Supervisor supervisor;
+};
+
+} // namespace lab
