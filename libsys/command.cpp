@@ -1,0 +1,265 @@
+#include "command.h"
+
+#include "internal.h"
+
+#include <csignal>
+#include <cstring>
+#include <initializer_list>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+namespace libsys {
+
+namespace {
+
+// Far above what any listing of a router takes.
+constexpr size_t longest_output = 4 << 20;
+
+bool is_separator(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// Takes one word from *line into `word`, which has room for all of the line. False when a quote is left open.
+bool take_word(const char **line, char *word)
+{
+    const char *from = *line;
+    char quote = '\0';
+    for (; *from && (quote || !is_separator(*from)); ++from) {
+        if (quote ? *from == quote : (*from == '\'' || *from == '"')) {
+            quote = quote ? '\0' : *from;
+        } else {
+            if (quote == '"' && *from == '\\' && (from[1] == '"' || from[1] == '\\')) {
+                ++from;
+            }
+            *word++ = *from;
+        }
+    }
+    *word = '\0';
+    *line = from;
+    return quote == '\0';
+}
+
+// A parent that ignored SIGCHLD leaves that to its children, and the kernel then throws exit statuses away.
+class kept_exit_status {
+public:
+    kept_exit_status()
+    {
+        sigaction(SIGCHLD, nullptr, &before_);
+        changed_ = before_.sa_handler == SIG_IGN || (before_.sa_flags & SA_NOCLDWAIT);
+        if (changed_) {
+            struct sigaction ordinary = {};
+            ordinary.sa_handler = SIG_DFL;
+            sigaction(SIGCHLD, &ordinary, nullptr);
+        }
+    }
+    kept_exit_status(const kept_exit_status &) = delete;
+    kept_exit_status &operator=(const kept_exit_status &) = delete;
+    ~kept_exit_status()
+    {
+        if (changed_) {
+            sigaction(SIGCHLD, &before_, nullptr);
+        }
+    }
+
+private:
+    struct sigaction before_ = {};
+    bool changed_ = false;
+};
+
+// What a child starts with: nothing to read, the write end of the pipe, and signals as for a fresh program
+// (the event loop ignores SIGPIPE, which children would inherit).
+class start_conditions {
+public:
+    start_conditions()
+    {
+        posix_spawn_file_actions_init(&files_);
+        posix_spawnattr_init(&attributes_);
+    }
+    start_conditions(const start_conditions &) = delete;
+    start_conditions &operator=(const start_conditions &) = delete;
+    ~start_conditions()
+    {
+        posix_spawn_file_actions_destroy(&files_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+
+    int prepare(int pipe_end, capture what)
+    {
+        sigset_t none;
+        sigset_t ordinary;
+        sigemptyset(&none);
+        sigemptyset(&ordinary);
+        for (int signal : {SIGPIPE, SIGCHLD, SIGINT, SIGTERM}) {
+            sigaddset(&ordinary, signal);
+        }
+        int error = posix_spawnattr_setsigmask(&attributes_, &none);
+        error = error ? error : posix_spawnattr_setsigdefault(&attributes_, &ordinary);
+        error = error
+                    ? error
+                    : posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        error =
+            error ? error : posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        error = error ? error : posix_spawn_file_actions_adddup2(&files_, pipe_end, STDOUT_FILENO);
+        if (!error && what == capture::everything) {
+            error = posix_spawn_file_actions_adddup2(&files_, pipe_end, STDERR_FILENO);
+        }
+        return error;
+    }
+
+    int spawn(pid_t *pid, char *const *argv)
+    {
+        int error = posix_spawnp(pid, argv[0], &files_, &attributes_, argv, environ);
+        if (error != ENOENT || strchr(argv[0], '/')) {
+            return error;
+        }
+        // A daemon may be started with a PATH that has no folders of system programs, or with none.
+        for (const char *folder : {"/usr/sbin", "/sbin"}) {
+            char path[128];
+            if (snprintf(path, sizeof(path), "%s/%s", folder, argv[0]) < static_cast<int>(sizeof(path))) {
+                error = posix_spawn(pid, path, &files_, &attributes_, argv, environ);
+            }
+            if (error != ENOENT) {
+                break;
+            }
+        }
+        return error;
+    }
+
+private:
+    posix_spawn_file_actions_t files_;
+    posix_spawnattr_t attributes_;
+};
+
+// Reads to the end even when the text no longer fits, so that the program never waits for a reader.
+int read_all(int fd, text_buffer *into)
+{
+    int error = 0;
+    char block[4096];
+    for (;;) {
+        ssize_t got = retry_eintr([&] { return read(fd, block, sizeof(block)); });
+        if (got <= 0) {
+            return got < 0 ? errno : error;
+        }
+        if (into->length() + static_cast<size_t>(got) > longest_output) {
+            error = EFBIG;
+        } else if (!error) {
+            error = into->append(block, static_cast<size_t>(got));
+        }
+    }
+}
+
+} // namespace
+
+int argument_list::insert(size_t place, const char *word)
+{
+    if (count_ + 2 > capacity_) {
+        size_t capacity = capacity_ * 2 + 16;
+        auto **words = static_cast<char **>(realloc(words_, capacity * sizeof(*words_)));
+        if (!words) {
+            return ENOMEM;
+        }
+        words_ = words;
+        capacity_ = capacity;
+    }
+    char *copy = strdup(word);
+    if (!copy) {
+        return ENOMEM;
+    }
+    memmove(words_ + place + 1, words_ + place, (count_ - place) * sizeof(*words_));
+    words_[place] = copy;
+    words_[++count_] = nullptr;
+    return 0;
+}
+
+int argument_list::add_words(const char *line)
+{
+    auto *word = static_cast<char *>(malloc(strlen(line) + 1));
+    int error = word ? 0 : ENOMEM;
+    while (!error) {
+        while (is_separator(*line)) {
+            ++line;
+        }
+        if (!*line) {
+            break;
+        }
+        error = take_word(&line, word) ? add(word) : EINVAL;
+    }
+    free(word);
+    return error;
+}
+
+void argument_list::remove(size_t place)
+{
+    free(words_[place]);
+    memmove(words_ + place, words_ + place + 1, (count_ - place) * sizeof(*words_));
+    --count_;
+}
+
+void argument_list::clear()
+{
+    while (count_ > 0) {
+        free(words_[--count_]);
+    }
+    free(words_);
+    words_ = nullptr;
+    capacity_ = 0;
+}
+
+char *const *argument_list::argv() const
+{
+    static char *const none[] = {nullptr};
+    return words_ ? words_ : none;
+}
+
+int text_buffer::append(const char *text, size_t length)
+{
+    if (length_ + length + 1 > capacity_) {
+        size_t capacity = (length_ + length) * 2 + 256;
+        auto *bigger = static_cast<char *>(realloc(text_, capacity));
+        if (!bigger) {
+            return ENOMEM;
+        }
+        text_ = bigger;
+        capacity_ = capacity;
+    }
+    memcpy(text_ + length_, text, length);
+    length_ += length;
+    text_[length_] = '\0';
+    return 0;
+}
+
+int run(const argument_list &arguments, capture what, text_buffer *into, int *status)
+{
+    if (arguments.count() == 0) {
+        return EINVAL;
+    }
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return errno;
+    }
+    unique_fd reader(ends[0]);
+    unique_fd writer(ends[1]);
+    kept_exit_status kept;
+    start_conditions start;
+    pid_t pid = 0;
+    int error = start.prepare(writer.get(), what);
+    if (!error) {
+        error = start.spawn(&pid, arguments.argv());
+    }
+    if (error) {
+        return error;
+    }
+    writer.reset();
+    error = read_all(reader.get(), into);
+    reader.reset();
+    int raw = 0;
+    if (retry_eintr([&] { return waitpid(pid, &raw, 0); }) < 0) {
+        return errno;
+    }
+    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return error;
+}
+
+} // namespace libsys

@@ -1,0 +1,73 @@
+/*
+ * Running a program without a shell.
+ *
+ * argument_list   Owns the words of a command line.
+ * text_buffer     Owns a growing text; always terminated, empty at first.
+ * run()           Runs a program to its end and gives 0 or the errno value of what kept it from running. It
+ * works inside an event loop that reaps every child it hears of: the loop cannot run in between.
+ *
+ * Functions that can run out of memory give 0 or a positive errno value.
+ */
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+
+namespace libsys {
+
+class argument_list {
+public:
+    argument_list() = default;
+    argument_list(const argument_list &) = delete;
+    argument_list &operator=(const argument_list &) = delete;
+    ~argument_list() { clear(); }
+
+    // One word, as it is.
+    int add(const char *word) { return insert(count_, word); }
+    int insert(size_t place, const char *word);
+    // The words of a line. Blanks, tabs and line ends separate them; quotes join as a shell's do: everything
+    // between single quotes stands for itself, and between double quotes a backslash before a double quote or
+    // a backslash is taken out. Nothing else has a meaning. EINVAL when a quote is left open.
+    int add_words(const char *line);
+    void remove(size_t place);
+    void clear();
+
+    size_t count() const { return count_; }
+    const char *operator[](size_t place) const { return words_[place]; }
+    // Ends with a null pointer. There is one even without any word.
+    char *const *argv() const;
+
+private:
+    char **words_ = nullptr;
+    size_t count_ = 0;
+    size_t capacity_ = 0;
+};
+
+class text_buffer {
+public:
+    text_buffer() = default;
+    text_buffer(const text_buffer &) = delete;
+    text_buffer &operator=(const text_buffer &) = delete;
+    ~text_buffer() { free(text_); }
+
+    int append(const char *text, size_t length);
+    char *get() { return text_ ? text_ : nothing_; }
+    size_t length() const { return length_; }
+
+private:
+    char nothing_[1] = "";
+    char *text_ = nullptr;
+    size_t length_ = 0;
+    size_t capacity_ = 0;
+};
+
+enum class capture {
+    output,    // standard output; the program's errors go where ours go
+    everything // standard output and errors together
+};
+
+// The program is arguments[0], looked for in PATH and in the folders of system programs. *status: exit
+// status, or 128 and the number of the signal that ended it.
+int run(const argument_list &arguments, capture what, text_buffer *into, int *status);
+
+} // namespace libsys

@@ -1,0 +1,232 @@
+// Chains and rules through the iptables command, whichever kernel interface it uses: at most one process for
+// a change, one for a table's listing, none for a question.
+
+#include "iptables.h"
+
+#include "exports.h"
+#include "internal.h"
+
+#include <cstdarg>
+#include <cstring>
+#include <initializer_list>
+
+namespace libsys {
+
+namespace {
+
+table_view view;
+
+// Something an option could not be mistaken for.
+bool is_name(const char *text)
+{
+    return text && text[0] && text[0] != '-' && text[0] != '!';
+}
+
+// Runs a command and reports its failure with the first line of what it said.
+int execute(const char *operation, const argument_list &command, const char *shown_as)
+{
+    text_buffer said;
+    int status = 0;
+    int error = run(command, capture::everything, &said, &status);
+    if (!error && status == 0) {
+        return 0;
+    }
+    view.forget_all();
+    if (!error) {
+        said.get()[strcspn(said.get(), "\n")] = '\0';
+        // What iptables means by its exit status: 2 wrong usage, 4 the table was locked; 1 anything else.
+        error = status == 2 ? EINVAL : status == 4 ? EBUSY : EIO;
+        return fail(error, operation, "%s [status %d: %s]", shown_as, status, said.get());
+    }
+    return fail(error, operation, "%s", shown_as);
+}
+
+int change_chain(const char *operation, const char *table, const char *option, const char *chain)
+{
+    char shown_as[128];
+    snprintf(shown_as, sizeof(shown_as), "%s, %s", shown(table), shown(chain));
+    argument_list command;
+    int error = is_name(table) && is_name(chain) ? 0 : EINVAL;
+    if (!error) {
+        for (const char *word : {"iptables", "-w", "-t", table, option, chain}) {
+            error = error ? error : command.add(word);
+        }
+    }
+    return error ? fail(error, operation, "%s", shown_as) : execute(operation, command, shown_as);
+}
+
+struct parsed_command {
+    const char *table = "filter";
+    const char *option = nullptr; // "-A", "-N", "-F"
+    const char *chain = nullptr;
+    size_t rule = 0; // first word of the rule
+    bool waits = false;
+};
+
+// Reads "iptables [-w] [-t TABLE] -X CHAIN ..." as far as the view has to follow; other forms leave option
+// null.
+parsed_command parse(const argument_list &command)
+{
+    parsed_command result;
+    size_t at = 1;
+    auto is = [&](const char *word) { return at < command.count() && !strcmp(command[at], word); };
+    for (;;) {
+        if (is("-w")) {
+            result.waits = true;
+            ++at;
+        } else if (is("-t") && at + 1 < command.count()) {
+            result.table = command[at + 1];
+            at += 2;
+        } else {
+            break;
+        }
+    }
+    bool followed = is("-A") || is("-N") || is("-F");
+    if (followed && at + 1 < command.count()) {
+        result.option = command[at];
+        result.chain = command[at + 1];
+        result.rule = at + 2;
+    }
+    for (; at < command.count(); ++at) {
+        result.waits = result.waits || is("-w") || is("--wait");
+        if (is("-t") || is("--table")) {
+            result.option = nullptr;
+        }
+    }
+    return result;
+}
+
+// Whether the command has no words but those of `parsed`.
+bool ends_with_chain(const parsed_command &parsed, const argument_list &command)
+{
+    return parsed.rule == command.count();
+}
+
+void follow(const parsed_command &parsed, const argument_list &command)
+{
+    if (!parsed.option) {
+        view.forget_all();
+    } else if (!strcmp(parsed.option, "-A")) {
+        view.rule_appended(parsed.table, parsed.chain, command, parsed.rule);
+    } else if (!ends_with_chain(parsed, command)) {
+        view.forget_all();
+    } else if (!strcmp(parsed.option, "-N")) {
+        view.chain_added(parsed.table, parsed.chain);
+    } else {
+        view.chain_flushed(parsed.table, parsed.chain);
+    }
+}
+
+bool names_iptables(const char *program)
+{
+    const char *slash = strrchr(program, '/');
+    return !strcmp(slash ? slash + 1 : program, "iptables");
+}
+
+int run_line(const char *operation, const char *line)
+{
+    argument_list command;
+    int error = command.add_words(line);
+    if (!error && (command.count() == 0 || !names_iptables(command[0]))) {
+        error = EINVAL;
+    }
+    if (error) {
+        return fail(error, operation, "%s", line);
+    }
+    if (!parse(command).waits) {
+        error = command.insert(1, "-w");
+    }
+    int result = error ? fail(error, operation, "%s", line) : execute(operation, command, line);
+    if (result == 0) {
+        follow(parse(command), command);
+    }
+    return result;
+}
+
+} // namespace
+
+} // namespace libsys
+
+using namespace libsys;
+
+int iptlib_chain_is_exist(const char *table, const char *chain)
+{
+    bool answer = false;
+    int error = is_name(table) && is_name(chain) ? view.has_chain(table, chain, &answer) : EINVAL;
+    if (error) {
+        fail(error, __func__, "%s, %s", shown(table), shown(chain));
+    }
+    return answer ? 1 : 0;
+}
+
+int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
+{
+    bool answer = false;
+    int error = is_name(table) && is_name(chain) && text && text[0]
+                    ? view.has_rule(table, chain, text, &answer)
+                    : EINVAL;
+    if (error) {
+        fail(error, __func__, "%s, %s, %s", shown(table), shown(chain), shown(text));
+    }
+    return answer ? 1 : 0;
+}
+
+int iptlib_chain_new(const char *table, const char *chain)
+{
+    bool there = false;
+    if (is_name(table) && is_name(chain) && view.has_chain(table, chain, &there) == 0 && there) {
+        return 0;
+    }
+    int result = change_chain(__func__, table, "-N", chain);
+    if (result == 0) {
+        view.chain_added(table, chain);
+    }
+    return result;
+}
+
+int iptlib_rule_append(const char *table, const char *chain, const char *rule)
+{
+    char shown_as[512];
+    snprintf(shown_as, sizeof(shown_as), "%s, %s, %s", shown(table), shown(chain), shown(rule));
+    argument_list command;
+    int error = is_name(table) && is_name(chain) && rule ? 0 : EINVAL;
+    if (!error) {
+        for (const char *word : {"iptables", "-w", "-t", table, "-A", chain}) {
+            error = error ? error : command.add(word);
+        }
+    }
+    size_t first = command.count();
+    error = error ? error : command.add_words(rule);
+    if (error) {
+        return fail(error, __func__, "%s", shown_as);
+    }
+    int result = execute(__func__, command, shown_as);
+    if (result == 0) {
+        view.rule_appended(table, chain, command, first);
+    }
+    return result;
+}
+
+int iptlib_rules_flush(const char *table, const char *chain)
+{
+    int result = change_chain(__func__, table, "-F", chain);
+    if (result == 0) {
+        view.chain_flushed(table, chain);
+    }
+    return result;
+}
+
+int cmdlib_do_iptables_cmd(const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    char *line = nullptr;
+    int length = vasprintf(&line, fmt, args);
+    va_end(args);
+    if (length < 0) {
+        return fail(ENOMEM, __func__, "%s", fmt);
+    }
+    int result = run_line(__func__, line);
+    free(line);
+    return result;
+}
