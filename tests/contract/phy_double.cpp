@@ -1,0 +1,84 @@
+#include "phy_double.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <linux/mii.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+PhyDouble fresh()
+{
+    PhyDouble made;
+    made.registers[MII_BMCR] = BMCR_ANENABLE;
+    made.registers[MII_ADVERTISE] = ADVERTISE_ALL;
+    made.registers[MII_LPA] = LPA_100FULL | LPA_10FULL;
+    return made;
+}
+
+int serve(ifreq *request)
+{
+    uint32_t block[4];
+    memcpy(block, request->ifr_data, sizeof(block));
+    if (strcmp(request->ifr_name, "eth0") != 0 || block[0] > 4 || block[1] > 31) {
+        errno = ENODEV;
+        return -1;
+    }
+    PhyDouble &asked = phy(block[0]);
+    ++asked.reads;
+    if (asked.failures > 0) {
+        --asked.failures;
+        errno = EIO;
+        return -1;
+    }
+    block[3] = asked.registers[block[1]];
+    if (block[1] == MII_BMSR) {
+        bool shown = asked.link && !asked.dropped;
+        asked.dropped = false;
+        block[3] = (block[3] & ~uint32_t{BMSR_LSTATUS}) | (shown ? BMSR_LSTATUS : 0U);
+    }
+    memcpy(request->ifr_data, block, sizeof(block));
+    return 0;
+}
+
+} // namespace
+
+void PhyDouble::pull()
+{
+    link = false;
+    dropped = true;
+}
+
+void PhyDouble::plug()
+{
+    link = true;
+}
+
+void PhyDouble::flap()
+{
+    pull();
+    plug();
+}
+
+PhyDouble &phy(unsigned number)
+{
+    static std::array<PhyDouble, 5> all = {fresh(), fresh(), fresh(), fresh(), fresh()};
+    return all.at(number);
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list args;
+    va_start(args, request);
+    void *argument = va_arg(args, void *);
+    va_end(args);
+    if (request == SIOCDEVPRIVATE + 3) {
+        return serve(static_cast<ifreq *>(argument));
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
