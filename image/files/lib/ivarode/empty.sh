@@ -1,0 +1,59 @@
+#!/bin/sh
+# Events of the DHCP client of a WAN. The client passes the lease in the environment; /sbin/udhcpc adds the
+# WAN's number. The last thing a new lease does is the line "bound" in the system log, and before it the row:
+# whoever waits for either finds address, route and resolver in place.
+
+# shellcheck disable=SC2154  # the client sets the lease's variables
+# shellcheck source=image/files/lib/ivarode/wan.sh
+. /lib/ivarode/wan.sh
+
+number=${IVARODE_WAN_NUMBER:-20001}
+
+# The new address first, so that routes through the device survive a renewal.
+set_address() {
+    wanted=$ip/${mask:-${subnet:-24}}
+    if ! ip -4 -o addr show dev "$interface" | grep -q " inet $wanted "; then
+        ip -4 addr del "$wanted" dev "$interface" 2>/dev/null
+        ip -4 addr add "$wanted" ${broadcast:+broadcast "$broadcast"} dev "$interface" || return 1
+    fi
+    ip -4 -o addr show dev "$interface" | sed -n 's/.* inet \([0-9./]*\) .*/\1/p' | while read -r other; do
+        [ "$other" = "$wanted" ] || ip -4 addr del "$other" dev "$interface"
+    done
+}
+
+lease_up() {
+    if ! wan_wait_row "$interface" dhcp; then
+        wan_log "$interface: a lease for a WAN that is no longer a DHCP one is left alone"
+        return 0
+    fi
+    set_address || return 1
+    gateway=${router%% *}
+    if [ -n "$gateway" ]; then
+        wan_route_up "$interface" "$number" "$gateway"
+    else
+        wan_route_down "$interface" "$number"
+    fi
+    # shellcheck disable=SC2086  # a list of servers
+    wan_dns "$interface" "$number" $dns
+    # shellcheck disable=SC2086
+    set -- $dns
+    wan_row "$interface" dhcp "$ip" "${subnet:-0.0.0.0}" "${gateway:-0.0.0.0}" "$1" "$2"
+    wan_log "$interface $event $ip/${mask:-$subnet} gateway ${gateway:-none} for ${lease:-?} s: bound"
+}
+
+lease_down() {
+    if wan_is_ours "$interface" dhcp; then
+        wan_route_down "$interface" "$number"
+        ip -4 addr flush dev "$interface" 2>/dev/null
+        wan_row "$interface" dhcp 0.0.0.0 0.0.0.0 0.0.0.0
+    fi
+    wan_dns "$interface"
+    wan_log "$interface has no lease"
+}
+
+event=$1
+case $event in
+bound | renew) lease_up ;;
+deconfig) lease_down ;;
+leasefail | nak) wan_log "$interface: $event ${message:-}" ;;
+esac

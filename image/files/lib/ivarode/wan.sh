@@ -1,0 +1,155 @@
+# shellcheck shell=sh
+# What the event scripts of a DHCP or PPPoE WAN have in common: default route, resolver, WAN row. Sourced.
+#
+# The daemon gives each WAN a number P (default 20001): metric of its default route, number of the table that
+# the route is in, and preference of the rule that leads there. Several WANs may share P; the first that came
+# up carries the traffic until it goes. 10001 is the rule that puts connected networks before any WAN.
+#
+# A row (/var/run/ivarode/wan/NAME) says that the daemon has such a WAN, and by which protocol. A script that
+# finds no row, or another protocol, comes from a client that is on its way out: it must not touch the device,
+# which may be another client's by now.
+
+WAN_RUN=/var/run/ivarode
+WAN_ROWS=$WAN_RUN/wan
+WAN_DNS=$WAN_RUN/dns
+WAN_ROUTE_PROTO=105 # marks the routes of this system
+WAN_RULE_CONNECTED=10001
+
+wan_log() {
+    logger -t ivarode-wan -p daemon.info "$*" 2>/dev/null || :
+}
+
+wan_is_number() {
+    case $1 in '' | *[!0-9]* | ??????*) return 1 ;; esac
+    [ "$1" -ge 10002 ] && [ "$1" -le 32765 ]
+}
+
+# Nothing that a shell, or a reader of the rows, would take for more than a word.
+wan_is_plain() {
+    case $1 in *[!A-Za-z0-9.:/_-]*) return 1 ;; esac
+}
+
+wan_row_protocol() {
+    sed -n 's/^proto=//p' "$WAN_ROWS/$1" 2>/dev/null
+}
+
+# wan_is_ours NAME PROTOCOL: the daemon's row is there and says so.
+wan_is_ours() {
+    [ -d "$WAN_ROWS" ] || return 0
+    case $(wan_row_protocol "$1") in "$2"*) return 0 ;; esac
+    return 1
+}
+
+# The daemon starts a client first and writes the row right behind it.
+wan_wait_row() {
+    for _ in 1 2 3; do
+        wan_is_ours "$1" "$2" && return 0
+        [ -e "$WAN_ROWS/$1" ] && return 1
+        sleep 1
+    done
+    return 1
+}
+
+# wan_row NAME PROTOCOL ADDRESS NETMASK GATEWAY [DNS1 [DNS2]]: replaces an existing row, atomically.
+wan_row() {
+    [ -e "$WAN_ROWS/$1" ] || return 0
+    for value in "$@"; do
+        wan_is_plain "$value" || return 1
+    done
+    (
+        if command -v flock >/dev/null; then
+            exec 9>>"$WAN_ROWS/.lock" && flock 9
+        fi
+        [ -e "$WAN_ROWS/$1" ] || exit 0
+        printf 'name=%s\nproto=%s\nipaddr=%s\nnetmask=%s\ngateway=%s\naddr4=%s\naddr5=%s\n' \
+            "$1" "$2" "$3" "$4" "$5" "${6:-0.0.0.0}" "${7:-0.0.0.0}" >"$WAN_ROWS/.$1.script" &&
+            mv -f "$WAN_ROWS/.$1.script" "$WAN_ROWS/$1"
+    )
+}
+
+wan_defaults() {
+    ip -4 route show table "$1" 2>/dev/null | grep '^default '
+}
+
+wan_has_rule() {
+    ip -4 rule show | grep -q "^$1:"
+}
+
+# wan_default_remove DEVICE P [KEEP]: the device's default routes in table P, except the one via KEEP.
+wan_default_remove() {
+    wan_defaults "$2" | while read -r route; do
+        case "$route " in *" dev $1 "*) ;; *) continue ;; esac
+        case "$route " in *" via ${3:--} "*) continue ;; esac
+        # shellcheck disable=SC2086  # a route as the tool itself prints it
+        ip -4 route del table "$2" $route
+    done
+}
+
+# wan_route_up DEVICE P [GATEWAY]: new route first, so that there never is a moment without one.
+wan_route_up() {
+    if ! wan_is_number "$2"; then
+        wan_log "$1: no default route, $2 is not a WAN number (10002 to 32765)"
+        return 1
+    fi
+    if ! wan_defaults "$2" | grep -q "^default ${3:+via $3 }dev $1 "; then
+        # A gateway outside the network of the address is reached on the link all the same.
+        ip -4 route append default ${3:+via "$3"} dev "$1" metric "$2" table "$2" proto "$WAN_ROUTE_PROTO" 2>/dev/null ||
+            ip -4 route append default ${3:+via "$3" onlink} dev "$1" metric "$2" table "$2" \
+                proto "$WAN_ROUTE_PROTO" || return 1
+    fi
+    [ -z "$3" ] || wan_default_remove "$1" "$2" "$3"
+    wan_has_rule "$WAN_RULE_CONNECTED" ||
+        ip -4 rule add pref "$WAN_RULE_CONNECTED" lookup main suppress_prefixlength 0
+    wan_has_rule "$2" || ip -4 rule add pref "$2" lookup "$2"
+}
+
+# wan_route_down DEVICE P: the rule stays while another device has a default route behind it.
+wan_route_down() {
+    wan_is_number "$2" || return 0
+    wan_default_remove "$1" "$2"
+    wan_defaults "$2" | grep -q . && return 0
+    while wan_has_rule "$2"; do
+        ip -4 rule del pref "$2" || return 1
+    done
+    ip -4 rule show | sed -n 's/^\([0-9]*\):.* lookup \([0-9]*\).*/\1 \2/p' | while read -r preference table; do
+        [ "$preference" = "$table" ] && wan_is_number "$table" && echo used
+    done | grep -q used && return 0
+    ! wan_has_rule "$WAN_RULE_CONNECTED" || ip -4 rule del pref "$WAN_RULE_CONNECTED"
+}
+
+wan_resolver_path() {
+    # Where a caching resolver reads its upstream servers from, else the system's own file.
+    if [ -d /tmp/resolv.conf.d ]; then
+        echo /tmp/resolv.conf.d/resolv.conf.auto
+    else
+        readlink -f /etc/resolv.conf || echo /etc/resolv.conf
+    fi
+}
+
+# Writes the resolver's file from the servers of all WANs, those of the smallest P first.
+wan_resolver_write() {
+    target=$(wan_resolver_path)
+    fresh=$(mktemp "${target%/*}/.ivarode.XXXXXX") || return 1
+    cat "$WAN_DNS"/[0-9]* >"$fresh" 2>/dev/null
+    chmod 644 "$fresh"
+    # A file that is mounted into place cannot be replaced, only written.
+    mv -f "$fresh" "$target" 2>/dev/null || { cat "$fresh" >"$target"; rm -f "$fresh"; }
+}
+
+# wan_dns NAME [P SERVER...]: the servers of this WAN are now these, or none.
+wan_dns() (
+    umask 022
+    mkdir -p "$WAN_DNS" || exit 1
+    if command -v flock >/dev/null; then
+        exec 8>>"$WAN_DNS/.lock" && flock 8
+    fi
+    name=$1 number=$2
+    rm -f "$WAN_DNS"/[0-9]*."$name"
+    if [ $# -gt 2 ]; then
+        shift 2
+        for server in "$@"; do
+            wan_is_plain "$server" && echo "nameserver $server"
+        done >"$WAN_DNS/$number.$name"
+    fi
+    wan_resolver_write
+)
