@@ -1,5 +1,5 @@
-// The bus and event-loop libraries. Some of their headers lack C linkage guards and one redefines a C++
-// keyword of sorts; every file here includes them through this one.
+// The bus and event-loop libraries. Their headers lack C linkage guards and leave macros behind that C++
+// headers trip over; every file here includes them through this one.
 #pragma once
 
 extern "C" {
@@ -11,3 +11,5 @@ extern "C" {
 #include <libubus.h>
 
 #undef fallthrough
+#undef __constructor
+#undef __destructor
