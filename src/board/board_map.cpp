@@ -95,7 +95,9 @@ int netbd_lan_wan_init()
     NET_INFO("wan port:%s\n", wan.list);
 
     const uint32_t bitmap = lan.bitmap | wan.bitmap;
-    info.port_total = static_cast<uint32_t>(__builtin_popcount(bitmap & 0xffU));
+    for (uint32_t bits = bitmap & 0xffU; bits != 0; bits &= bits - 1) {
+        info.port_total++;
+    }
     NET_INFO("\n%s %d port_bitmap=0x%x port_total=%d\n", __func__, 124, bitmap, info.port_total);
     return rv_ok;
 }
