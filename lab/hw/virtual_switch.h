@@ -31,8 +31,8 @@ public:
 
     // Brings carrier and address table in line with the PHYs; called for every frame and by a timer.
     void follow_links();
-    // Once a second or so: forgets aged stations.
-    void housekeeping() { plane.mac_table().expire(monotonic_ms()); }
+    // Makes room in the address table; wanted once a second or so.
+    void forget_aged() { plane.mac_table().expire(monotonic_ms()); }
 
     // Every frame that enters or leaves the port is handed to the sink, until it is removed by its key.
     void watch(unsigned port, int key, Sink sink) { watchers[key] = {port, std::move(sink)}; }

@@ -21,6 +21,7 @@ namespace {
 
 // How long a PHY that was powered down over its management bus keeps its far end's carrier.
 constexpr long link_poll_ms = 20;
+constexpr unsigned polls_per_second = 1000 / link_poll_ms;
 
 struct Options {
     std::string regs;
@@ -165,12 +166,15 @@ int run(const Options &options)
     }
     const lab::UniqueFd signals = stop_signals();
     const lab::UniqueFd timer = link_timer();
+    unsigned polls = 0;
     bool watched = loop.add(signals.get(), EPOLLIN, [&](uint32_t) { loop.stop(); });
     watched &= loop.add(timer.get(), EPOLLIN, [&](uint32_t) {
         uint64_t ticks = 0;
         if (read(timer.get(), &ticks, sizeof ticks) > 0) {
             device.follow_links();
-            device.housekeeping();
+            if (++polls % polls_per_second == 0) {
+                device.forget_aged();
+            }
         }
     });
     if (!failure.empty() || !watched) {

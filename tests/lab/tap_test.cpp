@@ -173,6 +173,25 @@ TEST_F(TapTest, CaptureShowsBothDirectionsAsOnTheWire)
     EXPECT_EQ(next(), test_frame(broadcast, 0x0200'0000'0006, {4091}));
 }
 
+TEST_F(TapTest, ACaptureThatNobodyReadsDoesNotHoldUpTheSwitch)
+{
+    Station one("port1");
+    Station two("port2");
+    ASSERT_TRUE(one.ready && two.ready);
+    Connection capture(dir / "control");
+    capture.write("capture port1\n");
+    ASSERT_EQ(capture.bytes(24).size(), 24U);
+    Frame filler = test_frame(broadcast, 0x0200'0000'0001, {});
+    filler.resize(1500);
+    // More than the backlog of a capture and the socket's buffer hold together.
+    for (int i = 0; i < 6000; i++) {
+        ASSERT_TRUE(one.send(filler));
+    }
+    const Frame last = test_frame(0x0200'0000'0002, 0x0200'0000'0001, {});
+    // The receiver's own buffer is full of the others: as these are taken out, there is room for this one.
+    EXPECT_TRUE(eventually([&] { return one.send(last) && two.receive() == last; }));
+}
+
 TEST_F(TapTest, APulledCableTakesTheCarrierAway)
 {
     Station one("port1");
