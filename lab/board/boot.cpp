@@ -1,0 +1,146 @@
+// How a board is raised, in order. Everything here may block: nobody is served yet.
+#include "board.h"
+#include "files.h"
+#include "world.h"
+
+#include <array>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+
+namespace lab {
+namespace {
+
+constexpr std::chrono::seconds patience{20};
+constexpr const char *bus_socket = "/var/run/ubus/ubus.sock";
+
+void bring_up_loopback()
+{
+    // no tool needed: an address of its own is all that lo lacks, and it comes with "up"
+    must_run(Host::here("here"), {"ip", "link", "set", "lo", "up"});
+}
+
+bool answers(const char *path)
+{
+    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string(path).copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+}
+
+} // namespace
+
+void Board::raise()
+{
+    Host &router = hosts_.at("router");
+    router.environment = {std::string("LAB_REGS=") + registers_path, std::string("LAB_PHYS=") + phys_path};
+    bring_up_loopback();
+    write_setting("net.ipv4.ip_forward", "1");
+    for (const auto &[key, value] : plan_.router_settings) {
+        write_setting(key, value);
+    }
+    make_hosts();
+    start_switch();
+    plug_cables();
+    start_bus();
+    start_rest();
+}
+
+void Board::make_hosts()
+{
+    for (const HostPlan &plan : plan_.hosts) {
+        hosts_.emplace(plan.name, Host::create(plan.name, [&plan] {
+                           prepare_host_files();
+                           // Stations around the router speak IPv4; their router solicitations would only
+                           // blur a capture.
+                           write_setting("net.ipv6.conf.all.disable_ipv6", "1");
+                           write_setting("net.ipv6.conf.default.disable_ipv6", "1");
+                           for (const auto &[key, value] : plan.settings) {
+                               write_setting(key, value);
+                           }
+                       }));
+    }
+    parking_ = Host::create("parking", [] {});
+}
+
+void Board::start_switch()
+{
+    std::array<int, 2> pair{};
+    check(pipe2(pair.data(), O_CLOEXEC), "pipe");
+    Fd from(pair[0]), to(pair[1]);
+    services_.define("switch",
+                     {"vswitch", "--regs", registers_path, "--phys", phys_path, "--control",
+                      switch_control_path, "--cpu-ports", std::to_string(plan_.cpu_ports)},
+                     {});
+    services_.start("switch", to.get());
+    to.reset();
+    pollfd item{from.get(), POLLIN, 0};
+    auto limit = std::chrono::milliseconds(patience).count();
+    std::array<char, 64> line{};
+    if (poll(&item, 1, static_cast<int>(limit)) != 1 || read(from.get(), line.data(), line.size() - 1) <= 0 ||
+        std::string(line.data()) != "ready\n") {
+        throw std::runtime_error("the switch did not come up");
+    }
+}
+
+void Board::plug_cables()
+{
+    std::string moves, lines;
+    for (unsigned port = 0; port < 5; port++) {
+        const Host *owner = &parking_;
+        for (const HostPlan &plan : plan_.hosts) {
+            owner = plan.port == port ? &hosts_.at(plan.name) : owner;
+        }
+        moves +=
+            "link set dev port" + std::to_string(port) + " netns /proc/1/fd/" + std::to_string(owner->net());
+        moves += owner == &parking_ ? "\n" : " name eth0\n";
+        if (owner == &parking_) {
+            must_run(hosts_.at("router"),
+                     {"lab-agent", "ask", switch_control_path, "link", std::to_string(port), "down"});
+        }
+    }
+    must_run(hosts_.at("router"), {"ip", "-batch", "-"}, moves);
+    for (const HostPlan &plan : plan_.hosts) {
+        lines = "link set dev lo up\nlink set dev eth0 address 02:1a:00:00:00:0" + std::to_string(plan.port) +
+                "\nlink set dev eth0 up\n";
+        for (const std::string &line : plan.ip_lines) {
+            lines += line + "\n";
+        }
+        must_run(hosts_.at(plan.name), {"ip", "-batch", "-"}, lines);
+    }
+}
+
+void Board::start_bus()
+{
+    services_.define("broker", {"ubusd"}, {});
+    services_.start("broker");
+    Clock::time_point deadline = Clock::now() + patience;
+    while (!answers(bus_socket)) {
+        if (Clock::now() > deadline) {
+            throw std::runtime_error("the bus broker did not come up");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void Board::start_rest()
+{
+    std::vector<std::string> words{"lab-siblings"};
+    words.insert(words.end(), plan_.sibling_options.begin(), plan_.sibling_options.end());
+    services_.define("siblings", words, {});
+    services_.start("siblings");
+    // what the image's init script does before it starts the daemon
+    Outcome database = run_now(hosts_.at("router"), {"/lib/ivarode/database.sh"});
+    if (!database.ok()) {
+        log_.note("database.sh: " + database.output);
+    }
+    services_.define("daemon", {"/usr/sbin/ivarode"}, {"LD_PRELOAD=/usr/lib/lab-shim.so"});
+    if (plan_.start_daemon) {
+        services_.start("daemon");
+    }
+}
+
+} // namespace lab
