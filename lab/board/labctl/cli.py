@@ -1,0 +1,176 @@
+"""The commands of lab/lab."""
+
+import argparse
+import contextlib
+import os
+import signal
+import sys
+import threading
+
+from . import capture, client, paths, view
+
+EPILOG = """examples:
+  lab/lab up                                 raise the default lab
+  lab/lab exec pc1 ping -c3 192.168.1.1      a command in a host (router, pc1.., isp, isp2)
+  lab/lab ubus call ivarode.intf status      any ubus command, in the router
+  lab/lab link 2 down                        pull the cable of front port 2
+  lab/lab capture 0 -c 10                    look at frames on a front port
+"""
+
+
+def parser():
+    top = argparse.ArgumentParser(prog="lab/lab", description="Raise, see and drive the virtual board.",
+                                  epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
+    common = argparse.ArgumentParser(add_help=False, argument_default=argparse.SUPPRESS)
+    for one, more in ((top, {"default": False}), (common, {})):
+        one.add_argument("-v", "--verbose", action="store_true", help="print each privileged step", **more)
+    for one, more in ((top, {"default": paths.DEFAULT_LAB}), (common, {})):
+        one.add_argument("--name", metavar="LAB", help="which lab (default: %s)" % paths.DEFAULT_LAB, **more)
+    sub = top.add_subparsers(dest="command", metavar="COMMAND", required=True)
+
+    def add(name, text, **more):
+        return sub.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".", parents=[common], **more)
+
+    up = add("up", "raise the lab, or raise its board anew")
+    up.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
+    up.add_argument("--config", default="one-lan", help="sample of lab/configs or a folder (default: %(default)s)")
+    how = up.add_mutually_exclusive_group()
+    how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine")
+    how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
+    how.add_argument("--mips", dest="mode", action="store_const", const="mips", help="inside a small MIPS machine")
+    add("down", "end the lab and everything in it")
+    add("status", "draw ports, VLANs and interfaces")
+    link = add("link", "plug or pull the cable of a front port")
+    link.add_argument("port", type=int, choices=range(5))
+    link.add_argument("state", choices=["up", "down"])
+    run = add("exec", "run a command in a host")
+    run.add_argument("host")
+    run.add_argument("words", nargs=argparse.REMAINDER, metavar="CMD")
+    ubus = add("ubus", "run ubus in the router")
+    ubus.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS")
+    switch = add("switch", "show the switch as the router reads it: PVIDs, VLAN table, PHYs")
+    switch.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS")
+    for name, text in (("routes", "show the router's routing tables"), ("rules", "show its policy rules"),
+                       ("chains", "show its iptables chains"), ("instances", "show the supervised processes"),
+                       ("services", "show the board's own programs")):
+        add(name, text)
+    log = add("log", "show the router's system log")
+    log.add_argument("-f", "--follow", action="store_true", help="and go on as it grows")
+    log.add_argument("--stderr", action="store_true", help="what the daemon wrote to standard error instead")
+    cap = add("capture", "show the frames of a front port, or write them to a pcap file")
+    cap.add_argument("port", help="0..4, or eth0, eth1 for the CPU ports")
+    cap.add_argument("-c", "--count", type=int, default=0, metavar="N", help="end after N frames")
+    cap.add_argument("-w", "--write", metavar="FILE", help="write a pcap file")
+    for name, text in (("start", "start the daemon or the broker"), ("stop", "end it"), ("restart", "end and start it")):
+        add(name, text).add_argument("what", choices=["daemon", "broker", "siblings"])
+    kill = add("kill", "send a signal to the daemon or the broker")
+    kill.add_argument("-s", "--signal", type=int, default=15, help="number (also -9 and the like)")
+    kill.add_argument("what", choices=["daemon", "broker", "siblings", "switch"])
+    return top
+
+
+def relay(lab, host, words):
+    """Runs a command with our own standard streams; its status."""
+    with lab.spawn(host, *words) as command:
+        def feed():
+            with contextlib.suppress(OSError):      # we may be at our end already
+                while data := os.read(0, 65536):
+                    command.write(data)
+                command.end_input()
+
+        if sys.stdin is None or sys.stdin.isatty():
+            command.end_input()                     # there is no terminal on the other side
+        else:
+            threading.Thread(target=feed, daemon=True).start()
+        signal.signal(signal.SIGTERM, lambda *_: command.kill(15))
+        while True:
+            try:
+                for stream, data in command.frames():
+                    out = sys.stdout if stream == 1 else sys.stderr
+                    out.buffer.write(data)
+                    out.buffer.flush()
+                break
+            except KeyboardInterrupt:
+                command.kill(signal.SIGINT)
+        if command.failure:
+            raise client.LabError(command.failure)
+        return command.status
+
+
+def up(lab, args):
+    if not lab.alive():
+        mode, why = lab.start(args.mode or "", notes=sys.stderr, verbose=args.verbose)
+        print("lab %s runs %s%s" % (lab.name, lab.info()["text"], "" if args.mode else ": " + why))
+    elif args.mode and args.mode != lab.info()["mode"]:
+        raise client.LabError("lab %s is up in another way already: lab/lab down first" % lab.name)
+    if args.verbose:
+        print("raising: new mount, network, IPC, host-name and process name spaces; a network for each host")
+    board = lab.raise_board(args.board, args.config)
+    since, _ = lab.said("ivarode init success", 90)
+    print("board %s, configuration %s: the daemon was ready %.1f s after its start" % (board.name, args.config, since))
+    return 0
+
+
+def simple(lab, *words, host="router"):
+    return relay(lab, host, words)
+
+
+def dispatch(args):
+    lab = client.Lab(args.name)
+    command = args.command
+    if command == "up":
+        return up(lab, args)
+    if command == "down":
+        print("lab %s is down" % lab.name if lab.stop() else "lab %s was not up" % lab.name)
+        return 0
+    if command == "status":
+        print(view.status(lab, colour=sys.stdout.isatty()))
+        return 0
+    if command == "link":
+        lab.link(args.port, args.state == "up")
+        return 0
+    if command == "exec":
+        if not args.words:
+            raise client.LabError("no command is given")
+        return relay(lab, args.host, args.words)
+    if command == "ubus":
+        return simple(lab, "ubus", *args.words)
+    if command == "switch":
+        return simple(lab, "env", "LD_PRELOAD=" + view.SHIM, "ivarode-switch", *args.words)
+    if command == "routes":
+        return simple(lab, "ip", "-4", "route", "show", "table", "all")
+    if command == "rules":
+        return simple(lab, "ip", "-4", "rule")
+    if command == "chains":
+        print(view.chains(lab))
+        return 0
+    if command == "instances":
+        return simple(lab, "ubus", "call", "service", "list")
+    if command == "services":
+        return simple(lab, "services", host="agent")
+    if command == "log":
+        path = "/var/log/daemon.log" if args.stderr else "/var/log/messages"
+        return simple(lab, *(("tail", "-n", "+1", "-F", path) if args.follow else ("cat", path)))
+    if command == "capture":
+        return capture.run(lab, args.port, args.count, args.write)
+    if command == "kill":
+        return simple(lab, "kill", args.what, str(args.signal), host="agent")
+    return simple(lab, command, args.what, host="agent")
+
+
+def main(argv):
+    # "kill -9 daemon" as everybody types it; and everything behind exec, ubus and switch belongs to them
+    argv = [a for word in argv for a in (["-s", word[1:]] if argv[:1] == ["kill"] and word[1:].isdigit()
+                                         and word.startswith("-") else [word])]
+    args = parser().parse_args(argv)
+    try:
+        return dispatch(args)
+    except (client.LabError, client.boards.ConfigError, client.carrier.CarrierError,
+            client.carrier.machine.MachineError) as error:
+        print("lab/lab: %s" % error, file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        return 130
+    except BrokenPipeError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), 1)
+        return 0

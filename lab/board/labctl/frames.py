@@ -1,0 +1,43 @@
+"""The control channel's frames, as lab/board/frame.h describes them."""
+
+import struct
+
+EXEC, STDIN, KILL, UP, DOWN = 1, 2, 3, 4, 5
+STDOUT, STDERR, EXIT, NOTE = 16, 17, 18, 19
+
+HEADER = struct.Struct(">IIB")
+PAYLOAD_MAX = 1 << 20
+CHUNK = 1 << 16
+
+
+def pack(kind, ident, payload=b""):
+    return HEADER.pack(len(payload), ident, kind) + payload
+
+
+def words(*parts):
+    """Words of a request, as the board splits them."""
+    encoded = [p if isinstance(p, bytes) else str(p).encode() for p in parts]
+    for part in encoded:
+        if b"\0" in part:
+            raise ValueError("a word of a command cannot hold a NUL byte")
+    return b"\0".join(encoded)
+
+
+class Reader:
+    """Cuts a byte stream into (kind, id, payload)."""
+
+    def __init__(self):
+        self.data = bytearray()
+
+    def feed(self, data):
+        self.data += data
+        while len(self.data) >= HEADER.size:
+            length, ident, kind = HEADER.unpack_from(self.data)
+            if length > PAYLOAD_MAX:
+                raise ValueError("control channel: frame of %d bytes" % length)
+            end = HEADER.size + length
+            if len(self.data) < end:
+                return
+            payload = bytes(self.data[HEADER.size:end])
+            del self.data[:end]
+            yield kind, ident, payload

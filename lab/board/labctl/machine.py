@@ -1,0 +1,99 @@
+"""The small machine: fetching it, asking whether hardware acceleration works, and QEMU's command line."""
+
+import os
+import pathlib
+import platform
+import subprocess
+
+from . import paths
+
+PROBE_LIMIT = 12
+
+
+class MachineError(Exception):
+    pass
+
+
+def prepare(target, notes):
+    """Fetches and builds what is missing; says what it downloads."""
+    if platform.machine() != "x86_64":
+        raise MachineError("the small machine needs an x86-64 host")
+    env = dict(os.environ, IVARODE_LAB_CACHE=str(paths.cache_dir()))
+    process = subprocess.Popen([str(paths.LAB / "vm" / "setup.sh"), target], env=env, text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    lines = []
+    for line in process.stdout:
+        lines.append(line.rstrip())
+        if "cached" not in line:
+            print("lab: " + line.rstrip(), file=notes, flush=True)
+    if process.wait() != 0:
+        raise MachineError("the small machine could not be prepared: " + " | ".join(lines[-3:]))
+
+
+def base(target):
+    """Emulator, its environment and the parts of the command line that every start shares."""
+    tools = paths.cache_dir() / "tools"
+    image = paths.cache_dir() / "image" / target
+    env = dict(os.environ)
+    env["LD_LIBRARY_PATH"] = ":".join(str(tools / d) for d in ("usr/lib/x86_64-linux-gnu", "lib/x86_64-linux-gnu"))
+    name = "qemu-system-x86_64" if target == "x86" else "qemu-system-mipsel"
+    command = [str(tools / "usr/bin" / name), "-L", str(tools / "usr/share/qemu"), "-L", str(tools / "usr/share/seabios"),
+               "-nodefaults", "-no-user-config", "-display", "none", "-monitor", "none", "-no-reboot",
+               "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
+               "-kernel", str(image / "kernel"), "-initrd", str(image / "initramfs.cpio")]
+    return command, env
+
+
+def accelerated():
+    """Whether KVM really runs our kernel here; asked once per boot of this host."""
+    if not os.access("/dev/kvm", os.R_OK | os.W_OK):
+        return False
+    boot = pathlib.Path("/proc/sys/kernel/random/boot_id").read_text().strip()
+    answer = paths.cache_dir() / ("kvm-" + boot)
+    if answer.exists():
+        return answer.read_text() == "yes"
+    command, env = base("x86")
+    command += ["-M", "pc", "-accel", "kvm", "-cpu", "host", "-m", "256",
+                "-append", "console=ttyS0 quiet panic=-1 lab.probe"]
+    try:
+        result = subprocess.run(command, env=env, stdin=subprocess.DEVNULL, capture_output=True,
+                                timeout=PROBE_LIMIT, check=False)
+        runs = b"lab: the machine runs" in result.stdout
+    except subprocess.TimeoutExpired:
+        runs = False
+    for old in paths.cache_dir().glob("kvm-*"):
+        old.unlink()
+    answer.write_text("yes" if runs else "no")
+    return runs
+
+
+def nine(tag, folder, more=""):
+    option = "local,id=%s,path=%s,security_model=none%s" % (tag, str(folder).replace(",", ",,"), more)
+    return ["-fsdev", option, "-device", "virtio-9p-pci,fsdev=%s,mount_tag=%s" % (tag, tag)]
+
+
+def command(mode, share, programs, channel_fd, notes):
+    """(command line, environment, one line for a person) of a machine whose control channel is channel_fd."""
+    target = "mipsel" if mode == "mips" else "x86"
+    prepare(target, notes)
+    line, env = base(target)
+    append = "console=ttyS0 quiet loglevel=4 panic=-1 oops=panic random.trust_cpu=on"
+    if target == "mipsel":
+        line += ["-M", "malta", "-accel", "tcg,tb-size=128", "-cpu", "24Kf", "-m", "256"]
+        text = "in a small little-endian MIPS machine (emulated processor)"
+    else:
+        append += " tsc=reliable no_timer_check mitigations=off"
+        cpus = str(2 if (os.cpu_count() or 1) > 2 else 1)
+        if accelerated():
+            line += ["-M", "pc", "-accel", "kvm", "-cpu", "host"]
+            text = "in a small machine (KVM)"
+        else:
+            line += ["-M", "pc", "-accel", "tcg,tb-size=128", "-cpu", "max"]
+            text = "in a small machine (emulated processor)"
+        line += ["-smp", cpus, "-m", "320"]
+    line += ["-append", append, "-object", "rng-random,id=rng,filename=/dev/urandom",
+             "-device", "virtio-rng-pci,rng=rng",
+             "-device", "virtio-serial-pci", "-chardev", "socket,id=lab,fd=%d" % channel_fd,
+             "-device", "virtserialport,chardev=lab,name=ivarode.lab"]
+    line += nine("share", share, ",readonly=on") + nine("prog", programs, ",readonly=on")
+    return line, env, text

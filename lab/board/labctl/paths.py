@@ -1,0 +1,24 @@
+"""Where things are. One lab is one folder below build/lab; nothing else on the machine is written."""
+
+import os
+import pathlib
+
+ROOT = pathlib.Path(__file__).resolve().parents[3]
+LAB = ROOT / "lab"
+DEFAULT_LAB = "default"
+
+
+def build_dir():
+    return pathlib.Path(os.environ.get("IVARODE_BUILD", ROOT / "build")).resolve()
+
+
+def state_dir(name):
+    return build_dir() / "lab" / name
+
+
+def cache_dir():
+    own = os.environ.get("IVARODE_LAB_CACHE")
+    if own:
+        return pathlib.Path(own)
+    base = os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache"
+    return pathlib.Path(base) / "ivarode-lab"
