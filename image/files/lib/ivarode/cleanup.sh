@@ -116,7 +116,7 @@ remove_rules() {
 }
 
 remove_routes() {
-    ip -4 route show table all proto "$WAN_ROUTE_PROTO" 2>/dev/null | while read -r route; do
+    wan_routes table all proto "$WAN_ROUTE_PROTO" | while read -r route; do
         # shellcheck disable=SC2086  # a route as the tool itself prints it
         ip -4 route del $route
     done

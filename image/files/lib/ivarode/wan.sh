@@ -67,8 +67,13 @@ wan_row() {
     )
 }
 
+# Routes as "ip route" prints them, without the words that it does not read again.
+wan_routes() {
+    ip -4 route show "$@" 2>/dev/null | sed 's/ linkdown//; s/ dead//; s/ *$//'
+}
+
 wan_defaults() {
-    ip -4 route show table "$1" 2>/dev/null | grep '^default '
+    wan_routes table "$1" | grep '^default '
 }
 
 wan_has_rule() {

@@ -1,0 +1,71 @@
+"""A private root and network in which the scripts of image/files run as they do on a router.
+
+The root holds the image's files over this machine's programs; /etc, /run, /tmp and /lib/ivarode are its own. Commands
+run in a network of their own too, with /dev/log absent: "logger" and "ubus" are replaced by recorders.
+"""
+
+import os
+import pathlib
+import shlex
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+IMAGE = ROOT / "image/files"
+
+# Made inside the new name spaces, where mounting touches nobody else.
+ENTER = """
+set -eu
+root=$1
+shift
+mount -t tmpfs root "$root"
+mkdir -p "$root"/usr/share "$root"/dev "$root"/proc "$root"/sys "$root"/run "$root"/tmp "$root"/etc "$root"/var "$root"/root \\
+    "$root"/lib/ivarode "$root"/sbin
+ln -s /run "$root"/var/run
+ln -s usr/bin "$root"/bin
+for name in /usr/lib/*; do [ "${name##*/}" = ivarode ] || ln -s "$name" "$root/lib/${name##*/}"; done
+for name in /usr/lib64 /usr/lib32; do [ ! -e "$name" ] || ln -s "$name" "$root/${name##*/}"; done
+for name in /usr/sbin/*; do [ "${name##*/}" = udhcpc ] || ln -s "$name" "$root/sbin/${name##*/}"; done
+for name in bin sbin lib lib64 lib32 libexec; do
+    [ ! -d "/usr/$name" ] || { mkdir "$root/usr/$name"; mount --bind -o ro "/usr/$name" "$root/usr/$name"; }
+done
+for name in passwd group alternatives protocols services ethertypes ld.so.cache; do
+    [ ! -e "/etc/$name" ] || cp -a "/etc/$name" "$root/etc/$name"
+done
+mount --rbind /dev "$root"/dev
+mount -t proc proc "$root"/proc
+mount -t sysfs sysfs "$root"/sys
+cp -a "$IMAGE"/. "$root"/
+chmod 1777 "$root"/tmp
+mkdir "$root"/stub
+for name in logger ubus; do
+    printf '#!/bin/sh\\necho "%s $*" >>/root/calls\\n' "$name" >"$root/stub/$name"
+    chmod 755 "$root/stub/$name"
+done
+: >"$root"/root/calls
+: >"$root"/etc/resolv.conf
+exec chroot "$root" /usr/bin/env -i PATH=/stub:/usr/sbin:/usr/bin:/sbin:/bin sh -eu -c "$@"
+"""
+
+
+def missing():
+    """Why the sandbox cannot be entered here, or None."""
+    if os.geteuid() != 0:
+        return "needs root"
+    done = subprocess.run(["unshare", "--mount", "--net", "--ipc", "true"], capture_output=True, text=True)
+    return None if done.returncode == 0 else "no private name spaces here: " + done.stderr.strip()
+
+
+def run(script, tmp_path, timeout=60):
+    """Output of a shell script inside; fails the test when the script fails."""
+    folder = tmp_path / "root"
+    folder.mkdir(exist_ok=True)
+    command = ["unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--propagation", "private",
+               "sh", "-c", ENTER, "sandbox", str(folder), script]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=timeout,
+                          env={**os.environ, "IMAGE": str(IMAGE)})
+    assert done.returncode == 0, "status %d\n%s\n%s" % (done.returncode, done.stdout, done.stderr)
+    return done.stdout
+
+
+def quoted(words):
+    return " ".join(shlex.quote(word) for word in words)
