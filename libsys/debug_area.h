@@ -1,0 +1,70 @@
+/*
+ * The shared memory objects of the debug facility, as the library and the tool ivarode-dbg see them. Both are
+ * meaningful when filled with zeros, so whoever comes first creates them and nothing needs a version or an
+ * owner process. They outlive the daemon: an operator can set the debug word before a start and read the
+ * records after a crash.
+ */
+#pragma once
+
+#include "internal.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+namespace libsys {
+
+constexpr const char *debug_object = "/ivarode-debug";
+constexpr const char *record_object = "/ivarode-records";
+constexpr size_t debug_object_size = 4096;
+
+// What g_netd_dbg_shm points to.
+struct debug_area {
+    uint32_t bits; // bit value 4: the daemon's debug messages
+    uint32_t reserved[3];
+    uint64_t samples; // counted by the daemon
+};
+static_assert(offsetof(debug_area, samples) == 16);
+
+// One place in a program that handed a null pointer to a checked string operation. Free while count is 0.
+struct null_record {
+    uint32_t count;
+    int32_t line;
+    char function[40]; // cut to fit, always terminated
+};
+
+struct record_area {
+    uint32_t lost; // null pointers of places that found no free record
+    uint32_t reserved[3];
+    null_record places[64];
+};
+static_assert(sizeof(record_area) <= debug_object_size);
+
+// Maps an object for reading and writing, making it if needed; null with errno set. The memory is reserved
+// here, so that a full /dev/shm is an error now and not a bus error later.
+inline void *map_debug_object(const char *name)
+{
+    unique_fd fd(shm_open(name, O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!fd) {
+        return nullptr;
+    }
+    struct stat info;
+    if (fstat(fd.get(), &info) != 0) {
+        return nullptr;
+    }
+    if (info.st_uid != geteuid()) {
+        errno = EPERM; // somebody else's, who could shrink it under us
+        return nullptr;
+    }
+    int error = posix_fallocate(fd.get(), 0, debug_object_size);
+    if (error != 0) {
+        errno = error;
+        return nullptr;
+    }
+    void *area = mmap(nullptr, debug_object_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
+    return area == MAP_FAILED ? nullptr : area;
+}
+
+} // namespace libsys
