@@ -1,0 +1,93 @@
+// UCI packages, read afresh for each walk: what is on disk counts, and nothing is kept in memory between
+// walks.
+#include "exports.h"
+#include "internal.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <uci.h>
+
+namespace {
+
+class context {
+public:
+    context() : ctx_(uci_alloc_context()) {}
+    context(const context &) = delete;
+    context &operator=(const context &) = delete;
+    ~context()
+    {
+        if (ctx_) {
+            uci_free_context(ctx_);
+        }
+    }
+    uci_context *get() const { return ctx_; }
+
+private:
+    uci_context *ctx_;
+};
+
+int errno_of(int code)
+{
+    switch (code) {
+    case UCI_ERR_MEM:
+        return ENOMEM;
+    case UCI_ERR_INVAL:
+        return EINVAL;
+    case UCI_ERR_NOTFOUND:
+        return ENOENT;
+    case UCI_ERR_PARSE:
+        return EBADMSG;
+    default:
+        return EIO;
+    }
+}
+
+// Only whoever parsed the file knows the place of a mistake, so that is reported here.
+void report_syntax(uci_context *ctx, const char *package)
+{
+    char *reason = nullptr;
+    uci_get_errorstr(ctx, &reason, nullptr);
+    outlib_error("configuration package %s: %s\n", package, libsys::shown(reason));
+    free(reason);
+}
+
+} // namespace
+
+int ucilib_foreach_section(const char *package, const char *type, ucilib_section_cb cb, void *arg)
+{
+    constexpr const char *operation = "ucilib_foreach_section";
+    if (!package || !type || !cb) {
+        return libsys::fail(EINVAL, operation, "%s, %s", libsys::shown(package), libsys::shown(type));
+    }
+    context owner;
+    uci_context *ctx = owner.get();
+    if (!ctx) {
+        return libsys::fail(ENOMEM, operation, "%s, %s", package, type);
+    }
+    uci_package *loaded = nullptr;
+    int code = uci_load(ctx, package, &loaded);
+    if (code != UCI_OK) {
+        if (code == UCI_ERR_PARSE) {
+            report_syntax(ctx, package);
+        }
+        return libsys::fail(errno_of(code), operation, "%s, %s", package, type);
+    }
+    uci_element *element;
+    uci_foreach_element(&loaded->sections, element)
+    {
+        uci_section *section = uci_to_section(element);
+        if (strcmp(section->type, type) == 0) {
+            if (int result = cb(ctx, section, arg)) {
+                return result;
+            }
+        }
+    }
+    return 0;
+}
+
+const char *ucilib_lookup_option_string(struct uci_context *ctx, struct uci_section *s, const char *option,
+                                        const char *def)
+{
+    const char *value = ctx && s && option ? uci_lookup_option_string(ctx, s, option) : nullptr;
+    return value ? value : def;
+}
