@@ -1,0 +1,28 @@
+/*
+ * The text of a secrets file, read and written as pppd documents it: words between blanks, double or single
+ * quotes around what holds blanks, a backslash before any character that shall mean itself, "#" before a
+ * comment.
+ *
+ * An entry is one line; a backslash at the end of a line continues it.
+ */
+#pragma once
+
+#include "file.h"
+
+namespace libsys {
+
+// False for what cannot be written so that every pppd reads it back: control characters, or longer than its
+// words.
+bool secrets_word_possible(const char *word);
+
+// Appends one entry with its newline; an empty address is left out.
+void append_secret(text &out, const char *client, const char *server, const char *secret,
+                   const char *address);
+
+// Copies a file's content with the entry of client and server replaced by `entry` (empty: removed). Of
+// several entries for the pair the first gets the replacement and the others go, so that none of them can win
+// afterwards. The number of entries found.
+size_t replace_secret(std::string_view content, std::string_view client, std::string_view server,
+                      std::string_view entry, text &out);
+
+} // namespace libsys

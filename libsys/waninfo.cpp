@@ -1,0 +1,139 @@
+// One small file for each WAN, "name=value" lines, for scripts that want to know the state of a WAN.
+#include "exports.h"
+#include "file.h"
+
+#include <climits>
+#include <sys/stat.h>
+
+namespace {
+
+using libsys::shown;
+
+constexpr const char *folder = "/var/run/ivarode/wan";
+constexpr const char *lock_path = "/var/run/ivarode/wan/.lock";
+
+struct row {
+    const char *name;
+    const char *proto;
+    const char *address[5];
+};
+
+constexpr const char *address_keys[5] = {"ipaddr", "netmask", "gateway", "addr4", "addr5"};
+
+// A row's file bears the name of its interface, and names with a dot in front are those of locks and of rows
+// being written.
+bool row_path(const char *name, char (&path)[PATH_MAX])
+{
+    constexpr size_t longest = 200;
+    if (!name || !*name || name[0] == '.' || strlen(name) > longest) {
+        return false;
+    }
+    for (const char *c = name; *c; c++) {
+        if (*c == '/' || static_cast<unsigned char>(*c) < ' ') {
+            return false;
+        }
+    }
+    snprintf(path, sizeof path, "%s/%s", folder, name);
+    return true;
+}
+
+// Scripts read the rows, some of them with the shell itself: nothing in a value may mean anything to it.
+bool plain(const char *value)
+{
+    for (; value && *value; value++) {
+        bool letter_or_digit = (*value >= '0' && *value <= '9') || (*value >= 'A' && *value <= 'Z') ||
+                               (*value >= 'a' && *value <= 'z');
+        if (!letter_or_digit && !strchr(".:/_-", *value)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void append_line(libsys::text &content, const char *key, const char *value)
+{
+    content.append(key);
+    content.append('=');
+    content.append(value ? value : "");
+    content.append('\n');
+}
+
+int write_row(const char *path, const row &wanted)
+{
+    libsys::text content;
+    append_line(content, "name", wanted.name);
+    append_line(content, "proto", wanted.proto);
+    for (size_t i = 0; i < std::size(address_keys); i++) {
+        append_line(content, address_keys[i], wanted.address[i]);
+    }
+    return content.ok() ? libsys::replace_file(path, 0644, content.view(), libsys::links::replace) : ENOMEM;
+}
+
+int lock_rows(libsys::file_lock &lock)
+{
+    int error = libsys::make_folders(folder);
+    return error ? error : lock.acquire(lock_path);
+}
+
+int store(const row &wanted, bool must_exist)
+{
+    char path[PATH_MAX];
+    bool valid = row_path(wanted.name, path) && wanted.proto && plain(wanted.proto) && plain(wanted.name);
+    for (const char *address : wanted.address) {
+        valid = valid && plain(address);
+    }
+    if (!valid) {
+        return EINVAL;
+    }
+    libsys::file_lock lock;
+    if (int error = lock_rows(lock)) {
+        return error;
+    }
+    struct stat info;
+    if (must_exist && lstat(path, &info) != 0) {
+        return errno;
+    }
+    return write_row(path, wanted);
+}
+
+int reported(int error, const char *operation, const row &wanted)
+{
+    return error == 0
+               ? 0
+               : libsys::fail(error, operation, "%s, %s, %s, %s, %s, %s, %s", shown(wanted.name),
+                              shown(wanted.proto), shown(wanted.address[0]), shown(wanted.address[1]),
+                              shown(wanted.address[2]), shown(wanted.address[3]), shown(wanted.address[4]));
+}
+
+} // namespace
+
+int netlib_waninfo_db_insert(const char *name, const char *proto, const char *ipaddr, const char *netmask,
+                             const char *gateway, const char *addr4, const char *addr5)
+{
+    row wanted = {name, proto, {ipaddr, netmask, gateway, addr4, addr5}};
+    return reported(store(wanted, false), "netlib_waninfo_db_insert", wanted);
+}
+
+int netlib_waninfo_db_update(const char *name, const char *proto, const char *ipaddr, const char *netmask,
+                             const char *gateway, const char *addr4, const char *addr5)
+{
+    row wanted = {name, proto, {ipaddr, netmask, gateway, addr4, addr5}};
+    return reported(store(wanted, true), "netlib_waninfo_db_update", wanted);
+}
+
+int netlib_waninfo_db_del_byname(const char *name)
+{
+    constexpr const char *operation = "netlib_waninfo_db_del_byname";
+    char path[PATH_MAX];
+    if (!row_path(name, path)) {
+        return libsys::fail(EINVAL, operation, "%s", shown(name));
+    }
+    libsys::file_lock lock;
+    if (int error = lock_rows(lock)) {
+        return libsys::fail(error, operation, "%s", name);
+    }
+    if (unlink(path) != 0 && errno != ENOENT) {
+        return libsys::fail(errno, operation, "%s", name);
+    }
+    return 0;
+}
