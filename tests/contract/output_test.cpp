@@ -2,6 +2,9 @@
 #include "sandbox.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <fcntl.h>
 
 namespace {
@@ -63,6 +66,44 @@ TEST(Output, ALineThatCannotBeWrittenIsNotASuccess)
     close(saved);
     close(full);
     EXPECT_NE(0, result);
+}
+
+class Clock : public SandboxTest {};
+
+TEST_F(Clock, LocalTimeAsText)
+{
+    setenv("TZ", "XXX-5:30", 1);
+    char text[32];
+    time_t before = time(nullptr);
+    ASSERT_EQ(0, timelib_curtime_str_get(text, sizeof text));
+    time_t after = time(nullptr);
+    auto expected = [](time_t moment) {
+        char buffer[32];
+        moment += 5 * 3600 + 30 * 60;
+        tm parts{};
+        gmtime_r(&moment, &parts);
+        strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &parts);
+        return std::string(buffer);
+    };
+    EXPECT_TRUE(text == expected(before) || text == expected(after)) << text;
+}
+
+TEST_F(Clock, NeverWritesPastTheBuffer)
+{
+    StderrCapture err;
+    char text[32];
+    memset(text, 'x', sizeof text);
+    EXPECT_NE(0, timelib_curtime_str_get(text, 19));
+    EXPECT_EQ(ERANGE, errno);
+    EXPECT_EQ(18u, strlen(text));
+    EXPECT_EQ('x', text[19]);
+    EXPECT_EQ(0, timelib_curtime_str_get(text, 20));
+    EXPECT_EQ(19u, strlen(text));
+    EXPECT_NE(0, timelib_curtime_str_get(text, 0));
+    EXPECT_NE(0, timelib_curtime_str_get(text, -1));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_NE(0, timelib_curtime_str_get(nullptr, 32));
+    EXPECT_NE(std::string::npos, err.text().find("debug: timelib_curtime_str_get(19): "));
 }
 
 } // namespace

@@ -1,0 +1,137 @@
+#include "platform/config.h"
+#include "sandbox.h"
+
+#include <cerrno>
+#include <filesystem>
+
+namespace {
+
+struct Walk {
+    std::string seen;
+    const char *stop_at = nullptr;
+    int result = 0;
+};
+
+int note(uci_context *ctx, uci_section *section, void *arg)
+{
+    auto *walk = static_cast<Walk *>(arg);
+    std::string id = ucilib_lookup_option_string(ctx, section, "id", "unnamed");
+    walk->seen += id + " ";
+    return walk->stop_at && id == walk->stop_at ? walk->result : 0;
+}
+
+class Config : public SandboxTest {
+protected:
+    static void package(std::string_view text) { write_file("/etc/config/lan_intf", text); }
+    static void sections(const std::vector<std::string> &ids)
+    {
+        std::string text;
+        for (const std::string &id : ids) {
+            text += "config interface\n\toption id " + id + "\n";
+        }
+        package(text);
+    }
+};
+
+TEST_F(Config, SectionsOfOneTypeInFileOrder)
+{
+    package("config interface lan2\n\toption id b\nconfig other x\n\toption id x\nconfig interface lan1\n"
+            "\toption id a\nconfig interface\n");
+    Walk walk;
+    EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+    EXPECT_EQ("b a unnamed ", walk.seen);
+    Walk none;
+    EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "absent", note, &none));
+    EXPECT_EQ("", none.seen);
+}
+
+TEST_F(Config, NonZeroCallbackStopsAndIsTheResult)
+{
+    sections({"a", "b", "c"});
+    Walk walk;
+    walk.stop_at = "b";
+    walk.result = -17;
+    EXPECT_EQ(-17, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+    EXPECT_EQ("a b ", walk.seen);
+}
+
+TEST_F(Config, PackageThatCannotBeLoaded)
+{
+    StderrCapture err;
+    Walk walk;
+    EXPECT_NE(0, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ("debug: ucilib_foreach_section(lan_intf, interface): No such file or directory\n", err.text());
+    std::filesystem::create_directories("/etc/config/lan_intf");
+    EXPECT_NE(0, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+    EXPECT_NE(0, ucilib_foreach_section("../etc", "interface", note, &walk));
+    EXPECT_EQ("", walk.seen);
+}
+
+TEST_F(Config, SyntaxErrorsAreToldWithTheirPlace)
+{
+    package("config interface lan1\n\toption enable '1\n");
+    StderrCapture err;
+    Walk walk;
+    EXPECT_NE(0, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+    EXPECT_EQ(EBADMSG, errno);
+    EXPECT_EQ("", walk.seen);
+    std::string text = err.text();
+    EXPECT_EQ(0u, text.find("error: configuration package lan_intf: Parse error ("));
+    EXPECT_NE(std::string::npos, text.find("at line 3, byte 1\n"));
+    EXPECT_NE(std::string::npos, text.find("debug: ucilib_foreach_section(lan_intf, interface): "));
+}
+
+TEST_F(Config, EachWalkReadsTheFileAfresh)
+{
+    sections({"a"});
+    Walk first;
+    EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", note, &first));
+    sections({"b"});
+    Walk second;
+    EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", note, &second));
+    EXPECT_EQ("a b ", first.seen + second.seen);
+}
+
+int walk_again(uci_context *, uci_section *, void *arg)
+{
+    return ucilib_foreach_section("lan_intf", "interface", note, arg);
+}
+
+TEST_F(Config, WalksMayNest)
+{
+    sections({"a", "b"});
+    Walk walk;
+    EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", walk_again, &walk));
+    EXPECT_EQ("a b a b ", walk.seen);
+}
+
+int look(uci_context *ctx, uci_section *section, void *)
+{
+    EXPECT_STREQ("1", ucilib_lookup_option_string(ctx, section, "text", nullptr));
+    EXPECT_EQ(nullptr, ucilib_lookup_option_string(ctx, section, "absent", nullptr));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(ctx, section, "absent", "d"));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(ctx, section, "list", "d"));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(ctx, section, "empty", "d"));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(nullptr, section, "text", "d"));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(ctx, nullptr, "text", "d"));
+    EXPECT_STREQ("d", ucilib_lookup_option_string(ctx, section, nullptr, "d"));
+    return 7;
+}
+
+TEST_F(Config, OptionTextOrDefault)
+{
+    package("config interface a\n\toption text 1\n\tlist list x\n\toption empty ''\n");
+    EXPECT_EQ(7, ucilib_foreach_section("lan_intf", "interface", look, nullptr));
+}
+
+TEST_F(Config, NullArgumentsAreErrors)
+{
+    StderrCapture err;
+    EXPECT_NE(0, ucilib_foreach_section(nullptr, "t", note, nullptr));
+    EXPECT_NE(0, ucilib_foreach_section("p", nullptr, note, nullptr));
+    EXPECT_NE(0, ucilib_foreach_section("p", "t", nullptr, nullptr));
+    EXPECT_EQ(EINVAL, errno);
+}
+
+} // namespace

@@ -1,0 +1,104 @@
+#include "interpose.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <map>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace {
+
+struct plan {
+    int error = 0;
+    int times = 0;
+    int skip = 0;
+    int calls = 0;
+};
+
+std::map<std::string, plan> *plans = nullptr;
+std::function<int(int, unsigned long, void *)> *ioctl_answer = nullptr;
+
+bool fails(const char *call)
+{
+    if (!plans) {
+        return false;
+    }
+    auto found = plans->find(call);
+    if (found == plans->end()) {
+        return false;
+    }
+    plan &wanted = found->second;
+    if (wanted.calls++ < wanted.skip || wanted.times == 0) {
+        return false;
+    }
+    wanted.times--;
+    errno = wanted.error;
+    return true;
+}
+
+} // namespace
+
+void interpose::fail(const std::string &call, int error, int times, int skip)
+{
+    if (!plans) {
+        plans = new std::map<std::string, plan>;
+    }
+    (*plans)[call] = {error, times, skip, 0};
+}
+
+int interpose::calls(const std::string &call)
+{
+    return plans ? (*plans)[call].calls : 0;
+}
+
+void interpose::answer_ioctl(std::function<int(int, unsigned long, void *)> answer)
+{
+    ioctl_answer = new std::function<int(int, unsigned long, void *)>(std::move(answer));
+}
+
+extern "C" {
+
+int rename(const char *from, const char *to) noexcept
+{
+    return fails("rename") ? -1 : static_cast<int>(syscall(SYS_renameat2, -100, from, -100, to, 0));
+}
+
+int fsync(int fd)
+{
+    return fails("fsync") ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
+}
+
+int flock(int fd, int operation) noexcept
+{
+    return fails("flock") ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
+}
+
+int fchmod(int fd, mode_t mode) noexcept
+{
+    return fails("fchmod") ? -1 : static_cast<int>(syscall(SYS_fchmod, fd, mode));
+}
+
+ssize_t write(int fd, const void *data, size_t size)
+{
+    return fails("write") ? -1 : syscall(SYS_write, fd, data, size);
+}
+
+int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list args;
+    va_start(args, request);
+    void *argument = va_arg(args, void *);
+    va_end(args);
+    if (ioctl_answer) {
+        int result = (*ioctl_answer)(fd, request, argument);
+        if (result >= 0) {
+            return result;
+        }
+        errno = -result;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
+
+} // extern "C"
