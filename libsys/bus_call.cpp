@@ -1,0 +1,91 @@
+#include "bus_call.h"
+
+#include "internal.h"
+
+#include <cstdarg>
+
+namespace libsys {
+
+namespace {
+
+class connection {
+public:
+    connection() : open_(ubus_connect_ctx(&context_, nullptr) == 0) {}
+    connection(const connection &) = delete;
+    connection &operator=(const connection &) = delete;
+    ~connection()
+    {
+        if (open_) {
+            ubus_shutdown(&context_);
+        }
+    }
+    // Null when the bus could not be reached.
+    ubus_context *get() { return open_ ? &context_ : nullptr; }
+
+private:
+    ubus_context context_ = {};
+    bool open_;
+};
+
+class empty_message {
+public:
+    empty_message() { blob_buf_init(&buffer_, 0); }
+    empty_message(const empty_message &) = delete;
+    empty_message &operator=(const empty_message &) = delete;
+    ~empty_message() { blob_buf_free(&buffer_); }
+    blob_attr *get() { return buffer_.head; }
+
+private:
+    blob_buf buffer_ = {};
+};
+
+int errno_of(int status)
+{
+    switch (status) {
+    case object_missing:
+    case UBUS_STATUS_NOT_FOUND:
+        return ENOENT;
+    case UBUS_STATUS_INVALID_ARGUMENT:
+        return EINVAL;
+    case UBUS_STATUS_PERMISSION_DENIED:
+        return EACCES;
+    case UBUS_STATUS_TIMEOUT:
+        return ETIMEDOUT;
+    case UBUS_STATUS_CONNECTION_FAILED:
+        return ECONNREFUSED;
+    default:
+        return EIO;
+    }
+}
+
+} // namespace
+
+int call_bus(const char *object, const char *method, blob_buf *message, ubus_data_handler_t reply, void *priv,
+             int timeout_ms)
+{
+    connection bus;
+    if (!bus.get()) {
+        return UBUS_STATUS_CONNECTION_FAILED;
+    }
+    uint32_t id = 0;
+    int status = ubus_lookup_id(bus.get(), object, &id);
+    if (status) {
+        return status == UBUS_STATUS_NOT_FOUND ? object_missing : status;
+    }
+    empty_message nothing;
+    return ubus_invoke(bus.get(), id, method, message ? message->head : nothing.get(), reply, priv,
+                       timeout_ms);
+}
+
+int fail_bus(int status, const char *operation, const char *arguments, ...)
+{
+    char shown_arguments[256];
+    va_list args;
+    va_start(args, arguments);
+    vsnprintf(shown_arguments, sizeof(shown_arguments), arguments, args);
+    va_end(args);
+    const char *reason = status == object_missing ? "no such object" : ubus_strerror(status);
+    return fail(errno_of(status), operation, "%s [bus: %s]", shown_arguments, reason);
+}
+
+} // namespace libsys
