@@ -1,0 +1,153 @@
+"""The books say of the sources neither too little nor too much."""
+
+import re
+
+import pytest
+
+import books
+import messages
+import sandbox
+
+
+def message_rows():
+    rows = []
+    for table in books.tables(books.text("messages.md")):
+        if table[0] == ["message", "level", "when", "what to do"]:
+            rows += table[1:]
+    return rows
+
+
+def test_every_report_in_the_sources_is_read():
+    calls = sum(len(re.findall(r"\bNET_(?:ERROR|WARNING|NOTICE|INFO|DEBUG)\(", path.read_text())) for path in messages.sources())
+    assert sum(len(places) for places in messages.messages().values()) == calls > 100
+
+
+def test_every_message_is_in_the_book_and_none_that_is_gone():
+    listed = [(books.code(row[0])[0], row[1]) for row in message_rows()]
+    in_sources = set(messages.messages())
+    assert sorted(in_sources - set(listed)) == [], "not in docs/messages.md"
+    assert sorted(set(listed) - in_sources) == [], "in docs/messages.md, but no longer in src"
+    assert len(listed) == len(set(listed)), "listed twice"
+
+
+def test_every_message_says_when_and_what_to_do():
+    for row in message_rows():
+        assert len(row) == 4 and all(row), row
+
+
+def test_a_made_up_message_would_be_found(tmp_path, monkeypatch):
+    """The comparison can fail: a source with a text of its own is noticed."""
+    folder = tmp_path / "src"
+    folder.mkdir()
+    (folder / "new.cpp").write_text('int f()\n{\n    NET_ERROR("%s %d,entirely "\n        "new\\r\\n", __func__, 7);\n}\n')
+    monkeypatch.setattr(sandbox, "ROOT", tmp_path)
+    assert list(messages.messages()) == [("f 7,entirely new", "error")]
+
+
+def policies():
+    """{policy: [(field, type)]} of core/policies.h"""
+    text = (sandbox.ROOT / "src/core/policies.h").read_text()
+    found = {}
+    for name, body in re.findall(r"inline constexpr policy_table<\w+> (\w+) = \{\{(.*?)\}\};", text, re.S):
+        found[name] = re.findall(r'\{"(\w+)", BLOBMSG_TYPE_(\w+)\}', body)
+    return found
+
+
+def bus_objects():
+    """{object: {method: [(field, type)]}} of core/bus_objects.cpp"""
+    text = (sandbox.ROOT / "src/core/bus_objects.cpp").read_text()
+    tables = {}
+    for name, body in re.findall(r"ubus_method (\w+)\[\] = \{(.*?)\n\};", text, re.S):
+        tables[name] = {method: policies().get(policy, [])
+                        for method, policy in re.findall(r'method\("(\w+)", \w+(?:, (\w+))?\)', body)}
+    names = re.findall(r'object\("([\w.]+)", &types\[\d\], (\w+)\)', text)
+    return {name: tables[table] for name, table in names}
+
+
+TYPES = {"STRING": "text", "INT32": "number", "ARRAY": "array of texts"}
+
+
+def test_every_object_method_and_field_is_in_the_bus_book():
+    sections = books.sections(books.text("bus.md"))
+    objects = bus_objects()
+    assert sum(len(methods) for methods in objects.values()) == 17
+    for name, methods in objects.items():
+        table = next(t for t in books.tables(sections["`%s`" % name]) if t[0][0] == "method")
+        listed = {}
+        for row in table[1:]:
+            fields = re.findall(r"`(\w+)`(?: \[)?[^,;<]*?: (text|number|array of texts)", row[1])
+            listed[books.code(row[0])[0]] = fields
+        wanted = {method: [(field, TYPES[kind]) for field, kind in fields] for method, fields in methods.items()}
+        assert listed == wanted, name
+
+
+def test_every_bus_method_has_an_example():
+    text = books.text("bus.md")
+    for name, methods in bus_objects().items():
+        for method in methods:
+            assert re.search(r"lab/lab ubus call %s %s\b" % (re.escape(name), method), text), (name, method)
+
+
+def uci_options():
+    """{package: options read in src}"""
+    src = sandbox.ROOT / "src"
+
+    def read(*files):
+        text = "".join((src / name).read_text() for name in files)
+        return set(re.findall(r'(?:\b(?:options\.)?(?:text|number|vlan|option))\("(\w+)"', text))
+
+    return {"lan_intf": read("netintf/uci_lan.cpp"), "wan_intf": read("netintf/uci_wan.cpp"),
+            "route_config": read("route/uci_load.cpp"), "dhcp": read("netintf/dhcp_pool.cpp")}
+
+
+@pytest.mark.parametrize("package", ["lan_intf", "wan_intf", "route_config", "dhcp"])
+def test_every_option_that_is_read_is_in_the_configuration_book(package):
+    section = books.sections(books.text("configuration.md"))["Package `%s`" % package]
+    table = next(t for t in books.tables(section) if t[0][0] == "option")
+    assert table[0] == ["option", "type", "default", "meaning", "example"]
+    read = uci_options()[package]
+    assert len(read) >= 6
+    assert sorted(books.code(row[0])[0] for row in table[1:]) == sorted(read)
+
+
+def test_no_other_package_is_read():
+    walked = set()
+    for path in messages.sources():
+        walked |= set(re.findall(r'ucilib_foreach_section\("(\w+)"', path.read_text()))
+    assert walked == set(uci_options())
+
+
+def anchors(markdown):
+    found, seen = set(), {}
+    for heading in re.findall(r"^#+ +(.*)$", markdown, re.M):
+        slug = re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
+        count = seen.get(slug, 0)
+        seen[slug] = count + 1
+        found.add(slug if count == 0 else "%s-%d" % (slug, count))
+    return found
+
+
+def markdown_files():
+    files = [path for path in sandbox.ROOT.rglob("*.md") if ".git" not in path.parts and not path.parts[len(sandbox.ROOT.parts)].startswith("build")]
+    return sorted(files)
+
+
+@pytest.mark.parametrize("path", markdown_files(), ids=lambda path: str(path.relative_to(sandbox.ROOT)))
+def test_every_relative_link_leads_somewhere(path):
+    text = re.sub(r"```.*?```", "", path.read_text(), flags=re.S)
+    for target in re.findall(r"\]\(([^)\s]+)\)", text):
+        if re.match(r"[a-z]+:", target):
+            continue
+        name, _, anchor = target.partition("#")
+        goal = (path.parent / name).resolve() if name else path
+        assert goal.exists(), target
+        if anchor:
+            assert anchor in anchors(goal.read_text()), target
+
+
+BOOKS = ["architecture.md", "behaviour.md", "bus.md", "configuration.md", "messages.md", "porting.md", "testing.md"]
+
+
+@pytest.mark.parametrize("name", BOOKS)
+def test_every_book_is_there(name):
+    assert len(books.text(name)) > 2000
