@@ -59,10 +59,17 @@ int add(const char *user, const char *provider, const char *password, const char
     libsys::text entry;
     libsys::append_secret(entry, user, provider, password, ipaddr);
     libsys::text after;
-    if (libsys::replace_secret(before.view(), user, provider, entry.view(), after) == 0) {
-        if (!after.view().empty() && after.view().back() != '\n') {
+    libsys::replaced_secrets result =
+        libsys::replace_secret(before.view(), user, provider, entry.view(), after);
+    if (result.found == 0) {
+        if (result.open) {
+            return EBADMSG;
+        }
+        // A backslash at the very end would take the newline for itself.
+        if (!result.ended && after.view().back() == '\\') {
             after.append('\n');
         }
+        after.append(result.ended ? "" : "\n");
         after.append(entry.view());
     }
     return entry.ok() ? save(after) : ENOMEM;
@@ -79,7 +86,7 @@ int remove(const char *user, const char *provider)
         return error;
     }
     libsys::text after;
-    if (libsys::replace_secret(before.view(), user, provider, {}, after) == 0) {
+    if (libsys::replace_secret(before.view(), user, provider, {}, after).found == 0) {
         return after.ok() ? ENOENT : ENOMEM;
     }
     return save(after);

@@ -1,7 +1,7 @@
 /*
- * The text of a secrets file, read and written as pppd documents it: words between blanks, double or single
- * quotes around what holds blanks, a backslash before any character that shall mean itself, "#" before a
- * comment.
+ * The text of a secrets file, read and written as pppd does it: words between blanks; single or double quotes
+ * around what holds blanks or newlines; a backslash before a character that shall mean itself, or as in \n,
+ * \t, \s (a blank), \101 and \x41; "#" outside of quotes before a comment.
  *
  * An entry is one line; a backslash at the end of a line continues it.
  */
@@ -19,10 +19,16 @@ bool secrets_word_possible(const char *word);
 void append_secret(text &out, const char *client, const char *server, const char *secret,
                    const char *address);
 
+struct replaced_secrets {
+    size_t found = 0;  // entries of the pair
+    bool ended = true; // a line appended to the result is an entry of its own
+    bool open = false; // a quote is never closed: nothing appended would be seen
+};
+
 // Copies a file's content with the entry of client and server replaced by `entry` (empty: removed). Of
 // several entries for the pair the first gets the replacement and the others go, so that none of them can win
-// afterwards. The number of entries found.
-size_t replace_secret(std::string_view content, std::string_view client, std::string_view server,
-                      std::string_view entry, text &out);
+// afterwards.
+replaced_secrets replace_secret(std::string_view content, std::string_view client, std::string_view server,
+                                std::string_view entry, text &out);
 
 } // namespace libsys

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <ostream>
+#include <random>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -45,7 +47,8 @@ TEST_F(Secrets, FirstEntryMakesThePrivateFile)
 
 TEST_F(Secrets, EntriesAreAppendedAndOtherLinesUntouched)
 {
-    const std::string before = "# Secrets\n\n  odd\t*  \"x y\"   *\t# note\r\nbroken \"quote\nlast isp pw";
+    const std::string before =
+        "# Secrets\n\n  odd\t*  \"x y\"   *\t# note\r\nbroken 'quote\n' more\nlast isp pw";
     file(before);
     EXPECT_EQ(0, cslib_entry_add("joe", "isp", "pw", "*"));
     EXPECT_EQ(before + "\njoe isp pw *\n", now());
@@ -89,22 +92,82 @@ TEST_F(Secrets, DeletingAnAbsentEntryIsAnError)
               err.text().substr(0, err.text().find('\n') + 1));
 }
 
-TEST_F(Secrets, WordsAreReadAsPppdReadsThem)
+struct Spelling {
+    const char *name;
+    const char *written;
+    const char *meant;
+};
+
+void PrintTo(const Spelling &spelling, std::ostream *stream)
 {
-    const std::string text = "'jo e' \"i\\\"sp\" 1 *\nj\\ o'x'\"y\" isp 2 *\nlong\\\nname isp 3 *\n"
-                             "joe \\\n isp \\\n 4 *\n#joe #isp 5\nback\\\\slash isp 6\nq'uo\"te\" isp 7\n";
-    const std::pair<const char *, const char *> pairs[] = {
-        {"jo e", "i\"sp"}, {"j oxy", "isp"}, {"longname", "isp"}, {"joe", "isp"}, {"back\\slash", "isp"}};
-    for (const auto &[user, provider] : pairs) {
-        file(text);
-        EXPECT_EQ(0, cslib_entry_del(user, provider)) << user;
-        EXPECT_LT(now().size(), text.size());
+    *stream << spelling.name;
+}
+
+class Spellings : public Secrets, public testing::WithParamInterface<Spelling> {};
+
+// What pppd takes a word for (as its "dryrun" shows for a user name in an options file, which has the same
+// words).
+TEST_P(Spellings, AreReadAsPppdReadsThem)
+{
+    const std::string others = "meant other 1 *\n# note\n";
+    for (bool as_client : {true, false}) {
+        std::string entry = as_client ? std::string(GetParam().written) + " x 2 *\n"
+                                      : "  x\t" + std::string(GetParam().written) + " 2 *\n";
+        file(others + entry + others);
+        EXPECT_EQ(0, as_client ? cslib_entry_del(GetParam().meant, "x")
+                               : cslib_entry_del("x", GetParam().meant));
+        EXPECT_EQ(others + others, now());
     }
-    file(text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Spellings,
+    testing::Values(Spelling{"plain", "joe@isp", "joe@isp"}, Spelling{"double_quotes", "\"jo e\"", "jo e"},
+                    Spelling{"single_quotes", "'jo \"e'", "jo \"e"},
+                    Spelling{"glued", "a'x\"y'\"b c\"d", "ax\"yb cd"}, Spelling{"blank", "a\\ b", "a b"},
+                    Spelling{"quote", "\"a\\\"b\"", "a\"b"}, Spelling{"quote_in_single", "'a\\'b'", "a'b"},
+                    Spelling{"backslash", "a\\\\b", "a\\b"}, Spelling{"other", "\\q\\v\\e\\8\\X", "qve8X"},
+                    Spelling{"newline", "a\\nb", "a\nb"}, Spelling{"tab", "\"a\\tb\"", "a\tb"},
+                    Spelling{"letter_s", "a\\sb", "a b"}, Spelling{"controls", "\\a\\b\\f\\r", "\a\b\f\r"},
+                    Spelling{"octal", "\\1014\\12z", "A4\nz"},
+                    Spelling{"hexadecimal", "\\x414\\x4z", "A4\x04z"}, Spelling{"joined", "a\\\nb", "ab"},
+                    Spelling{"joined_in_quotes", "\"a\\\nb\"", "ab"}, Spelling{"lines", "\"a\nb\"", "a\nb"},
+                    Spelling{"hash_in_quotes", "'#a'", "#a"}, Spelling{"bytes", "\xff\xc3", "\xff\xc3"}),
+    [](const testing::TestParamInfo<Spelling> &spelling) { return std::string(spelling.param.name); });
+
+TEST_F(Secrets, CommentsAndContinuationsBelongToTheirEntry)
+{
+    file("joe \\\n isp \\\n 4 * # don't\nx#y isp 5\n#joe isp 6\nq isp#7\n");
     EXPECT_EQ(0, cslib_entry_del("joe", "isp"));
-    EXPECT_EQ("'jo e' \"i\\\"sp\" 1 *\nj\\ o'x'\"y\" isp 2 *\nlong\\\nname isp 3 *\n#joe #isp 5\n"
-              "back\\\\slash isp 6\nq'uo\"te\" isp 7\n",
-              now());
+    EXPECT_EQ("x#y isp 5\n#joe isp 6\nq isp#7\n", now());
+    EXPECT_EQ(0, cslib_entry_del("q", "isp"));
+    EXPECT_NE(0, cslib_entry_del("x", "isp"));
+    EXPECT_EQ("x#y isp 5\n#joe isp 6\n", now());
+}
+
+TEST_F(Secrets, AppendedEntryIsALineOfItsOwn)
+{
+    for (const char *end : {"\\", "\\\n", "", " ", "# c", "\\\\"}) {
+        const std::string before = "a isp 1 *" + std::string(end);
+        file(before);
+        EXPECT_EQ(0, cslib_entry_add("joe", "isp", "pw", "*")) << end;
+        EXPECT_EQ(0u, now().find(before)) << end;
+        EXPECT_EQ(0, cslib_entry_del("joe", "isp")) << end;
+        EXPECT_EQ(0, cslib_entry_del("a", "isp")) << end;
+    }
+}
+
+TEST_F(Secrets, QuoteThatNeverEndsHidesWhatFollows)
+{
+    const std::string before = "a isp 1 *\nb \"isp 2 *\njoe isp 3 *\n";
+    file(before);
+    StderrCapture err;
+    EXPECT_NE(0, cslib_entry_add("joe", "isp", "pw", "*"));
+    EXPECT_EQ(EBADMSG, errno);
+    EXPECT_NE(0, cslib_entry_del("joe", "isp"));
+    EXPECT_EQ(before, now());
+    EXPECT_EQ(0, cslib_entry_add("a", "isp", "new", "*"));
+    EXPECT_EQ("a isp new *\nb \"isp 2 *\njoe isp 3 *\n", now());
 }
 
 TEST_F(Secrets, AnyPrintableWordIsWrittenSoThatItReadsBack)
@@ -270,6 +333,36 @@ TEST_F(Secrets, LongLinesAndZeroBytesPassThrough)
     EXPECT_EQ(odd + "joe isp pw *\n", now());
     EXPECT_EQ(0, cslib_entry_del("joe", "isp"));
     EXPECT_EQ(odd, now());
+}
+
+TEST_F(Secrets, AnyFileIsLeftAsItWas)
+{
+    const std::string_view pieces[] = {
+        "a",    "isp", " ", "\t", "\n", "\\", "'", "\"", "#", "\\x", "\\1", "*", std::string_view("\0", 1),
+        "\xff", "\r"};
+    std::mt19937 random(4711);
+    std::uniform_int_distribution<size_t> piece(0, std::size(pieces) - 1);
+    StderrCapture err;
+    int added = 0;
+    for (int round = 0; round < 1500; round++) {
+        std::string before;
+        for (int i = 0; i < round % 30; i++) {
+            before += pieces[piece(random)];
+        }
+        file(before);
+        if (cslib_entry_add("joe", "isp", "pw", "*") != 0) {
+            ASSERT_EQ(EBADMSG, errno);
+            ASSERT_EQ(before, now());
+            continue;
+        }
+        added++;
+        ASSERT_EQ(0, cslib_entry_del("joe", "isp")) << before;
+        std::string after = now();
+        ASSERT_EQ(before, after.substr(0, before.size()));
+        ASSERT_EQ(std::string::npos, after.find_first_not_of('\n', before.size())) << before;
+    }
+    EXPECT_GT(added, 500);
+    EXPECT_LT(added, 1500);
 }
 
 TEST_F(Secrets, FileThatIsNoFile)
