@@ -21,7 +21,7 @@ PhyDouble fresh()
     return made;
 }
 
-int serve(ifreq *request)
+int read_phy(ifreq *request)
 {
     uint32_t block[4];
     memcpy(block, request->ifr_data, sizeof(block));
@@ -44,11 +44,23 @@ int serve(ifreq *request)
     return 0;
 }
 
+int read_switch(ifreq *request)
+{
+    uint32_t block[2];
+    memcpy(block, request->ifr_data, sizeof(block));
+    block[1] = switch_registers()[block[0]];
+    memcpy(request->ifr_data, block, sizeof(block));
+    return strcmp(request->ifr_name, "eth0") == 0 ? 0 : -ENODEV;
+}
+
 // In place from the start of each test process; a test that needs other ioctls answered puts its own there.
 const bool installed = [] {
     interpose::answer_ioctl([](int fd, unsigned long request, void *argument) {
+        if (request == SIOCDEVPRIVATE + 1) {
+            return read_switch(static_cast<ifreq *>(argument));
+        }
         if (request == SIOCDEVPRIVATE + 3) {
-            return serve(static_cast<ifreq *>(argument));
+            return read_phy(static_cast<ifreq *>(argument));
         }
         auto result = static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
         return result < 0 ? -errno : result;
@@ -79,4 +91,10 @@ PhyDouble &phy(unsigned number)
 {
     static std::array<PhyDouble, 5> all = {fresh(), fresh(), fresh(), fresh(), fresh()};
     return all.at(number);
+}
+
+std::map<uint32_t, uint32_t> &switch_registers()
+{
+    static std::map<uint32_t, uint32_t> registers;
+    return registers;
 }
