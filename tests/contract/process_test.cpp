@@ -41,13 +41,15 @@ TEST_F(ProcessTest, RunsOfBlanksAndQuotesOfACommandLine)
     ASSERT_EQ(
         cmdlib_procd_start_inst("pppoe", "wan1",
                                 "/usr/sbin/pppd ipparam 'pppoec,20001'  +ipv6    plugin  \t rp-pppoe.so  "
-                                "'' \"a \\\"b\\\" \\\\ \\n\" it\"'\"s \\x $HOME `id` * nic-wan1_pe \n",
+                                "'' \"a \\\"b\\\" \\\\ \\n\" it\"'\"s \\x $HOME `id` * "
+                                "nic-wan1_pe \n",
                                 0),
         0);
     EXPECT_EQ(
         service.requests().at(0),
-        R"(add {"name":"pppoe","instances":{"wan1":{"command":["/usr/sbin/pppd","ipparam","pppoec,20001",)"
-        R"("+ipv6","plugin","rp-pppoe.so","","a \"b\" \\ \\n","it's","\\x","$HOME","`id`","*","nic-wan1_pe"],)"
+        R"(add {"name":"pppoe","instances":{"wan1":{"command":["/usr/sbin/pppd","ipparam",)"
+        R"("pppoec,20001","+ipv6","plugin","rp-pppoe.so","","a \"b\" \\ \\n","it's","\\x",)"
+        R"("$HOME","`id`","*","nic-wan1_pe"],)"
         R"("respawn":["3600","5","0"]}}})");
 }
 
