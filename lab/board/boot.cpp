@@ -37,6 +37,9 @@ void Board::raise()
 {
     Host &router = hosts_.at("router");
     router.environment = {std::string("LAB_REGS=") + registers_path, std::string("LAB_PHYS=") + phys_path};
+    // whatever small tool the machine lacks; the search path ends there
+    make_dirs(applets_path);
+    must_run(router, {"busybox", "--install", "-s", applets_path});
     bring_up_loopback();
     write_setting("net.ipv4.ip_forward", "1");
     for (const auto &[key, value] : plan_.router_settings) {

@@ -51,6 +51,7 @@ Outcome run_now(const Host &host, const std::vector<std::string> &words, const s
 // The same, throwing an error with the command and its output when it fails.
 void must_run(const Host &host, const std::vector<std::string> &words, const std::string &input = {});
 
-constexpr const char *search_path = "/usr/sbin:/usr/bin:/sbin:/bin";
+constexpr const char *applets_path = "/usr/lib/applets";
+constexpr const char *search_path = "/usr/sbin:/usr/bin:/sbin:/bin:/usr/lib/applets";
 
 } // namespace lab

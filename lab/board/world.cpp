@@ -86,6 +86,9 @@ void make_etc(const std::string &root)
           "ld.so.conf", "ld.so.conf.d", "alternatives", "iproute2", "localtime"}) {
         copy_if_there(std::string("/etc/") + name, root + "/etc/" + name);
     }
+    // the unprivileged user that images run network helpers as; the bus rules name it
+    append_text(root + "/etc/passwd", "network:x:199:199::/var:/bin/false\n");
+    append_text(root + "/etc/group", "network:x:199:\n");
     make_dirs(root + "/etc/config");
     make_dirs(root + "/etc/ppp/plugins");
     write_text(root + "/etc/hosts", "127.0.0.1 localhost\n");

@@ -33,7 +33,7 @@ def parser():
 
     up = add("up", "raise the lab, or raise its board anew")
     up.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
-    up.add_argument("--config", default="one-lan", help="sample of lab/configs or a folder (default: %(default)s)")
+    up.add_argument("--config", default="home", help="sample of lab/configs or a folder (default: %(default)s)")
     how = up.add_mutually_exclusive_group()
     how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine")
     how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")

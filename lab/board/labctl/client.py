@@ -5,7 +5,6 @@ import fcntl
 import json
 import os
 import pathlib
-import shutil
 import socket
 import subprocess
 import sys
@@ -202,11 +201,10 @@ class Lab:
         deadline = time.monotonic() + 15
         while self.alive() and time.monotonic() < deadline:
             time.sleep(0.02)
-        shutil.rmtree(self.state / "share", ignore_errors=True)
         return True
 
     # --- boards --------------------------------------------------------------------------------------------
-    def raise_board(self, board="one-cpu", config="one-lan", extra_plan=(), folder="lab"):
+    def raise_board(self, board="one-cpu", config="home", extra_plan=(), folder="lab"):
         """Raises a board (ending the one before) and returns it; the daemon has been started then."""
         described = boards.Board(board)
         (self.state / "lab.json").unlink(missing_ok=True)

@@ -11,6 +11,7 @@ import collections
 import json
 import os
 import selectors
+import shutil
 import signal
 import socket
 import sys
@@ -194,6 +195,7 @@ class Hub:
                 os.unlink(os.path.join(self.state, name))
             except OSError:
                 pass
+        shutil.rmtree(os.path.join(self.state, "share"), ignore_errors=True)
         for client in self.clients:
             client.close()
 

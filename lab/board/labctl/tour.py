@@ -1,0 +1,98 @@
+"""What ./run does once everything is built: raise the board, check it, show it, stay until Ctrl-C."""
+
+import argparse
+import os
+import signal
+import sys
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from labctl import boards, carrier, checks, client, paths, topology, view  # noqa: E402
+
+HINTS = """
+The board stays up. Try from another terminal:
+  lab/lab status                              ports, VLANs, interfaces
+  lab/lab ubus call ivarode.intf status       any bus call
+  lab/lab link 2 down                         pull a cable; lab/lab link 2 up
+  lab/lab exec pc1 ping -c3 198.51.100.1      any command in any host (router, pc1.., isp)
+  lab/lab capture 0 -c5                       frames on a front port
+  lab/lab log -f                              the router's log
+Ctrl-C here ends it, without a trace."""
+
+
+class Report:
+    def __init__(self, colour):
+        self.colour, self.failed, self.passed = colour, 0, 0
+
+    def line(self, good, text):
+        mark, code = ("ok  ", "32") if good else ("FAIL", "31")
+        self.passed += good
+        self.failed += not good
+        print("\x1b[%sm%s\x1b[0m %s" % (code, mark, text) if self.colour else "%s %s" % (mark, text), flush=True)
+
+
+def options(argv):
+    top = argparse.ArgumentParser(prog="./run", description="Builds everything, boots the virtual board with the daemon on it, "
+                                  "checks it with real frames, and leaves it up to be played with.")
+    top.add_argument("--check", action="store_true", help="end after the checks, with their verdict")
+    how = top.add_mutually_exclusive_group()
+    how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine, whatever this kernel has")
+    how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
+    top.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
+    top.add_argument("--config", default="home", help="sample of lab/configs or a folder (default: %(default)s)")
+    top.add_argument("--name", default=paths.DEFAULT_LAB, help=argparse.SUPPRESS)
+    return top.parse_args(argv)
+
+
+def tour(lab, args, report, colour):
+    began = time.monotonic()
+    if lab.alive():
+        print("A lab named %s is up: ending it first." % lab.name, flush=True)
+        lab.stop()
+    mode, why = lab.start(args.mode or "", tied=True, notes=sys.stdout)
+    info = lab.info()
+    print("The board runs %s%s (%.1f s)." % (info["text"], "" if args.mode or mode == "native" else ": " + why,
+                                              time.monotonic() - began), flush=True)
+    board = lab.raise_board(args.board, args.config)
+    since, _ = lab.said("ivarode init success", 90)
+    report.line(True, checks.footprint(lab, since))
+    about = topology.Topology(board, args.config)
+    results = []
+    for name, check in checks.applicable(about):
+        try:
+            results.append((True, check(lab, about)))
+        except (checks.Failure, client.LabError, TimeoutError) as error:
+            results.append((False, "%s: %s" % (name, error)))
+        report.line(*results[-1])
+    print("\n" + view.status(lab, colour) + "\n")
+    print(lab.run("router", "ubus", "-v", "list").out)
+    verdict = "%d checks passed, %d failed" % (report.passed, report.failed)
+    print("%s, %.0f s after the build." % (verdict, time.monotonic() - began), flush=True)
+    if report.failed:
+        print("\nThe end of the log:\n" + lab.shell("router", "tail -n 25 /var/log/messages /var/log/daemon.log").out)
+
+
+def main(argv):
+    args = options(argv)
+    colour = sys.stdout.isatty()
+    stay = not args.check and sys.stdin.isatty() and sys.stdout.isatty()
+    lab, report = client.Lab(args.name), Report(colour)
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda *_: sys.exit(1))
+    try:
+        tour(lab, args, report, colour)
+        if stay and not report.failed:
+            print(HINTS, flush=True)
+            while lab.alive():
+                time.sleep(1)
+    except KeyboardInterrupt:
+        print()
+    except (client.LabError, boards.ConfigError, carrier.CarrierError, carrier.machine.MachineError) as error:
+        report.line(False, str(error))
+    finally:
+        lab.stop()
+    return 0 if report.passed and not report.failed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
