@@ -25,6 +25,7 @@ int status_of(int error)
 template <typename Map> std::vector<std::string> keys_of(const Map &map)
 {
     std::vector<std::string> keys;
+    keys.reserve(map.size());
     for (const auto &item : map) {
         keys.push_back(item.first);
     }
@@ -35,9 +36,9 @@ template <typename Map> std::vector<std::string> keys_of(const Map &map)
 
 void Supervisor::gone(Instance &instance)
 {
-    const std::string service = instance.service();
-    services.at(service).instances.erase(std::string(instance.name()));
-    vanish_if_done(service);
+    // Taken out first and destroyed last: the names are its own.
+    const auto removed = services.at(instance.service()).instances.extract(instance.name());
+    vanish_if_done(instance.service());
 }
 
 void Supervisor::vanish_if_done(const std::string &name)

@@ -56,6 +56,7 @@ public:
         }
         targets.erase(port);
         std::vector<Sent> sent;
+        sent.reserve(targets.size());
         for (const unsigned target : targets) {
             sent.push_back({target, leave(frame, tagged, tci / 4096 * 4096 + vid, *entry, target)});
         }

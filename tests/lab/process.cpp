@@ -88,6 +88,7 @@ Process::Process(const std::vector<std::string> &command, const std::vector<std:
         putenv(const_cast<char *>(variable.c_str()));
     }
     std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string &word : command) {
         arguments.push_back(const_cast<char *>(word.c_str()));
     }
@@ -167,7 +168,7 @@ std::string Connection::line()
     while (text.find('\n') == std::string::npos && append_from(fd.get(), text, end)) {
     }
     const size_t found = text.find('\n');
-    const std::string result = text.substr(0, found);
+    std::string result = text.substr(0, found);
     text.erase(0, found == std::string::npos ? found : found + 1);
     return result;
 }
@@ -177,7 +178,7 @@ std::string Connection::bytes(size_t count)
     const int64_t end = clock_ms() + deadline_ms;
     while (text.size() < count && append_from(fd.get(), text, end)) {
     }
-    const std::string result = text.substr(0, count);
+    std::string result = text.substr(0, count);
     text.erase(0, result.size());
     return result;
 }
