@@ -113,7 +113,7 @@ bool entry_reader::word(std::string_view wanted)
         }
         i_++;
         if (quote_ ? c == quote_ : c == '"' || c == '\'') {
-    return static_cast<char>(static_cast<unsigned char>(value));
+            quote_ = quote_ ? '\0' : c;
             continue;
         }
         if (c == '\\' && !at_end()) {
