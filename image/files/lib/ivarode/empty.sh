@@ -12,7 +12,7 @@ number=${IVARODE_WAN_NUMBER:-20001}
 # The new address first, so that routes through the device survive a renewal. Where both are of one network the
 # kernel counts the new one as second to the old, and must not drop it with that.
 set_address() {
-    echo 1 >"/proc/sys/net/ipv4/conf/$interface/promote_secondaries"
+    echo 1 2>/dev/null >"/proc/sys/net/ipv4/conf/$interface/promote_secondaries"
     wanted=$ip/${mask:-${subnet:-24}}
     if ! ip -4 -o addr show dev "$interface" | grep -q " inet $wanted "; then
         ip -4 addr del "$wanted" dev "$interface" 2>/dev/null
