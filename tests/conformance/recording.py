@@ -51,6 +51,7 @@ class Run:
         self.output = ""
         self.actions = 0
         self.fallible = 0
+        self.fallible_before = {}   # step key -> fallible calls before it
 
 
 def signed_status(code):
@@ -65,9 +66,10 @@ def read_trace(text, run):
     run.order.append(key)
     for line in text.splitlines():
         if line.startswith("> "):
-            key = line[2:].split("\t")[0]
+            key, count = line[2:].split("\t")[0].split(" fallible=")
             run.parts[key] = []
             run.order.append(key)
+            run.fallible_before[key] = int(count)
         elif line.startswith("counted "):
             numbers = dict(item.split("=") for item in line.split("\t")[0].split()[1:])
             run.actions, run.fallible = int(numbers["actions"]), int(numbers["fallible"])

@@ -1,5 +1,6 @@
 #include "steps.h"
 
+#include "call.h"
 #include "model.h"
 #include "script.h"
 #include "trace.h"
@@ -129,7 +130,8 @@ bool step(const std::vector<std::string> &line)
 {
     const std::string &word = line[0];
     if (word == "step") {
-        trace_line("> " + (line.size() > 1 ? line[1] : std::string{}));
+        trace_line("> " + (line.size() > 1 ? line[1] : std::string{}) +
+                   " fallible=" + std::to_string(fallible_counted()));
     } else if (word == "link") {
         deliver_link(number(line, 1), number(line, 2));
     } else if (word == "address") {
