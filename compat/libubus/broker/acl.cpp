@@ -232,6 +232,11 @@ void acl_load(const char *dir)
     if (dir_fd >= 0) {
         close(dir_fd);
     }
+}
+
+void acl_reload(const char *dir)
+{
+    acl_load(dir);
     announce_acl_sequence(++sequence);
 }
 

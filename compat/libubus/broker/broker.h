@@ -188,6 +188,7 @@ void monitor_message(const Client *client, const ubus_msghdr &hdr, const blob_at
 enum class Access { call, publish, subscribe, listen, send };
 bool acl_allows(const Client *client, Access access, const char *name, const char *method = nullptr);
 void acl_load(const char *dir);
+void acl_reload(const char *dir); // counts, and tells who listens
 void acl_free();
 int handle_acl_call(Client *client, const Message &msg, const char *method);
 

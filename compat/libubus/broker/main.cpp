@@ -37,7 +37,7 @@ void on_reload(uloop_fd *fd, unsigned int)
     char sink[16];
     while (read(fd->fd, sink, sizeof(sink)) > 0) {
     }
-    broker::acl_load(acl_dir);
+    broker::acl_reload(acl_dir);
 }
 
 void watch_hangup()
