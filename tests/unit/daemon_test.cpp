@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <cstdlib>
+#include <regex>
 
 namespace unit {
 
@@ -15,9 +16,20 @@ namespace {
 
 Lines report(int level, const char *channel, const std::string &text)
 {
-    return std::vector<std::string>{"syslog(" + std::to_string(level) + ", " + quote(text) + ")",
+    // The system log cuts at its line's length, the platform's channel does not.
+    return std::vector<std::string>{"syslog(" + std::to_string(level) + ", " + quote(text.substr(0, 1023)) +
+                                        ")",
                                     std::string{channel} + "(" + quote(text) + ")"};
 }
+
+// Addresses of objects differ from run to run; no register value has so many digits.
+std::string addresses_hidden(const std::string &text)
+{
+    static const std::regex object_address{"0x[0-9a-f]{9,}"};
+    return std::regex_replace(text, object_address, "ADDRESS");
+}
+
+} // namespace
 
 void registry_drop()
 {
@@ -37,6 +49,8 @@ void registry_drop()
     netintf_lan_port_mask = 0;
     netintf_wan_port_mask = 0;
 }
+
+namespace {
 
 void routes_drop()
 {
@@ -132,7 +146,7 @@ void DaemonTest::expect_trace(const std::vector<Lines> &expected)
     for (const Lines &part : expected) {
         lines.insert(lines.end(), part.all().begin(), part.all().end());
     }
-    EXPECT_EQ(join(trace_take()), join(lines));
+    EXPECT_EQ(addresses_hidden(join(trace_take())), join(lines));
 }
 
 void DaemonTest::expect_quiet_trace(const std::vector<Lines> &expected)

@@ -56,6 +56,7 @@ struct World {
     bool show_registers = false;
     bool show_board = false;
     unsigned calloc_failing = 0; // the n-th allocation from now on fails
+    std::string equal_in;        // function whose text comparisons all find the texts equal
 };
 extern World world;
 
