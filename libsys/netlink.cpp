@@ -12,7 +12,9 @@ namespace {
 
 // The kernel answers at once; a silence this long means that something is broken for good.
 constexpr timeval answer_timeout = {5, 0};
-constexpr size_t room_for_one_datagram = 16384;
+// The kernel remembers the largest buffer a socket ever offered and fills datagrams of a listing up to that, but
+// never beyond this.
+constexpr size_t room_for_one_datagram = 32768;
 constexpr int listing_attempts = 8;
 
 mnl_socket *kept_socket = nullptr;
