@@ -151,3 +151,25 @@ BOOKS = ["architecture.md", "behaviour.md", "bus.md", "configuration.md", "messa
 @pytest.mark.parametrize("name", BOOKS)
 def test_every_book_is_there(name):
     assert len(books.text(name)) > 2000
+
+
+def test_the_arrows_of_the_architecture_are_those_of_the_sources():
+    section = books.sections(books.text("architecture.md"))["The daemon inside"]
+    drawn = {books.code(row[0])[0]: set(books.code(row[3])) for row in books.tables(section)[0][1:]}
+    real = {}
+    for path in (sandbox.ROOT / "src").rglob("*.*"):
+        if path.suffix not in (".h", ".cpp"):
+            continue
+        folder = path.relative_to(sandbox.ROOT / "src").parts[0]
+        found = set(re.findall(r'#include "(\w+)/', path.read_text())) - {folder}
+        real.setdefault(folder, set()).update(found)
+    assert drawn == real
+
+
+def test_the_start_up_table_has_a_row_for_each_step():
+    rows = books.tables(books.sections(books.text("architecture.md"))["Start-up"])[0][1:]
+    source = (sandbox.ROOT / "src/core/main.cpp").read_text()
+    steps = re.findall(r"on_failure::(\w+),", source[source.index("startup[] = {"):source.index("bool start()")])
+    told = {"ends": "end", "goes on": "go_on", "never": "clean_up_and_end"}
+    assert [told.get(row[2], "clean_up_and_end") for row in rows] == steps
+    assert [row[0] for row in rows] == [str(n + 1) for n in range(len(steps))]
