@@ -19,9 +19,23 @@ uint32_t type_of_name(const char *name)
     return text_begins(name, "lan", __func__, __LINE__) ? intf_type_lan : 0;
 }
 
-void member_name(char (&member)[name_size], uint32_t type, uint32_t hw_port, int vid1, int vid2)
+// The two devices of an interface.
+struct bridge_devices {
+    char bridge[name_size];
+    char member[name_size];
+};
+
+// False for a name that is neither a LAN's nor a WAN's.
+bool devices_name(bridge_devices *devices, const char *name, uint32_t proto, uint32_t hw_port, int vid1,
+                  int vid2)
 {
+    const uint32_t type = type_of_name(name);
+    if (type == 0) {
+        return false;
+    }
+    netintf_bridge_name(devices->bridge, sizeof(devices->bridge), name, proto);
     const char *master = netintf_cpu_path(type).master;
+    char(&member)[name_size] = devices->member;
     if (vid1 == vlan_none) {
         text_format(member, sizeof(member), "%s.%d", master, port_vlan(hw_port) & 0xffffU);
     } else if (vid2 != vlan_none) {
@@ -29,17 +43,19 @@ void member_name(char (&member)[name_size], uint32_t type, uint32_t hw_port, int
     } else {
         text_format(member, sizeof(member), "%s.%d", master, vid1);
     }
+    return true;
 }
 
-int bridge_build(const char *bridge, const char *member, const uint8_t *mac)
+int bridge_build(const bridge_devices &devices, const uint8_t *mac)
 {
+    const char *bridge = devices.bridge;
     if (netlib_br_create(bridge) != 0) {
         return rv_fail;
     }
     if (!netintf_mac_is_zero(mac) && netlib_eth_mac_set(bridge, mac) != 0) {
         return rv_device;
     }
-    if (netlib_eth_intf_up(bridge) != 0 || netlib_br_addif(bridge, member) != 0) {
+    if (netlib_eth_intf_up(bridge) != 0 || netlib_br_addif(bridge, devices.member) != 0) {
         return rv_fail;
     }
     return rv_ok;
@@ -55,20 +71,14 @@ void netintf_bridge_name(char *device, size_t size, const char *name, uint32_t p
 int netintf_bridge_create(const char *name, uint32_t proto, uint32_t hw_port, const uint8_t *mac,
                           uint16_t vid1, uint16_t vid2, int bring_up)
 {
-    if (hw_port >= netintf_port_count) {
+    bridge_devices devices;
+    if (hw_port >= netintf_port_count || !devices_name(&devices, name, proto, hw_port, vid1, vid2)) {
         return rv_invalid;
     }
-    const uint32_t type = type_of_name(name);
-    if (type == 0) {
-        return rv_invalid;
-    }
-    char bridge[name_size];
-    char member[name_size];
-    netintf_bridge_name(bridge, sizeof(bridge), name, proto);
-    member_name(member, type, hw_port, vid1, vid2);
-    if (const int rv = bridge_build(bridge, member, mac); rv != rv_ok) {
+    const char *bridge = devices.bridge;
+    if (const int rv = bridge_build(devices, mac); rv != rv_ok) {
         NET_ERROR("veth init failed, master_intf=%s veth_intfname=%s mac=%02x:%02x:%02x:%02x:%02x:%02x\n",
-                  member, bridge, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+                  devices.member, bridge, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
         return rv;
     }
     uint32_t link = 0;
@@ -85,18 +95,12 @@ int netintf_bridge_create(const char *name, uint32_t proto, uint32_t hw_port, co
 
 int netintf_bridge_delete(const char *name, uint32_t proto, uint32_t hw_port, int vid1, int vid2)
 {
-    const uint32_t type = type_of_name(name);
-    if (type == 0) {
+    bridge_devices devices;
+    if (!devices_name(&devices, name, proto, hw_port, vid1, vid2) || hw_port >= netintf_port_count) {
         return rv_invalid;
     }
-    char bridge[name_size];
-    char member[name_size];
-    netintf_bridge_name(bridge, sizeof(bridge), name, proto);
-    member_name(member, type, hw_port, vid1, vid2);
-    if (hw_port >= netintf_port_count) {
-        return rv_invalid;
-    }
-    if (netlib_br_delif(bridge, member) != 0 || netlib_eth_intf_down(bridge) != 0 ||
+    const char *bridge = devices.bridge;
+    if (netlib_br_delif(bridge, devices.member) != 0 || netlib_eth_intf_down(bridge) != 0 ||
         netlib_br_delete(bridge) != 0) {
         return rv_fail;
     }

@@ -19,6 +19,27 @@ template <size_t N> bool all_present(struct blob_attr *const (&fields)[N])
     return true;
 }
 
+// An account is known by the peer's name and the server's.
+struct account {
+    const char *username;
+    const char *provider;
+};
+
+bool account_get(struct blob_attr *username, struct blob_attr *provider, account *who)
+{
+    who->username = blobmsg_get_string(username);
+    if (who->username == nullptr) {
+        NET_ERROR("user is null\n");
+        return false;
+    }
+    who->provider = blobmsg_get_string(provider);
+    if (who->provider == nullptr) {
+        NET_ERROR("provider is null\n");
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int pppuser_ubus_add(struct ubus_context *, struct ubus_object *, struct ubus_request_data *, const char *,
@@ -30,14 +51,8 @@ int pppuser_ubus_add(struct ubus_context *, struct ubus_object *, struct ubus_re
         NET_ERROR("ppp user add input is null\n");
         return status_invalid_argument;
     }
-    const char *username = blobmsg_get_string(fields[pppuser_username]);
-    if (username == nullptr) {
-        NET_ERROR("user is null\n");
-        return status_invalid_argument;
-    }
-    const char *provider = blobmsg_get_string(fields[pppuser_provider]);
-    if (provider == nullptr) {
-        NET_ERROR("provider is null\n");
+    account who = {};
+    if (!account_get(fields[pppuser_username], fields[pppuser_provider], &who)) {
         return status_invalid_argument;
     }
     const char *password = blobmsg_get_string(fields[pppuser_password]);
@@ -50,7 +65,7 @@ int pppuser_ubus_add(struct ubus_context *, struct ubus_object *, struct ubus_re
         NET_ERROR("ipaddr is null\n");
         return status_invalid_argument;
     }
-    if (cslib_entry_add(username, provider, password, ipaddr) != 0) {
+    if (cslib_entry_add(who.username, who.provider, password, ipaddr) != 0) {
         NET_ERROR("chap secret entry add failed\n");
         return status_unknown_error;
     }
@@ -66,17 +81,11 @@ int pppuser_ubus_del(struct ubus_context *, struct ubus_object *, struct ubus_re
         NET_ERROR("ppp user del input is null\n");
         return status_invalid_argument;
     }
-    const char *username = blobmsg_get_string(fields[pppuser_username]);
-    if (username == nullptr) {
-        NET_ERROR("user is null\n");
+    account who = {};
+    if (!account_get(fields[pppuser_username], fields[pppuser_provider], &who)) {
         return status_invalid_argument;
     }
-    const char *provider = blobmsg_get_string(fields[pppuser_provider]);
-    if (provider == nullptr) {
-        NET_ERROR("provider is null\n");
-        return status_invalid_argument;
-    }
-    if (cslib_entry_del(username, provider) != 0) {
+    if (cslib_entry_del(who.username, who.provider) != 0) {
         NET_ERROR("chap secret entry del failed\n");
         return status_unknown_error;
     }
