@@ -1,5 +1,6 @@
 """The books say of the sources neither too little nor too much."""
 
+import json
 import re
 
 import pytest
@@ -173,3 +174,36 @@ def test_the_start_up_table_has_a_row_for_each_step():
     told = {"ends": "end", "goes on": "go_on", "never": "clean_up_and_end"}
     assert [told.get(row[2], "clean_up_and_end") for row in rows] == steps
     assert [row[0] for row in rows] == [str(n + 1) for n in range(len(steps))]
+
+
+def test_every_platform_function_is_in_the_porting_book():
+    table = next(t for t in books.tables(books.text("porting.md")) if t[0] == ["header", "functions"])
+    listed = {books.code(row[0])[0]: sorted(books.code(row[1])) for row in table[1:]}
+    declared = {}
+    for path in (sandbox.ROOT / "src/platform").glob("*.h"):
+        text = re.sub(r"//.*|typedef [^;]*;|__attribute__\(\(.*?\)\)\)", "", path.read_text())
+        names = re.findall(r"^[a-z][\w ]*[ *](\w+)\([^;{]*\)\s*;", text, re.M)
+        declared[path.name] = sorted(names)
+    assert sum(map(len, declared.values())) > 60
+    assert listed == declared
+
+
+def test_every_key_of_the_board_file_is_in_the_porting_book():
+    read = set()
+    for name in ("board.cpp", "gpio.cpp", "board_file.cpp"):
+        text = (sandbox.ROOT / "libsys" / name).read_text()
+        read |= set(re.findall(r'member\(\w+, "(\w+)"\)', text))
+        read |= {part for path in re.findall(r'"((?:system|network|switch|ivarode)\.[\w.]+)"', text) for part in path.split(".")}
+    section = books.sections(books.text("porting.md"))["Board file"]
+    listed = set()
+    for row in books.tables(section)[0][1:]:
+        listed |= set(re.findall(r"[a-z0-9_]+", books.code(row[0])[0].replace("[]", "")))
+    assert len(read) > 12 and read == listed
+    example = json.loads(re.search(r"```json\n(.*?)```", section, re.S).group(1))
+
+    def keys(value):
+        if isinstance(value, list):
+            return {key for item in value for key in keys(item)}
+        return {key for name, item in value.items() for key in {name} | keys(item)} if isinstance(value, dict) else set()
+
+    assert keys(example) <= listed and listed - keys(example) == {"index"}
