@@ -54,7 +54,10 @@ int interpose::calls(const std::string &call)
 
 void interpose::answer_ioctl(std::function<int(int, unsigned long, void *)> answer)
 {
-    ioctl_answer = new std::function<int(int, unsigned long, void *)>(std::move(answer));
+    if (!ioctl_answer) {
+        ioctl_answer = new std::function<int(int, unsigned long, void *)>;
+    }
+    *ioctl_answer = std::move(answer);
 }
 
 extern "C" {

@@ -78,7 +78,7 @@ bool kernel_has(const std::string &kind)
 {
     std::vector<std::string> argv = {"/sbin/ip", "link", "add"};
     if (kind == "vlan") {
-        argv.insert(argv.end(), {"link", "lo"});
+        argv.insert(argv.end(), {"link", "v0"}); // the loopback device takes none
     }
     argv.insert(argv.end(), {"name", "probe0", "type", kind});
     if (kind == "vlan") {
