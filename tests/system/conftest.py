@@ -1,0 +1,88 @@
+"""One lab for a whole run of these tests; boards are raised in it as the tests need them.
+
+IVARODE_LAB_MODE chooses "native" or "vm" (default: native where this kernel has what it takes). A worker of its own
+gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
+"""
+
+import os
+import pathlib
+import sys
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab" / "board"))
+from labctl import client, topology  # noqa: E402
+
+READY = "ivarode init success"
+
+
+class Machine:
+    """The lab, and which board is up in it."""
+
+    def __init__(self):
+        worker = os.environ.get("PYTEST_XDIST_WORKER", "")
+        self.lab = client.Lab("tests" + worker)
+        if self.lab.alive():
+            self.lab.stop()
+        self.mode, self.why = self.lab.start(os.environ.get("IVARODE_LAB_MODE", ""), tied=True)
+        self.up = None
+        self.failed = {}
+
+    def log(self):
+        try:
+            return self.lab.shell("router", "tail -n 40 /var/log/messages /var/log/daemon.log", timeout=10).out
+        except client.LabError as error:
+            return str(error)
+
+    def board(self, board, config, fresh=False, extra_plan=()):
+        wanted = (board, config, tuple(extra_plan))
+        if fresh or self.up != wanted:
+            self.up = None
+            if wanted in self.failed:
+                raise self.failed[wanted]       # it will not come up the second time either
+            described = self.lab.raise_board(board, config, extra_plan)
+            try:
+                self.lab.said(READY, 90)
+            except client.LabError as error:
+                self.failed[wanted] = client.LabError("%s\n%s" % (error, self.log()))
+                raise self.failed[wanted] from error
+            self.lab.topology = topology.Topology(described, config)
+            self.up = wanted
+        return self.lab
+
+    def spoiled(self):
+        self.up = None
+
+
+@pytest.fixture(scope="session")
+def machine():
+    try:
+        held = Machine()
+    except client.LabError as error:
+        pytest.fail("the lab does not come up: %s" % error)
+    yield held
+    held.lab.stop()
+
+
+@pytest.fixture
+def home(machine):
+    """One CPU port; LAN 1 over ports 1, 2 and 4, LAN 3 on port 3, a static WAN on port 0."""
+    return machine.board("one-cpu", "home")
+
+
+@pytest.fixture
+def fresh_home(machine):
+    """The same, raised for this test alone."""
+    yield machine.board("one-cpu", "home", fresh=True)
+    machine.spoiled()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """The router's log beside a failure."""
+    outcome = yield
+    report = outcome.get_result()
+    held = item.funcargs.get("machine") if hasattr(item, "funcargs") else None
+    if report.failed and call.when == "call" and held is not None:
+        held.spoiled()
+        report.sections.append(("the router's log", held.log()))

@@ -1,0 +1,77 @@
+"""Deaths and restarts: of the daemon at any time, and of the bus broker."""
+
+import time
+
+import pytest
+import state
+from labctl import checks
+
+
+def restart(lab):
+    lab.ok("agent", "start", "daemon", timeout=30)
+    lab.said("ivarode init success", 90)
+
+
+def kill_daemon(lab):
+    lab.ok("agent", "kill", "daemon", "9")
+    wait_service(lab, "daemon ended signal 9")
+
+
+def wait_service(lab, line, seconds=10):
+    deadline = time.monotonic() + seconds
+    while line not in lab.ok("agent", "services").splitlines():
+        assert time.monotonic() < deadline, lab.ok("agent", "services")
+
+
+def test_killed_and_started_again_finds_the_same_state(fresh_home):
+    before = state.settled(fresh_home)
+    kill_daemon(fresh_home)
+    # the kernel and the switch go on without it
+    assert checks.ping(fresh_home, "pc1", checks.INTERNET)
+    restart(fresh_home)
+    assert state.settled(fresh_home) == before
+    checks.translation(fresh_home, fresh_home.topology)
+
+
+@pytest.mark.parametrize("text", ["base-mac", "i=0 link", "i=4 link"])
+def test_killed_in_mid_start(machine, text):
+    """Killed when its output has reached a certain line, on a board where nothing has been laid yet."""
+    undisturbed = state.settled(machine.board("one-cpu", "home", fresh=True))
+    machine.spoiled()
+    lab = machine.lab
+    described = lab.raise_board("one-cpu", "home", ["no-daemon"])
+    assert described.name == "one-cpu"
+    with lab.spawn("router", "sh", "-c", "while ! grep -q '%s' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)"
+                   % text) as killer:
+        lab.ok("agent", "start", "daemon")
+        assert killer.collect(time.monotonic() + 60)
+    wait_service(lab, "daemon ended signal 9")
+    restart(lab)
+    found = state.settled(lab)
+    for part, value in undisturbed.items():
+        if part == "devices":       # the CPU port's own MAC is another on each board
+            found[part].pop("eth0"), value.pop("eth0")
+        assert found[part] == value, part
+
+
+def test_terminated_it_ends_well(fresh_home):
+    fresh_home.ok("agent", "stop", "daemon", timeout=30)
+    wait_service(fresh_home, "daemon ended exit 0")
+    restart(fresh_home)
+    assert fresh_home.run("router", "ubus", "-S", "call", "ivarode.run", "run").status == 0
+
+
+def test_broker_killed_and_restarted(fresh_home):
+    before = fresh_home.ok("router", "ubus", "list").split()
+    for _ in range(3):
+        fresh_home.ok("agent", "kill", "broker", "9")
+        wait_service(fresh_home, "broker ended signal 9")
+        fresh_home.ok("agent", "start", "broker")
+        began = time.monotonic()
+        while not fresh_home.run("router", "ubus", "-S", "-t", "2", "wait_for", "ivarode.intf", "ivarode.route",
+                                 "ivarode.pppuser", "ivarode.pppauth", "ivarode.run"):
+            assert time.monotonic() - began < 2
+        assert time.monotonic() - began < 2
+        assert fresh_home.run("router", "ubus", "-S", "call", "ivarode.run", "run").status == 0
+    fresh_home.run("router", "ubus", "-t", "10", "wait_for", *before, check=True)
+    assert "daemon running" in fresh_home.ok("agent", "services")
