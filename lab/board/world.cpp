@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <pwd.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -79,6 +80,14 @@ void make_dev(const std::string &root)
     check(symlink("/var/log/console", (root + "/dev/console").c_str()), "console");
 }
 
+void add_user(const std::string &root, const std::string &name, const std::string &number)
+{
+    if (getpwnam(name.c_str()) == nullptr) {
+        append_text(root + "/etc/passwd", name + ":x:" + number + ":" + number + "::/var:/bin/false\n");
+        append_text(root + "/etc/group", name + ":x:" + number + ":\n");
+    }
+}
+
 void make_etc(const std::string &root)
 {
     for (const char *name :
@@ -86,9 +95,9 @@ void make_etc(const std::string &root)
           "ld.so.conf", "ld.so.conf.d", "alternatives", "iproute2", "localtime"}) {
         copy_if_there(std::string("/etc/") + name, root + "/etc/" + name);
     }
-    // the unprivileged user that images run network helpers as; the bus rules name it
-    append_text(root + "/etc/passwd", "network:x:199:199::/var:/bin/false\n");
-    append_text(root + "/etc/group", "network:x:199:\n");
+    // the unprivileged users of a router's image, which the bus's access files name
+    add_user(root, "daemon", "1");
+    add_user(root, "network", "101");
     make_dirs(root + "/etc/config");
     make_dirs(root + "/etc/ppp/plugins");
     write_text(root + "/etc/hosts", "127.0.0.1 localhost\n");
