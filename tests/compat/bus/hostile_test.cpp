@@ -30,6 +30,13 @@ protected:
         RawClient client(broker.socket());
         EXPECT_EQ(client.ask_status(ping), 0);
     }
+    // The sanitizers keep freed memory for a while, and have their own way to find what is lost.
+    void expect_memory([[maybe_unused]] size_t at_most_kib) const
+    {
+#ifndef __SANITIZE_ADDRESS__
+        EXPECT_LE(broker.resident_kib(), at_most_kib);
+#endif
+    }
     Broker broker;
     size_t base_descriptors = 0;
 };
@@ -113,7 +120,7 @@ TEST_F(Hostile, AnnouncedLengthsCostNoMemory)
         clients.back()->send(from_hex("00030001 00000000 00100000 03"));
     }
     expect_service();
-    EXPECT_LT(broker.resident_kib(), before + 4096);
+    expect_memory(before + 4096);
 }
 
 TEST_F(Hostile, LargestMessage)
@@ -142,7 +149,7 @@ TEST_F(Hostile, FloodFromAClientThatDoesNotRead)
         }
     }
     expect_service();
-    EXPECT_LT(broker.resident_kib(), before + 6 * 1024);
+    expect_memory(before + 6 * 1024);
     // What it does get is whole messages.
     for (int i = 0; i < 100; i++) {
         const Bytes answer = deaf.receive();
@@ -178,7 +185,7 @@ TEST_F(Hostile, EventsForAListenerThatDoesNotRead)
     for (int i = 0; i < 1000; i++) {
         ASSERT_EQ(sender.ask_status(send), 0);
     }
-    EXPECT_LT(broker.resident_kib(), before + 4 * 1024);
+    expect_memory(before + 4 * 1024);
     EXPECT_EQ(deaf.receive()[1], UBUS_MSG_INVOKE);
 }
 
@@ -186,7 +193,6 @@ TEST_F(Hostile, EventsForAListenerThatDoesNotRead)
 TEST_F(Hostile, ListingsForAClientThatReadsLate)
 {
     RawClient owner(broker.socket());
-    const Bytes signature = attr_bytes(UBUS_ATTR_SIGNATURE, attr_bytes(0, Bytes(0)));
     Bytes method = from_hex("82000808 00016d00") + from_hex("80000800 00016100") + Bytes(2040);
     const int objects = 300;
     for (int i = 0; i < objects; i++) {
@@ -201,8 +207,7 @@ TEST_F(Hostile, ListingsForAClientThatReadsLate)
         late.send(message(UBUS_MSG_LOOKUP, static_cast<uint16_t>(i + 1), 0));
     }
     expect_service();
-    const size_t with_listings = broker.resident_kib();
-    EXPECT_LT(with_listings, 40u * 1024);
+    expect_memory(40u * 1024);
     for (int i = 0; i < listings; i++) {
         int found = 0;
         Bytes answer;
@@ -216,7 +221,6 @@ TEST_F(Hostile, ListingsForAClientThatReadsLate)
         EXPECT_EQ(found, objects);
         EXPECT_EQ(status_of(answer), 0);
     }
-    (void)signature;
 }
 
 TEST_F(Hostile, ListingOfAClientThatLeaves)
@@ -339,7 +343,7 @@ TEST_F(Hostile, RegistrationsComeAndGoWithoutGrowth)
     add_and_remove(200);
     const size_t before = broker.resident_kib();
     add_and_remove(3000);
-    EXPECT_LE(broker.resident_kib(), before + 256);
+    expect_memory(before + 256);
 }
 
 } // namespace

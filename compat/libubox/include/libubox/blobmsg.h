@@ -16,7 +16,8 @@
 #include <stdint.h>
 
 #define BLOBMSG_ALIGN 2
-#define BLOBMSG_PADDING(len) (((len) + (1 << BLOBMSG_ALIGN) - 1) & ~((1 << BLOBMSG_ALIGN) - 1))
+#define BLOBMSG_PADDING(len)                                                                                 \
+    (((len) + (1u << BLOBMSG_ALIGN) - 1) / (1u << BLOBMSG_ALIGN) * (1u << BLOBMSG_ALIGN))
 
 enum blobmsg_type {
     BLOBMSG_TYPE_UNSPEC,
