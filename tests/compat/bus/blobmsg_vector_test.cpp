@@ -5,6 +5,8 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
+#include <ostream>
+
 namespace {
 
 struct Vector {
@@ -13,6 +15,11 @@ struct Vector {
     std::string bytes;
     std::string json;
 };
+
+void PrintTo(const Vector &vector, std::ostream *out)
+{
+    *out << vector.name;
+}
 
 void add_nested(blob_buf *b)
 {
