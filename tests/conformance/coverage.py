@@ -1,0 +1,154 @@
+"""Which message, status and platform call of the daemon is reached by which scenario.
+
+Messages and calls are read from the sources. Calls are told apart by their place when the daemon carries debug
+information (a Debug build); else by function alone.
+"""
+import re
+import shutil
+import subprocess
+from collections import defaultdict
+
+from recording import collapse
+
+REPORT = re.compile(r"\b(NET_(?:ERROR|WARNING|NOTICE|INFO|DEBUG)|outlib_(?:error|warning|notice|info|debug))\(")
+LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
+CONVERSION = re.compile(r"%(?:%|[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?[diouxXcsp])")
+DECLARATION = re.compile(r"\b(\w+)\([^;{}]*\)\s*(?:__attribute__[^;]*)?;")
+
+
+def without_comments(text):
+    return re.sub(r"//[^\n]*", lambda m: " " * len(m[0]), text)
+
+
+def first_argument(text, at):
+    """The adjoining string literals at the start of an argument list, joined; None when there are none."""
+    out = None
+    while True:
+        match = re.compile(r"\s*").match(text, at)
+        literal = LITERAL.match(text, match.end())
+        if not literal:
+            return out
+        out = (out or "") + literal[1]
+        at = literal.end()
+
+
+def messages(sources):
+    """(file, line, severity, format) of each report."""
+    for path in sources:
+        text = without_comments(path.read_text(encoding="utf-8"))
+        for match in REPORT.finditer(text):
+            fmt = first_argument(text, match.end())
+            if fmt is not None:
+                severity = match[1].replace("NET_", "").replace("outlib_", "").upper()
+                yield path.name, text.count("\n", 0, match.start()) + 1, severity, fmt
+
+
+def pattern_of(severity, fmt):
+    out = []
+    at = 0
+    for match in CONVERSION.finditer(fmt):
+        out += [re.escape(fmt[at:match.start()]), "%" if match[0] == "%%" else ".*?"]
+        at = match.end()
+    return re.compile(re.escape(severity) + ' "' + "".join(out) + re.escape(fmt[at:]) + '"$', re.S)
+
+
+def platform_functions(folder):
+    for header in sorted((folder / "platform").glob("*.h")):
+        text = without_comments(header.read_text(encoding="utf-8"))
+        for match in DECLARATION.finditer(text):
+            if match[1] != "__attribute__":
+                yield match[1]
+
+
+def call_sites(sources, functions):
+    """"file:line" of each place that calls a platform function."""
+    name = re.compile(r"\b(" + "|".join(map(re.escape, sorted(functions))) + r")\s*\(")
+    for path in sources:
+        if path.suffix != ".cpp":
+            continue
+        text = without_comments(path.read_text(encoding="utf-8"))
+        for match in name.finditer(text):
+            if not match[1].startswith("outlib_"):
+                yield match[1], f"{path.name}:{text.count(chr(10), 0, match.start()) + 1}"
+
+
+def places(daemon, offsets):
+    """Offsets in the daemon as "file:line", with those of the functions inlined there; empty without debug info."""
+    tool = shutil.which("addr2line")
+    if not tool or not offsets:
+        return {}
+    # The place of a return is behind the call.
+    asked = [hex(int(offset, 16) - 1) for offset in offsets]
+    done = subprocess.run([tool, "-a", "-i", "-e", str(daemon), *asked], stdout=subprocess.PIPE, text=True, check=True)
+    out, current = defaultdict(set), None
+    for line in done.stdout.splitlines():
+        if line.startswith("0x"):
+            current = "0x%x" % (int(line, 16) + 1)
+        elif "?" not in line:
+            out[current].add(line.split(" (")[0].rsplit("/", 1)[-1])
+    return out
+
+
+def gather(recorded, label):
+    texts, functions, sites, statuses = (defaultdict(set) for _ in range(4))
+    for scenario, runs in recorded:
+        name = label(scenario)
+        for run, steps in runs:
+            titles = {str(scenario.steps.index(step)): step.title for step in steps}
+            for key, part in run.parts.items():
+                for line in part:
+                    line, _, offset = line.partition("\t@")
+                    functions[re.sub(r"^ioctl\[\d+\] ", "", line).partition("(")[0]].add(name)
+                    if offset:
+                        sites[offset].add(name)
+                for line in collapse(part):
+                    if re.match(r"(ERROR|WARNING|NOTICE|INFO|DEBUG) ", line):
+                        texts[line].add(name)
+                    elif line.startswith("status ") and titles.get(key, "").startswith("call "):
+                        statuses[" ".join(titles[key].split()[1:3]), line[7:]].add(name)
+    return texts, functions, sites, statuses
+
+
+def show(title, rows):
+    """Rows of (what, scenarios); those without one last."""
+    rows = list(rows)
+    missed = [what for what, names in rows if not names]
+    print(f"\n== {title}: {len(rows) - len(missed)} of {len(rows)} reached")
+    for what, names in rows:
+        if names:
+            print(f"  {len(names):5}  {what}\n           {sorted(names)[0]}")
+    for what in missed:
+        print(f"      -  {what}")
+
+
+def report(folder, board, recorded, label):
+    sources = sorted(folder.rglob("*.cpp")) + sorted(folder.rglob("*.h"))
+    texts, functions, sites, statuses = gather(recorded, label)
+
+    rows = []
+    for name, line, severity, fmt in messages(sources):
+        pattern = pattern_of(severity, fmt)
+        hit = set().union(*(names for text, names in texts.items() if pattern.match(text)))
+        rows.append((f'{name}:{line} {severity} "{fmt}"', hit))
+    show("messages", rows)
+
+    show("statuses", ((f"{method}: {status}", names) for (method, status), names in sorted(statuses.items())))
+
+    known = set(platform_functions(folder))
+    shown = {"ucilib_lookup_option_string", "strncpy_safe_record", "strncmp_safe_record", "memcpy_safe_record"}
+    show("platform functions", ((name, functions[name]) for name in sorted(known - shown)))
+
+    lines = places(board.daemon, list(sites))
+    if lines:
+        reached = defaultdict(set)
+        for offset, names in sites.items():
+            for place in lines.get("0x%x" % int(offset, 16), ()):
+                reached[place] |= names
+        show("places of platform calls",
+             ((f"{place} {name}", near(reached, place)) for name, place in call_sites(sources, known - shown)))
+
+
+def near(reached, place):
+    """A call that spans lines may be noted at any of its first few."""
+    file, _, line = place.rpartition(":")
+    return set().union(*(reached.get(f"{file}:{number}", set()) for number in range(int(line), int(line) + 4)))
