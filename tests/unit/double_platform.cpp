@@ -25,7 +25,7 @@ constexpr uint32_t switch_block = 0x10110000;
 
 void say(const char *name, const char *format, va_list args)
 {
-    char text[4096];
+    char text[16384];
     std::vsnprintf(text, sizeof text, format, args);
     Call(name).text(text).done();
 }
