@@ -19,14 +19,15 @@ class Board:
         build = Path(build).resolve()
         self.daemon = build / "bin" / "ivarode"
         self.recorder = build / "double" / "libsys.so"
+        self.entries = build / "double" / "entries"
         self.prefix = list(prefix)
         self.environment = dict(environment or {})
 
     def missing(self):
-        return [str(path) for path in (self.daemon, self.recorder) if not path.exists()]
+        return [str(path) for path in (self.daemon, self.recorder, self.entries) if not path.exists()]
 
-    def command(self, script):
-        """The command line and environment of one run."""
+    def command(self, script, entry=()):
+        """The command line and environment of one run: of the daemon, or of one operation of it."""
         inner = {
             "LD_PRELOAD": str(self.recorder),
             "IVARODE_SCRIPT": str(script),
@@ -38,7 +39,8 @@ class Board:
         if self.prefix:
             # The emulator must not be preloaded itself; it hands these on to what it runs.
             environment["QEMU_SET_ENV"] = f"LD_PRELOAD={inner.pop('LD_PRELOAD')}"
-        return [*self.prefix, str(self.daemon)], {**environment, **inner}
+        program = [str(self.entries), *entry] if entry else [str(self.daemon)]
+        return [*self.prefix, *program], {**environment, **inner}
 
 
 class Run:
@@ -77,13 +79,13 @@ def read_trace(text, run):
             run.parts[key].append(line)
 
 
-def run_process(board, lines, folder, timeout=20, sites=False):
+def run_process(board, lines, folder, timeout=20, sites=False, entry=()):
     """Runs one process with the script lines given; `folder` holds its files."""
     trace = Path(folder) / "trace"
     trace.unlink(missing_ok=True)
     script = Path(folder) / "script"
     script.write_text(script_text([("trace", str(trace), "sites" if sites else ""), *lines]))
-    command, environment = board.command(script)
+    command, environment = board.command(script, entry)
     run = Run()
     try:
         done = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
@@ -194,7 +196,7 @@ def record(board, scenario, folder, extra=(), sites=False, timeout=20):
     """Runs a scenario; a list of (run, steps)."""
     runs = []
     for lines, steps in plan(scenario, folder, extra):
-        runs.append((run_process(board, lines, folder, timeout=timeout, sites=sites), steps))
+        runs.append((run_process(board, lines, folder, timeout=timeout, sites=sites, entry=scenario.entry), steps))
     return runs
 
 

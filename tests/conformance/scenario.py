@@ -34,7 +34,7 @@ class Scenario:
         self.only = []
         self.hide = []
         self.steps = []
-        self.show = []
+        self.entry = []        # an operation to call instead of running the daemon, with its arguments
 
     @property
     def where(self):
@@ -111,7 +111,7 @@ class Parser:
             if name not in self.fixtures:
                 self.fail(f"no fixture {name!r}")
             fixture = self.fixtures[name]
-            for part in ("setup", "first", "only", "hide", "show"):
+            for part in ("setup", "first", "only", "hide"):
                 getattr(self.scenario, part).extend(copy.copy(getattr(fixture, part)))
 
     def directive(self, line, content):
@@ -126,6 +126,9 @@ class Parser:
             scenario.hide += rest.split()
         elif word == "show":
             scenario.setup.append(("show-" + rest,))
+        elif word == "entry":
+            scenario.entry = [notation.unquote(text).decode() if text[0] == '"' else text
+                              for text in re.findall(r'"(?:[^"\\]|\\.)*"|\S+', rest)]
         elif word == "board":
             self.board(content)
         elif word == "uci":

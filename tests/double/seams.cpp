@@ -239,6 +239,15 @@ int kill(pid_t pid, int number) noexcept
     return Call("kill").number(pid).raw(name).act([] { return 0; });
 }
 
+sighandler_t signal(int number, sighandler_t handler) noexcept
+{
+    if (!scenario.scripted) {
+        return next<sighandler_t(int, sighandler_t)>("signal")(number, handler);
+    }
+    Call("signal", Call::Kind::saying).number(number).raw(handler == SIG_IGN ? "ignore" : "handler").say();
+    return SIG_DFL;
+}
+
 unsigned sleep(unsigned seconds)
 {
     Call call("sleep");
