@@ -65,6 +65,27 @@ int add_default(uint32_t table, uint32_t gateway, uint32_t device)
     return error ? error : remove_defaults(table, device, &wanted);
 }
 
+// The rule for connected networks stands as long as a WAN's rule does.
+int remove_connected_first_unless_needed()
+{
+    bool needed = false;
+    int error = any_self_named_rule(lowest_wan, highest_wan, &needed);
+    return error || needed ? error : remove_rules(connected_first.preference);
+}
+
+int add_rules(uint32_t table)
+{
+    int error = ensure_rule(connected_first);
+    if (error) {
+        return error;
+    }
+    error = ensure_rule({table, table});
+    if (error) {
+        remove_connected_first_unless_needed();
+    }
+    return error;
+}
+
 int remove_rule_unless_used(uint32_t table, uint32_t device)
 {
     bool used = false;
@@ -74,11 +95,7 @@ int remove_rule_unless_used(uint32_t table, uint32_t device)
         return error;
     }
     error = remove_rules(table);
-    bool any_left = false;
-    if (!error) {
-        error = any_self_named_rule(lowest_wan, highest_wan, &any_left);
-    }
-    return error || any_left ? error : remove_rules(connected_first.preference);
+    return error ? error : remove_connected_first_unless_needed();
 }
 
 } // namespace
@@ -125,11 +142,7 @@ int netlib_intf_plcrt_add(const char *name, int priority)
 {
     int error = EINVAL;
     if (name && is_wan_number(__func__, priority)) {
-        auto number = static_cast<uint32_t>(priority);
-        error = ensure_rule(connected_first);
-        if (!error) {
-            error = ensure_rule({number, number});
-        }
+        error = add_rules(static_cast<uint32_t>(priority));
     }
     return error ? fail(error, __func__, "%s, %d", shown(name), priority) : 0;
 }

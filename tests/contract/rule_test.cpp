@@ -187,6 +187,7 @@ TEST_F(WanRuleTest, AnotherRuleOfTheNumberIsAnError)
     ip("rule add pref 20001 lookup 5");
     EXPECT_NE(netlib_intf_plcrt_add("v0", 20001), 0);
     EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(rules(), "20001:\tfrom all lookup 5\n") << "nothing is left of the attempt";
 }
 
 TEST_F(WanRuleTest, ConnectedNetworksAreReachedPastAWansDefault)
