@@ -26,7 +26,8 @@ using address_callback = int (*)(const nl_addr_event *);
 address_callback registered = nullptr;
 uloop_fd channel = {};
 
-// Which devices are up, as a set of bits by index. Grows with the highest index seen.
+// Which devices are up, as a set of bits by index. Grows with the highest index seen, up to a limit that the
+// kernel's own numbering does not reach; a device beyond it is announced more often than needed.
 class index_set {
 public:
     bool has(uint32_t index) const { return index / 8 < size_ && (bits_[index / 8] & bit(index)); }
@@ -43,6 +44,9 @@ private:
     static uint8_t bit(uint32_t index) { return static_cast<uint8_t>(1U << (index % 8)); }
     bool grow(size_t size)
     {
+        if (size > largest) {
+            return false;
+        }
         size *= 2;
         auto *bits = static_cast<uint8_t *>(realloc(bits_, size));
         if (!bits) {
@@ -54,6 +58,7 @@ private:
         return true;
     }
 
+    static constexpr size_t largest = 1 << 20;
     uint8_t *bits_ = nullptr;
     size_t size_ = 0;
 };
