@@ -203,9 +203,17 @@ TEST_F(VlanTest, AVlanInsideAVlan)
 TEST_F(VlanTest, DeletesTheVlan)
 {
     ASSERT_EQ(netilib_vintf_create("v0", 5), 0);
-    ASSERT_EQ(netlib_eth_intf_up("v0.5"), 0) << ip("link set v0 up");
+    ASSERT_EQ(netlib_eth_intf_up("v0"), 0);
+    ASSERT_EQ(netlib_eth_intf_up("v0.5"), 0);
     EXPECT_EQ(netlib_vintf_delete("v0.5"), 0);
     EXPECT_EQ(netlib_eth_intf_exist("v0.5"), 0);
+}
+
+TEST_F(VlanTest, CannotBeUpBeforeItsMaster)
+{
+    ASSERT_EQ(netilib_vintf_create("v0", 5), 0);
+    EXPECT_NE(netlib_eth_intf_up("v0.5"), 0);
+    EXPECT_EQ(errno, ENETDOWN);
 }
 
 TEST_F(VlanTest, MacOfAVlan)
