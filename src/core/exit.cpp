@@ -16,7 +16,7 @@ void ivarode_main_exit()
 int ivarode_sig_handler(int signal_number)
 {
     if (signal_number != SIGTERM) {
-        return signal_number;
+        return SIGTERM;
     }
     ivarode_main_exit();
     exit(0);
