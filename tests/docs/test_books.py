@@ -207,3 +207,10 @@ def test_every_key_of_the_board_file_is_in_the_porting_book():
         return {key for name, item in value.items() for key in {name} | keys(item)} if isinstance(value, dict) else set()
 
     assert keys(example) <= listed and listed - keys(example) == {"index"}
+
+
+def test_every_kind_of_test_is_in_the_testing_book():
+    driver = (sandbox.ROOT / "tests/driver.py").read_text()
+    kinds = re.findall(r'^    "(\w+)": \(', driver[driver.index("KINDS = {"):], re.M)
+    table = next(t for t in books.tables(books.text("testing.md")) if t[0][0] == "kind" and "time" in t[0][-1])
+    assert [books.code(row[0])[0] for row in table[1:]] == kinds
