@@ -1,4 +1,5 @@
-"""Where things are. One lab is one folder below build/lab; nothing else on the machine is written."""
+"""Where things are. One lab is one folder below build/lab, or below IVARODE_LAB_STATE where the programs are installed;
+nothing else on the machine is written."""
 
 import os
 import pathlib
@@ -13,7 +14,7 @@ def build_dir():
 
 
 def state_dir(name):
-    return build_dir() / "lab" / name
+    return pathlib.Path(os.environ.get("IVARODE_LAB_STATE", build_dir() / "lab")).resolve() / name
 
 
 def cache_dir():

@@ -1,0 +1,20 @@
+# Run by CPack on the laid-out tree. The lab wants all programs in one folder; links show the user's commands.
+set(own ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/lib/ivarode)
+file(GLOB programs ${own}/sbin/*)
+foreach(program ${programs})
+  cmake_path(GET program FILENAME name)
+  file(RENAME ${program} ${own}/bin/${name})
+endforeach()
+file(REMOVE_RECURSE ${own}/sbin)
+file(COPY ${CMAKE_CURRENT_LIST_DIR}/ivarode-lab DESTINATION ${own}/bin)
+
+foreach(command sbin/ivarode sbin/ivarode-dbg sbin/ivarode-switch bin/ivarode-lab)
+  cmake_path(GET command PARENT_PATH folder)
+  cmake_path(GET command FILENAME name)
+  file(MAKE_DIRECTORY ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/${folder})
+  file(CREATE_LINK ../lib/ivarode/bin/${name} ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/${command} SYMBOLIC)
+endforeach()
+
+set(papers ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share/doc/ivarode)
+file(MAKE_DIRECTORY ${papers})
+file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/../../LICENSE ${papers}/copyright)

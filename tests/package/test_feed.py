@@ -1,0 +1,144 @@
+"""The feed's package files, built and laid out through a small stand-in of an image builder's SDK."""
+
+import pathlib
+import re
+import shutil
+
+import pytest
+
+import common
+
+FEED = common.ROOT / "packaging/openwrt"
+SDK = pathlib.Path(__file__).with_name("sdk")
+# Who brings a library: names of a distribution's packages, not of its files.
+OWNERS = {"libubox.so": "libubox", "libubus.so": "libubus", "libuci.so": "libuci", "libmnl.so.0": "libmnl",
+          "libjson-c.so.5": "libjson-c", "libsys.so": "libsys", "libblobmsg_json.so": "libblobmsg-json"}
+# What every image has: the C library's own.
+BASE = {"libc.so.6", "libgcc_s.so.1"}
+
+
+@pytest.fixture(scope="module")
+def laid(tmp_path_factory):
+    """Package name -> folder with "data", "control" and "conffiles"."""
+    folder = tmp_path_factory.mktemp("feed")
+    staging = folder / "staging/usr"
+    for headers in common.BUS_HEADERS:
+        shutil.copytree(headers, staging / "include", dirs_exist_ok=True)
+    (staging / "lib").mkdir()
+    for name in common.BUS_LIBRARIES:
+        shutil.copy(common.BUILD / "lib" / name, staging / "lib")
+    common.run("make", "-C", FEED / "ivarode", "TOPDIR=%s" % SDK, "BUILD_DIR=%s" % (folder / "build"),
+               "STAGING_DIR=%s" % (folder / "staging"), "OUT=%s" % (folder / "out"))
+    return {path.name: path for path in (folder / "out").iterdir()}
+
+
+def control(folder):
+    return dict(line.partition(": ")[::2] for line in (folder / "control").read_text().splitlines())
+
+
+def depends(folder):
+    return {word.lstrip("+") for word in control(folder).get("DEPENDS", "").split()}
+
+
+def data(folder):
+    return common.files(folder / "data")
+
+
+def test_three_packages(laid):
+    assert set(laid) == {"ivarode", "libsys", "ivarode-sibling"}
+    for folder in laid.values():
+        assert re.fullmatch(r"\d+\.\d+\.\d+-r\d+", control(folder)["VERSION"])
+
+
+def test_version_is_that_of_the_tree(laid):
+    version = re.search(r"project\(ivarode VERSION (\S+)", (common.ROOT / "CMakeLists.txt").read_text()).group(1)
+    assert {control(folder)["VERSION"].split("-")[0] for folder in laid.values()} == {version}
+
+
+def test_no_file_is_in_two_packages(laid):
+    names = [name for folder in laid.values() for name in data(folder)]
+    assert len(names) == len(set(names))
+
+
+def test_everything_of_the_image_is_in_a_package(laid):
+    wanted = set(common.files(common.IMAGE)) - {"sbin/udhcpc"}
+    assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode"}
+    assert data(laid["libsys"]) == ["usr/lib/libsys.so", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch"]
+    assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
+
+
+def test_no_stand_in_gets_into_an_image(laid):
+    for folder in laid.values():
+        for name in data(folder):
+            assert name.rsplit("/", 1)[-1] not in common.BUS_LIBRARIES + ("ubus", "ubusd", "uci")
+
+
+def test_modes_and_owners(laid):
+    programs = {"usr/sbin/ivarode", "usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch",
+                "usr/lib/libsys.so", "usr/libexec/rpcd/ombrine.run"}
+    for folder in laid.values():
+        for name in data(folder):
+            mode = (folder / "data" / name).stat().st_mode & 0o7777
+            if name in programs:
+                assert mode == 0o755, name
+            elif name.startswith("etc/config/"):
+                assert mode == 0o600, name       # a PPPoE password may be in it
+            else:
+                assert mode == (common.IMAGE / name).stat().st_mode & 0o7777 and not mode & 0o022, name
+
+
+def test_conffiles_are_the_configuration(laid):
+    wanted = ["/" + name for name in common.files(common.IMAGE) if name.startswith("etc/config/")]
+    assert sorted((laid["ivarode"] / "conffiles").read_text().split()) == wanted
+    keep = (common.IMAGE / "lib/upgrade/keep.d/ivarode").read_text().split()
+    assert set(wanted) <= set(keep)
+
+
+def test_the_clients_wrapper_is_an_alternative_to_the_applet(laid):
+    priority, link, target = control(laid["ivarode"])["ALTERNATIVES"].split(":")
+    assert int(priority) > 0 and link == "/sbin/udhcpc" and (laid["ivarode"] / "data" / target[1:]).is_file()
+
+
+def test_dependencies_cover_every_library(laid):
+    seen = set()
+    for name, folder in laid.items():
+        for path in (folder / "data").rglob("*"):
+            if common.is_elf(path):
+                for library in set(common.needed(path)) - BASE:
+                    seen.add(library)
+                    assert OWNERS[library] in depends(folder) | {name}, (name, path.name, library)
+    assert {"libubus.so", "libubox.so", "libuci.so", "libmnl.so.0", "libsys.so"} <= seen
+
+
+def test_no_cxx_library_is_needed(laid):
+    for folder in laid.values():
+        for path in (folder / "data").rglob("*"):
+            assert not common.is_elf(path) or "libstdc++.so.6" not in common.needed(path)
+
+
+# Commands that the daemon or the scripts of the image run -> who brings them.
+COMMANDS = {"iptables": "iptables", "ip": "ip-full", "ubus": "ubus", "pppd": "ppp"}
+
+
+def test_dependencies_cover_every_command(laid):
+    text = "\n".join(path.read_text() for path in common.IMAGE.rglob("*") if path.is_file() and path.suffix != ".db")
+    text += "\n".join(path.read_text() for path in (common.ROOT / "src").rglob("*.cpp"))
+    for command, package in COMMANDS.items():
+        assert re.search(r"\b%s\b" % command, text), command
+        assert package in depends(laid["ivarode"]), package
+    assert {"ppp-mod-pppoe", "kmod-ppp"} <= depends(laid["ivarode"])
+    # loaded at run time only
+    assert "libsqlite3" in depends(laid["libsys"])
+    assert depends(laid["ivarode-sibling"]) == {"rpcd"}
+
+
+def test_who_would_fight_over_chains_is_a_conflict(laid):
+    assert {"firewall", "firewall4"} <= set(control(laid["ivarode"])["CONFLICTS"].split())
+
+
+def test_without_bus_libraries_there_is_no_package(tmp_path):
+    """The stand-ins stay out even where the real ones are missing: then the build ends."""
+    with pytest.raises(AssertionError, match="compat"):
+        common.run("make", "-C", FEED / "ivarode", "TOPDIR=%s" % SDK, "BUILD_DIR=%s" % tmp_path,
+                   "STAGING_DIR=%s" % (tmp_path / "empty"), "OUT=%s" % (tmp_path / "out"),
+                   "CMAKE_OPTIONS=-DIVARODE_LAB=OFF -DIVARODE_STANDINS=ON")

@@ -1,0 +1,163 @@
+"""What "cmake --install" lays into an empty root, and the Debian package."""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+
+import common
+
+PROGRAMS = ["bin/lab-agent", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode", "sbin/ivarode-dbg",
+            "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
+LIBRARIES = ["lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
+
+
+@pytest.fixture(scope="module")
+def root(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("root")
+    common.run("cmake", "--install", common.BUILD, "--prefix", folder / "usr")
+    common.run("cmake", "--install", common.BUILD, "--component", "image", "--prefix", folder)
+    return folder
+
+
+def test_programs_and_libraries_are_there_and_nothing_else(root):
+    laid = [name for name in common.files(root / "usr") if not name.startswith("share/")]
+    assert laid == sorted(PROGRAMS + LIBRARIES)
+
+
+def test_every_program_finds_its_libraries_in_the_new_root(root):
+    own = {name.removeprefix("lib/") for name in LIBRARIES}
+    for name in PROGRAMS + LIBRARIES:
+        for library, where in common.resolved(root / "usr" / name).items():
+            if library in own:
+                assert os.path.realpath(where) == str(root / "usr/lib" / library), (name, library)
+
+
+def test_the_image_is_laid_as_it_is(root):
+    for name in common.files(common.IMAGE):
+        one, other = common.IMAGE / name, root / name
+        assert one.read_bytes() == other.read_bytes() and one.stat().st_mode == other.stat().st_mode, name
+
+
+def test_the_lab_is_laid_as_in_the_tree(root):
+    for folder in ("image/files", "lab/boards", "lab/configs", "lab/vm", "lab/board/labctl"):
+        wanted = [name for name in common.files(common.ROOT / folder) if "__pycache__" not in name]
+        assert wanted and common.files(root / "usr/share/ivarode" / folder) == wanted
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="needs root")
+def test_access_files_are_as_the_broker_wants_them(root):
+    """Owned by root, writable by nobody else, and JSON; the broker passes over others without a word."""
+    for name in ("usr/share/acl.d/ivarode.json", "usr/share/rpcd/acl.d/ivarode.json", "etc/capabilities/ivarode.json"):
+        about = (root / name).stat()
+        assert (about.st_uid, about.st_gid) == (0, 0) and about.st_mode & 0o022 == 0, name
+        assert isinstance(json.loads((root / name).read_text()), dict)
+
+
+def test_names_of_the_capabilities():
+    sets = json.loads((common.IMAGE / "etc/capabilities/ivarode.json").read_text())
+    assert set(sets) == {"bounding", "effective", "permitted", "inheritable", "ambient"}
+    known = dict(re.findall(r"^#define (CAP_[A-Z_]+)\s+(\d+)$", open("/usr/include/linux/capability.h").read(), re.M))
+    for names in sets.values():
+        assert set(names) <= set(known)
+    assert sorted(sets["bounding"]) == ["CAP_NET_ADMIN", "CAP_NET_RAW", "CAP_SYS_RAWIO"] and sets["ambient"] == []
+
+
+def test_what_the_init_script_names_is_in_the_root(root):
+    text = (root / "etc/init.d/ivarode").read_text()
+    for path in re.findall(r"(?<![\w/])/(?:etc|lib|usr)/[\w./-]+", text):
+        if path != "/etc/rc.common":
+            assert (root / path[1:]).is_file(), path
+
+
+def test_what_survives_an_upgrade_exists_or_is_the_ppp_packages(root):
+    for path in (root / "lib/upgrade/keep.d/ivarode").read_text().split():
+        assert (root / path[1:]).is_file() or path == "/etc/ppp/chap-secrets", path
+
+
+# --- the Debian package ------------------------------------------------------------------------------------
+
+dpkg = pytest.mark.skipif(shutil.which("dpkg-deb") is None, reason="no Debian tools")
+
+
+@pytest.fixture(scope="module")
+def package(tmp_path_factory):
+    """The package, made from the build as it is in a folder of its own."""
+    folder = tmp_path_factory.mktemp("deb")
+    common.run("cpack", "--config", common.BUILD / "CPackConfig.cmake", "-B", folder, cwd=folder)
+    found = list(folder.glob("*.deb"))
+    assert len(found) == 1
+    common.run("dpkg-deb", "-x", found[0], folder / "root")
+    return found[0], folder / "root"
+
+
+def control(path, field):
+    return common.run("dpkg-deb", "-f", path, field).strip()
+
+
+@dpkg
+def test_debian_package_names_itself(package):
+    path, _ = package
+    assert path.name == "ivarode_%s_%s.deb" % (control(path, "Version"), control(path, "Architecture"))
+    assert control(path, "Description").startswith("network-interface manager")
+
+
+@dpkg
+def test_debian_package_keeps_to_itself(package):
+    """Files of other packages' names only below a folder of its own; links lead there."""
+    _, root = package
+    outside = [name for name in common.files(root) if not name.startswith("usr/lib/ivarode/")]
+    links = {name: os.readlink(root / name) for name in outside if (root / name).is_symlink()}
+    assert links == {"usr/" + name: "../lib/ivarode/bin/" + name.split("/")[1]
+                     for name in ("bin/ivarode-lab", "sbin/ivarode", "sbin/ivarode-dbg", "sbin/ivarode-switch")}
+    assert set(outside) - set(links) == {"usr/share/doc/ivarode/copyright"}
+    for name in links:
+        assert os.access(root / name, os.X_OK)
+
+
+def owner(path):
+    """The package of a file, which knows it below /lib or below /usr/lib."""
+    real = os.path.realpath(path)
+    for name in (path, real, real.removeprefix("/usr")):
+        done = subprocess.run(["dpkg", "-S", name], capture_output=True, text=True)
+        if done.returncode == 0:
+            return done.stdout.split(":")[0]
+    raise AssertionError("no package has " + path)
+
+
+@dpkg
+def test_debian_package_depends_on_what_it_needs(package):
+    path, root = package
+    declared = {word.strip() for word in control(path, "Depends").split(",")}
+    wanted = set()
+    for file in (root / "usr/lib/ivarode").rglob("*"):
+        if common.is_elf(file):
+            for name, where in common.resolved(file).items():
+                if not os.path.realpath(where).startswith(str(root)):
+                    wanted.add(owner(where))
+    assert wanted and wanted <= declared
+    # and the library that is loaded only when the first login is recorded
+    assert "libsqlite3-0" in declared
+
+
+@dpkg
+def test_debian_package_could_be_installed(package):
+    done = subprocess.run(["apt-get", "install", "--simulate", str(package[0])], capture_output=True, text=True)
+    if done.returncode != 0 and not list(os.scandir("/var/lib/apt/lists")):
+        pytest.skip("this machine has no package lists")
+    assert done.returncode == 0 and "Inst ivarode" in done.stdout, done.stdout + done.stderr
+
+
+@dpkg
+def test_programs_of_the_debian_package_run(package, tmp_path):
+    _, root = package
+    environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path)}
+    assert "usage: lab/lab" in common.run(root / "usr/bin/ivarode-lab", "--help", env=environment)
+    assert "ivarode-dbg" in common.run(root / "usr/sbin/ivarode-dbg", "--help", env=environment)
+    # the lab looks for its programs in the package, and for labs in the user's own folder
+    done = subprocess.run([str(root / "usr/bin/ivarode-lab"), "status"], capture_output=True, text=True, env=environment)
+    assert done.returncode != 0 and "is not up" in done.stderr
+    assert not list(root.rglob("__pycache__"))
