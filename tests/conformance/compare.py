@@ -13,11 +13,17 @@ def forbidden(expected, actual):
     return next((line for line in actual for pattern in patterns if fnmatch.fnmatchcase(line, pattern)), None)
 
 
+PLACEHOLDERS = {"<pointer>": "0x[0-9a-f]+", "<number>": "[0-9]+"}
+
+
 def same(pattern, line):
-    """Whether one line is as expected; <pointer> stands for any address."""
-    if "<pointer>" not in pattern:
+    """Whether one line is as expected; <pointer> stands for any address, <number> for any number."""
+    if not any(name in pattern for name in PLACEHOLDERS):
         return pattern == line
-    return re.fullmatch(re.escape(pattern).replace("<pointer>", "0x[0-9a-f]+"), line) is not None
+    text = re.escape(pattern)
+    for name, expression in PLACEHOLDERS.items():
+        text = text.replace(name, expression)
+    return re.fullmatch(text, line) is not None
 
 
 def matches(expected, actual):
