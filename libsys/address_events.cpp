@@ -157,7 +157,7 @@ bool receive()
         return got > 0;
     }
     int left = static_cast<int>(got);
-    for (const auto *message = reinterpret_cast<const nlmsghdr *>(buffer); mnl_nlmsg_ok(message, left);
+    for (const auto *message = reinterpret_cast<const nlmsghdr *>(buffer); netlink::is_whole(message, left);
          message = mnl_nlmsg_next(message, &left)) {
         take_message(*message);
     }

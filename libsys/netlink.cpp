@@ -112,7 +112,7 @@ private:
     void look_through(const char *start, int left)
     {
         for (const auto *message = reinterpret_cast<const nlmsghdr *>(start);
-             !finished_ && mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+             !finished_ && is_whole(message, left); message = mnl_nlmsg_next(message, &left)) {
             if (message->nlmsg_seq != answer_.sequence_) {
                 continue;
             }

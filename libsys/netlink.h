@@ -45,6 +45,13 @@ private:
     nlmsghdr *header_;
 };
 
+// Whether the next `left` bytes begin with a whole message. The library's own check takes a length of 2 GB or
+// more for a negative one, which always fits.
+inline bool is_whole(const nlmsghdr *message, int left)
+{
+    return mnl_nlmsg_ok(message, left) && message->nlmsg_len <= static_cast<uint32_t>(left);
+}
+
 // The messages that answer one request.
 class reply {
 public:
@@ -58,7 +65,7 @@ public:
     {
         int left = static_cast<int>(size_);
         for (const auto *message = reinterpret_cast<const nlmsghdr *>(data_);
-             left > 0 && mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+             is_whole(message, left); message = mnl_nlmsg_next(message, &left)) {
             if (message->nlmsg_type == type && message->nlmsg_seq == sequence_ &&
                 mnl_nlmsg_get_payload_len(message) >= sizeof(Body)) {
                 visit(*message, *static_cast<const Body *>(mnl_nlmsg_get_payload(message)));
