@@ -105,6 +105,8 @@ def sanitized(_long):
 # Kind: what it proves, and how it runs; kinds run in this order.
 KINDS = {
     "unit": ("parts in process, against recorded seams", lambda long: ctest("unit")),
+    "model": ("the daemon beside an oracle of ports, VLANs and interfaces, on the emulated switch",
+              lambda long: ctest("model", environment={"MODEL_SEEDS": "5000"} if long else None)),
     "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
     "conformance": ("the shipped daemon, call by call, through scenario files",
                     lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
@@ -118,7 +120,7 @@ KINDS = {
 
 
 def kinds_that_exist():
-    folders = {"unit": "tests/unit", "contract": "tests/contract", "conformance": "tests/conformance/run",
+    folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract", "conformance": "tests/conformance/run",
                "fault": "tests/fault/run", "sanitize": "tests/unit", "docs": "tests/docs",
                "system": "tests/system"}
     return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]

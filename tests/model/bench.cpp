@@ -1,0 +1,275 @@
+#include "bench.h"
+
+#include "netintf/events.h"
+#include "netintf/startup.h"
+
+#include <arpa/inet.h>
+
+namespace model {
+
+namespace {
+
+constexpr int disagreement = -1000;
+constexpr uint32_t cpuid_two_cpu_ports = unit::two_cpu_ports;
+const char *const object = "ivarode.intf";
+constexpr uint32_t untag_all_but_cpu = 0x3f;
+constexpr unsigned all_links = 0x1f;
+
+std::string dotted(uint32_t address)
+{
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
+// Numbers of VLANs go over the bus as numbers, the rest as texts.
+unit::Message message(const Fields &fields)
+{
+    unit::Message out;
+    for (const auto &[name, value] : fields) {
+        if (name.starts_with("vlanid")) {
+            out.number(name.c_str(), static_cast<uint32_t>(std::stoul(value)));
+        } else {
+            out.text(name.c_str(), value);
+        }
+    }
+    return out;
+}
+
+unit::Section section(const std::string &package, const Section &from)
+{
+    return {package, "interface", from.name, from.fields};
+}
+
+Interface record_of(const netintf_entry &entry)
+{
+    Interface out;
+    out.name = entry.name;
+    out.type = static_cast<Type>(entry.intf_type);
+    out.port = entry.hw_port;
+    out.vlan1 = entry.vlanid1;
+    out.vlan2 = entry.vlanid2;
+    std::copy(entry.mac, entry.mac + 6, out.mac.begin());
+    out.ip = dotted(entry.ipaddr);
+    out.mask = dotted(entry.netmask);
+    out.gateway = dotted(entry.gateway);
+    out.enable = entry.enable != 0;
+    out.number = entry.defrt_pri;
+    out.proto = static_cast<Proto>(entry.proto);
+    return out;
+}
+
+} // namespace
+
+const BoardPlan one_cpu_board{{{1, 1}, {1, 2}, {1, 3}, {1, 4}, {2, 0}}};
+const BoardPlan two_cpu_board{{{1, 1}, {1, 2}, {2, 3}, {2, 4}, {2, 0}}, true};
+const BoardPlan shared_role_board{
+    {{1, 4}, {1, 3}, {3, 2}, {3, 1}, {2, 0}}, false, {0x00, 0x11, 0x22, 0xff, 0xff, 0xfe}};
+const BoardPlan lan1_on_port0_board{{{1, 0}, {1, 1}, {1, 2}, {2, 3}, {2, 4}}};
+
+Bench::Bench()
+{
+    below.clear();
+    board(one_cpu_board);
+}
+
+void Bench::board(const BoardPlan &plan)
+{
+    unit::Ports ports;
+    for (const auto &[role, number] : plan.ethernet) {
+        ports.push_back({static_cast<uint8_t>(role), static_cast<uint8_t>(number)});
+    }
+    unit::world.mac = plan.base;
+    unit::world.registers.clear();
+    DaemonTest::board(ports, plan.two_cpu_ports ? cpuid_two_cpu_ports : 1);
+    below.clear();
+    oracle = std::make_unique<Oracle>(plan);
+    std::fill(block_.begin(), block_.end(), 0);
+    forwarder_ = std::make_unique<lab::Forwarder>(lab::SwitchRegs(block_.data()), plan.two_cpu_ports ? 2 : 1);
+    forwarder_->set_link(all_links);
+    ASSERT_EQ(restart(true), 0);
+}
+
+int Bench::agree(const std::string &step, int daemon, int expected)
+{
+    EXPECT_EQ(daemon, expected) << step;
+    tally[step][daemon]++;
+    return daemon == expected ? daemon : disagreement;
+}
+
+int Bench::restart(bool cleanup, const std::vector<Section> &lans, const std::vector<Section> &wans)
+{
+    unit::registry_drop();
+    oracle->die();
+    if (cleanup) {
+        below.clear();
+        oracle->kernel.clear();
+    }
+    unit::world.sections.clear();
+    for (const Section &one : lans) {
+        unit::world.sections.push_back(section("lan_intf", one));
+    }
+    for (const Section &one : wans) {
+        unit::world.sections.push_back(section("wan_intf", one));
+    }
+    const int result = agree("start", netintf_lan_init(), oracle->start(lans, wans));
+    compare();
+    return result;
+}
+
+int Bench::add(const Fields &fields)
+{
+    const int result = agree("add", unit::call(object, "add", message(fields)), oracle->add(fields));
+    compare();
+    return result;
+}
+
+int Bench::config(const Fields &fields)
+{
+    const int result = agree("config", unit::call(object, "config", message(fields)), oracle->config(fields));
+    compare();
+    return result;
+}
+
+int Bench::del(const std::vector<std::string> &names)
+{
+    const int result =
+        agree("del", unit::call(object, "del", unit::Message().texts("intf", names)), oracle->del(names));
+    compare();
+    return result;
+}
+
+int Bench::enable(const std::vector<std::string> &names, bool enable)
+{
+    const int status =
+        unit::call(object, "enable", unit::Message().texts("intf", names).number("enable", enable ? 1 : 0));
+    const int result = agree("enable", status, oracle->enable(names, enable));
+    compare();
+    return result;
+}
+
+int Bench::port_add(const std::string &name)
+{
+    const int result = agree("port_add", unit::call(object, "port_add", unit::Message().text("name", name)),
+                             oracle->port_add(name));
+    compare();
+    return result;
+}
+
+int Bench::port_del(const std::string &name)
+{
+    const int result = agree("port_del", unit::call(object, "port_del", unit::Message().text("name", name)),
+                             oracle->port_del(name));
+    compare();
+    return result;
+}
+
+void Bench::link(unsigned port, bool up)
+{
+    const nl_link_event event{port, up ? 1U : 0U};
+    agree("link", netevt_nl_link_event(&event), oracle->link_event(port, up));
+    compare();
+}
+
+void Bench::refuse(unsigned nth)
+{
+    below.refuse(nth);
+    oracle->kernel.refuse(nth);
+}
+
+void Bench::compare()
+{
+    below.refuse(0);
+    oracle->kernel.refuse(0);
+    std::vector<std::string> signals = unit::trace_take();
+    unit::hidden_take();
+    std::erase_if(signals, [](const std::string &line) { return !line.starts_with("kill("); });
+    EXPECT_EQ(signals, std::exchange(oracle->signals, {}));
+    EXPECT_EQ(unit::join(below.asked_take()), unit::join(oracle->kernel.asked_take()));
+    EXPECT_EQ(below.picture(), oracle->kernel.picture());
+    EXPECT_EQ(unit::open_handles(), 0U);
+    compare_records();
+    compare_switch();
+}
+
+void Bench::compare_records()
+{
+    Oracle seen{*oracle};
+    for (uint32_t p = 0; p < front_ports; p++) {
+        const netintf_entry *head = netintf_port_head_get(p);
+        Port &port = seen.ports[p];
+        port = {static_cast<Type>(head->intf_type), head->hw_port, head->name, head->link != 0, {}};
+        for (const netintf_entry *entry = head->next; entry != head; entry = entry->next) {
+            ASSERT_EQ(entry->next->prev, entry);
+            port.interfaces.push_back(record_of(*entry));
+        }
+    }
+    EXPECT_EQ(seen.picture(), oracle->picture());
+}
+
+void Bench::compare_switch()
+{
+    for (const auto &[offset, value] : unit::world.registers) {
+        block_.at(offset / 4) = value;
+    }
+    const lab::SwitchRegs regs(block_.data());
+    Switch seen;
+    for (unsigned i = 0; i < table_size; i++) {
+        const lab::VlanEntry entry = regs.entry(i);
+        seen.table[i].vid = entry.vid;
+        for (unsigned port = 0; port < lab::port_count; port++) {
+            if (entry.members >> port & 1) {
+                seen.table[i].members.insert(port);
+            }
+        }
+        EXPECT_EQ(entry.untag, i < front_ports ? untag_all_but_cpu : 0U) << "entry " << i;
+    }
+    for (unsigned port = 0; port < front_ports; port++) {
+        seen.pvid[port] = regs.pvid(port);
+    }
+    seen.port_vlans_untagged = regs.untag_enabled();
+    EXPECT_EQ(seen.picture(), oracle->sw.picture());
+}
+
+void Bench::compare_frames()
+{
+    std::set<unsigned> tags{0, 100, 4095};
+    for (const Vlan &vlan : oracle->sw.table) {
+        tags.insert(vlan.vid);
+    }
+    for (unsigned port = 0; port < lab::port_count; port++) {
+        for (const unsigned tag : tags) {
+            if (tag < 4096 && !HasFailure()) {
+                compare_path(port, tag);
+            }
+        }
+    }
+}
+
+void Bench::compare_path(unsigned port, unsigned tag)
+{
+    std::vector<uint8_t> frame(60, 0);
+    std::fill_n(frame.begin(), 6, 0xff);
+    frame[6] = 0x02;
+    frame[11] = static_cast<uint8_t>(port + 1);
+    if (tag != 0) {
+        frame[12] = 0x81;
+        frame[14] = static_cast<uint8_t>(tag >> 8);
+        frame[15] = static_cast<uint8_t>(tag & 0xff);
+    }
+    std::map<unsigned, bool> reached; // port: tagged
+    for (const lab::Egress &egress : forwarder_->forward(port, frame, 0)) {
+        reached[egress.port] = egress.frame[12] == 0x81 && egress.frame[13] == 0x00;
+    }
+    std::map<unsigned, bool> expected;
+    const bool there = port != 5 || oracle->two_cpu_ports();
+    if (const auto entry = oracle->sw.entry_of(port, tag); there && entry) {
+        for (const unsigned other : oracle->sw.table[*entry].members) {
+            if (other != port && (other != 5 || oracle->two_cpu_ports())) {
+                expected[other] = other >= front_ports || *entry >= front_ports;
+            }
+        }
+    }
+    EXPECT_EQ(reached, expected) << "from port " << port << " with tag " << tag;
+}
+
+} // namespace model
