@@ -109,7 +109,7 @@ int add_objects(ubus_object **added, int count)
     size_t wanted = object_count + static_cast<size_t>(count);
     auto **list = static_cast<ubus_object **>(realloc(objects, wanted * sizeof(*objects)));
     if (!list) {
-        return UBUS_STATUS_NO_MEMORY;
+        return UBUS_STATUS_UNKNOWN_ERROR; // older bus libraries have none for memory
     }
     objects = list;
     for (int i = 0; i < count; ++i) {
