@@ -115,13 +115,15 @@ KINDS = {
     "sanitize": ("the unit tests again, under AddressSanitizer and UBSan", sanitized),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
              lambda long: pytest("tests/docs")),
+    "package": ("what is installed and packaged, and that it builds on the headers of many years",
+                lambda long: pytest("tests/package")),
     "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
 }
 
 
 def kinds_that_exist():
     folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract", "conformance": "tests/conformance/run",
-               "fault": "tests/fault/run", "sanitize": "tests/unit", "docs": "tests/docs",
+               "fault": "tests/fault/run", "sanitize": "tests/unit", "docs": "tests/docs", "package": "tests/package",
                "system": "tests/system"}
     return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]
 

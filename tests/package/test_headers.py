@@ -1,0 +1,118 @@
+"""Daemon and platform library compile, warnings as errors, with g++ and clang++, on bus headers of different years."""
+
+import concurrent.futures
+import functools
+import os
+import re
+import shutil
+import subprocess
+
+import pytest
+
+import bus_headers
+import common
+
+FLAGS = ["-std=gnu++20", "-Wall", "-Wextra", "-Wshadow", "-Wconversion", "-Werror", "-fno-exceptions", "-fno-rtti",
+         "-fno-threadsafe-statics", "-fvisibility=hidden", "-fPIC"]
+COMPILERS = [pytest.param(name, marks=pytest.mark.skipif(shutil.which(name) is None, reason=name + " is not installed"))
+             for name in ("g++", "clang++")]
+SOURCES = sorted([*common.ROOT.glob("src/*/*.cpp"), *common.ROOT.glob("libsys/*.cpp"), *common.ROOT.glob("libsys/tools/*.cpp")])
+
+
+@pytest.fixture(scope="session")
+def headers(tmp_path_factory):
+    """Variant name -> its folder."""
+    folder = tmp_path_factory.mktemp("headers")
+    return {name: bus_headers.make(folder / name, name) for name in bus_headers.VARIANTS}
+
+
+def compile_one(compiler, include, source, *more, text=None):
+    return subprocess.run([compiler, *FLAGS, "-I", str(include), "-I", str(common.ROOT / "src"), "-I",
+                           str(common.ROOT / "libsys"), *more, str(source)], capture_output=True, text=True, input=text)
+
+
+def test_the_flags_are_those_of_the_build():
+    text = (common.ROOT / "cmake/Flags.cmake").read_text()
+    assert set(re.findall(r"-W(?!l\b|l,|no-)\w+", text.split("IVARODE_SANITIZE")[0])) == {f for f in FLAGS if f.startswith("-W")}
+
+
+@functools.cache
+def sees_the_bus(path):
+    """Whether a source includes a header of the bus or configuration libraries, by whatever way."""
+    text = path.read_text()
+    if re.search(r"#include <(libub|uci)", text):
+        return True
+    for name in re.findall(r'#include "([^"]+)"', text):
+        for base in (path.parent, common.ROOT / "src", common.ROOT / "libsys"):
+            if (base / name).is_file():
+                if sees_the_bus(base / name):
+                    return True
+                break
+    return False
+
+
+def test_which_sources_are_concerned():
+    concerned = [path for path in SOURCES if sees_the_bus(path)]
+    assert len(SOURCES) > 70 and len(SOURCES) // 4 < len(concerned) < len(SOURCES)
+
+
+@pytest.mark.parametrize("variant", sorted(bus_headers.VARIANTS))
+@pytest.mark.parametrize("compiler", COMPILERS)
+def test_every_source_compiles(headers, compiler, variant):
+    # what does not see those headers is the same in each variant
+    wanted = [path for path in SOURCES if variant == "today" or sees_the_bus(path)]
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        done = list(pool.map(lambda path: compile_one(compiler, headers[variant], path, "-fsyntax-only"), wanted))
+    failed = ["%s\n%s" % (path.relative_to(common.ROOT), result.stderr[:2000])
+              for path, result in zip(wanted, done) if result.returncode != 0]
+    assert not failed, "\n".join(failed)
+
+
+# --- that the variants are what they claim to be: each holds traps, and each trap shuts -----------------------------
+
+HANDLER = """
+#include <libubus.h>
+static int h(struct ubus_context *, struct ubus_object *, struct ubus_request_data *, const char *, struct blob_attr *) { return 0; }
+static const struct blobmsg_policy p[] = {{"x", BLOBMSG_TYPE_STRING}};
+"""
+TRAPS = [
+    ("method macro", HANDLER + 'struct ubus_method m = UBUS_METHOD("x", h, p);', {"today"}),
+    ("tags by name", HANDLER + "unsigned long f(struct ubus_method &m) { return m.tags; }", {"today"}),
+    ("method by position", HANDLER + 'struct ubus_method m = {"x", h, 0, 0, p, 1};', {"today"}),
+    ("method by assignment", HANDLER + 'void f(struct ubus_method &m) { m.name = "x"; m.handler = h; m.policy = p; m.n_policy = 1; }',
+     {"today", "oldest"}),
+    ("tree initialiser", "#include <libubus.h>\n#include <libubox/avl-cmp.h>\n"
+     "struct avl_tree t = AVL_TREE_INIT(t, avl_strcmp, false, nullptr);", set()),
+    ("newer status", "#include <libubus.h>\nint f() { return UBUS_STATUS_PARSE_ERROR; }", {"today"}),
+    ("signals", "#include <libubus.h>\nint f(struct uloop_signal *s) { return uloop_signal_add(s); }", {"today"}),
+    ("deprecated", "#include <libubus.h>\nint f(struct uloop_timeout *t) { return uloop_timeout_remaining(t); }", {"oldest"}),
+    ("newer remaining", "#include <libubus.h>\nint64_t f(struct uloop_timeout *t) { return uloop_timeout_remaining64(t); }", {"today"}),
+    ("newer parse", HANDLER + "int f(struct blob_attr *a, struct blob_attr **t) { return blobmsg_parse_attr(p, 1, t, a); }", {"today"}),
+    ("overrides", "#include <uci.h>\nchar *f(struct uci_context *c) { return c->conf2dir; }", {"today"}),
+    ("older socket", '#include <libubus.h>\nstatic_assert(sizeof(UBUS_UNIX_SOCKET) == sizeof("/var/run/ubus.sock"));', {"oldest"}),
+    ("fallthrough is a macro", "#include <libubus.h>\n#ifndef fallthrough\n#error\n#endif\n", {"today", "oldest"}),
+]
+
+
+@pytest.mark.parametrize("compiler", COMPILERS)
+@pytest.mark.parametrize("name, text, good", TRAPS, ids=[trap[0] for trap in TRAPS])
+def test_traps(headers, compiler, name, text, good):
+    compiled = {variant for variant, folder in headers.items()
+                if compile_one(compiler, folder, "-", "-fsyntax-only", "-Wno-unused-function", "-Wno-unused-const-variable",
+                               "-x", "c++", text=text).returncode == 0}
+    assert compiled == good
+
+
+@pytest.mark.parametrize("variant", sorted(bus_headers.VARIANTS))
+def test_libubox_has_no_linkage_of_its_own(headers, variant, tmp_path):
+    """Included bare its functions are C++ ones, which no library has."""
+    done = compile_one("g++", headers[variant], "-", "-x", "c++", "-c", "-o", tmp_path / "bare.o",
+                       text="#include <libubox/uloop.h>\nint f() { return uloop_init(); }\n")
+    assert done.returncode == 0, done.stderr
+    assert "_Z10uloop_initv" in common.run("nm", "-u", tmp_path / "bare.o")
+
+
+def test_no_object_of_the_build_asks_for_a_mangled_bus_function():
+    for name in ("bin/ivarode", "lib/libsys.so"):
+        symbols = common.run("nm", "-D", "--undefined-only", common.BUILD / name)
+        assert not re.search(r"_Z\d+(uloop|blob|ubus|uci|avl)", symbols) and re.search(r"\bu(bus|loop)_", symbols)
