@@ -1,0 +1,101 @@
+"""The init script, run by a stand-in of the frame that runs service scripts, in a root and network of its own."""
+
+import json
+import pathlib
+import sys
+
+import pytest
+
+import common
+
+sys.path.insert(0, str(common.ROOT / "tests/docs"))
+import sandbox  # noqa: E402
+
+pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
+
+FRAME = pathlib.Path(__file__).with_name("rc") / "rc.common"
+# "sysctl" is not on every machine that runs this.
+PREPARE = """
+cat >/etc/rc.common <<'END-OF-FRAME'
+%s
+END-OF-FRAME
+printf '#!/bin/sh\\necho "sysctl $*" >>/root/calls\\n' >/stub/sysctl
+chmod 755 /stub/sysctl
+init=/etc/init.d/ivarode
+"""
+
+
+def run(script, tmp_path):
+    return sandbox.run(PREPARE % FRAME.read_text() + script, tmp_path)
+
+
+def calls(output, command):
+    return [line[len(command) + 1:] for line in output.splitlines() if line.startswith(command + " ")]
+
+
+def test_start_hands_one_instance_to_the_supervisor(tmp_path):
+    out = run("$init start; cat /root/calls", tmp_path)
+    requests = calls(out, "ubus")
+    assert len(requests) == 1 and requests[0].startswith("call service set ")
+    service = json.loads(requests[0].removeprefix("call service set "))
+    assert service == {"name": "ivarode", "script": "/etc/init.d/ivarode", "instances": {"instance1": {
+        "command": ["/usr/sbin/ivarode"], "respawn": ["3600", "5", "0"], "stderr": False, "no_new_privs": True,
+        "capabilities": "/etc/capabilities/ivarode.json"}}}
+
+
+def test_start_prepares_forwarding_and_the_login_database(tmp_path):
+    out = run("$init start; cat /root/calls; ls -ln /tmp/calmora/db/net_stat.db", tmp_path)
+    assert calls(out, "sysctl") == ["-qw net.ipv4.ip_forward=1"]
+    assert "\n-rw------- 1 0 0 " in out
+
+
+def test_start_goes_on_without_the_database(tmp_path):
+    out = run("ln -s /root /tmp/calmora; $init start 2>&1; cat /root/calls; ls -A /root", tmp_path)
+    assert any("PPP logins cannot be recorded" in line for line in calls(out, "logger"))
+    assert len(calls(out, "ubus")) == 1 and out.endswith("\ncalls\n")
+
+
+def test_stop_ends_the_service_and_removes_what_it_laid(tmp_path):
+    out = run("""
+ip link add lan1 type bridge; ip link set lan1 up; ip addr add 192.168.1.1/24 dev lan1
+ip rule add pref 10000 lookup 10000; ip route add 10.0.0.0/8 via 192.168.1.2 table 10000 proto 105
+mkdir -p /run/ivarode/wan; echo proto=static >/run/ivarode/wan/wan1
+$init start; $init stop
+cat /root/calls; echo ==; ip -4 rule; ip -br link; ls /run/ivarode/wan
+""", tmp_path)
+    said, left = out.split("==\n")
+    requests = calls(said, "ubus")
+    assert requests[1] == 'call service delete {"name":"ivarode"}'
+    # clients of a daemon that was killed, after the daemon itself
+    assert '{"name":"dhcp","instance":"wan1"}' in requests[2]
+    assert "lan1" not in left and "10000" not in left and "wan1" not in left
+
+
+def test_stop_twice_and_without_a_start(tmp_path):
+    assert "fine" in run("$init stop; $init stop; echo fine", tmp_path)
+
+
+def test_restart_is_a_stop_and_a_start(tmp_path):
+    requests = calls(run("$init restart; cat /root/calls", tmp_path), "ubus")
+    assert [request.split()[2] for request in requests] == ["delete", "set"]
+
+
+def test_starts_before_whatever_needs_a_network(tmp_path):
+    assert run("$init enable; ls /etc/rc.d", tmp_path).split() == ["K90ivarode", "S20ivarode"]
+
+
+def test_output_goes_to_the_log_only_when_asked(tmp_path):
+    out = run("sed -i 's/^OUTPUT_TO_LOG=0/OUTPUT_TO_LOG=1/' $init; $init start; cat /root/calls", tmp_path)
+    assert '"stderr":true' in calls(out, "ubus")[0]
+
+
+PLUGIN = common.ROOT / "image/sibling/usr/libexec/rpcd/ombrine.run"
+
+
+def test_the_siblings_plug_in_answers():
+    assert json.loads(common.run(PLUGIN, "list")) == {"run": {}}
+    assert json.loads(common.run(PLUGIN, "call", "run", input="{}")) == {}
+    with pytest.raises(AssertionError):
+        common.run(PLUGIN, "call", "other", input="{}")
+    with pytest.raises(AssertionError):
+        common.run(PLUGIN)
