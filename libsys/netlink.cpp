@@ -16,6 +16,7 @@ constexpr timeval answer_timeout = {5, 0};
 // never beyond this.
 constexpr size_t room_for_one_datagram = 32768;
 constexpr int listing_attempts = 8;
+constexpr int highest_errno = 4095; // the kernel's own limit
 
 mnl_socket *kept_socket = nullptr;
 uint32_t last_sequence = 0;
@@ -123,7 +124,7 @@ private:
                 if (mnl_nlmsg_get_payload_len(message) >= sizeof(result)) {
                     memcpy(&result, mnl_nlmsg_get_payload(message), sizeof(result));
                 }
-                error_ = result < 0 ? -result : 0;
+                error_ = result >= 0 ? 0 : result >= -highest_errno ? -result : EPROTO;
                 finished_ = true;
             }
         }

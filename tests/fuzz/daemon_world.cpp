@@ -69,7 +69,6 @@ void daemon_check()
             promise(next->intf_type == intf_type_lan || next->intf_type == intf_type_wan,
                     "a record is a LAN or a WAN");
             promise(memchr(next->name, '\0', sizeof(next->name)) != nullptr, "a name has an end");
-            promise(next->enable <= 1, "an interface is enabled or not");
         }
         promise(head->prev->next == head, "lists are rings in both directions");
     }
