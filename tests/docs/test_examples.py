@@ -78,3 +78,36 @@ def test_the_bus_book(lab):
             if once or time.monotonic() > deadline:
                 pytest.fail("docs/bus.md:%d: %s\nstatus %d\n%s%s\nexpected\n%s" % (line, command, status, out, err, "\n".join(expected)))
             time.sleep(PAUSE)
+
+
+STATE = ("ip -br -4 addr; ip -4 rule; ip -4 route show table all | grep -v 'table local'; "
+         "for t in filter nat mangle; do iptables -w -t $t -S; done")
+
+
+def state():
+    status, out, err = run("lab/lab exec router sh -c " + shlex.quote(STATE))
+    assert status == 0, err
+    lines = re.sub(r"@\S+|fe80\S*", "", out).splitlines()
+    rules = [line for line in lines if line.startswith("-")]        # whose order counts
+    return sorted(line for line in lines if line not in rules) + rules
+
+
+def until(check):
+    deadline = time.monotonic() + PATIENCE * 3
+    while not check():
+        assert time.monotonic() < deadline
+        time.sleep(PAUSE)
+
+
+def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab):
+    assert run("lab/lab restart daemon")[0] == 0
+    until(lambda: run("lab/lab ubus call ivarode.run run")[0] == 0 and any("20001:" in line for line in state()))
+    before = state()
+    assert run("lab/lab stop daemon")[0] == 0
+    status, out, err = run("lab/lab exec router /lib/ivarode/cleanup.sh")
+    assert (status, out, err) == (0, "", "")
+    left = run("lab/lab exec router sh -c " + shlex.quote("ip -br link show type bridge; ip -br link show type vlan"))[1]
+    bare = [line for line in state() if not line.startswith("-P ")]
+    assert left == "" and [line for line in bare if re.search(r"lan|wan|\b(10000|10001|20001)\b|^-[NA]", line)] == []
+    assert run("lab/lab start daemon")[0] == 0
+    until(lambda: run("lab/lab ubus call ivarode.run run")[0] == 0 and state() == before)
