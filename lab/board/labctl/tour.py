@@ -1,6 +1,7 @@
 """What ./run does once everything is built: raise the board, check it, show it, stay until Ctrl-C."""
 
 import argparse
+import contextlib
 import os
 import signal
 import sys
@@ -68,8 +69,17 @@ def tour(lab, args, report, colour):
     print(lab.run("router", "ubus", "-v", "list").out)
     verdict = "%d checks passed, %d failed" % (report.passed, report.failed)
     print("%s, %.0f s after the build." % (verdict, time.monotonic() - began), flush=True)
-    if report.failed:
-        print("\nThe end of the log:\n" + lab.shell("router", "tail -n 25 /var/log/messages /var/log/daemon.log").out)
+
+
+def print_log(lab):
+    """What the board said last, for who must find out why a check failed."""
+    with contextlib.suppress(client.LabError, TimeoutError):
+        print("\nThe end of the logs:\n" + lab.shell("router", LAST_WORDS, timeout=10).out, flush=True)
+
+
+LAST_WORDS = """tail -n 25 /var/log/messages /var/log/*.log
+for pid in $(pidof ivarode); do grep -H State /proc/$pid/status; cat /proc/$pid/wchan; echo; done
+busybox ps"""
 
 
 def main(argv):
@@ -90,6 +100,8 @@ def main(argv):
     except (client.LabError, boards.ConfigError, carrier.CarrierError, carrier.machine.MachineError) as error:
         report.line(False, str(error))
     finally:
+        if report.failed:
+            print_log(lab)
         lab.stop()
     return 0 if report.passed and not report.failed else 1
 
