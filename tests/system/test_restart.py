@@ -23,6 +23,18 @@ def wait_service(lab, line, seconds=10):
         assert time.monotonic() < deadline, lab.ok("agent", "services")
 
 
+def comparable(found):
+    """Without the CPU port's own MAC, which is another on each board."""
+    devices = {name: value for name, value in found["devices"].items() if name != "eth0"}
+    return {**found, "devices": devices}
+
+
+@pytest.fixture(scope="module")
+def undisturbed(machine):
+    """What a start leaves that nobody disturbs."""
+    return comparable(state.settled(machine.board("one-cpu", "home", fresh=True)))
+
+
 def test_killed_and_started_again_finds_the_same_state(fresh_home):
     before = state.settled(fresh_home)
     kill_daemon(fresh_home)
@@ -33,14 +45,12 @@ def test_killed_and_started_again_finds_the_same_state(fresh_home):
     checks.translation(fresh_home, fresh_home.topology)
 
 
-@pytest.mark.parametrize("text", ["base-mac", "i=0 link", "i=4 link"])
-def test_killed_in_mid_start(machine, text):
+@pytest.mark.parametrize("text", ["base-mac", "i=0 link"])
+def test_killed_in_mid_start(machine, undisturbed, text):
     """Killed when its output has reached a certain line, on a board where nothing has been laid yet."""
-    undisturbed = state.settled(machine.board("one-cpu", "home", fresh=True))
     machine.spoiled()
     lab = machine.lab
-    described = lab.raise_board("one-cpu", "home", ["no-daemon"])
-    assert described.name == "one-cpu"
+    lab.raise_board("one-cpu", "home", ["no-daemon"])
     with lab.spawn("router", "sh", "-c", "while ! grep -q '%s' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)"
                    % text) as killer:
         lab.ok("agent", "start", "daemon")
@@ -49,9 +59,7 @@ def test_killed_in_mid_start(machine, text):
     restart(lab)
     found = state.settled(lab)
     for part, value in undisturbed.items():
-        if part == "devices":       # the CPU port's own MAC is another on each board
-            found[part].pop("eth0"), value.pop("eth0")
-        assert found[part] == value, part
+        assert comparable(found)[part] == value, part
 
 
 def test_terminated_it_ends_well(fresh_home):
