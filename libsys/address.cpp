@@ -140,7 +140,7 @@ int set_ip(const char *name, const char *ip)
     if (!parse_ipv4(ip, &number)) {
         return EINVAL;
     }
-    device which;
+    device which = {};
     if (int error = find_device(name, &which)) {
         return error;
     }
@@ -167,7 +167,7 @@ int set_netmask(const char *name, const char *mask)
     if (!parse_mask(mask, &prefix)) {
         return EINVAL;
     }
-    device which;
+    device which = {};
     if (int error = find_device(name, &which)) {
         return error;
     }

@@ -42,8 +42,8 @@ int find_bridge(const char *name, device *out)
 
 int join(const char *br, const char *member)
 {
-    device bridge;
-    device port;
+    device bridge = {};
+    device port = {};
     int error = find_bridge(br, &bridge);
     if (!error) {
         error = find_device(member, &port);
@@ -56,8 +56,8 @@ int join(const char *br, const char *member)
 
 int leave(const char *br, const char *member)
 {
-    device bridge;
-    device port;
+    device bridge = {};
+    device port = {};
     int error = find_bridge(br, &bridge);
     if (!error) {
         error = find_device(member, &port);
@@ -76,7 +76,7 @@ using namespace libsys;
 
 int netlib_br_create(const char *name)
 {
-    device existing;
+    device existing = {};
     int error = check_new_name(name);
     if (!error) {
         error = find_device(name, &existing);
@@ -91,7 +91,7 @@ int netlib_br_create(const char *name)
 
 int netlib_br_delete(const char *name)
 {
-    device bridge;
+    device bridge = {};
     int error = find_bridge(name, &bridge);
     if (!error) {
         error = delete_device(bridge.index);

@@ -23,8 +23,11 @@ bool connected = false;
 uloop_timeout retry_timer = {};
 int retry_ms = first_retry_ms;
 
-// Everything that has to be on the bus, in the order of its registration. The caller's objects.
-ubus_object **objects = nullptr;
+// Everything that has to be on the bus, in the order of its registration. The objects are the caller's.
+struct registration {
+    ubus_object *object;
+};
+registration *objects = nullptr;
 size_t object_count = 0;
 
 // The daemon cannot tell of this, so the log is written here.
@@ -56,10 +59,11 @@ void file_out(ubus_object *object)
 void file_all_out()
 {
     for (size_t i = 0; i < object_count; ++i) {
-        file_out(objects[i]);
-        objects[i]->has_subscribers = false;
-        if (objects[i]->type) {
-            objects[i]->type->id = 0;
+        ubus_object *object = objects[i].object;
+        file_out(object);
+        object->has_subscribers = false;
+        if (object->type) {
+            object->type->id = 0;
         }
     }
 }
@@ -68,7 +72,7 @@ void file_all_out()
 int register_all()
 {
     for (size_t i = 0; i < object_count; ++i) {
-        if (int status = ubus_add_object(serving, objects[i])) {
+        if (int status = ubus_add_object(serving, objects[i].object)) {
             return status;
         }
     }
@@ -107,7 +111,7 @@ void on_retry(uloop_timeout *)
 int add_objects(ubus_object **added, int count)
 {
     size_t wanted = object_count + static_cast<size_t>(count);
-    auto **list = static_cast<ubus_object **>(realloc(objects, wanted * sizeof(*objects)));
+    auto *list = static_cast<registration *>(realloc(objects, wanted * sizeof(registration)));
     if (!list) {
         return UBUS_STATUS_UNKNOWN_ERROR; // older bus libraries have none for memory
     }
@@ -116,7 +120,7 @@ int add_objects(ubus_object **added, int count)
         if (int status = ubus_add_object(serving, added[i])) {
             return status;
         }
-        objects[object_count++] = added[i];
+        objects[object_count++].object = added[i];
     }
     return 0;
 }
@@ -125,13 +129,13 @@ int add_objects(ubus_object **added, int count)
 void remove_object(ubus_object *object)
 {
     size_t at = 0;
-    while (at < object_count && objects[at] != object) {
+    while (at < object_count && objects[at].object != object) {
         ++at;
     }
     if (at == object_count) {
         return;
     }
-    memmove(objects + at, objects + at + 1, (--object_count - at) * sizeof(*objects));
+    memmove(objects + at, objects + at + 1, (--object_count - at) * sizeof(registration));
     if (is_registered(object) && ubus_remove_object(serving, object) != 0) {
         file_out(object);
     }

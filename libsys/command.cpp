@@ -4,8 +4,8 @@
 
 #include <csignal>
 #include <cstring>
-#include <initializer_list>
 #include <fcntl.h>
+#include <initializer_list>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -110,14 +110,18 @@ public:
 
     int spawn(pid_t *pid, char *const *argv)
     {
-        int error = posix_spawnp(pid, argv[0], &files_, &attributes_, argv, environ);
-        if (error != ENOENT || strchr(argv[0], '/')) {
+        const char *program = argv[0];
+        if (!program) {
+            return EINVAL;
+        }
+        int error = posix_spawnp(pid, program, &files_, &attributes_, argv, environ);
+        if (error != ENOENT || strchr(program, '/')) {
             return error;
         }
         // A daemon may be started with a PATH that has no folders of system programs, or with none.
         for (const char *folder : {"/usr/sbin", "/sbin"}) {
             char path[128];
-            if (snprintf(path, sizeof(path), "%s/%s", folder, argv[0]) < static_cast<int>(sizeof(path))) {
+            if (snprintf(path, sizeof(path), "%s/%s", folder, program) < static_cast<int>(sizeof(path))) {
                 error = posix_spawn(pid, path, &files_, &attributes_, argv, environ);
             }
             if (error != ENOENT) {
@@ -232,9 +236,6 @@ int text_buffer::append(const char *text, size_t length)
 
 int run(const argument_list &arguments, capture what, text_buffer *into, int *status)
 {
-    if (arguments.count() == 0) {
-        return EINVAL;
-    }
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return errno;

@@ -104,11 +104,9 @@ bool ends_with_chain(const parsed_command &parsed, const argument_list &command)
 
 void follow(const parsed_command &parsed, const argument_list &command)
 {
-    if (!parsed.option) {
-        view.forget_all();
-    } else if (!strcmp(parsed.option, "-A")) {
+    if (parsed.option && !strcmp(parsed.option, "-A")) {
         view.rule_appended(parsed.table, parsed.chain, command, parsed.rule);
-    } else if (!ends_with_chain(parsed, command)) {
+    } else if (!parsed.option || !ends_with_chain(parsed, command)) {
         view.forget_all();
     } else if (!strcmp(parsed.option, "-N")) {
         view.chain_added(parsed.table, parsed.chain);

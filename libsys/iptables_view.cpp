@@ -123,6 +123,7 @@ void table_view::forget_all()
 
 int table_view::list(const char *table, known_table **out)
 {
+    *out = nullptr;
     forget(table);
     argument_list command;
     text_buffer listing;

@@ -50,7 +50,7 @@ void read_device(const nlmsghdr &message, const ifinfomsg &body, device *out)
 
 int set_up(const char *operation, const char *name, bool up)
 {
-    device which;
+    device which = {};
     int error = find_device(name, &which);
     if (!error) {
         netlink::request request(RTM_NEWLINK, 0);
@@ -138,8 +138,8 @@ int netilib_vintf_create(const char *master, int vid)
         snprintf(name, sizeof(name), "%s.%d", master, vid);
         error = check_new_name(name);
     }
-    device lower;
-    device existing;
+    device lower = {};
+    device existing = {};
     if (!error) {
         error = find_device(master, &lower);
     }
@@ -158,7 +158,7 @@ int netilib_vintf_create(const char *master, int vid)
 
 int netlib_vintf_delete(const char *name)
 {
-    device which;
+    device which = {};
     int error = find_device(name, &which);
     if (!error) {
         error = is_kind(which, "vlan") ? delete_device(which.index) : EINVAL;
@@ -171,7 +171,7 @@ int netlib_eth_mac_set(const char *name, const uint8_t *mac)
     if (!mac) {
         return fail(EINVAL, __func__, "%s, (null)", shown(name));
     }
-    device which;
+    device which = {};
     int error = find_device(name, &which);
     if (!error && !(which.has_mac && std::equal(mac, mac + sizeof(which.mac), which.mac))) {
         netlink::request request(RTM_NEWLINK, 0);
@@ -186,7 +186,7 @@ int netlib_eth_mac_set(const char *name, const uint8_t *mac)
 
 int netlib_eth_mac_get(const char *name, uint8_t *mac)
 {
-    device which;
+    device which = {};
     int error = mac ? find_device(name, &which) : EINVAL;
     if (!error && !which.has_mac) {
         error = EADDRNOTAVAIL;
@@ -210,7 +210,7 @@ int netlib_eth_intf_down(const char *name)
 
 int netlib_eth_intf_exist(const char *name)
 {
-    device which;
+    device which = {};
     int error = find_device(name, &which);
     if (error && error != ENODEV) {
         // The caller waits for the device to go, so an unanswered question must not look as if it had gone.

@@ -41,7 +41,7 @@ public:
     nlmsghdr *header() { return header_; }
 
 private:
-    alignas(nlmsghdr) char buffer_[512];
+    alignas(nlmsghdr) char buffer_[512] = {};
     nlmsghdr *header_;
 };
 
@@ -64,8 +64,8 @@ public:
     template <typename Body, typename Visit> void each(uint16_t type, Visit visit) const
     {
         int left = static_cast<int>(size_);
-        for (const auto *message = reinterpret_cast<const nlmsghdr *>(data_);
-             is_whole(message, left); message = mnl_nlmsg_next(message, &left)) {
+        for (const auto *message = reinterpret_cast<const nlmsghdr *>(data_); is_whole(message, left);
+             message = mnl_nlmsg_next(message, &left)) {
             if (message->nlmsg_type == type && message->nlmsg_seq == sequence_ &&
                 mnl_nlmsg_get_payload_len(message) >= sizeof(Body)) {
                 visit(*message, *static_cast<const Body *>(mnl_nlmsg_get_payload(message)));

@@ -27,7 +27,7 @@ int read_route(uint32_t table, const char *dst, const char *mask, const char *gw
     out->table = table;
     out->metric = static_cast<uint32_t>(metric);
     if (dev) {
-        device through;
+        device through = {};
         if (int error = find_device(dev, &through)) {
             return error;
         }

@@ -107,7 +107,7 @@ using namespace libsys;
 int netlib_intf_gateway_add(int priority, const char *gateway, const char *name, int priority2)
 {
     uint32_t address = 0;
-    device wan;
+    device wan = {};
     int error = EINVAL;
     if (is_wan_number(__func__, priority) && priority == priority2 && parse_ipv4(gateway, &address) &&
         address) {
@@ -124,7 +124,7 @@ int netlib_intf_gateway_add(int priority, const char *gateway, const char *name,
 // gateway than the one that was learnt since.
 int netlib_intf_gateway_del(int priority, const char *gateway, const char *name, int priority2)
 {
-    device wan;
+    device wan = {};
     int error = EINVAL;
     if (is_wan_number(__func__, priority) && priority == priority2) {
         error = find_device(name, &wan);
