@@ -287,3 +287,18 @@ def test_clean_up_keeps_a_chain_that_others_use_and_the_way_to_it(tmp_path):
     kept = [line for line in out.splitlines() if line.startswith(("-N", "-A")) and "theirs" not in line]
     assert kept == ["-N ipt_prert_nat_rules_1", "-N pmap_rules_user", "-A PREROUTING -j ipt_prert_nat_rules_1",
                     "-A ipt_prert_nat_rules_1 -j pmap_rules_user", "-A pmap_rules_user -p tcp -m tcp --dport 80 -j ACCEPT"]
+
+
+@needs_iptables
+def test_clean_up_keeps_a_chain_that_others_call_and_their_accept_rules(tmp_path):
+    out = sandbox.run(WAN + lay_chains() + """
+iptables -w -A theirs -j ipt_fwd_filter_mac
+iptables -w -t nat -A PREROUTING -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT
+/lib/ivarode/cleanup.sh
+""" + DUMP, tmp_path)
+    kept = [line for line in out.splitlines() if line.startswith(("-N", "-A"))]
+    assert sorted(kept) == sorted([
+        "-N theirs", "-A FORWARD -j theirs", "-A theirs -j ipt_fwd_filter_mac",
+        "-N ipt_fwd_filter_rules_2", "-N ipt_fwd_filter_mac", "-A FORWARD -j ipt_fwd_filter_rules_2",
+        "-A ipt_fwd_filter_rules_2 -j ipt_fwd_filter_mac",
+        "-A PREROUTING -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT"])

@@ -88,20 +88,41 @@ remove_clients() {
     done
 }
 
+# Reads a table as iptables-save shows it, behind the lists of chains, and writes what to take out of it.
+chains_to_remove() {
+    {
+        own_chains | sed -n "s/^$1 /own /p"
+        chains | sed -n "s/^$1 /chain /p"
+        iptables-save -t "$1" 2>/dev/null
+    } | awk -v table="$1" '
+        $1 == "own" { own[$2] = 1; next }
+        $1 == "chain" { parent[++listed] = $2; chain[listed] = $3; next }
+        /^:/ { there[substr($1, 2)] = 1; next }
+        $1 != "-A" || ($2 in own) { next }
+        { held[$2]++ }
+        $0 == "-A " $2 " -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT" && /^-A (PREROUTING|FORWARD) / && table != "nat" {
+            if (!accepts[$2]++) print "-D " substr($0, 4)
+        }
+        { for (i = 3; i < NF; i++) if ($i == "-j" || $i == "-g") calls[$(i + 1)]++ }
+        NF == 4 && $3 == "-j" { jumps[$2, $4]++ }
+        END {
+            for (name in own) if (name in there) print "-F " name
+            for (i = 1; i <= listed; i++) {
+                # Not there, holding rules of others, or called by others: stays, with its jump.
+                if (!(chain[i] in there) || held[chain[i]] || calls[chain[i]] != jumps[parent[i], chain[i]]) continue
+                for (n = jumps[parent[i], chain[i]]; n > 0; n--) {
+                    print "-D " parent[i] " -j " chain[i]
+                    held[parent[i]]--
+                }
+                print "-X " chain[i]
+            }
+        }'
+}
+
 remove_chains() {
-    own_chains | while read -r table chain; do
-        iptables -w -t "$table" -F "$chain" 2>/dev/null
-    done
-    chains | while read -r table parent chain; do
-        rules=$(iptables -w -t "$table" -S "$chain" 2>/dev/null) || continue
-        [ "$rules" = "-N $chain" ] || continue
-        while iptables -w -t "$table" -D "$parent" -j "$chain" 2>/dev/null; do :; done
-        iptables -w -t "$table" -X "$chain"
-    done
-    for place in "mangle PREROUTING" "filter FORWARD" "mangle FORWARD"; do
-        # shellcheck disable=SC2086  # table and chain
-        set -- $place
-        iptables -w -t "$1" -D "$2" -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT 2>/dev/null
+    for table in nat mangle filter; do
+        changes=$(chains_to_remove "$table")
+        [ -z "$changes" ] || printf '*%s\n%s\nCOMMIT\n' "$table" "$changes" | iptables-restore -w --noflush
     done
 }
 
