@@ -122,9 +122,18 @@ wan_route_down() {
     ! wan_has_rule "$WAN_RULE_CONNECTED" || ip -4 rule del pref "$WAN_RULE_CONNECTED"
 }
 
+# wan_is_roots_folder PATH: a folder, not a link, that nobody but root may write to. In /tmp everybody can be first.
+wan_is_roots_folder() {
+    # shellcheck disable=SC2012  # mode and owner; stat is not on every router
+    case $(ls -ldn "$1" 2>/dev/null | sed 's/^\(..........\)[^ ]* *[0-9]* *\([0-9]*\) .*/\1 \2/') in
+    d????-??-?' 0') return 0 ;;
+    esac
+    return 1
+}
+
 wan_resolver_path() {
     # Where a caching resolver reads its upstream servers from, else the system's own file.
-    if [ -d /tmp/resolv.conf.d ]; then
+    if wan_is_roots_folder /tmp/resolv.conf.d; then
         echo /tmp/resolv.conf.d/resolv.conf.auto
     else
         readlink -f /etc/resolv.conf || echo /etc/resolv.conf
