@@ -141,6 +141,8 @@ bool steer(const std::vector<std::string> &line)
         trace_open(field(line, 1), field(line, 2) == "sites");
     } else if (word == "limit") {
         trace_limit(number(line, 1));
+    } else if (word == "quiet") {
+        trace_quiet(field(line, 1) != "off");
     } else if (word == "show-safe") {
         scenario.show_safe = true;
     } else if (word == "show-options") {

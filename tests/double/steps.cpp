@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <libubus.h>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace recorder {
@@ -150,6 +151,8 @@ bool step(const std::vector<std::string> &line)
         show_model(line.size() > 1 ? line[1] : std::string{});
     } else if (word == "counter") {
         show_counter();
+    } else if (word == "memory") {
+        trace_line("memory " + std::to_string(mallinfo2().uordblks));
     } else {
         return false;
     }

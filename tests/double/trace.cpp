@@ -16,6 +16,7 @@ constexpr int endless_status = 99;
 
 int trace_fd = -1;
 bool with_sites = false;
+bool quiet_now = false;
 unsigned lines_left = 20000;
 uintptr_t code_base = 0;
 uintptr_t code_begin = 0;
@@ -81,9 +82,14 @@ void trace_limit(unsigned lines)
     lines_left = lines;
 }
 
+void trace_quiet(bool quiet)
+{
+    quiet_now = quiet;
+}
+
 void trace_line(std::string_view line, const void *site)
 {
-    if (trace_fd < 0) {
+    if (trace_fd < 0 || quiet_now) {
         return;
     }
     std::string text{line};

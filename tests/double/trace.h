@@ -14,6 +14,8 @@ namespace recorder {
 void trace_open(const std::string &path, bool sites);
 // Ends the run with the line "endless" after so many lines.
 void trace_limit(unsigned lines);
+// Leaves lines out of the trace, for runs of thousands of steps.
+void trace_quiet(bool quiet);
 void trace_line(std::string_view line, const void *site = nullptr);
 
 // A C text in quotes with C escapes, or null.
