@@ -13,7 +13,7 @@ import sandbox
 def message_rows():
     rows = []
     for table in books.tables(books.text("messages.md")):
-        if table[0] == ["message", "level", "when", "what to do"]:
+        if table[0] == ["message", "level", "when", "what to do"]:  # those of the daemon
             rows += table[1:]
     return rows
 
@@ -213,4 +213,27 @@ def test_every_kind_of_test_is_in_the_testing_book():
     driver = (sandbox.ROOT / "tests/driver.py").read_text()
     kinds = re.findall(r'^    "(\w+)": \(', driver[driver.index("KINDS = {"):], re.M)
     table = next(t for t in books.tables(books.text("testing.md")) if t[0][0] == "kind" and "time" in t[0][-1])
-    assert [books.code(row[0])[0] for row in table[1:]] == kinds
+    assert sorted(books.code(row[0])[0] for row in table[1:]) == sorted(kinds)
+
+
+TEXT = r'((?:"(?:[^"\\]|\\.)*"|\s|PRId64)+)'
+
+
+def library_texts(pattern):
+    found = set()
+    for path in sorted((sandbox.ROOT / "libsys").glob("*.cpp")):
+        if path.name == "output.cpp":
+            continue
+        for text in re.findall(pattern, path.read_text()):
+            found.add(messages.plain(text.replace("PRId64", '"d"')))
+    return found - {"%s"}
+
+
+def test_every_line_of_the_library_is_in_the_book():
+    section = books.sections(books.text("messages.md"))["Lines of the platform library"]
+    lines, reasons = books.tables(section)
+    assert {books.code(row[0])[0] for row in lines[1:]} == library_texts(
+        r"(?:outlib_(?:error|warning|notice|info)\(|log_change\(\w+, )" + TEXT)
+    # The reason is the second argument, and may be chosen between two.
+    wanted = library_texts(r"board_error\((?:[^(),]|\([^()]*\))+,(?: ports \?)? " + TEXT) | {"is missing"}
+    assert {books.code(row[0])[0] for row in reasons[1:]} == wanted
