@@ -100,6 +100,7 @@ Sandbox::Sandbox()
         why_not_ = "needs root";
         return;
     }
+    std::string folder = build_folder();
     if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC) != 0) {
         why_not_ = reason("unshare");
         return;
@@ -108,7 +109,6 @@ Sandbox::Sandbox()
         why_not_ = reason("private mounts");
         return;
     }
-    std::string folder = build_folder();
     int build = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     int old_etc = open("/etc", O_PATH | O_DIRECTORY | O_CLOEXEC);
     for (const char *place : {"/etc", "/run", "/tmp", "/dev/shm"}) {
@@ -192,9 +192,14 @@ bool file_exists(const std::string &path)
 
 std::string program_folder()
 {
-    char path[PATH_MAX];
-    ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-    return fs::path(std::string(path, length > 0 ? static_cast<size_t>(length) : 0)).parent_path();
+    // Asked once, before the namespaces change: below a changed root the kernel would then tell a path that
+    // begins above it.
+    static const std::string folder = [] {
+        char path[PATH_MAX];
+        ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+        return fs::path(std::string(path, length > 0 ? static_cast<size_t>(length) : 0)).parent_path();
+    }();
+    return folder;
 }
 
 Finished run_program(const std::vector<std::string> &argv)
