@@ -26,7 +26,7 @@ class Board:
     def missing(self):
         return [str(path) for path in (self.daemon, self.recorder, self.entries) if not path.exists()]
 
-    def command(self, script, entry=()):
+    def command(self, script, entry=(), arguments=()):
         """The command line and environment of one run: of the daemon, or of one operation of it."""
         inner = {
             "LD_PRELOAD": str(self.recorder),
@@ -39,7 +39,7 @@ class Board:
         if self.prefix:
             # The emulator must not be preloaded itself; it hands these on to what it runs.
             environment["QEMU_SET_ENV"] = f"LD_PRELOAD={inner.pop('LD_PRELOAD')}"
-        program = [str(self.entries), *entry] if entry else [str(self.daemon)]
+        program = [str(self.entries), *entry] if entry else [str(self.daemon), *arguments]
         return [*self.prefix, *program], {**environment, **inner}
 
 
@@ -79,13 +79,13 @@ def read_trace(text, run):
             run.parts[key].append(line)
 
 
-def run_process(board, lines, folder, timeout=20, sites=False, entry=()):
+def run_process(board, lines, folder, timeout=20, sites=False, entry=(), arguments=()):
     """Runs one process with the script lines given; `folder` holds its files."""
     trace = Path(folder) / "trace"
     trace.unlink(missing_ok=True)
     script = Path(folder) / "script"
     script.write_text(script_text([("trace", str(trace), "sites" if sites else ""), *lines]))
-    command, environment = board.command(script, entry)
+    command, environment = board.command(script, entry, arguments)
     run = Run()
     try:
         done = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
@@ -196,7 +196,8 @@ def record(board, scenario, folder, extra=(), sites=False, timeout=20):
     """Runs a scenario; a list of (run, steps)."""
     runs = []
     for lines, steps in plan(scenario, folder, extra):
-        runs.append((run_process(board, lines, folder, timeout=timeout, sites=sites, entry=scenario.entry), steps))
+        runs.append((run_process(board, lines, folder, timeout=timeout, sites=sites, entry=scenario.entry,
+                                 arguments=scenario.arguments), steps))
     return runs
 
 

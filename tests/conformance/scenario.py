@@ -34,6 +34,7 @@ class Scenario:
         self.only = []
         self.hide = []
         self.steps = []
+        self.arguments = []    # the daemon's arguments
         self.entry = []        # an operation to call instead of running the daemon, with its arguments
 
     @property
@@ -126,9 +127,10 @@ class Parser:
             scenario.hide += rest.split()
         elif word == "show":
             scenario.setup.append(("show-" + rest,))
-        elif word == "entry":
-            scenario.entry = [notation.unquote(text).decode() if text[0] == '"' else text
-                              for text in re.findall(r'"(?:[^"\\]|\\.)*"|\S+', rest)]
+        elif word in ("entry", "arguments"):
+            words = [notation.unquote(text).decode() if text[0] == '"' else text
+                     for text in re.findall(r'"(?:[^"\\]|\\.)*"|\S+', rest)]
+            setattr(scenario, word, words)
         elif word == "board":
             self.board(content)
         elif word == "uci":
