@@ -166,7 +166,6 @@ class Lab:
         with self._lock():
             if self.alive():
                 raise LabError("lab %s is up already" % self.name)
-            (self.state / "share").mkdir(exist_ok=True)
             if mode != "native":
                 carrier.machine.prepare("mipsel" if mode == "mips" else "x86", notes)
             ready_read, ready_write = os.pipe()
@@ -198,10 +197,20 @@ class Lab:
             return False
         with contextlib.suppress(LabError):
             self.run("hub", "end")
-        deadline = time.monotonic() + 15
-        while self.alive() and time.monotonic() < deadline:
-            time.sleep(0.02)
+        self.wait_gone()
         return True
+
+    def wait_gone(self, seconds=20):
+        """Waits until the hub has let go of its lock: nothing of the lab is left then."""
+        deadline = time.monotonic() + seconds
+        with open(self.state / "hub.lock", "w", encoding="ascii") as lock:
+            while time.monotonic() < deadline:
+                try:
+                    fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                    return
+                except BlockingIOError:
+                    time.sleep(0.02)
+        raise LabError("lab %s does not end: see %s" % (self.name, self.state / "hub.log"))
 
     # --- boards --------------------------------------------------------------------------------------------
     def raise_board(self, board="one-cpu", config="home", extra_plan=(), folder="lab"):

@@ -8,6 +8,7 @@ does when the process that wanted the lab dies, the lab ends too.
 """
 
 import collections
+import fcntl
 import json
 import os
 import selectors
@@ -205,6 +206,10 @@ def main():
     for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(0))
     hub = None
+    # held until every trace of this lab is gone; the next one of its name waits here
+    lock = open(os.path.join(state, "hub.lock"), "w", encoding="ascii")
+    fcntl.flock(lock, fcntl.LOCK_EX)
+    os.makedirs(os.path.join(state, "share"), exist_ok=True)
     try:
         hub = Hub(state, mode, programs, int(ready_fd), int(tie_fd))
         hub.run()
