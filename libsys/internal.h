@@ -1,15 +1,14 @@
-/*
- * What the files of the platform library share.
- *
- * fail()          The one way to report that an operation did not work: sets errno, writes one outlib_debug
- * line "operation(arguments): reason" and gives -1 to return. The caller of the library decides whether that
- * is worth an error message; the library itself stays quiet above debug level. unique_fd       Owns a file
- * descriptor.      Both close at the end of the scope and leave errno alone, so a unique_file     Owns a
- * stdio stream.         guard may go out of scope after fail(). retry_eintr()   Repeats a system call that a
- * signal interrupted.
- *
- * Nothing here allocates.
- */
+// What the files of the platform library share.
+//
+// fail() is the one way to report that an operation did not work: it sets errno, writes one outlib_debug line
+// "operation(arguments): reason" and gives -1 to return. Whether that is worth an error message is the
+// caller's to decide; the library itself stays quiet above debug level.
+//
+// unique_fd and unique_file own a descriptor and a stdio stream. Both close at the end of the scope and leave
+// errno alone, so a guard may go out of scope after fail(). retry_eintr() repeats a system call that a signal
+// interrupted.
+//
+// Nothing here allocates.
 #pragma once
 
 #include <cerrno>
