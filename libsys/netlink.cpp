@@ -12,8 +12,8 @@ namespace {
 
 // The kernel answers at once; a silence this long means that something is broken for good.
 constexpr timeval answer_timeout = {5, 0};
-// The kernel remembers the largest buffer a socket ever offered and fills datagrams of a listing up to that, but
-// never beyond this.
+// The kernel remembers the largest buffer a socket ever offered and fills datagrams of a listing up to that,
+// but never beyond this.
 constexpr size_t room_for_one_datagram = 32768;
 constexpr int listing_attempts = 8;
 constexpr int highest_errno = 4095; // the kernel's own limit

@@ -7,8 +7,8 @@
 // Says goodbye on the output channel and ends every supervised child.
 void ivarode_main_exit();
 
-// SIGTERM ends the process with status 0. Any other number does nothing and is answered with the number of the
-// one signal that is handled, 15.
+// SIGTERM ends the process with status 0. Any other number does nothing and is answered with the number of
+// the one signal that is handled, 15.
 int ivarode_sig_handler(int signal_number);
 
 // Installs the handler, and ivarode_main_exit at process exit. Returns 0.

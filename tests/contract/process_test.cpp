@@ -45,12 +45,11 @@ TEST_F(ProcessTest, RunsOfBlanksAndQuotesOfACommandLine)
                                 "nic-wan1_pe \n",
                                 0),
         0);
-    EXPECT_EQ(
-        service.requests().at(0),
-        R"(add {"name":"pppoe","instances":{"wan1":{"command":["/usr/sbin/pppd","ipparam",)"
-        R"("pppoec,20001","+ipv6","plugin","rp-pppoe.so","","a \"b\" \\ \\n","it's","\\x",)"
-        R"("$HOME","`id`","*","nic-wan1_pe"],)"
-        R"("respawn":["3600","5","0"]}}})");
+    EXPECT_EQ(service.requests().at(0),
+              R"(add {"name":"pppoe","instances":{"wan1":{"command":["/usr/sbin/pppd","ipparam",)"
+              R"("pppoec,20001","+ipv6","plugin","rp-pppoe.so","","a \"b\" \\ \\n","it's","\\x",)"
+              R"("$HOME","`id`","*","nic-wan1_pe"],)"
+              R"("respawn":["3600","5","0"]}}})");
 }
 
 TEST_F(ProcessTest, TheSameCommandAgainIsFine)
