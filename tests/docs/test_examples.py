@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import time
 
@@ -111,3 +112,39 @@ def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab):
     assert left == "" and [line for line in bare if re.search(r"lan|wan|\b(10000|10001|20001)\b|^-[NA]", line)] == []
     assert run("lab/lab start daemon")[0] == 0
     until(lambda: run("lab/lab ubus call ivarode.run run")[0] == 0 and state() == before)
+
+
+def book_configuration(folder):
+    """The packages that the configuration book gives as examples."""
+    for package in ("lan_intf", "wan_intf", "route_config"):
+        section = books.sections(books.text("configuration.md"))["Package `%s`" % package]
+        (folder / package).write_text(re.search(r"```\n(config .*?)```", section, re.S).group(1))
+
+
+def image_configuration(folder):
+    for path in (sandbox.IMAGE / "etc/config").iterdir():
+        shutil.copy(path, folder)
+
+
+def outcome(command):
+    return run("lab/lab " + command)[1]
+
+
+@pytest.mark.parametrize("source, wanted", [
+    (book_configuration, {"exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24 *\n(.*\n)*lan2_guest +UP +192\.168\.100\.1/24",
+                          "switch": r"\n +5 +100 +\. \. t \. \. \. t",
+                          "instances": r'"pppoec,20001"(.*\n)*.*"user@provider"',
+                          "exec router ip route show table 10000": r"10\.20\.0\.0/16 via 192\.168\.1\.254 dev lan1 proto 105 metric 10"}),
+    (image_configuration, {"exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24", "instances": r'"/sbin/udhcpc"(.*\n)*.*"20001"',
+                           "exec router cat /var/run/ivarode/wan/wan1": r"name=wan1\nproto=dhcp"}),
+], ids=["configuration book", "image"])
+def test_sample_configurations_bring_up_the_board(lab, tmp_path, source, wanted):
+    source(tmp_path)
+    shutil.copy(LAB.parent / "configs/one-lan/hosts", tmp_path)
+    status, out, err = run("lab/lab up --board one-cpu --config " + shlex.quote(str(tmp_path)))
+    assert status == 0, out + err
+    for command, pattern in wanted.items():
+        deadline = time.monotonic() + PATIENCE
+        while not re.search(pattern, outcome(command)):
+            assert time.monotonic() < deadline, (command, pattern, outcome(command))
+            time.sleep(PAUSE)
