@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <pwd.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -25,6 +26,13 @@ constexpr size_t client_count = 6;
 constexpr int longest_session = 200;
 
 uint32_t last_id = 0;
+
+// Whom the access file is about.
+uid_t nobody()
+{
+    const passwd *user = getpwnam("nobody");
+    return user != nullptr ? user->pw_uid : 65534;
+}
 
 void turn()
 {
@@ -44,10 +52,10 @@ public:
         promise(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
                 "there are sockets");
         broker::Identity identity = {};
-        identity.uid = as_root ? 0 : 1000;
+        identity.uid = as_root ? 0 : nobody();
         identity.gid = identity.uid;
-        identity.user = broker::copy_text(as_root ? "root" : "user");
-        identity.group = broker::copy_text(as_root ? "root" : "user");
+        identity.user = broker::copy_text(as_root ? "root" : "nobody");
+        identity.group = broker::copy_text(as_root ? "root" : "nobody");
         leave();
         fd_ = ends[0];
         promise(broker::client_new(ends[1], identity) != nullptr, "there is memory");

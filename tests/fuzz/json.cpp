@@ -8,6 +8,7 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -50,8 +51,9 @@ void check_sound(const blob_attr *message)
     promise(left == 0, "the fields fill the message");
 }
 
-// A table's member without a name prints without one, and what is printed is no JSON then.
-bool has_nameless_member(const blob_attr *message, bool array)
+// A table's member without a name prints without one, and JSON has no word for numbers that are not finite:
+// what is printed is no JSON then.
+bool is_beyond_json(const blob_attr *message, bool array)
 {
     const blob_attr *attr;
     size_t left;
@@ -60,7 +62,9 @@ bool has_nameless_member(const blob_attr *message, bool array)
         const int type = blobmsg_type(attr);
         const bool container = type == BLOBMSG_TYPE_ARRAY || type == BLOBMSG_TYPE_TABLE;
         if ((!array && blobmsg_name(attr)[0] == '\0') ||
-            (container && has_nameless_member(attr, type == BLOBMSG_TYPE_ARRAY))) {
+            (type == BLOBMSG_TYPE_DOUBLE &&
+             !std::isfinite(blobmsg_get_double(const_cast<blob_attr *>(attr)))) ||
+            (container && is_beyond_json(attr, type == BLOBMSG_TYPE_ARRAY))) {
             return true;
         }
     }
@@ -78,7 +82,7 @@ void from_text(const std::string &json)
     promise(once != nullptr, "there is memory");
     const Text indented{blobmsg_format_json_indent(first.head(), true, 0)};
     promise(indented != nullptr, "there is memory");
-    if (has_nameless_member(first.head(), false)) {
+    if (is_beyond_json(first.head(), false)) {
         return;
     }
 

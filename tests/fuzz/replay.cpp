@@ -35,7 +35,8 @@ void try_bytes(const std::string &bytes, size_t size)
 
 int main(int argc, char **argv)
 {
-    unsigned tried = 0;
+    unsigned files = 0;
+    unsigned executions = 0;
     for (int i = 1; i < argc; i++) {
         for (const std::filesystem::path &file : files_of(argv[i])) {
             std::ifstream stream(file, std::ios::binary);
@@ -46,10 +47,12 @@ int main(int argc, char **argv)
             }
             try_bytes(bytes, bytes.size());
             try_bytes(bytes, bytes.size() / 2);
-            tried++;
+            files++;
+            executions += 2;
         }
     }
     try_bytes({}, 0);
-    std::printf("inputs: %u\n", tried);
-    return tried > 0 ? 0 : 1;
+    executions++;
+    std::printf("executions: %u\n", executions);
+    return files > 0 ? 0 : 1;
 }
