@@ -24,7 +24,7 @@ class Board:
         self.environment = dict(environment or {})
 
     def missing(self):
-        return [str(path) for path in (self.daemon, self.recorder, self.entries) if not path.exists()]
+        return [str(path) for path in (self.daemon, self.recorder) if not path.exists()]
 
     def command(self, script, entry=(), arguments=()):
         """The command line and environment of one run: of the daemon, or of one operation of it."""
