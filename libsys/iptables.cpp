@@ -63,6 +63,12 @@ struct parsed_command {
     bool waits = false;
 };
 
+// Whether a word may name the table: "-t", "-tnat", "-vtnat", "--table", or what is left of that.
+bool may_name_table(const char *word)
+{
+    return word[0] == '-' && (word[1] == '-' ? word[2] == 't' : strchr(word, 't') != nullptr);
+}
+
 // Reads "iptables [-w] [-t TABLE] -X CHAIN ..." as far as the view has to follow; other forms leave option
 // null.
 parsed_command parse(const argument_list &command)
@@ -89,7 +95,7 @@ parsed_command parse(const argument_list &command)
     }
     for (; at < command.count(); ++at) {
         result.waits = result.waits || is("-w") || is("--wait");
-        if (is("-t") || is("--table")) {
+        if (may_name_table(command[at])) {
             result.option = nullptr;
         }
     }
