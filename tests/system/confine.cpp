@@ -1,6 +1,6 @@
-// confine CAPABILITIES PROGRAM [ARGUMENT]...: what a supervisor does before it starts a service with a capability
-// list and no_new_privs. CAPABILITIES is a list of numbers with commas; every other one is given up for good.
-// Exit status 125 when that cannot be done, else the program's own.
+// confine CAPABILITIES PROGRAM [ARGUMENT]...: what a supervisor does before it starts a service with a
+// capability list and no_new_privs. CAPABILITIES is a list of numbers with commas; every other one is given
+// up for good. Exit status 125 when that cannot be done, else the program's own.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -1,0 +1,32 @@
+"""Other builds of the bus and configuration libraries, of the same ABI: another compiler where there is one, without
+optimisation, and with the broker's socket where older images have it."""
+
+import re
+import shutil
+
+import bus_headers
+import common
+
+SOURCES = {"libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_build", "blobmsg_parse", "uloop", "uloop_fd",
+                                      "uloop_process", "uloop_timeout"], []),
+           "libblobmsg_json.so": ("libubox", ["json_format", "json_parse"], ["-lubox", "-ljson-c"]),
+           "libubus.so": ("libubus", None, ["-lubox"]),
+           "libuci.so": ("libuci", None, [])}
+
+
+def build(folder):
+    """Fills a folder with the four libraries; returns their names."""
+    headers = folder / "include"
+    for source in common.BUS_HEADERS:
+        shutil.copytree(source, headers, dirs_exist_ok=True)
+    text, count = re.subn(r'(#define UBUS_UNIX_SOCKET) "[^"]*"', r'\1 "%s"' % bus_headers.OLD_SOCKET,
+                          (headers / "ubus_common.h").read_text())
+    assert count == 1
+    (headers / "ubus_common.h").write_text(text)
+    for library, (part, names, more) in SOURCES.items():
+        base = common.ROOT / "compat" / part / ("lib" if part == "libubus" else "src")
+        sources = sorted(base.glob("*.cpp")) if names is None else [base / (name + ".cpp") for name in names]
+        common.run(shutil.which("clang++") or "g++", "-std=gnu++20", "-O0", "-fPIC", "-shared", "-fno-exceptions", "-fno-rtti",
+                   "-nodefaultlibs", "-I", headers, "-o", folder / library, *sources, "-L", folder, *more, "-lc", "-lgcc")
+    shutil.rmtree(headers)
+    return sorted(SOURCES)

@@ -1,0 +1,173 @@
+"""The daemon as an image runs it: few capabilities, the image's own bus libraries, started by its init script."""
+
+import json
+import re
+import subprocess
+import sys
+import time
+
+import pytest
+import state
+from labctl import paths
+
+sys.path.insert(0, str(paths.ROOT / "tests/package"))
+import bus_headers  # noqa: E402
+import other_libraries  # noqa: E402
+
+READY = "ivarode init success"
+SHIM = "/usr/lib/lab-shim.so"
+HERE = paths.ROOT / "tests/system"
+
+
+def comparable(found):
+    """Without what is another on each board: the CPU port's own MAC."""
+    found["devices"].pop("eth0")
+    return found
+
+
+@pytest.fixture(scope="module")
+def usual(machine):
+    """The state after an ordinary start."""
+    return comparable(state.settled(machine.board("one-cpu", "home", fresh=True)))
+
+
+@pytest.fixture
+def bare(machine, usual):
+    """The same board with the daemon not started."""
+    machine.spoiled()
+    machine.lab.raise_board("one-cpu", "home", ["no-daemon"])
+    yield machine.lab
+    machine.spoiled()
+
+
+def daemon(lab):
+    """The daemon's process number; waits until its name is the program's, not a launcher's."""
+    return int(lab.shell("router", "for i in $(seq 100); do pidof ivarode && exit; sleep 0.1; done; exit 1", check=True).out)
+
+
+def facts(lab, pid):
+    return dict(re.findall(r"^(\w+):\s*(\S+)", lab.ok("router", "cat", "/proc/%d/status" % pid), re.M))
+
+
+# --- capabilities ------------------------------------------------------------------------------------------
+
+def numbers():
+    """Names of the capability file -> their numbers."""
+    known = dict(re.findall(r"^#define (CAP_[A-Z_]+)\s+(\d+)$", open("/usr/include/linux/capability.h").read(), re.M))
+    names = json.loads((paths.ROOT / "image/files/etc/capabilities/ivarode.json").read_text())["bounding"]
+    return {name: int(known[name]) for name in names}
+
+
+@pytest.fixture(scope="module")
+def confine(tmp_path_factory):
+    """A launcher that needs nothing of the machine it runs on."""
+    program = tmp_path_factory.mktemp("confine") / "confine"
+    subprocess.run(["g++", "-std=gnu++20", "-Wall", "-Wextra", "-Werror", "-O1", "-static", "-o", str(program),
+                    str(HERE / "confine.cpp")], check=True)
+    return program.read_bytes()
+
+
+def confined(lab, confine, kept):
+    lab.put("router", "/run/confine", confine, 0o755)
+    return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/run/confine", ",".join(map(str, kept)), "/usr/sbin/ivarode")
+
+
+CALLS = [
+    ("ivarode.intf", "port_add", {"name": "lan2"}),
+    ("ivarode.intf", "statist", {}),
+    ("ivarode.route", "add", {"name": "r", "line": "auto", "dstaddr": "10.9.0.0", "netmask": "255.255.0.0",
+                              "gateway": "192.168.1.9", "metric": "10"}),
+    ("ivarode.pppuser", "add", {"username": "alice", "provider": "*", "password": "secret", "ipaddr": "10.99.0.2"}),
+    ("ivarode.pppauth", "notify", {"type": "pptp", "username": "alice", "action": "up", "ipaddr": "10.99.0.2",
+                                   "dial_mac": "02:00:00:00:00:09", "dial_ip": "192.0.2.9"}),
+]
+
+
+def test_listed_capabilities_are_enough(bare, usual, confine):
+    """All others are given up: it starts as ever, and does what changes files, routes, the switch and databases."""
+    kept = numbers().values()
+    with confined(bare, confine, kept) as running:
+        bare.said(READY, 90)
+        about = facts(bare, daemon(bare))
+        mask = "%016x" % sum(1 << number for number in kept)
+        assert (about["CapEff"], about["CapPrm"], about["CapBnd"], about["NoNewPrivs"]) == (mask, mask, mask, "1")
+        assert comparable(state.settled(bare)) == usual
+        for name, method, arguments in CALLS:
+            answer = bare.run("router", "ubus", "-S", "-t", "20", "call", name, method, json.dumps(arguments))
+            assert answer.status == 0, (name, method, answer)
+        assert "10.9.0.0/16" in bare.ok("router", "ip", "-4", "route", "show", "table", "10000")
+        secrets = bare.ok("router", "ls", "-ln", "/etc/ppp/chap-secrets").split()
+        assert secrets[:4] == ["-rw-------", "1", "0", "0"] and "alice" in bare.ok("router", "cat", "/etc/ppp/chap-secrets")
+        # nobody else may write to what it has made; one file that is not its shows that the search finds such
+        bare.ok("router", "sh", "-c", "umask 0; : >/tmp/calmora/loose")
+        loose = bare.ok("router", "find", "/run/ivarode", "/dev/shm", "/tmp/calmora", "-perm", "/022", "!", "-type", "l", "!",
+                        "-path", "/dev/shm")
+        assert loose == "/tmp/calmora/loose\n"
+        running.kill(15)
+
+
+@pytest.mark.parametrize("name", ["CAP_NET_ADMIN", "CAP_NET_RAW"])
+def test_neither_can_be_left_out(bare, confine, name):
+    kept = [number for other, number in numbers().items() if other != name]
+    with confined(bare, confine, kept) as running:
+        result = running.collect(time.monotonic() + 90)
+    assert result.status not in (0, 125)
+    assert READY not in bare.ok("router", "cat", "/var/log/messages")
+
+
+# --- other bus libraries -----------------------------------------------------------------------------------
+
+def test_runs_with_other_builds_of_the_bus_libraries(bare, usual, tmp_path):
+    names = other_libraries.build(tmp_path)
+    bare.ok("router", "mkdir", "-p", "/opt")
+    for name in names:
+        bare.put("router", "/opt/" + name, (tmp_path / name).read_bytes(), 0o755)
+    # they look for the broker where older images have it
+    bare.ok("router", "ln", "-s", "ubus/ubus.sock", bus_headers.OLD_SOCKET)
+    with bare.spawn("router", "env", "LD_PRELOAD=" + SHIM, "LD_LIBRARY_PATH=/opt", "/usr/sbin/ivarode") as running:
+        bare.said(READY, 90)
+        maps = bare.ok("router", "cat", "/proc/%d/maps" % daemon(bare))
+        loaded = set(re.findall(r"/\S+/lib(?:ubox|ubus|uci)\.so", maps))
+        assert loaded == {"/opt/libubox.so", "/opt/libubus.so", "/opt/libuci.so"}
+        assert bare.run("router", "ubus", "-S", "call", "ivarode.run", "run").status == 0
+        assert comparable(state.settled(bare)) == usual
+        running.kill(15)
+
+
+# --- the init script ---------------------------------------------------------------------------------------
+
+def test_init_script_starts_guards_and_removes_it(bare, usual):
+    frame = (paths.ROOT / "tests/package/rc/rc.common").read_text()
+    bare.put("router", "/etc/rc.common", frame)
+    # what the supervisor starts must see the emulated hardware, too
+    bare.put("router", "/etc/ld.so.preload", SHIM + "\n")
+    bare.ok("router", "/etc/init.d/ivarode", "start")
+    bare.said(READY, 90)
+    assert comparable(state.settled(bare)) == usual
+    first = daemon(bare)
+    bare.ok("router", "kill", "-9", str(first))
+    # the supervisor waits five seconds, and the start takes five
+    bare.shell("router", "for i in $(seq 600); do test $(grep -c '%s' /var/log/messages) = 2 && exit; sleep 0.1; done; exit 1" % READY,
+               check=True, timeout=90)
+    assert daemon(bare) != first
+    assert comparable(state.settled(bare)) == usual
+    bare.ok("router", "/etc/init.d/ivarode", "stop", timeout=60)
+    assert not bare.run("router", "pidof", "ivarode")
+    assert set(state.devices(bare)) == {"lo", "eth0"}
+    assert state.rules(bare) == ["0: from all lookup local", "32766: from all lookup main", "32767: from all lookup default"]
+    for table, chains in state.firewall(bare).items():
+        assert not any(chains.values()) and set(chains) <= {"PREROUTING", "INPUT", "FORWARD", "OUTPUT", "POSTROUTING"}, table
+
+
+# --- who may call what -------------------------------------------------------------------------------------
+
+def test_unprivileged_user_may_look_and_not_touch(machine):
+    lab = machine.board("one-cpu", "home")
+
+    def call(*words):
+        return lab.run("router", "busybox", "su", "-s", "/bin/sh", "-c", "ubus -S call " + " ".join(words), "daemon").status
+
+    assert call("ivarode.run", "run") == 0
+    assert call("ivarode.intf", "statist") == 0
+    assert call("ivarode.intf", "port_del", "'{\"name\":\"lan2\"}'") != 0
+    assert call("ivarode.pppuser", "del", "'{\"username\":\"u\",\"provider\":\"*\"}'") != 0
