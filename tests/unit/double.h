@@ -56,7 +56,12 @@ struct World {
     bool show_registers = false;
     bool show_board = false;
     unsigned calloc_failing = 0; // the n-th allocation from now on fails
-    std::string equal_in;        // function whose text comparisons all find the texts equal
+    // Answers of the daemon's own parts that never come about on their own; 0 and nothing: the part itself.
+    std::map<uint32_t, std::pair<int, uint32_t>> port_links; // mtksw_port_link_get: result, link
+    int sequence_result = 0;                                 // netbd_seqport_get
+    int reg_read_once = 0;                                   // the next mtksw_reg_read
+    int link_asks_failing = 0;                               // how often netintf_link_get_byname fails
+    std::string equal_in; // function whose text comparisons all find the texts equal
 };
 extern World world;
 

@@ -225,4 +225,42 @@ int __wrap_ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr 
     return Call("reply").raw(message_text(message)).result();
 }
 
+// Parts of the daemon between whose files the linker puts these; the names are the compiler's.
+
+int __real__Z19mtksw_port_link_getjPj(uint32_t port, uint32_t *link);
+int __real__Z17netbd_seqport_getjPj(uint32_t port, uint32_t *sequence);
+int __real__Z14mtksw_reg_readjPj(uint32_t offset, uint32_t *value);
+int __real__Z23netintf_link_get_bynamePKcPj(const char *name, uint32_t *link);
+
+int __wrap__Z19mtksw_port_link_getjPj(uint32_t port, uint32_t *link)
+{
+    const auto found = world.port_links.find(port);
+    if (found == world.port_links.end()) {
+        return __real__Z19mtksw_port_link_getjPj(port, link);
+    }
+    *link = found->second.second;
+    return found->second.first;
+}
+
+int __wrap__Z17netbd_seqport_getjPj(uint32_t port, uint32_t *sequence)
+{
+    return world.sequence_result != 0 ? world.sequence_result
+                                      : __real__Z17netbd_seqport_getjPj(port, sequence);
+}
+
+int __wrap__Z14mtksw_reg_readjPj(uint32_t offset, uint32_t *value)
+{
+    const int wanted = std::exchange(world.reg_read_once, 0);
+    return wanted != 0 ? wanted : __real__Z14mtksw_reg_readjPj(offset, value);
+}
+
+int __wrap__Z23netintf_link_get_bynamePKcPj(const char *name, uint32_t *link)
+{
+    if (world.link_asks_failing > 0) {
+        world.link_asks_failing--;
+        return -1;
+    }
+    return __real__Z23netintf_link_get_bynamePKcPj(name, link);
+}
+
 } // extern "C"

@@ -272,6 +272,16 @@ TEST_F(L3intfConfig, StaticWanWithoutItsTexts)
            {static_stopped, plain_gone, plain_made, failed});
 }
 
+TEST_F(L3intfConfig, StaticWanWithAnAddressThatIsRefused)
+{
+    wan("wan1");
+    answer("netlib_intf_set_ip('wan1', '10.0.0.2')", -77);
+    config(static_wan1(), 1,
+           {static_stopped, plain_gone, plain_made,
+            "netlib_intf_gateway_del(20007, '0.0.0.0', 'wan1', 20007)",
+            "netlib_intf_plcrt_del('wan1', 20007)", "netlib_intf_set_ip('wan1', '10.0.0.2')", failed});
+}
+
 TEST_F(L3intfConfig, PriorityOfAWan)
 {
     netintf_entry *entry = wan("wan1", proto_dhcp);

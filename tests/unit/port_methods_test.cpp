@@ -1,6 +1,7 @@
 // Bus methods "port_add", "port_del", "port_dump" and "status".
 
 #include "daemon_test.h"
+#include "netintf/port_name.h"
 
 #include <cstring>
 
@@ -77,6 +78,26 @@ TEST_F(PortMethods, AZeroPortMacIsTheDevices)
               "netlib_eth_intf_up('lan1_default')", "netlib_eth_mac_get('lan1_default')",
               info(" lan or wan port add success,port=lan1\r\n")});
     EXPECT_EQ(netintf_entry_find_byname("lan1_default")->mac[0], 0x0a);
+}
+
+// The sequence number is not checked when the interface's MAC is made, only when the device's is.
+TEST_F(PortMethods, APortWithoutAPlaceInTheSequence)
+{
+    world.sequence_result = -44;
+    port_add("lan2", 1,
+             {begun("lan2"), error("hw_port=2 get seq port error\n"),
+              error("netintf_ubus_port_add 3123 hw port init failed\n")});
+    EXPECT_EQ(netintf_entry_find_byname("lan2_default")->mac[5], 0x50);
+}
+
+TEST_F(PortMethods, NamesOfPorts)
+{
+    const std::pair<const char *, uint32_t> names[] = {{"lan1", 1}, {"wan9", 2},  {"lanx", 1},
+                                                       {"wan ", 2}, {"foo1", 0},  {"LAN1", 0},
+                                                       {"lan", 0},  {"lan10", 0}, {"", 0}};
+    for (const auto &[name, type] : names) {
+        EXPECT_EQ(netintf_port_name_type(name), type) << name;
+    }
 }
 
 TEST_F(PortMethods, AddFailuresUndoNothing)

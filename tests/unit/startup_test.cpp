@@ -86,6 +86,32 @@ TEST_F(Startup, AFailingSectionStopsTheWalkAndWhatCameBeforeStays)
     EXPECT_EQ(names_on(3), std::vector<std::string>{});
 }
 
+TEST_F(Startup, LinksThatTheSwitchTells)
+{
+    world.port_links = {{3, {0, 1}}};
+    EXPECT_EQ(netintf_registry_init(), 0);
+    EXPECT_EQ(netintf_port_head_get(3)->link, 1U);
+    EXPECT_EQ(netintf_port_head_get(2)->link, 0U);
+    registry_drop();
+    world.port_links = {{3, {-44, 1}}};
+    EXPECT_EQ(netintf_lan_init(), -44);
+    expect_trace({error("mtk switch init inif failed\r\n")});
+}
+
+TEST_F(Startup, TheLatePassRaisesTheInterfacesOfLinkedPorts)
+{
+    EXPECT_EQ(netintf_registry_init(), 0);
+    wan("wan1");
+    lan("lan2");
+    netintf_port_head_get(2)->hw_port = 2;
+    world.port_links = {{0, {0, 1}}, {1, {-1, 1}}, {2, {0, 0}}};
+    EXPECT_EQ(netintf_init_post(), 0);
+    expect_trace({"sleep(5)", info("netintf_init_post 3025 i=0 link=1\n"), "netlib_eth_intf_up('wan1')",
+                  info("netintf_init_post 3025 i=2 link=0\n"), info("netintf_init_post 3025 i=3 link=0\n"),
+                  info("netintf_init_post 3025 i=4 link=0\n")});
+    EXPECT_EQ(netintf_port_head_get(0)->link, 1U);
+}
+
 std::vector<std::string> post_lines()
 {
     std::vector<std::string> lines{"sleep(5)"};

@@ -194,6 +194,18 @@ TEST_F(Statist, ReplyListsEnabledInterfacesOfLinkedPorts)
     EXPECT_EQ(trace_take().size(), 1U);
 }
 
+// An interface is not passed over for want of an answer.
+TEST_F(Statist, ReplyAsksForALinkUntilItIsAnswered)
+{
+    lan("lan2");
+    link_set(2, 1);
+    world.link_asks_failing = 1000;
+    expect_call(
+        "ivarode.intf", "statist", {}, 0,
+        {"reply({lan2: ['lan2', rx_bytes: '0', tx_bytes: '0', avg_rx_bytes: '0', avg_tx_bytes: '0']})"});
+    EXPECT_EQ(world.link_asks_failing, 0);
+}
+
 TEST_F(Statist, ReplyEndsAtABrokenList)
 {
     link_set(2, 1);

@@ -159,6 +159,17 @@ TEST_F(SwitchPort, LayoutStopsAtTheFirstGapAmongTheLans)
     EXPECT_EQ(pvid(4), 0U);
 }
 
+TEST_F(SwitchPort, LayoutOfABoardFullOfLans)
+{
+    Ports ports;
+    for (uint8_t index = 0; index < 16; index++) {
+        ports.push_back({1, static_cast<uint8_t>(index % 5)});
+    }
+    board(ports);
+    EXPECT_EQ(mtksw_port_vlan_init(), 0);
+    EXPECT_EQ(vlan_entry(0), (VlanEntry{4090, 0x1f}));
+}
+
 TEST_F(SwitchPort, LayoutReturnsItsFirstFailure)
 {
     fail("mtklib_cpu_reg_wr(0x10110044");

@@ -155,6 +155,15 @@ TEST_F(UciLan, MacTexts)
     }
 }
 
+TEST_F(UciLan, APortWithoutAPlaceInTheSequence)
+{
+    world.sequence_result = -44;
+    EXPECT_EQ(walk_one("lan2_default", {}), -44);
+    expect_trace({walked});
+    netintf_lan_port_mask = 0xff;
+    EXPECT_EQ(walk_one("lan2", {}), 0);
+}
+
 TEST_F(UciLan, OnlyFourDefaultNamesHaveAMacByRule)
 {
     struct {

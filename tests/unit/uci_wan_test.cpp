@@ -144,6 +144,14 @@ TEST_F(UciWan, APortIsSetUpOnceAsWan)
     EXPECT_STREQ(netintf_port_head_get(0)->name, "wan1");
 }
 
+TEST_F(UciWan, APortWithoutAPlaceInTheSequence)
+{
+    world.sequence_result = -44;
+    EXPECT_EQ(walk_one("wan1_default", {}), -44);
+    expect_trace({walked});
+    EXPECT_EQ(walk_one("wan1", {}), 0);
+}
+
 TEST_F(UciWan, SectionsThatAreNoWanArePassedOver)
 {
     for (const char *name : {"lan1", "guest", "WAN1", ""}) {

@@ -194,6 +194,23 @@ TEST_F(VlanTable, MemberSetByIdFindsOrAllocates)
     entry_is(6, {200, 0x40});
 }
 
+// A driver that knows no such entry says so, and the entry is made.
+TEST_F(VlanTable, MemberSetMakesAnEntryThatIsNotThere)
+{
+    vlan_entry_put(1, {7, 0x06});
+    world.reg_read_once = -9;
+    EXPECT_EQ(mtksw_vlan_member_set(1, 4091, 4), 0);
+    entry_is(1, {4091, 0x10});
+    for (const int code : {-8, -10, -1}) {
+        world.reg_read_once = code;
+        EXPECT_EQ(mtksw_vlan_member_set(1, 5, 3), code);
+        entry_is(1, {4091, 0x10});
+    }
+    world.reg_read_once = -9;
+    EXPECT_EQ(mtksw_vlan_member_clear(1, 5, 4), -9);
+    entry_is(1, {4091, 0x10});
+}
+
 TEST_F(VlanTable, MemberSetFailsWhenThePoolIsFull)
 {
     fill_pool(1);
