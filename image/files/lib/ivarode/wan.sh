@@ -60,7 +60,8 @@ wan_row() {
         if command -v flock >/dev/null; then
             exec 9>>"$WAN_ROWS/.lock" && flock 9
         fi
-        [ -e "$WAN_ROWS/$1" ] || exit 0
+        # asked again with the lock held: the WAN may have become another in the meantime
+        [ -e "$WAN_ROWS/$1" ] && wan_is_ours "$1" "$2" || exit 0
         printf 'name=%s\nproto=%s\nipaddr=%s\nnetmask=%s\ngateway=%s\naddr4=%s\naddr5=%s\n' \
             "$1" "$2" "$3" "$4" "$5" "${6:-0.0.0.0}" "${7:-0.0.0.0}" >"$WAN_ROWS/.$1.script" &&
             mv -f "$WAN_ROWS/.$1.script" "$WAN_ROWS/$1"
