@@ -157,7 +157,27 @@ def test_programs_of_the_debian_package_run(package, tmp_path):
     environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path)}
     assert "usage: lab/lab" in common.run(root / "usr/bin/ivarode-lab", "--help", env=environment)
     assert "ivarode-dbg" in common.run(root / "usr/sbin/ivarode-dbg", "--help", env=environment)
+    # this one needs the libraries of the package, which it finds through the link as well
+    assert "ivarode-switch" in common.run(root / "usr/sbin/ivarode-switch", "--help", env=environment)
     # the lab looks for its programs in the package, and for labs in the user's own folder
     done = subprocess.run([str(root / "usr/bin/ivarode-lab"), "status"], capture_output=True, text=True, env=environment)
     assert done.returncode != 0 and "is not up" in done.stderr
     assert not list(root.rglob("__pycache__"))
+
+
+@dpkg
+def test_lab_of_the_debian_package_comes_up(package, tmp_path):
+    """The whole board from nothing but the package's files; nothing is written among them."""
+    _, root = package
+    cache = os.environ.get("IVARODE_LAB_CACHE") or os.path.join(
+        os.environ.get("XDG_CACHE_HOME") or os.path.expanduser("~/.cache"), "ivarode-lab")
+    environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path), "IVARODE_LAB_CACHE": cache}
+    before = common.files(root)
+    lab = root / "usr/bin/ivarode-lab"
+    try:
+        assert "the daemon was ready" in common.run(lab, "up", env=environment, timeout=300)
+        assert "ivarode.run" in common.run(lab, "ubus", "list", env=environment, timeout=60)
+        common.run(lab, "ubus", "call", "ivarode.run", "run", env=environment, timeout=60)
+    finally:
+        subprocess.run([str(lab), "down"], env=environment, timeout=60)
+    assert common.files(root) == before
