@@ -78,7 +78,7 @@ until_true '! kill -0 '$pid
         assert lease["row"] == ("name=wan1;proto=dhcp;ipaddr=203.0.113.50;netmask=255.255.255.0;gateway=203.0.113.1;"
                                 "addr4=203.0.113.1;addr5=203.0.113.9;")
     for gone in (released, ended):
-        assert gone["address"] == "" and gone["default"] == "" and gone["rules"] == "" and gone["resolver"] == ""
+        assert gone["address"] == "" and gone["default"] == "" and gone["resolver"] == ""
         assert "ipaddr=0.0.0.0;netmask=0.0.0.0;gateway=0.0.0.0;" in gone["row"]
 
 
@@ -115,6 +115,19 @@ def test_the_end_of_a_client_does_not_undo_what_a_new_protocol_has_set(tmp_path)
     assert got["resolver"] == ""
 
 
+def test_a_client_without_a_lease_takes_nothing_back(tmp_path):
+    """Its first event may come so late that the daemon has given the WAN to another protocol already."""
+    static = """
+ip addr add 192.0.2.2/24 dev wan1
+ip route add default via 192.0.2.1 dev wan1 metric 20001 table 20001 proto 105
+ip rule add pref 20001 lookup 20001
+"""
+    out = sandbox.run(WAN + "row wan1 dhcp\n" + static + event("deconfig") + SHOW, tmp_path)
+    got = facts(out)
+    assert got["address"].split() == ["192.0.2.2/24"] and got["default"].startswith("default via 192.0.2.1")
+    assert "20001 from all lookup 20001" in got["rules"]
+
+
 def test_a_deleted_wan_is_not_brought_back(tmp_path):
     out = sandbox.run(WAN + event("bound") + "ls -A /run/ivarode/wan; ip -4 rule show", tmp_path)
     assert "wan1" not in out and "20001" not in out
@@ -134,7 +147,7 @@ row wan2 dhcp
     assert re.match(r"default via 203\.0\.113\.1 dev wan1 [^;]*;default via 203\.0\.114\.1 dev wan2", both["default"])
     assert both["resolver"] == "nameserver 198.51.100.9;nameserver 198.51.100.8;"
     assert one["default"].startswith("default via 203.0.114.1 dev wan2") and "20001" in one["rules"]
-    assert none["default"] == "" and none["rules"] == ""
+    assert none["default"] == "" and none["resolver"] == ""
 
 
 @pytest.mark.parametrize("number", [0, 254, 10001, 32766, 99999])
@@ -178,12 +191,13 @@ def ppp(script, param, environment=""):
 def test_a_dialled_wan_gets_route_resolver_and_row_and_loses_them(tmp_path):
     up = ppp("up", "pppoec,20005", "DNS1=198.51.100.9 DNS2=198.51.100.8")
     show = SHOW.replace("table 20001", "table 20005")
-    out = sandbox.run(PPP + "row wan1 pppoe\n" + up + show + "echo ==\n" + ppp("down", "pppoec,20005") + show, tmp_path)
+    out = sandbox.run(PPP + "row wan1 pppoe\n" + up + show + "echo ==; ip link del wan1\n" + ppp("down", "pppoec,20005")
+                      + show.replace("echo \"address", "true \"address"), tmp_path)
     there, gone = (facts(part) for part in out.split("==\n"))
     assert there["default"].startswith("default dev wan1 proto 105") and "20005 from all lookup 20005" in there["rules"]
     assert there["resolver"] == "nameserver 198.51.100.9;nameserver 198.51.100.8;"
     assert "ipaddr=100.64.0.7;netmask=255.255.255.255;gateway=100.64.0.1;" in there["row"]
-    assert gone["default"] == "" and gone["rules"] == "" and gone["resolver"] == "" and "ipaddr=0.0.0.0" in gone["row"]
+    assert gone["default"] == "" and gone["resolver"] == "" and "ipaddr=0.0.0.0" in gone["row"]
 
 
 def test_a_login_and_a_logout_are_reported(tmp_path):

@@ -156,7 +156,7 @@ remove_devices() {
 }
 
 remove_files() {
-    rm -f "$WAN_ROWS"/* "$WAN_DNS"/[0-9]*
+    rm -f "$WAN_ROWS"/* "$WAN_DNS"/[0-9]* "$WAN_RUN"/lease/*
     [ ! -d "$WAN_DNS" ] || wan_resolver_write
 }
 

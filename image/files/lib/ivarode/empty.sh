@@ -8,6 +8,8 @@
 . /lib/ivarode/wan.sh
 
 number=${IVARODE_WAN_NUMBER:-20001}
+# The address that was set, for as long as it is held. A client that holds none has nothing to take back.
+held=$WAN_RUN/lease/$interface
 
 # The new address first, so that routes through the device survive a renewal. Where both are of one network the
 # kernel counts the new one as second to the old, and must not drop it with that.
@@ -29,6 +31,7 @@ lease_up() {
         return 0
     fi
     set_address || return 1
+    mkdir -p "${held%/*}" && echo "$wanted" >"$held"
     gateway=${router%% *}
     if [ -n "$gateway" ]; then
         wan_route_up "$interface" "$number" "$gateway"
@@ -43,12 +46,20 @@ lease_up() {
     wan_log "$interface $event $ip/${mask:-$subnet} gateway ${gateway:-none} for ${lease:-?} s: bound"
 }
 
+# A WAN that was set up anew has another client by the time the old one says goodbye. The pid file is the new
+# one's then, and so are the device and its routes.
+client_is_replaced() {
+    read -r current 2>/dev/null <"/var/run/udhcpc-$interface.pid" || return 1
+    [ "$current" != "$PPID" ]
+}
+
 lease_down() {
-    if wan_is_ours "$interface" dhcp; then
+    if [ -e "$held" ] && wan_is_ours "$interface" dhcp; then
         wan_route_down "$interface" "$number"
-        ip -4 addr flush dev "$interface" 2>/dev/null
+        ip -4 addr del "$(cat "$held")" dev "$interface" 2>/dev/null
         wan_row "$interface" dhcp 0.0.0.0 0.0.0.0 0.0.0.0
     fi
+    rm -f "$held"
     wan_dns "$interface"
     wan_log "$interface has no lease"
 }

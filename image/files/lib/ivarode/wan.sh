@@ -109,18 +109,10 @@ wan_route_up() {
     wan_has_rule "$2" || ip -4 rule add pref "$2" lookup "$2"
 }
 
-# wan_route_down DEVICE P: the rule stays while another device has a default route behind it.
+# wan_route_down DEVICE P. The rule stays: with its table empty it is passed over, and at this very moment the daemon
+# may be setting it for another protocol of the same WAN.
 wan_route_down() {
-    wan_is_number "$2" || return 0
-    wan_default_remove "$1" "$2"
-    wan_defaults "$2" | grep -q . && return 0
-    while wan_has_rule "$2"; do
-        ip -4 rule del pref "$2" || return 1
-    done
-    ip -4 rule show | sed -n 's/^\([0-9]*\):.* lookup \([0-9]*\).*/\1 \2/p' | while read -r preference table; do
-        [ "$preference" = "$table" ] && wan_is_number "$table" && echo used
-    done | grep -q used && return 0
-    ! wan_has_rule "$WAN_RULE_CONNECTED" || ip -4 rule del pref "$WAN_RULE_CONNECTED"
+    ! wan_is_number "$2" || wan_default_remove "$1" "$2"
 }
 
 # wan_is_roots_folder PATH: a folder, not a link, that nobody but root may write to. In /tmp everybody can be first.
