@@ -19,7 +19,11 @@ target_compile_options(ivarode_router INTERFACE
   -fno-asynchronous-unwind-tables -ffunction-sections -fdata-sections
   $<$<CONFIG:Release>:-Os>)
 target_link_options(ivarode_router INTERFACE
-  -Wl,--as-needed -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now -Wl,--hash-style=gnu)
+  -Wl,--as-needed -Wl,--gc-sections -Wl,-z,relro -Wl,-z,now -Wl,--hash-style=gnu -static-libgcc)
+# The linker allows for pages of 64 kB there and pads each binary by as much; router kernels have 4 or 16 kB.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^mips")
+  target_link_options(ivarode_router INTERFACE -Wl,-z,max-page-size=16384)
+endif()
 
 # The developer's machine: tools of the lab and tests.
 add_library(ivarode_host INTERFACE)
