@@ -48,8 +48,8 @@ protected:
     // WANs reach the CPU through "eth1".
     void board_with_two_cpu_ports();
 
-    // The trace since the last look is exactly this, but that addresses of objects read ADDRESS. With quiet,
-    // no register and no board information was touched either.
+    // The trace since the last look is exactly this, but that addresses of objects read ADDRESS in reports.
+    // With quiet, no register and no board information was touched either.
     void expect_trace(const std::vector<Lines> &expected);
     void expect_quiet_trace(const std::vector<Lines> &expected);
     void expect_call(const std::string &object, const std::string &method, const Message &message, int status,

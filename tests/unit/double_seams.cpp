@@ -92,8 +92,12 @@ void *__real_calloc(size_t count, size_t size);
 
 int __wrap_socket(int domain, int type, int protocol)
 {
-    const int result =
-        Call("socket", Shown::registers).number(domain).number(type).number(protocol).result(next_socket);
+    // The numbers differ from processor to processor.
+    const bool datagram = domain == AF_INET && type == SOCK_DGRAM;
+    const int result = Call("socket", Shown::registers)
+                           .raw(datagram ? "IPv4 datagram" : "?")
+                           .number(protocol)
+                           .result(next_socket);
     if (result >= 0) {
         sockets.insert(next_socket++);
     }
@@ -133,6 +137,12 @@ std::FILE *__wrap_fopen(const char *path, const char *mode)
                                              : fmemopen(world.net_dev->data(), world.net_dev->size(), "r");
     tables.insert(file);
     return file;
+}
+
+// The same where file offsets are made wider than the processor's words.
+std::FILE *__wrap_fopen64(const char *path, const char *mode)
+{
+    return __wrap_fopen(path, mode);
 }
 
 int __wrap_fclose(std::FILE *file)

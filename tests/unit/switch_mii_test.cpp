@@ -21,8 +21,8 @@ TEST_F(SwitchMii, EachAccessHasASocketOfItsOwn)
     EXPECT_EQ(mtksw_reg_write(0x58, 0xcafe), 0);
     EXPECT_EQ(open_handles(), 0U);
     EXPECT_EQ(world.registers[0x58], 0xcafeU);
-    expect_trace(
-        {"socket(2, 2, 0)", "switch_read(0x54)", "socket(2, 2, 0)", "switch_write(0x58, 0x0000cafe)"});
+    expect_trace({"socket(IPv4 datagram, 0)", "switch_read(0x54)", "socket(IPv4 datagram, 0)",
+                  "switch_write(0x58, 0x0000cafe)"});
 }
 
 TEST_F(SwitchMii, PhyRegistersCarryTheirAddress)
@@ -32,7 +32,8 @@ TEST_F(SwitchMii, PhyRegistersCarryTheirAddress)
     EXPECT_EQ(mtksw_mii_read(3, 1, &value), 0);
     EXPECT_EQ(value, 0x782dU);
     EXPECT_EQ(mtksw_mii_write(4, 0, 0x3300), 0);
-    expect_trace({"socket(2, 2, 0)", "phy_read(3, 1)", "socket(2, 2, 0)", "phy_write(4, 0, 0x3300)"});
+    expect_trace({"socket(IPv4 datagram, 0)", "phy_read(3, 1)", "socket(IPv4 datagram, 0)",
+                  "phy_write(4, 0, 0x3300)"});
 }
 
 struct Failure {

@@ -14,7 +14,7 @@ TEST_F(SwitchPort, EveryPhyIsRestarted)
     EXPECT_EQ(mtksw_mii_init(), 0);
     std::vector<Lines> expected;
     for (int phy = 0; phy < 5; phy++) {
-        expected.emplace_back("socket(2, 2, 0)");
+        expected.emplace_back("socket(IPv4 datagram, 0)");
         expected.emplace_back("phy_write(" + std::to_string(phy) + ", 0, 0x3300)");
     }
     expect_trace(expected);

@@ -69,9 +69,9 @@ TEST_F(VlanTable, SetReadsAndWritesTheIdBeforeTheMembers)
 {
     world.show_registers = true;
     EXPECT_EQ(mtksw_vlan_entry_set(3, 0x123, 0x41), 0);
-    expect_trace({"socket(2, 2, 0)", "switch_read(0x54)", "socket(2, 2, 0)", "switch_write(0x54, 0x00123000)",
-                  "socket(2, 2, 0)", "switch_read(0x70)", "socket(2, 2, 0)",
-                  "switch_write(0x70, 0x41000000)"});
+    expect_trace({"socket(IPv4 datagram, 0)", "switch_read(0x54)", "socket(IPv4 datagram, 0)",
+                  "switch_write(0x54, 0x00123000)", "socket(IPv4 datagram, 0)", "switch_read(0x70)",
+                  "socket(IPv4 datagram, 0)", "switch_write(0x70, 0x41000000)"});
 }
 
 TEST_F(VlanTable, IndexAndIdHaveLimits)
