@@ -158,11 +158,24 @@ def dispatch(args):
     return simple(lab, command, args.what, host="agent")
 
 
+def parse(argv):
+    """Everything behind "ubus", "switch" and "exec HOST" is theirs, options too; "kill -9 daemon" as one types it."""
+    at = 0
+    while at < len(argv) and argv[at].startswith("-"):
+        at += 2 if argv[at] == "--name" else 1
+    command, rest = argv[at:at + 1], argv[at + 1:]
+    own = {"ubus": 0, "switch": 0, "exec": 1}.get("".join(command))
+    if own is not None and rest[:1] not in (["-h"], ["--help"]):
+        args = parser().parse_args(argv[:at + 1] + rest[:own])
+        args.words = rest[own:]
+        return args
+    if command == ["kill"]:
+        rest = [a for word in rest for a in (["-s", word[1:]] if word[:1] == "-" and word[1:].isdigit() else [word])]
+    return parser().parse_args(argv[:at] + command + rest)
+
+
 def main(argv):
-    # "kill -9 daemon" as everybody types it; and everything behind exec, ubus and switch belongs to them
-    argv = [a for word in argv for a in (["-s", word[1:]] if argv[:1] == ["kill"] and word[1:].isdigit()
-                                         and word.startswith("-") else [word])]
-    args = parser().parse_args(argv)
+    args = parse(argv)
     try:
         return dispatch(args)
     except (client.LabError, client.boards.ConfigError, client.carrier.CarrierError,

@@ -1,0 +1,98 @@
+"""The lab's own tools, without a board."""
+
+import json
+import random
+
+import pytest
+from labctl import boards, capture, cli, frames, topology
+
+
+def test_frames_survive_any_cut():
+    rng = random.Random(7)
+    sent = [(rng.randrange(1, 20), rng.randrange(1 << 32), rng.randbytes(rng.choice([0, 1, 9, 5000]))) for _ in range(200)]
+    stream = b"".join(frames.pack(*item) for item in sent)
+    reader, received = frames.Reader(), []
+    while stream:
+        size = rng.choice([1, 3, 8, 9, 10, 4096])
+        received += reader.feed(stream[:size])
+        stream = stream[size:]
+    assert received == sent
+
+
+def test_a_frame_that_claims_too_much_is_refused():
+    with pytest.raises(ValueError):
+        list(frames.Reader().feed(frames.HEADER.pack(frames.PAYLOAD_MAX + 1, 1, 1)))
+    with pytest.raises(ValueError):
+        frames.words("a\0b")
+
+
+@pytest.mark.parametrize("name, lans, wans, cpu_ports", [
+    ("one-cpu", {1: 1, 2: 2, 3: 3, 4: 4}, {1: 0}, 1),
+    ("two-wan", {1: 1, 2: 2, 3: 3, 4: 4}, {1: 0, 2: 4}, 1),
+    ("two-cpu", {1: 1, 2: 2, 3: 3, 4: 4}, {1: 0}, 2),
+])
+def test_numbers_of_the_sample_boards(name, lans, wans, cpu_ports):
+    board = boards.Board(name)
+    assert (board.lans, board.wans, board.cpu_ports) == (lans, wans, cpu_ports)
+
+
+def test_a_board_may_number_its_ports_itself(tmp_path):
+    path = tmp_path / "own.json"
+    ports = [{"num": 4, "role": "lan", "index": 2}, {"num": 3, "role": "lan"}, {"num": 0, "role": "wan", "index": 7},
+             {"num": 1, "role": "wan"}, {"num": 6, "device": "eth0"}]
+    path.write_text(json.dumps({"switch": {"switch0": {"ports": ports}}}))
+    board = boards.Board(str(path))
+    assert board.lans == {3: 4, 1: 3}
+    assert board.wans == {1: 1, 2: 0}
+    assert board.port("lan3") == 4 and board.port("wan2") == 0 and board.port("lan2") is None
+    assert board.serves(4) == ["LAN 3"]
+
+
+@pytest.mark.parametrize("text", ["", "{", "{}", '{"switch": 1}'])
+def test_a_bad_board_file_is_named(tmp_path, text):
+    path = tmp_path / "bad.json"
+    path.write_text(text)
+    with pytest.raises(boards.ConfigError, match="bad.json"):
+        boards.Board(str(path))
+
+
+def test_an_unknown_sample_is_told_with_those_there_are():
+    with pytest.raises(boards.ConfigError, match="one-cpu, two-cpu, two-wan"):
+        boards.Board("three-cpu")
+
+
+def test_who_shares_a_lan():
+    about = topology.Topology(boards.Board("one-cpu"), "home")
+    assert about.lans == {1: ["pc1", "pc2", "pc4"], 3: ["pc3"]}
+    assert about.same_lan() == ("pc1", "pc2") and about.two_lans() == ("pc1", "pc3")
+    assert about.wans == {1: "isp"} and about.wan_address == {1: "203.0.113.2"}
+    assert about.router == {1: "192.168.1.1", 3: "192.168.3.1"}
+    apart = topology.Topology(boards.Board("two-wan"), "three-lans")
+    assert apart.lans == {1: ["pc1"], 2: ["pc2"], 3: ["pc3"]} and apart.same_lan() is None
+    assert apart.wans == {1: "isp", 2: "isp2"}
+
+
+def test_a_double_tagged_frame_is_read():
+    frame = bytes.fromhex("ffffffffffff" "021a00000001" "81000064" "81000007" "0806" "0001080006040001"
+                          "021a00000001c0a80701" "000000000000c0a80702")
+    seen = capture.Decoded(frame)
+    assert (seen.vlans, seen.kind, seen.ip_src, seen.ip_dst) == ([100, 7], "ARP", "192.168.7.1", "192.168.7.2")
+    assert "vlan 100 vlan 7 ARP who-has" in str(seen)
+
+
+@pytest.mark.parametrize("size", range(0, 60, 7))
+def test_a_cut_frame_is_read_as_far_as_it_goes(size):
+    frame = (bytes(12) + b"\x81\x00\x00\x01\x08\x00\x45" + bytes(60))[:size]
+    str(capture.Decoded(frame))
+
+
+@pytest.mark.parametrize("line, expected", [
+    ("-v ubus -v list", {"verbose": True, "command": "ubus", "words": ["-v", "list"]}),
+    ("--name x switch --json", {"name": "x", "command": "switch", "words": ["--json"]}),
+    ("exec pc1 ls -la", {"host": "pc1", "words": ["ls", "-la"]}),
+    ("kill -9 daemon", {"signal": 9, "what": "daemon"}),
+    ("--name x kill broker", {"signal": 15, "what": "broker"}),
+])
+def test_command_lines(line, expected):
+    args = vars(cli.parse(line.split()))
+    assert {key: args[key] for key in expected} == expected
