@@ -81,7 +81,7 @@ std::string take_values(Input &input, int depth)
 
 std::string take_attribute(Input &input)
 {
-    const uint8_t id = input.u8() % (UBUS_ATTR_MAX + 1);
+    const auto id = static_cast<uint8_t>(input.u8() % (UBUS_ATTR_MAX + 1));
     std::string payload;
     switch (id) {
     case UBUS_ATTR_STATUS:
@@ -123,7 +123,7 @@ std::string bus_message(uint8_t type, uint16_t seq, uint32_t peer, std::string_v
 
 std::string take_bus_message(Input &input)
 {
-    const uint8_t type = input.u8() % (__UBUS_MSG_LAST + 1);
+    const auto type = static_cast<uint8_t>(input.u8() % (__UBUS_MSG_LAST + 1));
     const uint16_t seq = input.u8();
     const uint32_t peer = take_id(input);
     const uint8_t shape = input.u8();

@@ -27,7 +27,8 @@ std::vector<std::filesystem::path> files_of(const std::filesystem::path &path)
 // In memory of its exact size, so that a sanitizer sees a read behind its end.
 void try_bytes(const std::string &bytes, size_t size)
 {
-    const std::vector<uint8_t> exact(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size));
+    std::vector<uint8_t> exact(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(size));
+    exact.reserve(1); // an empty input has an address too
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }
 
