@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <uci.h>
 #include <unistd.h>
@@ -119,13 +120,16 @@ void walk(const Loaded &loaded)
     }
 }
 
-// Types are written without quotes, so that those with signs of the grammar in them do not come back.
-bool types_are_words(const Loaded &loaded)
+// Types are written without quotes, so that those with signs of the grammar in them do not come back. Neither
+// do two sections of one name, which a saved change can make by renaming.
+bool can_come_back(const Loaded &loaded)
 {
+    std::set<std::string> names;
     uci_element *element;
     uci_foreach_element(&loaded.package()->sections, element)
     {
-        if (strpbrk(uci_to_section(element)->type, "'\"\\;#") != nullptr) {
+        if (!names.insert(element->name).second ||
+            strpbrk(uci_to_section(element)->type, "'\"\\;#") != nullptr) {
             return false;
         }
     }
@@ -160,7 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     walk(first);
     look_up(first, text);
-    if (types_are_words(first)) {
+    if (can_come_back(first)) {
         const std::string once = first.exported();
         write("again", once);
         const Loaded second("again", "empty");
