@@ -1,0 +1,47 @@
+"""What the platform library promises, where this machine's kernel cannot show it: those tests run in the small machine."""
+
+import re
+import subprocess
+import xml.etree.ElementTree as ElementTree
+
+import pytest
+from labctl import paths
+
+NAME = re.compile(r"^\[ +(OK|SKIPPED|FAILED) +\] (\w+\.\w+)(?: \(\d+ ms\))?$", re.M)
+
+
+def outcomes(said):
+    """Outcome -> names of the tests that ended so."""
+    found = {}
+    for outcome, name in NAME.findall(said):
+        found.setdefault(outcome, set()).add(name)
+    return found
+
+
+def skipped_here():
+    """Names of the contract tests that skip on this kernel: as the last run of that kind says, if it was of this build."""
+    program = paths.build_dir() / "bin/contract_test"
+    report = paths.build_dir() / "report-contract.xml"
+    if report.exists() and report.stat().st_mtime > program.stat().st_mtime:
+        return {case.get("name") for case in ElementTree.parse(report).iter("testcase") if case.find("skipped") is not None}
+    # its failures are that kind's own matter
+    return outcomes(subprocess.run([str(program)], capture_output=True, text=True, errors="replace").stdout).get("SKIPPED", set())
+
+
+def test_what_skips_here_passes_in_the_small_machine(machine):
+    if not (paths.build_dir() / "bin/contract_test").exists():
+        pytest.skip("contract_test has not been built")
+    if machine.mode == "native":
+        pytest.skip("the lab runs on this very kernel")
+    wanted = skipped_here()
+    if not wanted:
+        pytest.skip("this kernel has everything that the contract tests need")
+    result = machine.lab.run("machine", "/prog/bin/contract_test", "--gtest_filter=" + ":".join(sorted(wanted)), timeout=300)
+    found = outcomes(result.out)
+    assert result.status == 0, result
+    assert found.get("OK", set()) == wanted, found
+
+
+def test_outcomes_are_told_apart():
+    said = "[ RUN      ] A.b\n[       OK ] A.b (3 ms)\n[  SKIPPED ] A.c (1 ms)\n[  SKIPPED ] 1 test, listed below:\n[  FAILED  ] B.d\n"
+    assert outcomes(said) == {"OK": {"A.b"}, "SKIPPED": {"A.c"}, "FAILED": {"B.d"}}
