@@ -127,7 +127,11 @@ KINDS = {
     "fault": ("every call made to fail at each of its occurrences",
               lambda long: counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))),
     "fuzz": ("hostile input to everything that takes input from outside", fuzz),
+    "mips": ("unit tests, model and scenarios on little-endian and big-endian MIPS, emulated",
+             lambda long: counting_runner("tests/mips/run", "-j", JOBS)),
     "sanitize": ("the unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
+    "strict": ("static analysis: cppcheck over everything, clang-tidy over the daemon",
+               lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS)),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
              lambda long: pytest("tests/docs")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
@@ -137,9 +141,10 @@ KINDS = {
 
 
 def kinds_that_exist():
-    folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract", "conformance": "tests/conformance/run",
-               "fault": "tests/fault/run", "fuzz": "tests/fuzz", "sanitize": "tests/unit", "docs": "tests/docs", "package": "tests/package",
-               "system": "tests/system"}
+    folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract",
+               "conformance": "tests/conformance/run", "fault": "tests/fault/run", "fuzz": "tests/fuzz",
+               "mips": "tests/mips/run", "sanitize": "tests/unit", "strict": "tests/strict/run", "docs": "tests/docs",
+               "package": "tests/package", "system": "tests/system"}
     return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]
 
 

@@ -11,6 +11,8 @@ TEST_PACKAGES="libgtest-dev libgmock-dev python3-pytest shellcheck clang make"
 
 # For the tests on MIPS, which are skipped without them. Continuous integration installs them.
 MIPS_PACKAGES="g++-mipsel-linux-gnu g++-mips-linux-gnu qemu-user"
+# For static analysis, which is skipped without them. Continuous integration installs these, too.
+ANALYSIS_PACKAGES="clang-tidy cppcheck"
 
 # need_packages NAME...: installs those that are missing, and says so.
 need_packages() {
