@@ -8,13 +8,15 @@
 namespace unit {
 namespace {
 
+using Options = std::map<std::string, std::string>;
+
 class UciLan : public DaemonTest {
 protected:
     static int walk()
     {
         return ucilib_foreach_section("lan_intf", "interface", netintf_uci_lan_parse_each, nullptr);
     }
-    static int walk_one(const char *name, std::map<std::string, std::string> options)
+    static int walk_one(const char *name, Options options)
     {
         world.sections = {{"lan_intf", "interface", name, std::move(options)}};
         const int rv = walk();
@@ -103,9 +105,15 @@ TEST_F(UciLan, EnableRaisesTheDeviceOnALinkedPort)
 {
     netintf_lan_port_mask = 0xff;
     link_set(2, 1);
-    const std::pair<const char *, bool> cases[] = {{"1", true}, {"0", false}, {"2", true}, {"yes", false}};
+    const std::pair<Options, bool> cases[] = {{{{"enable", "1"}}, true},
+                                              {{{"enable", "0"}}, false},
+                                              {{{"enable", "2"}}, true},
+                                              {{{"enable", "yes"}}, false},
+                                              {{}, false}};
     for (const auto &[enable, raised] : cases) {
-        EXPECT_EQ(walk_one("lan2", {{"enable", enable}, {"mac", "1:1:1:1:1:1"}}), 0);
+        Options options = enable;
+        options["mac"] = "1:1:1:1:1:1";
+        EXPECT_EQ(walk_one("lan2", options), 0);
         std::vector<Lines> expected{walked, "netlib_br_create('lan2')",
                                     "netlib_eth_mac_set('lan2', 01:01:01:01:01:01)",
                                     "netlib_eth_intf_up('lan2')", "netlib_br_addif('lan2', 'eth0.4092')"};

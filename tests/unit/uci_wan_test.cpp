@@ -117,6 +117,27 @@ TEST_F(UciWan, PppoeTakesItsServerFromServer)
                   "'0.0.0.0')"});
 }
 
+TEST_F(UciWan, Vlans)
+{
+    EXPECT_EQ(walk_one("wan1", {{"vlanid1", "100"}, {"vlanid2", "200"}, {"mac", "2:0:0:0:0:9"}}), 0);
+    expect_trace(
+        {walked, "netilib_vintf_create('eth0', 100)", "netlib_eth_mac_set('eth0.100', 02:11:22:33:44:54)",
+         "netlib_eth_intf_up('eth0.100')", "netilib_vintf_create('eth0.100', 200)",
+         "netlib_eth_mac_set('eth0.100.200', 02:11:22:33:44:54)", "netlib_eth_intf_up('eth0.100.200')",
+         "netlib_br_create('wan1')", "netlib_eth_mac_set('wan1', 02:00:00:00:00:09)",
+         "netlib_eth_intf_up('wan1')", "netlib_br_addif('wan1', 'eth0.100.200')", rule_gone,
+         "netlib_waninfo_db_insert('wan1', 'static', '0.0.0.0', '0.0.0.0', '0.0.0.0', '0.0.0.0', "
+         "'0.0.0.0')"});
+    EXPECT_EQ(netintf_entry_find_byname("wan1")->vlanid1, 100);
+    EXPECT_EQ(netintf_entry_find_byname("wan1")->vlanid2, 200);
+    EXPECT_EQ(vlan_entry(5), (VlanEntry{100, 0x41}));
+    for (const auto &[text, vlan] : {std::pair{"65536", 0}, std::pair{"-1", 65535}}) {
+        board({{1, 1}, {2, 0}});
+        EXPECT_EQ(walk_one("wan1", {{"vlanid1", text}}), 0);
+        EXPECT_EQ(netintf_entry_find_byname("wan1")->vlanid1, vlan);
+    }
+}
+
 TEST_F(UciWan, TheProtocolTextIsNormalised)
 {
     EXPECT_EQ(walk_one("wan1", {{"proto", "statix"}}), 0);
