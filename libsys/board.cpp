@@ -156,7 +156,7 @@ int device_mac(const char *name, uint8_t (&mac)[6])
     libsys::unique_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
     strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
-    if (!fd || ioctl(fd.get(), SIOCGIFHWADDR, &request) != 0) {
+    if (!fd || libsys::retry_eintr([&] { return ioctl(fd.get(), SIOCGIFHWADDR, &request); }) != 0) {
         int error = errno;
         board_error("system.label_macaddr", "is missing, and %s has no MAC: %s", name, strerror(error));
         return error;

@@ -58,7 +58,10 @@ inline void *map_debug_object(const char *name)
         errno = EPERM; // somebody else's, who could shrink it under us
         return nullptr;
     }
-    int error = posix_fallocate(fd.get(), 0, debug_object_size);
+    int error = 0;
+    do {
+        error = posix_fallocate(fd.get(), 0, debug_object_size);
+    } while (error == EINTR);
     if (error != 0) {
         errno = error;
         return nullptr;

@@ -28,9 +28,9 @@ int write_durably(int fd, std::string_view content)
 // The name may be durable only once its folder is; a file system that cannot do that is no reason to fail.
 void sync_folder(const char *path)
 {
-    unique_fd folder(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    unique_fd folder(retry_eintr([&] { return open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (folder) {
-        fsync(folder.get());
+        retry_eintr([&] { return fsync(folder.get()); });
     }
 }
 
@@ -39,7 +39,9 @@ int write_new(const char *path, mode_t mode, std::string_view content)
     if (unlink(path) != 0 && errno != ENOENT) {
         return errno;
     }
-    unique_fd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    unique_fd fd(retry_eintr([&] {
+        return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    }));
     if (!fd) {
         return errno;
     }
@@ -76,7 +78,8 @@ int replace_in_folder(const char *path, mode_t mode, std::string_view content)
 
 int file_lock::acquire(const char *path)
 {
-    fd_.reset(open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    fd_.reset(retry_eintr(
+        [&] { return open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR); }));
     if (!fd_) {
         return errno;
     }
@@ -97,7 +100,7 @@ int file_lock::acquire(const char *path)
 
 int read_file(const char *path, text &content, size_t limit)
 {
-    unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    unique_fd fd(retry_eintr([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     if (!fd) {
         return errno;
     }

@@ -99,7 +99,7 @@ int request_line(size_t position, json_object *entry, libsys::unique_fd &line)
         request.config.attrs[0].attr.id = GPIO_V2_LINE_ATTR_ID_OUTPUT_VALUES;
         request.config.attrs[0].attr.values = static_cast<uint64_t>(value);
     }
-    libsys::unique_fd chip(open(path, O_RDWR | O_CLOEXEC));
+    libsys::unique_fd chip(libsys::retry_eintr([&] { return open(path, O_RDWR | O_CLOEXEC); }));
     if (!chip ||
         libsys::retry_eintr([&] { return ioctl(chip.get(), GPIO_V2_GET_LINE_IOCTL, &request); }) != 0) {
         int error = errno;
