@@ -37,10 +37,12 @@ void Board::raise()
 {
     Host &router = hosts_.at("router");
     router.environment = {std::string("LAB_REGS=") + registers_path, std::string("LAB_PHYS=") + phys_path};
+    step("mount, network, process, IPC and host name spaces; file system on a tmpfs");
     // whatever small tool the machine lacks; the search path ends there
     make_dirs(applets_path);
     must_run(router, {"busybox", "--install", "-s", applets_path});
     bring_up_loopback();
+    step("router: net.ipv4.ip_forward = 1");
     write_setting("net.ipv4.ip_forward", "1");
     for (const auto &[key, value] : plan_.router_settings) {
         write_setting(key, value);
@@ -52,9 +54,15 @@ void Board::raise()
     start_rest();
 }
 
+void Board::step(const std::string &text)
+{
+    channel_.send(FrameType::Note, 0, text);
+}
+
 void Board::make_hosts()
 {
     for (const HostPlan &plan : plan_.hosts) {
+        step("network, mounts and host name of " + plan.name);
         hosts_.emplace(plan.name, Host::create(plan.name, [&plan] {
                            prepare_host_files();
                            // Stations around the router speak IPv4; their router solicitations would only
@@ -78,6 +86,7 @@ void Board::start_switch()
                      {"vswitch", "--regs", registers_path, "--phys", phys_path, "--control",
                       switch_control_path, "--cpu-ports", std::to_string(plan_.cpu_ports)},
                      {});
+    step("vswitch with TAP devices port0..port4 and " + std::to_string(plan_.cpu_ports) + " CPU port(s)");
     services_.start("switch", to.get());
     to.reset();
     pollfd item{from.get(), POLLIN, 0};
@@ -105,6 +114,7 @@ void Board::plug_cables()
                      {"lab-agent", "ask", switch_control_path, "link", std::to_string(port), "down"});
         }
     }
+    step("router: ip -batch: " + moves);
     must_run(hosts_.at("router"), {"ip", "-batch", "-"}, moves);
     for (const HostPlan &plan : plan_.hosts) {
         lines = "link set dev lo up\nlink set dev eth0 address 02:1a:00:00:00:0" + std::to_string(plan.port) +
@@ -112,6 +122,7 @@ void Board::plug_cables()
         for (const std::string &line : plan.ip_lines) {
             lines += line + "\n";
         }
+        step(plan.name + ": ip -batch: " + lines);
         must_run(hosts_.at(plan.name), {"ip", "-batch", "-"}, lines);
     }
 }
@@ -119,6 +130,7 @@ void Board::plug_cables()
 void Board::start_bus()
 {
     services_.define("broker", {"ubusd"}, {});
+    step("ubusd");
     services_.start("broker");
     Clock::time_point deadline = Clock::now() + patience;
     while (!answers(bus_socket)) {
@@ -134,14 +146,17 @@ void Board::start_rest()
     std::vector<std::string> words{"lab-siblings"};
     words.insert(words.end(), plan_.sibling_options.begin(), plan_.sibling_options.end());
     services_.define("siblings", words, {});
+    step("lab-siblings");
     services_.start("siblings");
     // what the image's init script does before it starts the daemon
     Outcome database = run_now(hosts_.at("router"), {"/lib/ivarode/database.sh"});
     if (!database.ok()) {
         log_.note("database.sh: " + database.output);
     }
-    services_.define("daemon", {"/usr/sbin/ivarode"}, {"LD_PRELOAD=/usr/lib/lab-shim.so"});
+    std::string preload = plan_.daemon_preload.empty() ? "" : plan_.daemon_preload + ":";
+    services_.define("daemon", {"/usr/sbin/ivarode"}, {"LD_PRELOAD=" + preload + "/usr/lib/lab-shim.so"});
     if (plan_.start_daemon) {
+        step("ivarode");
         services_.start("daemon");
     }
 }

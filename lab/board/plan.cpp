@@ -89,6 +89,8 @@ void read_line(Plan &plan, const std::string &line)
         }
     } else if (what == "no-daemon") {
         plan.start_daemon = false;
+    } else if (what == "daemon-preload") {
+        plan.daemon_preload = word(in, "library");
     } else {
         throw std::runtime_error("unknown word " + what);
     }

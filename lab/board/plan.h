@@ -6,6 +6,7 @@
 //   sysctl NAME KEY VALUE   a kernel setting in that host ("router" is the router itself)
 //   siblings WORDS          further options for lab-siblings
 //   no-daemon               leave the daemon to be started by hand
+//   daemon-preload LIBRARY  put a library of a test in front of the daemon's, before the emulated hardware's
 // Empty lines and lines that begin with "#" are skipped.
 
 #include <string>
@@ -24,6 +25,7 @@ struct HostPlan {
 struct Plan {
     unsigned cpu_ports = 1;
     bool start_daemon = true;
+    std::string daemon_preload;
     std::vector<std::string> sibling_options;
     std::vector<std::pair<std::string, std::string>> router_settings;
     std::vector<HostPlan> hosts;
