@@ -26,6 +26,7 @@ public:
     void run(uint32_t id);
 
 private:
+    void step(const std::string &text); // tells the operator what is done with root's rights
     void make_hosts();
     void start_switch();
     void plug_cables();

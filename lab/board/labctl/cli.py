@@ -103,9 +103,11 @@ def up(lab, args):
         print("lab %s runs %s%s" % (lab.name, lab.info()["text"], "" if args.mode else ": " + why))
     elif args.mode and args.mode != lab.info()["mode"]:
         raise client.LabError("lab %s is up in another way already: lab/lab down first" % lab.name)
-    if args.verbose:
-        print("raising: new mount, network, IPC, host-name and process name spaces; a network for each host")
+    log = lab.state / "hub.log"
+    told = log.stat().st_size
     board = lab.raise_board(args.board, args.config)
+    if args.verbose:
+        print(log.read_bytes()[told:].decode(errors="replace"), end="")
     since, _ = lab.said("ivarode init success", 90)
     print("board %s, configuration %s: the daemon was ready %.1f s after its start" % (board.name, args.config, since))
     return 0

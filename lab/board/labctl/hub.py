@@ -162,7 +162,8 @@ class Hub:
 
     def from_board(self, kind, ident, payload):
         if kind == frames.NOTE:
-            print("hub: " + payload.decode(errors="replace"), file=sys.stderr, flush=True)
+            for line in payload.decode(errors="replace").splitlines():
+                print("lab: " + line, file=sys.stderr, flush=True)
             if payload == b"ready" and not self.ready:
                 self.ready = True
                 self.listen()
