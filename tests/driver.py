@@ -3,6 +3,7 @@
 import argparse
 import os
 import re
+import shutil
 import subprocess
 import sys
 import time
@@ -36,8 +37,9 @@ def run(command, **options):
 
 
 def build(folder, *options):
-    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options],
-               stdout=subprocess.DEVNULL)
+    launcher = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
+    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options,
+                *(launcher if shutil.which("ccache") else [])], stdout=subprocess.DEVNULL)
     if done.returncode == 0:
         done = run(["cmake", "--build", folder, "-j", JOBS])
     if done.returncode != 0:
