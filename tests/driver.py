@@ -139,6 +139,8 @@ KINDS = {
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package")),
     "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
+    "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
+              lambda long: pytest("tests/chaos", "--rounds", "200" if long else "25")),
 }
 
 
@@ -146,7 +148,7 @@ def kinds_that_exist():
     folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract",
                "conformance": "tests/conformance/run", "fault": "tests/fault/run", "fuzz": "tests/fuzz",
                "mips": "tests/mips/run", "sanitize": "tests/unit", "strict": "tests/strict/run", "docs": "tests/docs",
-               "package": "tests/package", "system": "tests/system"}
+               "package": "tests/package", "system": "tests/system", "chaos": "tests/chaos"}
     return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]
 
 
