@@ -18,8 +18,21 @@ struct plan {
 
 std::map<std::string, plan> *plans = nullptr;
 std::function<int(int, unsigned long, void *)> *ioctl_answer = nullptr;
+int (*asked)(const char *call) = nullptr;
 
-bool fails(const char *call)
+// What is asked for a call: 0, or interpose::cut_short; -2 when it has failed.
+constexpr int refused = -2;
+int verdict_on(const char *call)
+{
+    int verdict = asked ? asked(call) : 0;
+    if (verdict > 0) {
+        errno = verdict;
+        return refused;
+    }
+    return verdict;
+}
+
+bool fails_as_planned(const char *call)
 {
     if (!plans) {
         return false;
@@ -37,7 +50,17 @@ bool fails(const char *call)
     return true;
 }
 
+bool fails(const char *call)
+{
+    return verdict_on(call) == refused || fails_as_planned(call);
+}
+
 } // namespace
+
+void interpose::ask(int (*judge)(const char *call))
+{
+    asked = judge;
+}
 
 void interpose::fail(const std::string &call, int error, int times, int skip)
 {
@@ -84,7 +107,11 @@ int fchmod(int fd, mode_t mode) noexcept
 
 ssize_t write(int fd, const void *data, size_t size)
 {
-    return fails("write") ? -1 : syscall(SYS_write, fd, data, size);
+    int verdict = verdict_on("write");
+    if (verdict == refused || fails_as_planned("write")) {
+        return -1;
+    }
+    return syscall(SYS_write, fd, data, verdict == interpose::cut_short ? (size + 1) / 2 : size);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept
@@ -93,6 +120,9 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(args, request);
     void *argument = va_arg(args, void *);
     va_end(args);
+    if (verdict_on("ioctl") == refused) {
+        return -1;
+    }
     if (ioctl_answer) {
         int result = (*ioctl_answer)(fd, request, argument);
         if (result >= 0) {
