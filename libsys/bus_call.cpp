@@ -45,6 +45,8 @@ int errno_of(int status)
     case object_missing:
     case UBUS_STATUS_NOT_FOUND:
         return ENOENT;
+    case out_of_memory:
+        return ENOMEM;
     case UBUS_STATUS_INVALID_ARGUMENT:
         return EINVAL;
     case UBUS_STATUS_PERMISSION_DENIED:
@@ -84,7 +86,9 @@ int fail_bus(int status, const char *operation, const char *arguments, ...)
     va_start(args, arguments);
     vsnprintf(shown_arguments, sizeof(shown_arguments), arguments, args);
     va_end(args);
-    const char *reason = status == object_missing ? "no such object" : ubus_strerror(status);
+    const char *reason = status == object_missing  ? "no such object"
+                         : status == out_of_memory ? "not asked"
+                                                   : ubus_strerror(status);
     return fail(errno_of(status), operation, "%s [bus: %s]", shown_arguments, reason);
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 
 namespace libsys {
 
@@ -71,31 +72,44 @@ void forget(const char *service, const char *instance)
     }
 }
 
-void put_start(blob_buf *into, const char *service, const char *instance, const argument_list &command)
+// Each part gives false when memory is short: what is left of a message then would ask for something else.
+bool put_words(blob_buf *into, const char *name, const char *const *words, size_t count)
 {
-    blobmsg_add_string(into, "name", service);
+    void *list = blobmsg_open_array(into, name);
+    bool good = list != nullptr;
+    for (size_t i = 0; good && i < count; ++i) {
+        good = blobmsg_add_string(into, nullptr, words[i]) == 0;
+    }
+    if (list) {
+        blobmsg_close_array(into, list);
+    }
+    return good;
+}
+
+bool put_start(blob_buf *into, const char *service, const char *instance, const argument_list &command)
+{
+    if (blobmsg_add_string(into, "name", service) != 0) {
+        return false;
+    }
     void *instances = blobmsg_open_table(into, "instances");
-    void *one = blobmsg_open_table(into, instance);
-    void *words = blobmsg_open_array(into, "command");
-    for (size_t i = 0; i < command.count(); ++i) {
-        blobmsg_add_string(into, nullptr, command[i]);
+    void *one = instances ? blobmsg_open_table(into, instance) : nullptr;
+    if (!one || !put_words(into, "command", command.argv(), command.count()) ||
+        !put_words(into, "respawn", respawn, std::size(respawn))) {
+        return false;
     }
-    blobmsg_close_array(into, words);
-    void *again = blobmsg_open_array(into, "respawn");
-    for (const char *value : respawn) {
-        blobmsg_add_string(into, nullptr, value);
-    }
-    blobmsg_close_array(into, again);
     blobmsg_close_table(into, one);
     blobmsg_close_table(into, instances);
+    return true;
 }
 
 // An instance that the supervisor does not know is stopped already.
 int stop(const char *service, const char *instance)
 {
     message request;
-    blobmsg_add_string(request.get(), "name", service);
-    blobmsg_add_string(request.get(), "instance", instance);
+    if (blobmsg_add_string(request.get(), "name", service) != 0 ||
+        blobmsg_add_string(request.get(), "instance", instance) != 0) {
+        return out_of_memory;
+    }
     int status = call_bus(supervisor, "delete", request.get(), nullptr, nullptr);
     return status == UBUS_STATUS_NOT_FOUND ? UBUS_STATUS_OK : status;
 }
@@ -185,7 +199,9 @@ int cmdlib_procd_start_inst(const char *service, const char *instance, const cha
         return fail(error, __func__, "%s, %s, %d", shown(service), shown(instance), flag);
     }
     message request;
-    put_start(request.get(), service, instance, command);
+    if (!put_start(request.get(), service, instance, command)) {
+        return fail(ENOMEM, __func__, "%s, %s, %s", service, instance, command[0]);
+    }
     int status = call_bus(supervisor, "add", request.get(), nullptr, nullptr);
     return status ? fail_bus(status, __func__, "%s, %s, %s", service, instance, command[0]) : 0;
 }
