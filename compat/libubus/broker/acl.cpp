@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
@@ -152,10 +153,33 @@ bool load_text(const char *text)
     return true;
 }
 
+bool read_whole(int fd, char *text, size_t size)
+{
+    while (size > 0) {
+        const ssize_t got = read(fd, text, size);
+        if (got == 0 || (got < 0 && errno != EINTR)) {
+            return false;
+        }
+        text += got > 0 ? got : 0;
+        size -= got > 0 ? static_cast<size_t>(got) : 0;
+    }
+    return true;
+}
+
+// Interrupted by a signal, it is tried again.
+int open_again(int dir_fd, const char *name, int flags)
+{
+    int fd;
+    do {
+        fd = openat(dir_fd, name, flags | O_RDONLY | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 // The file's text, malloc'ed; null when it cannot be read or others than root could have written it.
 char *read_trusted(int dir_fd, const char *name)
 {
-    const int fd = openat(dir_fd, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = open_again(dir_fd, name, O_NONBLOCK);
     if (fd < 0) {
         return nullptr;
     }
@@ -165,7 +189,7 @@ char *read_trusted(int dir_fd, const char *name)
         !(info.st_mode & (S_IWGRP | S_IWOTH)) && info.st_size <= max_file_size) {
         const auto size = static_cast<size_t>(info.st_size);
         text = static_cast<char *>(calloc(1, size + 1));
-        if (text && read(fd, text, size) != static_cast<ssize_t>(size)) {
+        if (text && !read_whole(fd, text, size)) {
             free(text);
             text = nullptr;
         }
@@ -214,7 +238,7 @@ void acl_free()
 void acl_load(const char *dir)
 {
     acl_free();
-    const int dir_fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int dir_fd = open_again(AT_FDCWD, dir, O_DIRECTORY);
     dirent **files = nullptr;
     const int count = dir_fd < 0 ? 0 : scandirat(dir_fd, ".", &files, json_files_only, alphasort);
 

@@ -47,6 +47,8 @@ Client *client_new(int fd, const Identity &identity)
         client_free(client);
         return nullptr;
     }
+    // What did not fit of the greeting waits, and nothing but this makes the loop send it.
+    update_interest(client);
     return client;
 }
 

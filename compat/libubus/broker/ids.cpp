@@ -1,6 +1,7 @@
 // Random identifiers. Unpredictable, so that a stale id of an earlier life does not meet a new object.
 #include "broker.h"
 
+#include <errno.h>
 #include <sys/random.h>
 
 namespace broker {
@@ -28,7 +29,11 @@ bool file_under_new_id(avl_tree *tree, avl_node *node, uint32_t *id)
 {
     node->key = id;
     for (;;) {
-        if (getrandom(id, sizeof(*id), 0) != sizeof(*id)) {
+        ssize_t got;
+        do {
+            got = getrandom(id, sizeof(*id), 0);
+        } while (got < 0 && errno == EINTR);
+        if (got != sizeof(*id)) {
             return false;
         }
         // The low ones belong to the broker's own objects.

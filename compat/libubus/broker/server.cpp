@@ -111,6 +111,9 @@ int server_open(const char *path)
     umask(old_mask);
     if (!open_for_business) {
         fprintf(stderr, "ubusd: cannot listen on %s: %s\n", path, strerror(errno));
+        if (listener.fd >= 0) {
+            close(listener.fd);
+        }
         return -1;
     }
     reserve_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
