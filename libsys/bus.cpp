@@ -141,6 +141,16 @@ void remove_object(ubus_object *object)
     }
 }
 
+// An object whose registration broke off may have ids of the connection that was lost with it; registered again
+// under such a type, it would come without name and methods.
+void forget_ids(ubus_object *object)
+{
+    object->id = 0;
+    if (object->type) {
+        object->type->id = 0;
+    }
+}
+
 bool are_objects(int flag, ubus_object **list, int count)
 {
     bool good = flag == own_objects && list && count > 0;
@@ -224,6 +234,7 @@ int ubuslib_invoke_init(int flag, struct ubus_object **list, int count)
     if (status) {
         for (int i = 0; i < count; ++i) {
             remove_object(list[i]);
+            forget_ids(list[i]);
         }
         return fail_bus(status, __func__, "%d objects", count);
     }

@@ -275,6 +275,11 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
     req.priv = obj;
     status = ubus_complete_request(ctx, &req, 0);
     if (status) {
+        // The ids may have come before the connection went; the next broker does not know them.
+        obj->id = 0;
+        if (obj->type) {
+            obj->type->id = 0;
+        }
         return status;
     }
     if (!obj->id) {
