@@ -59,7 +59,8 @@ int main(int argc, char **argv)
     cli::Options options;
     int letter;
 
-    while ((letter = getopt_long(argc, argv, "+s:t:Svh", long_options, nullptr)) != -1) {
+    // Options may follow the command: "ubus list -v" is what fingers type.
+    while ((letter = getopt_long(argc, argv, "s:t:Svh", long_options, nullptr)) != -1) {
         switch (letter) {
         case 's':
             options.socket = optarg;

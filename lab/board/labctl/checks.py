@@ -123,7 +123,7 @@ def lan_stays_inside(lab, topology):
 
 
 def bus_lists(lab, _):
-    text = lab.ok("router", "ubus", "-v", "list")
+    text = lab.ok("router", "ubus", "list", "-v")
     found = {}
     for line in text.splitlines():
         if line.startswith("'"):
@@ -135,7 +135,7 @@ def bus_lists(lab, _):
         need(name in found, "the bus lacks " + name)
     methods = sum(count for name, count in found.items() if name in OBJECTS)
     need(methods > len(OBJECTS), "the objects have no methods")
-    return "ubus -v list: five objects of the daemon with %d methods" % methods
+    return "ubus list -v: five objects of the daemon with %d methods" % methods
 
 
 def bus_answers(lab, _):

@@ -66,7 +66,7 @@ def tour(lab, args, report, colour):
             results.append((False, "%s: %s" % (name, error)))
         report.line(*results[-1])
     print("\n" + view.status(lab, colour) + "\n")
-    print(lab.run("router", "ubus", "-v", "list").out)
+    print(lab.run("router", "ubus", "list", "-v").out)
     verdict = "%d checks passed, %d failed" % (report.passed, report.failed)
     print("%s, %.0f s after the build." % (verdict, time.monotonic() - began), flush=True)
 

@@ -94,6 +94,7 @@ TEST_F(Cli, List)
     expect({"list", "none"}, 4, "", "Command failed: Not found\n");
     expect({"-S", "list", "none"}, 4, "", "");
     expect({"-S", "-v", "list", "demo.object"}, 0, "demo.object\n", "");
+    expect({"list", "demo*", "-S", "-v"}, 0, "demo.object\n", "");
 }
 
 TEST_F(Cli, ListOfMethods)
