@@ -141,8 +141,8 @@ void remove_object(ubus_object *object)
     }
 }
 
-// An object whose registration broke off may have ids of the connection that was lost with it; registered again
-// under such a type, it would come without name and methods.
+// An object whose registration broke off may have ids of the connection that was lost with it; registered
+// again under such a type, it would come without name and methods.
 void forget_ids(ubus_object *object)
 {
     object->id = 0;

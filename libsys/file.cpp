@@ -39,9 +39,8 @@ int write_new(const char *path, mode_t mode, std::string_view content)
     if (unlink(path) != 0 && errno != ENOENT) {
         return errno;
     }
-    unique_fd fd(retry_eintr([&] {
-        return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
-    }));
+    unique_fd fd(retry_eintr(
+        [&] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR); }));
     if (!fd) {
         return errno;
     }

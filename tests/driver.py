@@ -109,6 +109,16 @@ def fuzz(long):
     return counts
 
 
+def fault(long):
+    """The daemon through its scenarios; the platform library and the stand-ins call by call."""
+    counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))
+    counts += ctest("fault-library")
+    report = BUILD / "report-fault-library.xml"
+    said = report.read_text(encoding="utf-8") if report.exists() else ""
+    print("injections in the libraries:", sum(int(n) for n in re.findall(r"injections: (\d+)", said)))
+    return counts
+
+
 def sanitized(_long):
     """The in-process tests under AddressSanitizer and UBSan, in a build of their own."""
     build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
@@ -126,8 +136,7 @@ KINDS = {
     "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
     "conformance": ("the shipped daemon, call by call, through scenario files",
                     lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
-    "fault": ("every call made to fail at each of its occurrences",
-              lambda long: counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))),
+    "fault": ("every call made to fail at each of its occurrences", fault),
     "fuzz": ("hostile input to everything that takes input from outside", fuzz),
     "mips": ("unit tests, model and scenarios on little-endian and big-endian MIPS, emulated",
              lambda long: counting_runner("tests/mips/run", "-j", JOBS)),

@@ -15,8 +15,9 @@ void fail(const std::string &call, int error, int times = 1, int skip = 0);
 // How often a call has been made since fail() named it.
 int calls(const std::string &call);
 
-// Asks before each of these calls and before each ioctl, ahead of what fail() has set: 0 lets the call happen, a
-// positive errno value makes it fail, cut_short makes a write take half of its bytes. Null asks no longer.
+// Asks before each of these calls and before each ioctl, ahead of what fail() has set: 0 lets the call
+// happen, a positive errno value makes it fail, cut_short makes a write take half of its bytes. Null asks no
+// longer.
 constexpr int cut_short = -1;
 void ask(int (*judge)(const char *call));
 

@@ -104,8 +104,8 @@ int send_message(ubus_context *ctx, const blob_attr *msg, int type, uint16_t seq
         close(fd);
     }
     if (!sent) {
-        // The broker may have the first part of a message: nothing can follow on this connection. Shut down, it
-        // shows its end to a loop that watches it.
+        // The broker may have the first part of a message: nothing can follow on this connection. Shut down,
+        // it shows its end to a loop that watches it.
         shutdown(ctx->sock.fd, SHUT_RDWR);
         ctx->sock.eof = true;
         return -1;
