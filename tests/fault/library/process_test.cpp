@@ -8,7 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,11 +87,14 @@ TEST_F(LibraryBus, ChildProcesses)
 
 TEST_F(LibraryBus, PidFile)
 {
-    // A process whose command line names the file.
+    // A process whose command line names the file, and that waits for input without a child of its own.
+    int input[2];
+    ASSERT_EQ(pipe2(input, O_CLOEXEC), 0);
     pid_t child = fork();
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        execl("/bin/sh", "sh", "-c", "sleep 600; :", "/tmp/x.pid", nullptr);
+        dup2(input[0], STDIN_FILENO);
+        execl("/bin/sh", "sh", "-c", "read line", "/tmp/x.pid", nullptr);
         _exit(127);
     }
     write_file("/tmp/x.pid", std::to_string(child) + "\n");
@@ -104,6 +107,8 @@ TEST_F(LibraryBus, PidFile)
            .all_or_nothing = true});
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
+    close(input[0]);
+    close(input[1]);
 }
 
 int on_run(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
