@@ -2,6 +2,7 @@
 # fetch.sh SET... - download and unpack what the small machine needs. No root, no dpkg.
 #
 #   sets: qemu-x86 qemu-mips (emulators)   guest-amd64 guest-mipsel (kernel and userland of the machine)
+#         sysroot-mipsel (libraries to cross-build against: cmake --preset mipsel)
 #
 # Result: $LAB_VM_CACHE/debs/SET/*.deb     (the downloads; the thing to cache)
 #         $LAB_VM_CACHE/tools/             (emulators, one common prefix)
@@ -69,6 +70,10 @@ for s; do
     qemu-x86)  fetch $s host "qemu-system-x86"  '^ipxe-qemu$' "$LAB_VM_CACHE/tools" ;;
     qemu-mips) fetch $s host "qemu-system-mips" '^$' "$LAB_VM_CACHE/tools" ;;
     guest-amd64)       fetch $s amd64  "@guest:linux-image-amd64" "$GUEST_DROP" "$LAB_VM_CACHE/root/$s" ;;
+    # the compiler brings its own C library
+    sysroot-mipsel)    fetch $s mipsel "libmnl-dev libjson-c-dev" \
+                           '^(libc6.*|libc-dev-bin|linux-libc-dev|libcrypt.*|gcc-12-base|libgcc-s1|rpcsvc-proto|libnsl.*|libtirpc.*)$' \
+                           "$LAB_VM_CACHE/root/$s" ;;
     guest-mipsel)      fetch $s mipsel "@guest:linux-image-4kc-malta" "$GUEST_DROP" "$LAB_VM_CACHE/root/$s" ;;
     *) die "unknown set $s" ;;
     esac
