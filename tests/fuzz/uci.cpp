@@ -95,6 +95,7 @@ private:
 
 void walk(const Loaded &loaded)
 {
+    std::set<std::string> names;
     uci_element *of_package;
     uci_foreach_element(&loaded.package()->sections, of_package)
     {
@@ -102,11 +103,14 @@ void walk(const Loaded &loaded)
         promise(section->type != nullptr && section->type[0] != '\0', "a section has a type");
         promise(section->e.name != nullptr && section->e.name[0] != '\0', "a section has a name");
         promise(section->package == loaded.package(), "a section knows its package");
+        promise(section->anonymous || names.insert(section->e.name).second, "a name is one section's");
+        std::set<std::string> options;
         uci_element *of_section;
         uci_foreach_element(&section->options, of_section)
         {
             const uci_option *option = uci_to_option(of_section);
             promise(option->e.name != nullptr, "an option has a name");
+            promise(options.insert(option->e.name).second, "a name is one option's");
             if (option->type == UCI_TYPE_STRING) {
                 promise(option->v.string != nullptr, "a string option has a value");
             } else {
@@ -120,16 +124,13 @@ void walk(const Loaded &loaded)
     }
 }
 
-// Types are written without quotes, so that those with signs of the grammar in them do not come back. Neither
-// do two sections of one name, which a saved change can make by renaming.
+// Types are written without quotes, so that those with signs of the grammar in them do not come back.
 bool can_come_back(const Loaded &loaded)
 {
-    std::set<std::string> names;
     uci_element *element;
     uci_foreach_element(&loaded.package()->sections, element)
     {
-        if (!names.insert(element->name).second ||
-            strpbrk(uci_to_section(element)->type, "'\"\\;#") != nullptr) {
+        if (strpbrk(uci_to_section(element)->type, "'\"\\;#") != nullptr) {
             return false;
         }
     }

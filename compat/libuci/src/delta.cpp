@@ -85,6 +85,8 @@ void remove(uci_section *section, const change &wanted)
     }
 }
 
+// A name that is taken stays its owner's: two sections of one name would become one when the file is read
+// again.
 bool rename(uci_section *section, const change &wanted)
 {
     if (!valid_name(wanted.value)) {
@@ -92,7 +94,12 @@ bool rename(uci_section *section, const change &wanted)
     }
     if (wanted.option) {
         uci_option *option = find_option(section, wanted.option);
-        return !option || replace_text(&option->e.name, wanted.value);
+        const bool taken = find_option(section, wanted.value) != nullptr;
+        return !option || taken || replace_text(&option->e.name, wanted.value);
+    }
+    const uci_section *owner = find_section(section->package, wanted.value);
+    if (owner && owner != section) {
+        return true;
     }
     if (!replace_text(&section->e.name, wanted.value)) {
         return false;

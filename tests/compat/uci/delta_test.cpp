@@ -53,6 +53,17 @@ TEST_F(Delta, RenamesSectionsAndOptions)
               with("@net.n.a='z'\n@net.cfg0292bd='r'\n@net.n.l='bad name'\n"));
 }
 
+TEST_F(Delta, NamesThatAreTakenAreNotGivenTwice)
+{
+    constexpr const char *two = "config t n\noption a 1\noption b 2\nconfig t m\noption c 3\n";
+    EXPECT_EQ("n=t\nn.a=1\nn.b=2\nm=t\nm.c=3\n", with("@net.n='m'\n@net.n.a='b'\n@net.m='m'\n", two));
+    // What follows in the same changes is still for the section that has the name.
+    EXPECT_EQ("n=t\nn.a=1\nn.b=2\nm=t\nm.c=4\n", with("@net.n='m'\nnet.m.c='4'\n", two));
+    // A section without a name of its own keeps the one it was given.
+    EXPECT_EQ("*cfg0192bd=rule\nkept=rule\n",
+              with("@net.cfg0192bd='kept'\n", "config rule\nconfig rule kept\n"));
+}
+
 TEST_F(Delta, Reorders)
 {
     EXPECT_EQ("*cfg0292bd=rule\nn=t\nn.a=1\nn.l=[x|y|x]\n", with("^net.cfg0292bd='0'\n"));
