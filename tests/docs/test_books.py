@@ -219,6 +219,15 @@ def test_every_kind_of_test_is_in_the_testing_book():
             assert folder in kinds or (sandbox.ROOT / folder).is_dir(), folder
 
 
+def test_every_label_of_a_test_is_run():
+    driver = (sandbox.ROOT / "tests/driver.py").read_text()
+    lists = [path.read_text() for path in (sandbox.ROOT / "tests").rglob("CMakeLists.txt")]
+    labels = {label for text in lists for label in re.findall(r"\bLABELS ([\w-]+)", text)}
+    assert {"unit", "fuzz", "contract"} <= labels
+    for label in labels:
+        assert 'ctest("%s"' % label in driver or "tests/%s/run" % label in driver, label
+
+
 TEXT = r'((?:"(?:[^"\\]|\\.)*"|\s|PRId64)+)'
 
 
