@@ -35,10 +35,10 @@ void replace_child(avl_tree *tree, avl_node *parent, const avl_node *old_child, 
     }
 }
 
-// Lifts the child on the given side into the node's place; returns the child.
-avl_node *rotate(avl_tree *tree, avl_node *node, bool lift_left)
+// Lifts a child of the node into the node's place; returns the child.
+avl_node *rotate(avl_tree *tree, avl_node *node, avl_node *child)
 {
-    avl_node *child = lift_left ? node->left : node->right;
+    const bool lift_left = child == node->left;
     avl_node *inner = lift_left ? child->right : child->left;
 
     replace_child(tree, node->parent, node, child);
@@ -57,15 +57,14 @@ void rebalance_upwards(avl_tree *tree, avl_node *node)
 {
     while (node) {
         const int lean = height(node->left) - height(node->right);
-        if (lean > 1 || lean < -1) {
-            const bool left_heavy = lean > 1;
-            avl_node *child = left_heavy ? node->left : node->right;
-            const bool inner_heavy = left_heavy ? height(child->right) > height(child->left)
-                                                : height(child->left) > height(child->right);
-            if (inner_heavy) {
-                rotate(tree, child, !left_heavy);
+        const bool left_heavy = lean > 0;
+        avl_node *child = left_heavy ? node->left : node->right;
+        if (child && (lean > 1 || lean < -1)) {
+            avl_node *inner = left_heavy ? child->right : child->left;
+            if (inner && inner->balance > height(left_heavy ? child->left : child->right)) {
+                child = rotate(tree, child, inner);
             }
-            node = rotate(tree, node, left_heavy);
+            node = rotate(tree, node, child);
         } else {
             update_height(node);
         }
@@ -219,8 +218,9 @@ int avl_insert(avl_tree *tree, avl_node *node)
 void avl_delete(avl_tree *tree, avl_node *node)
 {
     if (node->leader) {
-        avl_node *next = list_node(tree, node->list.next);
-        if (next && !next->leader) {
+        avl_node *next = container_of(node->list.next, avl_node, list);
+        const bool last = node->list.next == &tree->list_head;
+        if (!last && !next->leader) {
             next->leader = true;
             take_place(tree, node, next);
         } else {

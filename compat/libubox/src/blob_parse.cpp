@@ -3,6 +3,8 @@ extern "C" {
 #include <libubox/blob.h>
 }
 
+#include <algorithm>
+
 namespace {
 
 bool acceptable(blob_attr *attr, const blob_attr_info *info)
@@ -54,7 +56,7 @@ int blob_parse(blob_attr *attr, blob_attr **data, const blob_attr_info *info, in
     size_t rem;
     int found = 0;
 
-    memset(data, 0, sizeof(*data) * static_cast<size_t>(max));
+    std::fill_n(data, max, nullptr);
     blob_for_each_attr(pos, attr, rem)
     {
         const int id = static_cast<int>(blob_id(pos));

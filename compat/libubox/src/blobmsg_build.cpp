@@ -62,6 +62,7 @@ void *blobmsg_open_nested(blob_buf *buf, const char *name, bool array)
     // blob_nest_end adds the whole payload of the nest, name header included, to the outer container.
     shrink_head(buf, blob_len(attr));
     buf->head = attr;
+    // A place in the buffer, as from blob_nest_start. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<void *>(static_cast<uintptr_t>(outer) + BLOB_COOKIE);
 }
 

@@ -3,6 +3,7 @@ extern "C" {
 #include <libubox/blobmsg.h>
 }
 
+#include <algorithm>
 #include <errno.h>
 
 namespace {
@@ -98,7 +99,7 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
     blob_attr *attr;
     size_t rem = len;
 
-    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
+    std::fill_n(tb, policy_len, nullptr);
     if (!data || !len) {
         return -EINVAL;
     }
@@ -127,7 +128,7 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
     size_t rem = len;
     int next = 0;
 
-    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
+    std::fill_n(tb, policy_len, nullptr);
     if (!data || !len) {
         return -EINVAL;
     }

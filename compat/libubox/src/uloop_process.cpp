@@ -10,7 +10,7 @@ list_head processes = LIST_HEAD_INIT(processes); // by pid
 
 void unlink(uloop_process *process)
 {
-    list_del(&process->list);
+    list_del_init(&process->list);
     process->pending = false;
 }
 

@@ -31,7 +31,7 @@ int clamp_to_int(int64_t ms)
 
 void unlink(uloop_timeout *timeout)
 {
-    list_del(&timeout->list);
+    list_del_init(&timeout->list);
     timeout->pending = false;
 }
 
