@@ -9,8 +9,10 @@ LAB_PACKAGES="iproute2 iptables dnsmasq-base ppp pppoe busybox-static tcpdump"
 # What the tests need beside these.
 TEST_PACKAGES="ccache libgtest-dev libgmock-dev python3-pytest shellcheck clang make"
 
+# What the board as a MIPS machine is built with, beside these.
+CROSS_PACKAGES="g++-mipsel-linux-gnu"
 # For the tests on MIPS, which are skipped without them. Continuous integration installs them.
-MIPS_PACKAGES="g++-mipsel-linux-gnu g++-mips-linux-gnu qemu-user"
+MIPS_PACKAGES="$CROSS_PACKAGES g++-mips-linux-gnu qemu-user"
 # For static analysis, which is skipped without them. Continuous integration installs these, too.
 ANALYSIS_PACKAGES="clang-tidy cppcheck"
 
@@ -32,7 +34,10 @@ need_packages() {
         }
         sudo=(sudo)
     fi
-    "${sudo[@]}" apt-get -qq update
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
-        "${missing[@]}" >/dev/null
+    "${sudo[@]}" apt-get -qq update || true         # what it knows already may do
+    if ! "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
+        "${missing[@]}" >/dev/null; then
+        echo "packages: could not be installed: ${missing[*]}" >&2
+        return 1
+    fi
 }

@@ -44,6 +44,10 @@ Acquire::Languages "none";
 Acquire::IndexTargets::deb::DEP-11 { DefaultEnabled "false"; };
 APT::Sandbox::User "";
 Acquire::GzipIndexes "true";
+Acquire::Retries "1";
+Acquire::http::Timeout "20";
+Acquire::https::Timeout "20";
+$(apt-config dump | grep -E '^Acquire::[a-z]+::[Pp]roxy')
 CONF
     fi
     # an empty config parts dir keeps /etc/apt/apt.conf.d (hooks etc.) out

@@ -34,8 +34,10 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
         return
     fi
     local t0=$SECONDS; mkdir -p "$debs"
+    # anything that goes wrong from here on is told with the set that is missing for it
+    lacking="$set (${pkgs#@guest:})"
     [ -e "$LAB_VM_CACHE/apt/$arch/.updated-$$" ] || {
-        papt "$arch" apt-get -qq update; rm -f "$LAB_VM_CACHE/apt/$arch"/.updated-*
+        papt "$arch" apt-get -qq -o APT::Update::Error-Mode=any update; rm -f "$LAB_VM_CACHE/apt/$arch"/.updated-*
         : > "$LAB_VM_CACHE/apt/$arch/.updated-$$"; }
     case $pkgs in @guest:*) pkgs=$(guest_pkgs "$arch" "${pkgs#@guest:}") ;; esac
     # one line per file: 'URL' NAME SIZE HASH
@@ -53,6 +55,7 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
     awk -v s="$set" '{n++; b+=$2} END {printf "fetch %s: %d files, %.1f MB", s, n, b/1e6}' "$debs/.list"
     rm -f "$out/.unpacked-$set"
     unpack "$set" "$out"; echo "$want" > "$stamp"
+    lacking=
     echo ", $((SECONDS - t0)) s"
 }
 
@@ -63,6 +66,13 @@ unpack() {       # SET DIR
     for f in "$LAB_VM_CACHE/debs/$1"/*.deb; do dpkg-deb -x "$f" "$2"; done
     : > "$2/.unpacked-$1"
 }
+
+lacking=
+cannot() {
+    [ -z "$lacking" ] || die "the packages of $lacking are not in the cache $LAB_VM_CACHE and could not be fetched;" \
+        "give this machine its network once, or a cache that is filled (IVARODE_LAB_CACHE)"
+}
+trap cannot EXIT
 
 [ $# -gt 0 ] || die "usage: fetch.sh SET..."
 for s; do

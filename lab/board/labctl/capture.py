@@ -105,7 +105,7 @@ class Capture:
     def frames(self, until, seconds=20):
         """Frames so far; reads on until until(list of frames) is true. None when that does not come in time."""
         import time
-        deadline = time.monotonic() + seconds
+        deadline = time.monotonic() + seconds * self.command.lab.pace
         while True:
             frames = [Decoded(f) for _, _, f in records([bytes(self.command.out)]) if f is not None]
             if until(frames):

@@ -24,7 +24,7 @@ def need(condition, text):
 
 def ping(lab, host, address, seconds=15, count=1):
     """Pings until it is answered; (ttl, milliseconds) of the last answer, or None."""
-    deadline = time.monotonic() + seconds
+    deadline = time.monotonic() + seconds * lab.pace
     while True:
         result = lab.run(host, "busybox", "ping", "-c", count, "-W", "1", address, timeout=20)
         answers = re.findall(r"ttl=(\d+) time=([\d.]+)", result.out)
@@ -150,16 +150,18 @@ def footprint(lab, since):
     pid = daemon_pid(lab)
     status = lab.ok("router", "cat", "/proc/%s/status" % pid)
     values = dict(re.findall(r"^(VmRSS|RssAnon):\s+(\d+) kB", status, re.M))
-    size = stripped_size(paths.build_dir() / "bin/ivarode")
+    size = stripped_size(lab.info()["mode"])
     return "ivarode init success after %.2f s (5 s of them its own pause); resident %s kB, %s kB of it anonymous; stripped binary %.0f kB" % (
         since, values.get("VmRSS", "?"), values.get("RssAnon", "?"), size / 1000)
 
 
-def stripped_size(program):
-    """Bytes of the program as an image would hold it."""
-    with tempfile.NamedTemporaryFile() as copy:
-        subprocess.run(["strip", "-o", copy.name, str(program)], check=True)
-        return pathlib.Path(copy.name).stat().st_size
+def stripped_size(mode):
+    """Bytes of the daemon as an image would hold it."""
+    strip = "mipsel-linux-gnu-strip" if mode == "mips" else "strip"
+    with tempfile.TemporaryDirectory() as folder:
+        copy = pathlib.Path(folder) / "stripped"
+        subprocess.run([strip, "-o", str(copy), str(paths.programs_dir(mode) / "bin/ivarode")], check=True)
+        return copy.stat().st_size
 
 
 def daemon_pid(lab):

@@ -37,7 +37,7 @@ def parser():
     how = up.add_mutually_exclusive_group()
     how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine")
     how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
-    how.add_argument("--mips", dest="mode", action="store_const", const="mips", help="inside a small MIPS machine")
+    how.add_argument("--mips", dest="mode", action="store_const", const="mips", help="inside a small MIPS machine (./run --mips builds for it)")
     add("down", "end the lab and everything in it")
     add("status", "draw ports, VLANs and interfaces")
     link = add("link", "plug or pull the cable of a front port")

@@ -39,7 +39,7 @@ class Command:
     """A command that runs in a host. Reading and writing are up to the caller; closing it kills the command."""
 
     def __init__(self, lab, host, words, timeout=None):
-        self.words = list(words)
+        self.lab, self.words = lab, list(words)
         self.sock = lab.connect()
         self.reader = frames.Reader()
         self.lock = threading.Lock()
@@ -107,7 +107,7 @@ class Command:
         if text in self.out:
             return True
         with contextlib.suppress(TimeoutError):
-            for stream, data in self.frames(time.monotonic() + seconds):
+            for stream, data in self.frames(time.monotonic() + seconds * self.lab.pace):
                 (self.out if stream == 1 else self.err).extend(data)
                 if text in self.out:
                     return True
@@ -127,6 +127,7 @@ class Lab:
     def __init__(self, name=paths.DEFAULT_LAB):
         self.name = name
         self.state = paths.state_dir(name)
+        self._pace = None
 
     # --- the hub -------------------------------------------------------------------------------------------
     def connect(self):
@@ -159,15 +160,16 @@ class Lab:
 
     def start(self, mode="", tied=False, notes=sys.stderr, verbose=False):
         """Starts the hub and its carrier. tied: the lab ends with this process."""
-        programs = paths.build_dir()
-        if not (programs / "bin/lab-agent").exists():
-            raise LabError("%s has no programs of the board: build the project first (./run does)" % programs)
         mode, why = carrier.choose(mode)
+        programs = paths.programs_dir(mode)
+        if not (programs / "bin/lab-agent").exists():
+            raise LabError("%s has no programs of the board: build the project first (./run%s does)"
+                           % (programs, " --mips" if mode == "mips" else ""))
         with self._lock():
             if self.alive():
                 raise LabError("lab %s is up already" % self.name)
             if mode != "native":
-                carrier.machine.prepare("mipsel" if mode == "mips" else "x86", notes)
+                carrier.machine.prepare(carrier.machine.target_of(mode), notes)
             ready_read, ready_write = os.pipe()
             tie_read, tie_write = os.pipe() if tied else (-1, -1)
             keep = [fd for fd in (ready_write, tie_read) if fd >= 0]
@@ -186,10 +188,19 @@ class Lab:
             if answer != "ready":
                 process.wait(20)
                 raise LabError(answer.partition(" ")[2] or "the hub did not start: " + str(self.state / "hub.log"))
+        self._pace = None
         return mode, why
 
     def info(self):
-        return self.run("hub", "info").json()
+        with Command(self, "hub", ["info"]) as command:
+            return command.collect(time.monotonic() + 30).json()
+
+    @property
+    def pace(self):
+        """What every limit of time is multiplied by; where a caller has a limit of its own, by the caller."""
+        if self._pace is None:
+            self._pace = carrier.machine.PACE[self.info()["mode"]]
+        return self._pace
 
     def stop(self):
         """Ends the lab; nothing of it is left but its logs."""
@@ -221,7 +232,7 @@ class Lab:
         with contextlib.closing(self.connect()) as sock:
             sock.sendall(frames.pack(frames.UP, 1, folder.encode()))
             reader = frames.Reader()
-            sock.settimeout(60)
+            sock.settimeout(60 * self.pace)
             while True:
                 data = sock.recv(frames.CHUNK)
                 if not data:
@@ -251,7 +262,8 @@ class Lab:
         return Command(self, host, words, timeout)
 
     def run(self, host, *words, stdin=None, timeout=30, check=False):
-        """Runs a command to its end. check: LabError with its output when its status is not 0."""
+        """Runs a command to its end. timeout: seconds at pace 1. check: LabError with its output when its status is not 0."""
+        timeout = timeout and timeout * self.pace
         with Command(self, host, words, timeout) as command:
             if stdin:
                 command.write(stdin if isinstance(stdin, bytes) else stdin.encode())
@@ -275,9 +287,9 @@ class Lab:
 
     def said(self, text, seconds=30):
         """Waits until the system log holds text; (seconds since the daemon's start, line)."""
-        result = self.run("agent", "wait", seconds, text, timeout=seconds + 10)
+        result = self.run("agent", "wait", seconds * self.pace, text, timeout=seconds + 10)
         if not result:
-            raise LabError("%r was not logged in %s s: %s" % (text, seconds, result.err.strip()))
+            raise LabError("%r was not logged in %s s: %s" % (text, seconds * self.pace, result.err.strip()))
         since, _, line = result.out.strip().partition(" ")
         return (float(since) if since != "-" else None), line
 

@@ -8,6 +8,13 @@ import subprocess
 from . import paths
 
 PROBE_LIMIT = 12
+# How often as long as elsewhere things may take: the one factor of all limits of time. The MIPS machine has one
+# emulated processor without anything that makes emulation faster.
+PACE = {"native": 1, "vm": 1, "mips": 3}
+
+
+def target_of(mode):
+    return "mipsel" if mode == "mips" else "x86"
 
 
 class MachineError(Exception):
@@ -74,7 +81,7 @@ def nine(tag, folder, more=""):
 
 def command(mode, share, programs, channel_fd, notes):
     """(command line, environment, one line for a person) of a machine whose control channel is channel_fd."""
-    target = "mipsel" if mode == "mips" else "x86"
+    target = target_of(mode)
     prepare(target, notes)
     line, env = base(target)
     append = "console=ttyS0 quiet loglevel=4 panic=-1 oops=panic random.trust_cpu=on"

@@ -13,6 +13,11 @@ def build_dir():
     return pathlib.Path(os.environ.get("IVARODE_BUILD", ROOT / "build")).resolve()
 
 
+def programs_dir(mode):
+    """What is built for the machine that a board runs on: the MIPS machine's has a folder of its own."""
+    return build_dir() / "mipsel" if mode == "mips" else build_dir()
+
+
 def state_dir(name):
     return pathlib.Path(os.environ.get("IVARODE_LAB_STATE", build_dir() / "lab")).resolve() / name
 

@@ -39,6 +39,8 @@ def options(argv):
     how = top.add_mutually_exclusive_group()
     how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine, whatever this kernel has")
     how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
+    how.add_argument("--mips", dest="mode", action="store_const", const="mips",
+                     help="inside a small little-endian MIPS machine, with all programs built for it")
     top.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
     top.add_argument("--config", default="home", help="sample of lab/configs or a folder (default: %(default)s)")
     top.add_argument("--name", default=paths.DEFAULT_LAB, help=argparse.SUPPRESS)
