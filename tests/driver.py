@@ -11,7 +11,7 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build"
+BUILD = Path(os.environ.get("IVARODE_BUILD", ROOT / "build")).resolve()
 BUILD_SANITIZED = ROOT / "build-sanitized"
 JOBS = str(os.cpu_count() or 1)
 SKIPPED = 77  # how a runner of our own ends that cannot run here
@@ -36,10 +36,19 @@ def run(command, **options):
     return subprocess.run([str(word) for word in command], cwd=ROOT, **options)
 
 
+def launcher():
+    options = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
+    return options if shutil.which("ccache") else []
+
+
+def build_for_mips(folder):
+    if run(["lab/vm/cross-build.sh", "--tests", folder, *launcher()]).returncode != 0:
+        sys.exit("test: the build for MIPS failed")
+
+
 def build(folder, *options):
-    launcher = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
     done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options,
-                *(launcher if shutil.which("ccache") else [])], stdout=subprocess.DEVNULL)
+                *launcher()], stdout=subprocess.DEVNULL)
     if done.returncode == 0:
         done = run(["cmake", "--build", folder, "-j", JOBS])
     if done.returncode != 0:
@@ -153,6 +162,10 @@ KINDS = {
 }
 
 
+# The kinds that --vm and --mips are for.
+ON_THE_BOARD = ("system", "chaos")
+
+
 def kinds_that_exist():
     folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract",
                "conformance": "tests/conformance/run", "fault": "tests/fault/run", "fuzz": "tests/fuzz",
@@ -166,6 +179,11 @@ def main():
     kinds = kinds_that_exist()
     parser.add_argument("--only", metavar="KIND", action="append", choices=kinds,
                         help="run this kind alone (may be given again): " + ", ".join(kinds))
+    how = parser.add_mutually_exclusive_group()
+    how.add_argument("--vm", dest="mode", action="store_const", const="vm",
+                     help="only what runs on the board (system, or as --only says), inside the small machine")
+    how.add_argument("--mips", dest="mode", action="store_const", const="mips",
+                     help="the same inside a little-endian MIPS machine, with all programs built for it")
     parser.add_argument("--long", action="store_true", help="longer runs of the kinds that have them")
     parser.add_argument("--list", action="store_true", help="list the kinds and what each proves")
     arguments = parser.parse_args()
@@ -174,7 +192,16 @@ def main():
             print(f"{kind:12} {KINDS[kind][0]}")
         return 0
 
-    build(BUILD, "-DCMAKE_BUILD_TYPE=Release")
+    if arguments.mode:
+        arguments.only = arguments.only or ["system"]
+        apart = [kind for kind in arguments.only if kind not in ON_THE_BOARD]
+        if apart:
+            parser.error(f"--{arguments.mode} is for {' and '.join(ON_THE_BOARD)}, not for {', '.join(apart)}")
+        os.environ["IVARODE_LAB_MODE"] = arguments.mode
+    if arguments.mode == "mips":
+        build_for_mips(BUILD / "mipsel")
+    else:
+        build(BUILD, "-DCMAKE_BUILD_TYPE=Release")
     total, table = Counts(), []
     for kind in arguments.only or kinds:
         print(f"\n== {kind}: {KINDS[kind][0]}", flush=True)
