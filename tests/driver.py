@@ -1,182 +1,66 @@
-"""Builds the tree and runs the kinds of tests, one after the other; ends with the counts of all."""
+"""Builds the tree and runs the kinds of tests; ends with the counts of all."""
 
 import argparse
+import io
 import os
-import re
-import shutil
 import subprocess
 import sys
+import threading
 import time
-import xml.etree.ElementTree as ElementTree
-from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
-BUILD = Path(os.environ.get("IVARODE_BUILD", ROOT / "build")).resolve()
-BUILD_SANITIZED = ROOT / "build-sanitized"
-JOBS = str(os.cpu_count() or 1)
-SKIPPED = 77  # how a runner of our own ends that cannot run here
+from kinds import KINDS
+from runners import BUILD, Counts, build, build_for_mips, counting_runner
 
-
-class Counts:
-    def __init__(self, passed=0, failed=0, skipped=0):
-        self.passed, self.failed, self.skipped = passed, failed, skipped
-
-    def __iadd__(self, other):
-        self.passed += other.passed
-        self.failed += other.failed
-        self.skipped += other.skipped
-        return self
-
-    def __str__(self):
-        return f"{self.passed} passed, {self.failed} failed, {self.skipped} skipped"
-
-
-def run(command, **options):
-    print("+", " ".join(str(word) for word in command), flush=True)
-    return subprocess.run([str(word) for word in command], cwd=ROOT, **options)
-
-
-def launcher():
-    options = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
-    return options if shutil.which("ccache") else []
-
-
-def build_for_mips(folder):
-    if run(["lab/vm/cross-build.sh", "--tests", folder, *launcher()]).returncode != 0:
-        sys.exit("test: the build for MIPS failed")
-
-
-def build(folder, *options):
-    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options,
-                *launcher()], stdout=subprocess.DEVNULL)
-    if done.returncode == 0:
-        done = run(["cmake", "--build", folder, "-j", JOBS])
-    if done.returncode != 0:
-        sys.exit("test: the build failed")
-
-
-def junit_counts(report, status):
-    """Counts of a JUnit report; a run that left none, or failed without a failing test, is one failure."""
-    if not report.exists():
-        return Counts(failed=1)
-    counts = Counts()
-    for case in ElementTree.parse(report).iter("testcase"):
-        if case.find("failure") is not None or case.find("error") is not None:
-            counts.failed += 1
-        elif case.find("skipped") is not None or case.get("status") in ("notrun", "disabled"):
-            counts.skipped += 1
-        else:
-            counts.passed += 1
-    if status != 0 and counts.failed == 0:
-        counts.failed = 1
-    return counts
-
-
-def ctest(label, folder=BUILD, environment=None):
-    report = folder / f"report-{label}.xml"
-    report.unlink(missing_ok=True)
-    done = run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "-j", JOBS, "--output-on-failure",
-                "--no-tests=error", "--output-junit", report, "--progress", "-Q"],
-               env={**os.environ, **(environment or {})})
-    if done.returncode != 0:
-        run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "--rerun-failed", "--output-on-failure"],
-            env={**os.environ, **(environment or {})})
-    return junit_counts(report, done.returncode)
-
-
-def pytest(folder, *options):
-    report = BUILD / f"report-{Path(folder).name}.xml"
-    report.unlink(missing_ok=True)
-    # Debian's own interpreter, for which the packages are installed.
-    done = run(["/usr/bin/python3", "-m", "pytest", "-q", "-rs", folder, f"--junitxml={report}", *options])
-    return junit_counts(report, done.returncode)
-
-
-def counting_runner(*command):
-    """A runner of our own that closes with a line "N passed, N failed, N skipped"."""
-    with subprocess.Popen([str(word) for word in command], cwd=ROOT, stdout=subprocess.PIPE,
-                          text=True) as process:
-        counts = None
-        for line in process.stdout:
-            print(line, end="", flush=True)
-            found = re.match(r"(\d+) passed, (\d+) failed, (\d+) skipped$", line.strip())
-            if found:
-                counts = Counts(*(int(number) for number in found.groups()))
-    if counts is None or (process.returncode not in (0, SKIPPED) and counts.failed == 0):
-        return Counts(failed=1)
-    return counts
-
-
-def fuzz(long):
-    """The saved inputs; in a long run also the fuzzers, which look for new ones."""
-    counts = ctest("fuzz")
-    report = BUILD / "report-fuzz.xml"
-    said = report.read_text(encoding="utf-8") if report.exists() else ""
-    print("executions:", sum(int(number) for number in re.findall(r"executions: (\d+)", said)))
-    if long:
-        counts += counting_runner("tests/fuzz/run", "--seconds", "120")
-    return counts
-
-
-def fault(long):
-    """The daemon through its scenarios; the platform library and the stand-ins call by call."""
-    counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))
-    counts += ctest("fault-library")
-    report = BUILD / "report-fault-library.xml"
-    said = report.read_text(encoding="utf-8") if report.exists() else ""
-    print("injections in the libraries:", sum(int(n) for n in re.findall(r"injections: (\d+)", said)))
-    return counts
-
-
-def sanitized(_long):
-    """The in-process tests under AddressSanitizer and UBSan, in a build of their own."""
-    build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
-    options = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
-    counts = ctest("unit", BUILD_SANITIZED, options)
-    counts += ctest("fuzz", BUILD_SANITIZED, options)
-    return counts
-
-
-# Kind: what it proves, and how it runs; kinds run in this order.
-KINDS = {
-    "unit": ("parts in process, against recorded seams", lambda long: ctest("unit")),
-    "model": ("the daemon beside an oracle of ports, VLANs and interfaces, on the emulated switch",
-              lambda long: ctest("model", environment={"MODEL_SEEDS": "5000"} if long else None)),
-    "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
-    "conformance": ("the shipped daemon, call by call, through scenario files",
-                    lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
-    "fault": ("every call made to fail at each of its occurrences", fault),
-    "fuzz": ("hostile input to everything that takes input from outside", fuzz),
-    "mips": ("unit tests, model and scenarios on little-endian and big-endian MIPS, emulated",
-             lambda long: counting_runner("tests/mips/run", "-j", JOBS)),
-    "sanitize": ("the unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
-    "strict": ("static analysis: cppcheck over everything, clang-tidy over the daemon",
-               lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS)),
-    "docs": ("the books: complete, true to the sources, links and scripts sound",
-             lambda long: pytest("tests/docs")),
-    "package": ("what is installed and packaged, and that it builds on the headers of many years",
-                lambda long: pytest("tests/package")),
-    "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
-    "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
-              lambda long: pytest("tests/chaos", "--rounds", "200" if long else "25")),
-}
-
-
+# What runs on the virtual board mostly waits for its clock; it goes on beside what keeps the processors busy, and
+# is served first.
+ON_THE_BOARD = ("docs", "system", "chaos")
 # The kinds that --vm and --mips are for.
-ON_THE_BOARD = ("system", "chaos")
+IN_A_MACHINE = ("system", "chaos")
+STANDING_BACK = 10
 
 
-def kinds_that_exist():
-    folders = {"unit": "tests/unit", "model": "tests/model", "contract": "tests/contract",
-               "conformance": "tests/conformance/run", "fault": "tests/fault/run", "fuzz": "tests/fuzz",
-               "mips": "tests/mips/run", "sanitize": "tests/unit", "strict": "tests/strict/run", "docs": "tests/docs",
-               "package": "tests/package", "system": "tests/system", "chaos": "tests/chaos"}
-    return [kind for kind in KINDS if (ROOT / folders[kind]).exists()]
+class Report:
+    """What is shown: of each kind its output as it comes when it runs alone, else as a whole when it has ended."""
+
+    def __init__(self, alone):
+        self.alone, self.lock = alone, threading.Lock()
+        self.total, self.table = Counts(), {}
+
+    def run(self, kind, long, nice):
+        words = [sys.executable, "tests/kinds.py", kind, *(["--long"] if long else [])]
+        self.say(f"\n== {kind}: {KINDS[kind][0]}" if self.alone else f"-- {kind} begins")
+        start, out = time.monotonic(), sys.stdout if self.alone else io.StringIO()
+        counts = counting_runner("nice", "-n", nice, *words, out=out, stderr=subprocess.STDOUT)
+        line = f"{kind:12} {counts}, {time.monotonic() - start:.0f} s"
+        self.say("" if self.alone else f"\n== {kind}: {KINDS[kind][0]}\n{out.getvalue()}-- {line}")
+        with self.lock:
+            self.total += counts
+            self.table[kind] = line
+
+    def say(self, text):
+        with self.lock:
+            print(text, flush=True)
+
+
+def run_beside(report, kinds, long):
+    """The kinds in two rows, those on the board beside the others."""
+    rows = [[kind for kind in kinds if (kind in ON_THE_BOARD) == board] for board in (True, False)]
+    both = all(rows)
+
+    def go(row):
+        for kind in row:
+            report.run(kind, long, STANDING_BACK if both and kind not in ON_THE_BOARD else 0)
+
+    threads = [threading.Thread(target=go, args=[row], daemon=True) for row in rows if row]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
 
 
 def main():
     parser = argparse.ArgumentParser(prog="./test", description=__doc__)
-    kinds = kinds_that_exist()
+    kinds = list(KINDS)
     parser.add_argument("--only", metavar="KIND", action="append", choices=kinds,
                         help="run this kind alone (may be given again): " + ", ".join(kinds))
     how = parser.add_mutually_exclusive_group()
@@ -194,24 +78,20 @@ def main():
 
     if arguments.mode:
         arguments.only = arguments.only or ["system"]
-        apart = [kind for kind in arguments.only if kind not in ON_THE_BOARD]
+        apart = [kind for kind in arguments.only if kind not in IN_A_MACHINE]
         if apart:
-            parser.error(f"--{arguments.mode} is for {' and '.join(ON_THE_BOARD)}, not for {', '.join(apart)}")
+            parser.error(f"--{arguments.mode} is for {' and '.join(IN_A_MACHINE)}, not for {', '.join(apart)}")
         os.environ["IVARODE_LAB_MODE"] = arguments.mode
     if arguments.mode == "mips":
         build_for_mips(BUILD / "mipsel")
     else:
         build(BUILD, "-DCMAKE_BUILD_TYPE=Release")
-    total, table = Counts(), []
-    for kind in arguments.only or kinds:
-        print(f"\n== {kind}: {KINDS[kind][0]}", flush=True)
-        start = time.monotonic()
-        counts = KINDS[kind][1](arguments.long)
-        table.append(f"{kind:12} {counts}, {time.monotonic() - start:.0f} s")
-        total += counts
-    print("\n" + "\n".join(table))
-    print(total, flush=True)
-    return 0 if total.failed == 0 and total.passed > 0 else 1
+    chosen = arguments.only or kinds
+    report = Report(alone=len(chosen) == 1)
+    run_beside(report, chosen, arguments.long)
+    print("\n" + "\n".join(report.table[kind] for kind in chosen))
+    print(report.total, flush=True)
+    return 0 if report.total.failed == 0 and report.total.passed > 0 else 1
 
 
 if __name__ == "__main__":

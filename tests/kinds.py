@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Runs one kind of tests of a tree that is built: kinds.py KIND [--long]. Ends with a line of its counts."""
+
+import argparse
+import re
+import sys
+
+from runners import BUILD, BUILD_SANITIZED, JOBS, build, counting_runner, ctest, pytest
+
+
+def fuzz(long):
+    """The saved inputs; in a long run also the fuzzers, which look for new ones."""
+    counts = ctest("fuzz")
+    report = BUILD / "report-fuzz.xml"
+    said = report.read_text(encoding="utf-8") if report.exists() else ""
+    print("executions:", sum(int(number) for number in re.findall(r"executions: (\d+)", said)))
+    if long:
+        counts += counting_runner("tests/fuzz/run", "--seconds", "120")
+    return counts
+
+
+def fault(long):
+    """The daemon through its scenarios; the platform library and the stand-ins call by call."""
+    counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))
+    counts += ctest("fault-library")
+    report = BUILD / "report-fault-library.xml"
+    said = report.read_text(encoding="utf-8") if report.exists() else ""
+    print("injections in the libraries:", sum(int(n) for n in re.findall(r"injections: (\d+)", said)))
+    return counts
+
+
+def sanitized(_long):
+    """The in-process tests under AddressSanitizer and UBSan, in a build of their own."""
+    build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
+    options = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
+    counts = ctest("unit", BUILD_SANITIZED, options)
+    counts += ctest("fuzz", BUILD_SANITIZED, options)
+    return counts
+
+
+# Kind: what it proves, and how it runs; kinds run in this order.
+KINDS = {
+    "unit": ("parts in process, against recorded seams", lambda long: ctest("unit")),
+    "model": ("the daemon beside an oracle of ports, VLANs and interfaces, on the emulated switch",
+              lambda long: ctest("model", environment={"MODEL_SEEDS": "5000"} if long else None)),
+    "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
+    "conformance": ("the shipped daemon, call by call, through scenario files",
+                    lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
+    "fault": ("every call made to fail at each of its occurrences", fault),
+    "fuzz": ("hostile input to everything that takes input from outside", fuzz),
+    "mips": ("unit tests and model on little-endian and big-endian MIPS, emulated; in a long run also the scenarios",
+             lambda long: counting_runner("tests/mips/run", "-j", JOBS, *(["--scenarios"] if long else []))),
+    "sanitize": ("the unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
+    "strict": ("static analysis: cppcheck over everything, clang-tidy over the daemon",
+               lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS)),
+    "docs": ("the books: complete, true to the sources, links and scripts sound",
+             lambda long: pytest("tests/docs")),
+    "package": ("what is installed and packaged, and that it builds on the headers of many years",
+                lambda long: pytest("tests/package")),
+    "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
+    "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
+              lambda long: pytest("tests/chaos", "--rounds", "200" if long else "25")),
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("kind", choices=KINDS, help="which kind")
+    parser.add_argument("--long", action="store_true", help="its longer run, where it has one")
+    arguments = parser.parse_args()
+    counts = KINDS[arguments.kind][1](arguments.long)
+    print(counts, flush=True)
+    return 0 if counts.failed == 0 else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
