@@ -56,10 +56,11 @@ class collector {
 public:
     enum class state { more, finished, interrupted };
 
-    collector(reply &answer, uint32_t sequence) : answer_(answer)
+    collector(reply &answer, const nlmsghdr &question)
+        : answer_(answer), acknowledged_((question.nlmsg_flags & NLM_F_ACK) != 0)
     {
         answer_.size_ = 0;
-        answer_.sequence_ = sequence;
+        answer_.sequence_ = question.nlmsg_seq;
     }
 
     // 0 or an errno value. Datagrams of other senders than the kernel are skipped.
@@ -126,11 +127,14 @@ private:
                 }
                 error_ = result >= 0 ? 0 : result >= -highest_errno ? -result : EPROTO;
                 finished_ = true;
+            } else if (!acknowledged_ && !(message->nlmsg_flags & NLM_F_MULTI)) {
+                finished_ = true;
             }
         }
     }
 
     reply &answer_;
+    bool acknowledged_; // else the answer itself is the end
     bool finished_ = false;
     bool interrupted_ = false;
     int error_ = 0;
@@ -152,7 +156,7 @@ int exchange(request &message, reply *answer)
             drop_socket();
             return error;
         }
-        collector gather(into, header->nlmsg_seq);
+        collector gather(into, *header);
         while (gather.progress() == collector::state::more) {
             if (int error = gather.receive(mnl_socket_get_fd(socket))) {
                 drop_socket();

@@ -1,10 +1,10 @@
 /*
  * The routing netlink socket: requests, answers and attributes.
  *
- * One socket serves every request of the process and stays open. Each request is acknowledged by the kernel
- * and matched by its sequence number, so an answer that an interrupted request left behind is never taken for
- * another's. A listing is collected whole before anyone sees it and repeated when the kernel says that it
- * changed meanwhile; a visitor may therefore send requests of its own.
+ * One socket serves every request of the process and stays open. Each request is answered or acknowledged by
+ * the kernel and matched by its sequence number, so an answer that an interrupted request left behind is
+ * never taken for another's. A listing is collected whole before anyone sees it and repeated when the kernel
+ * says that it changed meanwhile; a visitor may therefore send requests of its own.
  *
  * exchange() gives 0 or a positive errno value.
  */
@@ -39,6 +39,9 @@ public:
         return static_cast<Body *>(mnl_nlmsg_put_extra_header(header_, sizeof(Body)));
     }
     nlmsghdr *header() { return header_; }
+    // For a question that one message answers: without an acknowledgement behind it, one datagram less is
+    // read.
+    void answer_is_enough() { header_->nlmsg_flags &= static_cast<uint16_t>(~NLM_F_ACK); }
 
 private:
     alignas(nlmsghdr) char buffer_[512] = {};
