@@ -24,6 +24,13 @@ struct fib_route {
 // removal takes the route whoever made it.
 int change_route(uint16_t type, uint16_t flags, const fib_route &route);
 
+// Reads a route of a message; false for what is no unicast IPv4 route of a table.
+bool read_fib_route(const nlmsghdr &message, const rtmsg &body, fib_route *out);
+
+// The route that now serves an address, as its table has it; a question to the kernel's index that costs the
+// same however long the tables are. An errno value when none does.
+int route_serving(uint32_t address, fib_route *out);
+
 // Calls visit(const fib_route &) for each route of a table.
 template <typename Visit> int each_route(uint32_t table, Visit visit)
 {
@@ -34,13 +41,9 @@ template <typename Visit> int each_route(uint32_t table, Visit visit)
         return error;
     }
     answer.each<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr &message, const rtmsg &body) {
-        auto number = [&](uint16_t type, uint32_t absent) {
-            return netlink::value_u32(netlink::find(message, sizeof(body), type), absent);
-        };
-        if (body.rtm_family == AF_INET && body.rtm_type == RTN_UNICAST && !(body.rtm_flags & RTM_F_CLONED) &&
-            number(RTA_TABLE, body.rtm_table) == table) {
-            visit(fib_route{table, ntohl(number(RTA_DST, 0)), body.rtm_dst_len, ntohl(number(RTA_GATEWAY, 0)),
-                            number(RTA_OIF, 0), number(RTA_PRIORITY, 0)});
+        fib_route route;
+        if (read_fib_route(message, body, &route) && route.table == table) {
+            visit(route);
         }
     });
     return 0;

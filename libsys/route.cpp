@@ -36,17 +36,33 @@ int read_route(uint32_t table, const char *dst, const char *mask, const char *gw
     return 0;
 }
 
-// A removal that names no metric would take a route of any metric, so the route is looked for first. Of
-// several that differ in nothing but the metric the kernel takes the lowest one, which is then the one
-// without.
+bool is_meant(const fib_route &route, const fib_route &wanted)
+{
+    return route.table == wanted.table && route.destination == wanted.destination &&
+           route.prefix == wanted.prefix && route.gateway == wanted.gateway &&
+           route.metric == wanted.metric && (!wanted.device || route.device == wanted.device);
+}
+
+// Whether the route is there: mostly it is the one in use; else (a narrower route, one of another table or of
+// a lower metric comes before it, its device is down) its table is listed.
+int look_for(const fib_route &wanted, bool *there)
+{
+    fib_route serving;
+    *there = route_serving(wanted.destination, &serving) == 0 && is_meant(serving, wanted);
+    if (*there) {
+        return 0;
+    }
+    return each_route(wanted.table,
+                      [&](const fib_route &route) { *there = *there || is_meant(route, wanted); });
+}
+
+// A removal that names no metric would take a route of any metric, and one that names a gateway a route with
+// several of which it is the first; so the route is looked for before. Of several that differ in nothing but
+// the metric the kernel takes the lowest one, which is then the one without.
 int remove_exact(const fib_route &wanted)
 {
     bool there = false;
-    int error = each_route(wanted.table, [&](const fib_route &route) {
-        there = there || (route.destination == wanted.destination && route.prefix == wanted.prefix &&
-                          route.gateway == wanted.gateway && route.metric == wanted.metric &&
-                          (!wanted.device || route.device == wanted.device));
-    });
+    int error = look_for(wanted, &there);
     if (!error && !there) {
         error = ESRCH;
     }
