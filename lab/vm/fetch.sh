@@ -41,7 +41,8 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
         : > "$LAB_VM_CACHE/apt/$arch/.updated-$$"; }
     case $pkgs in @guest:*) pkgs=$(guest_pkgs "$arch" "${pkgs#@guest:}") ;; esac
     # one line per file: 'URL' NAME SIZE HASH
-    papt "$arch" apt-get install --print-uris -qq $pkgs |
+    # "reinstall": of what this machine has, its libraries are as good, but not what the set is for
+    papt "$arch" apt-get install --reinstall --print-uris -qq $pkgs |
         while read -r url name size hash; do
             [[ ${name%%_*} =~ $drop ]] || echo "$name $size $hash $url"
         done > "$debs/.list"
@@ -60,7 +61,8 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
 }
 
 unpack() {       # SET DIR
-    case $2 in */root/*) rm -rf "$2" ;; esac
+    # a set has its folder to itself, but for the emulators, which share one
+    case $2 in "$LAB_VM_CACHE"/root/*) rm -rf "$2" ;; esac
     mkdir -p "$2"
     local f
     for f in "$LAB_VM_CACHE/debs/$1"/*.deb; do dpkg-deb -x "$f" "$2"; done
