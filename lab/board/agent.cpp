@@ -128,7 +128,8 @@ void Carrier::raise(uint32_t id, const std::vector<std::string> &words)
         setsid();
         dup2(theirs.get(), 0);
         dup2(2, 1);
-        std::string folder = words[0], request = std::to_string(id);
+        const std::string &folder = words[0];
+        const std::string request = std::to_string(id);
         execl("/proc/self/exe", "lab-agent", "--board", folder.c_str(), programs_.c_str(), request.c_str(),
               nullptr);
         _exit(127);
@@ -141,7 +142,7 @@ void Carrier::raise(uint32_t id, const std::vector<std::string> &words)
     open_.insert(id);
     board_channel_ = std::make_unique<Channel>(
         loop_, board_fd_.get(), board_fd_.get(),
-        [this](Frame frame) {
+        [this](const Frame &frame) {
             if (frame.type == FrameType::Exit) {
                 open_.erase(frame.id);
             }
