@@ -90,6 +90,7 @@ def write_lab(folder, board, config, extra_plan=()):
     shutil.rmtree(folder, ignore_errors=True)
     rootfs = folder / "rootfs"
     shutil.copytree(paths.ROOT / "image/files", rootfs)
+    shutil.copytree(paths.LAB / "peers", rootfs / "usr/bin")       # commands for the hosts of the board
     (folder / "root").mkdir()
     shutil.copy(board.path, rootfs / "etc/board.json")
     for sample in (rootfs / "etc/config").iterdir():

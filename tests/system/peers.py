@@ -1,0 +1,76 @@
+"""The providers at the other end of a WAN, and what a WAN of DHCP or PPPoE shows in the router."""
+
+import re
+
+import state
+
+PATIENCE = 90       # seconds for anything that a peer's own timers decide; a quiet machine needs a few of them
+
+
+def until(lab, host, condition, seconds=PATIENCE):
+    """Waits until a shell condition holds in a host."""
+    lab.shell(host, "until %s; do sleep 0.2; done" % condition, check=True, timeout=seconds)
+
+
+def row(lab, name):
+    text = lab.ok("router", "cat", "/var/run/ivarode/wan/" + name)
+    return dict(line.split("=", 1) for line in text.splitlines())
+
+
+def default_routes(lab, number):
+    text = lab.ok("router", "sh", "-c", "ip -4 route show table %d 2>/dev/null || :" % number)
+    return [re.sub(r"\s+", " ", line).strip() for line in text.splitlines() if line.startswith("default")]
+
+
+def resolvers(lab):
+    return re.findall(r"^nameserver (\S+)$", lab.ok("router", "cat", "/etc/resolv.conf"), re.M)
+
+
+def address(lab, name):
+    return state.addresses(lab).get(name, [])
+
+
+def bound(lab, name, seconds=PATIENCE):
+    """Waits for the last thing that an event script does about a new address; the address."""
+    until(lab, "router", "grep -q '^ipaddr=[1-9]' /var/run/ivarode/wan/" + name, seconds)
+    return row(lab, name)["ipaddr"]
+
+
+def unbound(lab, name, seconds=PATIENCE):
+    until(lab, "router", "grep -q '^ipaddr=0' /var/run/ivarode/wan/" + name, seconds)
+
+
+def errors(lab):
+    """What the daemon has complained of."""
+    return [line for line in lab.ok("router", "cat", "/var/log/messages").splitlines()
+            if " ivarode[" in line and line.split()[1] in ("err", "warning")]
+
+
+def said_by_clients(lab):
+    """What the supervisor's children have written so far, as lines."""
+    return lab.ok("router", "cat", "/var/log/siblings.log").splitlines()
+
+
+class Dhcp:
+    """The DHCP server of a host: what its own log says."""
+
+    def __init__(self, lab, host="isp"):
+        self.lab, self.host = lab, host
+
+    def start(self, first="203.0.113.50", last="203.0.113.60", interface="eth0"):
+        self.lab.ok(self.host, "dhcp-provider", "start", interface, first, last)
+
+    def stop(self):
+        self.lab.ok(self.host, "dhcp-provider", "stop")
+
+    def messages(self):
+        """(kind, address or "") of each DHCP message, in order."""
+        text = self.lab.shell(self.host, "cat /var/log/dhcp-provider 2>/dev/null").out
+        return re.findall(r" DHCP([A-Z]+)\(\w+\) (?:(\d+\.\d+\.\d+\.\d+) )?", text)
+
+    def wait(self, kind, count, seconds=PATIENCE):
+        """Waits until the server's log holds a kind of message that many times."""
+        until(self.lab, self.host, "[ \"$(grep -c 'DHCP%s(' /var/log/dhcp-provider)\" -ge %d ]" % (kind, count), seconds)
+
+    def count(self, kind):
+        return len([1 for found, _ in self.messages() if found == kind])
