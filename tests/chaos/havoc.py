@@ -44,7 +44,7 @@ class Board:
         return {words[0]: words[1] for words in lines}
 
     def ended(self, name, seconds=60):
-        deadline = time.monotonic() + seconds
+        deadline = time.monotonic() + seconds * self.lab.pace
         while self.services()[name] == "running":
             assert time.monotonic() < deadline, name + " does not end"
             time.sleep(0.1)
@@ -149,7 +149,7 @@ def child(board, rng):
     pid = client_process(board, "dhcp", made.name)
     assert pid, "no client runs for " + made.name
     board.lab.ok("router", "kill", "-9", str(pid))
-    deadline = time.monotonic() + 60
+    deadline = time.monotonic() + 60 * board.lab.pace
     while client_process(board, "dhcp", made.name) in (None, pid):
         assert time.monotonic() < deadline, "nobody started the client again"
         time.sleep(0.2)

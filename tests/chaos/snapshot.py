@@ -117,7 +117,7 @@ def bare(fact):
 
 def first(lab):
     """The facts of a clean start, once the links have been seen: each WAN has its way out then."""
-    deadline = time.monotonic() + 60
+    deadline = time.monotonic() + 60 * lab.pace
     while True:
         facts = take(lab)
         if {("rule", "2000%d: from all lookup 2000%d" % (number, number)) for number in lab.topology.wans} <= set(facts):

@@ -45,7 +45,7 @@ def judge(board, clean, now):
 
 def settle(board, clean, verdict):
     """Looks until nothing is wrong, or time is up; what was left over."""
-    deadline = time.monotonic() + PATIENCE
+    deadline = time.monotonic() + PATIENCE * board.lab.pace
     while True:
         wrong, left = verdict(board, clean, snapshot.take(board.lab))
         if not wrong:

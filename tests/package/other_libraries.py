@@ -14,8 +14,9 @@ SOURCES = {"libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_buil
            "libuci.so": ("libuci", None, [])}
 
 
-def build(folder):
-    """Fills a folder with the four libraries; returns their names."""
+def build(folder, compiler=()):
+    """Fills a folder with the four libraries; returns their names. compiler: its words, for another processor."""
+    words = compiler or [shutil.which("clang++") or "g++"]
     headers = folder / "include"
     for source in common.BUS_HEADERS:
         shutil.copytree(source, headers, dirs_exist_ok=True)
@@ -26,7 +27,7 @@ def build(folder):
     for library, (part, names, more) in SOURCES.items():
         base = common.ROOT / "compat" / part / ("lib" if part == "libubus" else "src")
         sources = sorted(base.glob("*.cpp")) if names is None else [base / (name + ".cpp") for name in names]
-        common.run(shutil.which("clang++") or "g++", "-std=gnu++20", "-O0", "-fPIC", "-shared", "-fno-exceptions", "-fno-rtti",
+        common.run(*words, "-std=gnu++20", "-O0", "-fPIC", "-shared", "-fno-exceptions", "-fno-rtti",
                    "-nodefaultlibs", "-I", headers, "-o", folder / library, *sources, "-L", folder, *more, "-lc", "-lgcc")
     shutil.rmtree(headers)
     return sorted(SOURCES)

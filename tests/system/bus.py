@@ -5,7 +5,7 @@ import json
 
 def call(lab, name, method, /, **arguments):
     """(status, reply or None) of a method; the status as the method gave it."""
-    result = lab.run("router", "ubus", "-S", "-t", "10", "call", name, method, json.dumps(arguments), timeout=20)
+    result = lab.run("router", "ubus", "-S", "-t", 10 * lab.pace, "call", name, method, json.dumps(arguments), timeout=20)
     return result.status, json.loads(result.out) if result.out.strip() else None
 
 

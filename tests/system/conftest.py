@@ -1,6 +1,6 @@
 """One lab for a whole run of these tests; boards are raised in it as the tests need them.
 
-IVARODE_LAB_MODE chooses "native" or "vm" (default: native where this kernel has what it takes). A worker of its own
+IVARODE_LAB_MODE chooses "native", "vm" or "mips" (default: native where this kernel has what it takes). A worker of its own
 gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
 """
 
@@ -11,7 +11,7 @@ import sys
 import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab" / "board"))
-from labctl import client, topology  # noqa: E402
+from labctl import client, paths, topology  # noqa: E402
 
 READY = "ivarode init success"
 
@@ -62,6 +62,14 @@ def machine():
         pytest.fail("the lab does not come up: %s" % error)
     yield held
     held.lab.stop()
+
+
+@pytest.fixture(scope="session")
+def compiler(machine):
+    """Words of the C++ compiler for the board's processor; none where it is this machine's own."""
+    root = paths.cache_dir() / "root/sysroot-mipsel/usr"
+    return ["mipsel-linux-gnu-g++", "-isystem", str(root / "include"), "-L", str(root / "lib/mipsel-linux-gnu"),
+            "-D_FILE_OFFSET_BITS=64"] if machine.mode == "mips" else []
 
 
 @pytest.fixture

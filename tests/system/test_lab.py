@@ -22,7 +22,7 @@ def test_words_arrive_as_they_are(home):
 def test_time_limit_kills_all_of_a_command(home):
     began = time.monotonic()
     assert home.run("pc1", "sh", "-c", "sleep 77 & sleep 77", timeout=1).status == 124
-    assert time.monotonic() - began < 15
+    assert time.monotonic() - began < 15 * home.pace
     assert "sleep 77" not in home.ok("router", "busybox", "ps")
 
 
