@@ -1,24 +1,10 @@
 // What to do with each type of message.
 #include "broker.h"
+#include "wire.h"
 
 namespace broker {
 
 namespace {
-
-// Attributes of the wrong type count as absent.
-void parse(Message &msg)
-{
-    static const blob_attr_info info[UBUS_ATTR_MAX] = {
-        {BLOB_ATTR_UNSPEC, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // -, STATUS
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // OBJPATH, OBJID
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // METHOD, OBJTYPE
-        {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_NESTED, 0, 0, nullptr}, // SIGNATURE, DATA
-        {BLOB_ATTR_INT32, 0, 0, nullptr},  {BLOB_ATTR_INT8, 0, 0, nullptr},   // TARGET, ACTIVE
-        {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_NESTED, 0, 0, nullptr}, // NO_REPLY, SUBSCRIBERS
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
-    };
-    blob_parse(msg.body, msg.attr, info, UBUS_ATTR_MAX);
-}
 
 int handle_ping(Client *client, const Message &msg)
 {
@@ -119,7 +105,7 @@ void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int
     msg.hdr = hdr;
     msg.body = body;
     msg.fd = fd;
-    parse(msg);
+    wire::parse(msg.body, msg.attr);
 
     const Handler handler = hdr.type < __UBUS_MSG_LAST ? handlers[hdr.type] : nullptr;
     const int status = handler ? handler(client, msg) : static_cast<int>(UBUS_STATUS_INVALID_COMMAND);

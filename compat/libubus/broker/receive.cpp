@@ -1,18 +1,18 @@
 // Bytes from a client to whole messages. Memory for a message grows with what has arrived of it, so
 // announcing a large one costs the sender as much as the broker.
 #include "broker.h"
+#include "wire.h"
 
 #include <errno.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace broker {
 
 namespace {
 
-constexpr size_t header_len = sizeof(ubus_msghdr);
-constexpr size_t prefix_len = header_len + sizeof(blob_attr);
+using wire::header_len;
+using wire::prefix_len;
+
 constexpr size_t first_capacity = 1024;
 constexpr size_t kept_capacity = 65536;
 // After so many messages the others get their turn.
@@ -41,49 +41,18 @@ bool ensure_room(Client *client, size_t body_have, size_t body_goal)
     return true;
 }
 
-void keep_one_fd(msghdr &msg, Client *client)
-{
-    for (cmsghdr *cmsg = CMSG_FIRSTHDR(&msg); cmsg; cmsg = CMSG_NXTHDR(&msg, cmsg)) {
-        if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
-            continue;
-        }
-        const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; i++) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(fd));
-            if (client->rx_fd < 0) {
-                client->rx_fd = fd;
-            } else {
-                close(fd);
-            }
-        }
-    }
-}
-
 ssize_t read_towards(Client *client, size_t goal)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(4 * sizeof(int))];
-    iovec parts[2];
-    msghdr msg = {};
-
-    msg.msg_iov = parts;
     const size_t have = client->rx_have;
-    if (have < header_len) {
-        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&client->rx_hdr) + have, header_len - have};
-    }
     const size_t body_have = have < header_len ? 0 : have - header_len;
     size_t body_wanted = goal - header_len - body_have;
     if (body_wanted > client->rx_capacity - body_have) {
         body_wanted = client->rx_capacity - body_have;
     }
-    parts[msg.msg_iovlen++] = {client->rx_body + body_have, body_wanted};
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-
-    const ssize_t got = recvmsg(client->sock.fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    const ssize_t got = wire::read_on(client->sock.fd, client->rx_hdr, have, client->rx_body + body_have,
+                                      body_wanted, client->rx_fd);
     if (got > 0) {
         client->rx_have += static_cast<size_t>(got);
-        keep_one_fd(msg, client);
     }
     return got;
 }

@@ -49,7 +49,6 @@ namespace bus __attribute__((visibility("hidden")))
     // receive.cpp
     void on_readable(uloop_fd * sock, unsigned int events);
     void free_receive_buffer(ubus_context * ctx);
-    void parse_attributes(blob_attr * msg, blob_attr * *attributes);
 
     // connection.cpp: what a fresh context does when the broker goes away.
     void default_connection_lost(ubus_context * ctx);

@@ -1,5 +1,6 @@
 // Objects: publishing them, finding those of others, and serving the calls to our own.
 #include "internal.h"
+#include "wire.h"
 
 #include <unistd.h>
 
@@ -43,7 +44,7 @@ void take_ids(ubus_request *req, int, blob_attr *msg)
     auto *obj = static_cast<ubus_object *>(req->priv);
     blob_attr *attributes[UBUS_ATTR_MAX];
 
-    parse_attributes(msg, attributes);
+    wire::parse(msg, attributes);
     if (!attributes[UBUS_ATTR_OBJID]) {
         return;
     }
@@ -58,7 +59,7 @@ void forget_ids(ubus_request *req, int, blob_attr *msg)
     auto *obj = static_cast<ubus_object *>(req->priv);
     blob_attr *attributes[UBUS_ATTR_MAX];
 
-    parse_attributes(msg, attributes);
+    wire::parse(msg, attributes);
     if (!attributes[UBUS_ATTR_OBJID]) {
         return;
     }
@@ -152,7 +153,7 @@ void on_lookup_result(ubus_request *req, int, blob_attr *msg)
     auto *lookup = static_cast<Lookup *>(req->priv);
     blob_attr *attributes[UBUS_ATTR_MAX];
 
-    parse_attributes(msg, attributes);
+    wire::parse(msg, attributes);
     if (!attributes[UBUS_ATTR_OBJID] || !attributes[UBUS_ATTR_OBJPATH] || !attributes[UBUS_ATTR_OBJTYPE]) {
         return;
     }
@@ -192,7 +193,7 @@ void handle_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr 
 {
     blob_attr *attributes[UBUS_ATTR_MAX];
 
-    parse_attributes(msg, attributes);
+    wire::parse(msg, attributes);
     if (hdr.type == UBUS_MSG_INVOKE && attributes[UBUS_ATTR_OBJID]) {
         handle_invoke(ctx, hdr, attributes, fd);
         return;
@@ -209,7 +210,7 @@ void refuse_call(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int 
 {
     blob_attr *attributes[UBUS_ATTR_MAX];
 
-    parse_attributes(msg, attributes);
+    wire::parse(msg, attributes);
     if (hdr.type != UBUS_MSG_INVOKE || !attributes[UBUS_ATTR_OBJID] || attributes[UBUS_ATTR_NO_REPLY]) {
         return;
     }

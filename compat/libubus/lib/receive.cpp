@@ -1,18 +1,18 @@
 // Receiving: bytes to messages, messages to replies and calls. A message that arrives in pieces waits in the
 // context for the rest, so a broker that stops in the middle of one stalls nobody.
 #include "internal.h"
+#include "wire.h"
 
 #include <errno.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace bus {
 
 namespace {
 
-constexpr size_t header_len = sizeof(ubus_msghdr);
-constexpr size_t prefix_len = header_len + sizeof(blob_attr);
+using wire::header_len;
+using wire::prefix_len;
+
 constexpr int messages_per_turn = 64;
 constexpr int small_messages_before_shrinking = 16;
 constexpr int max_queued = 1024;
@@ -52,46 +52,14 @@ ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
     return grown;
 }
 
-void keep_fds(msghdr &msg, ReceivedMessage *rx)
-{
-    for (cmsghdr *cmsg = CMSG_FIRSTHDR(&msg); cmsg; cmsg = CMSG_NXTHDR(&msg, cmsg)) {
-        if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
-            continue;
-        }
-        const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; i++) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(fd));
-            if (rx->fd < 0) {
-                rx->fd = fd;
-            } else {
-                close(fd);
-            }
-        }
-    }
-}
-
 // Reads on towards `goal` bytes of the current message.
 ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-    iovec parts[2];
-    msghdr msg = {};
-
-    msg.msg_iov = parts;
-    if (rx->have < header_len) {
-        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&ctx->msgbuf.hdr) + rx->have,
-                                   header_len - rx->have};
-    }
     const size_t body_have = rx->have < header_len ? 0 : rx->have - header_len;
-    parts[msg.msg_iovlen++] = {rx->body + body_have, goal - header_len - body_have};
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-
-    const ssize_t got = recvmsg(ctx->sock.fd, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    const ssize_t got = wire::read_on(ctx->sock.fd, ctx->msgbuf.hdr, rx->have, rx->body + body_have,
+                                      goal - header_len - body_have, rx->fd);
     if (got > 0) {
         rx->have += static_cast<size_t>(got);
-        keep_fds(msg, rx);
     }
     return got;
 }
@@ -207,20 +175,6 @@ void connection_is_lost(ubus_context *ctx)
 }
 
 } // namespace
-
-void parse_attributes(blob_attr *msg, blob_attr **attributes)
-{
-    static const blob_attr_info info[UBUS_ATTR_MAX] = {
-        {BLOB_ATTR_UNSPEC, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // -, STATUS
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // OBJPATH, OBJID
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // METHOD, OBJTYPE
-        {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_NESTED, 0, 0, nullptr}, // SIGNATURE, DATA
-        {BLOB_ATTR_INT32, 0, 0, nullptr},  {BLOB_ATTR_INT8, 0, 0, nullptr},   // TARGET, ACTIVE
-        {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_NESTED, 0, 0, nullptr}, // NO_REPLY, SUBSCRIBERS
-        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
-    };
-    blob_parse(msg, attributes, info, UBUS_ATTR_MAX);
-}
 
 void on_readable(uloop_fd *sock, unsigned int)
 {

@@ -1,6 +1,7 @@
 // Requests of our own and the replies to them. A reply belongs to the request with the same sequence number
 // and the same peer.
 #include "internal.h"
+#include "wire.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -25,7 +26,7 @@ void call_data_callbacks(ubus_request *req, int type, blob_attr *msg)
     }
     if (req->data_cb) {
         blob_attr *attributes[UBUS_ATTR_MAX];
-        parse_attributes(msg, attributes);
+        wire::parse(msg, attributes);
         if (attributes[UBUS_ATTR_DATA]) {
             req->data_cb(req, type, attributes[UBUS_ATTR_DATA]);
         }
@@ -129,7 +130,7 @@ void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int
     }
     if (hdr.type == UBUS_MSG_STATUS) {
         blob_attr *attributes[UBUS_ATTR_MAX];
-        parse_attributes(msg, attributes);
+        wire::parse(msg, attributes);
         const blob_attr *status = attributes[UBUS_ATTR_STATUS];
         pass_fd(req, fd);
         finish(ctx, req, status ? blob_get_int32(status) : UBUS_STATUS_INVALID_ARGUMENT);

@@ -1,0 +1,68 @@
+#include "wire.h"
+
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace wire {
+
+namespace {
+
+void keep_one_fd(msghdr &msg, int &kept_fd)
+{
+    for (cmsghdr *cmsg = CMSG_FIRSTHDR(&msg); cmsg; cmsg = CMSG_NXTHDR(&msg, cmsg)) {
+        if (cmsg->cmsg_level != SOL_SOCKET || cmsg->cmsg_type != SCM_RIGHTS) {
+            continue;
+        }
+        const size_t count = (cmsg->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; i++) {
+            int fd;
+            memcpy(&fd, CMSG_DATA(cmsg) + i * sizeof(int), sizeof(fd));
+            if (kept_fd < 0) {
+                kept_fd = fd;
+            } else {
+                close(fd);
+            }
+        }
+    }
+}
+
+} // namespace
+
+ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd)
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(4 * sizeof(int))];
+    iovec parts[2];
+    msghdr msg = {};
+
+    msg.msg_iov = parts;
+    if (have < header_len) {
+        parts[msg.msg_iovlen++] = {reinterpret_cast<char *>(&hdr) + have, header_len - have};
+    }
+    parts[msg.msg_iovlen++] = {body, body_wanted};
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+
+    const ssize_t got = recvmsg(sock, &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (got > 0) {
+        keep_one_fd(msg, kept_fd);
+    }
+    return got;
+}
+
+void parse(blob_attr *msg, blob_attr **attributes)
+{
+    static const blob_attr_info info[UBUS_ATTR_MAX] = {
+        {BLOB_ATTR_UNSPEC, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // -, STATUS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // OBJPATH, OBJID
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_INT32, 0, 0, nullptr},  // METHOD, OBJTYPE
+        {BLOB_ATTR_NESTED, 0, 0, nullptr}, {BLOB_ATTR_NESTED, 0, 0, nullptr}, // SIGNATURE, DATA
+        {BLOB_ATTR_INT32, 0, 0, nullptr},  {BLOB_ATTR_INT8, 0, 0, nullptr},   // TARGET, ACTIVE
+        {BLOB_ATTR_INT8, 0, 0, nullptr},   {BLOB_ATTR_NESTED, 0, 0, nullptr}, // NO_REPLY, SUBSCRIBERS
+        {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
+    };
+    blob_parse(msg, attributes, info, UBUS_ATTR_MAX);
+}
+
+} // namespace wire
