@@ -10,9 +10,13 @@ int main(int argc, char **argv)
     static const struct {
         const char *name;
         void (*ask)(const bench::words &);
-    } questions[] = {{"relay", bench::ask_relay},   {"call", bench::ask_call},
-                     {"routes", bench::ask_routes}, {"interfaces", bench::ask_interfaces},
-                     {"frames", bench::ask_frames}, {"time", bench::ask_time}};
+    } questions[] = {{"relay", bench::ask_relay},
+                     {"call", bench::ask_call},
+                     {"routes", bench::ask_routes},
+                     {"direct", bench::ask_direct},
+                     {"interfaces", bench::ask_interfaces},
+                     {"frames", bench::ask_frames},
+                     {"time", bench::ask_time}};
     for (const auto &question : questions) {
         if (argc > 1 && !std::strcmp(argv[1], question.name)) {
             question.ask(bench::words(argv + 2, argv + argc));

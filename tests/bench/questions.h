@@ -12,6 +12,7 @@ using words = std::vector<std::string>;
 void ask_relay(const words &);      // ROUNDS
 void ask_call(const words &);       // NAME ROUNDS OBJECT METHOD [JSON]
 void ask_routes(const words &);     // SAMPLES SIZE...
+void ask_direct(const words &);     // COUNT
 void ask_interfaces(const words &); // ROUNDS
 void ask_frames(const words &);     // DEVICE SECONDS DESTINATION SOURCE
 void ask_time(const words &);       // COMMAND...

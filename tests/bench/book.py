@@ -1,0 +1,127 @@
+"""docs/performance.md and its plots, from the figures of a run."""
+
+import report
+
+TEXT = """# What it costs
+
+Written by `tests/bench/run`; the figures are of one machine on one day: {machine}.
+
+No test asserts a time. Each figure stands beside its limit or a peer, measured in turns in the same run (medians; the
+ratio is the median of the ratios of neighbours), so that another machine may give other times and much the same
+ratios. "host" is this machine's kernel, "small machine" the lab's (see [lab](lab.md)), whose processor is emulated where
+this one cannot be lent: there only ratios mean something. The daemon, the platform library and the broker are those that
+ship; bus measurements have client, broker and daemon on one processor, as on the router.
+
+{table}
+
+![Ratios beside their aims](performance-ratios.svg)
+
+## What the questions mean
+
+| question | ours | limit | command |
+|---|---|---|---|
+| bus call | a call to the daemon over the broker | the same call to an object that does nothing, or, for `statist`, to one that has the same answer ready | `tests/bench/run --only board` |
+| interface | `add` of a LAN interface on a VLAN: VLAN device, MAC, bridge, address, with the bus call and the switch | the nine kernel operations themselves, sent one by one without a question; one `ip -batch` | `--only vlans` |
+| routes over the bus | a call and what it does | an empty call and the same change sent to the kernel in a table of its own, which grows alike | `--only board` |
+| routes at the start | reading 10,000 sections and installing them, in the daemon's own code | `ip -batch` with as many lines, which reads no configuration; raw netlink | `--only host` |
+| firewall skeleton | the whole skeleton, in a fresh network | `iptables-restore` of the rules that it leaves | `--only host` |
+| start | from exec to `ivarode init success`, less the five seconds in which the daemon waits for links | the same devices, addresses, routes, rules and chains by one `ip -batch` and one `iptables-restore` | `--only vlans` |
+| statistics sample | the daemon's timer, with as many interfaces | opening, reading and closing `/proc/net/dev` with a large buffer | `--only host` |
+| broker | a call to an object that does nothing | a ball of 64 bytes thrown over a pair of sockets and back | `--only board` |
+| `vswitch` | 64-byte frames from a PC to another on the virtual board | a kernel bridge between two pairs of veths | `--only board` |
+
+Sizes, libraries and relocations are those of a Release build, `strip`, `readelf -d` and `readelf -r`. System calls and
+processes are counted with `strace`.
+
+## Routes: where a walk matters
+
+![Calls to ivarode.route beside their limit](performance-routes.svg)
+
+{walk}
+
+![Routes loaded from the configuration](performance-load.svg)
+
+{load}
+
+## Statistics
+
+![A statistics sample beside reading the file](performance-samples.svg)
+
+Every device of the table is looked for among the interfaces of its port, so a sample grows with the square of the
+interfaces of a port. A board of this kind has a handful. {calls}
+
+## Processes of the firewall skeleton
+
+A question costs no process: each table is listed once and the view kept in step with the daemon's own changes. A change
+costs one, because each platform call answers for its own success; several changes in one `iptables-restore` would leave
+nobody to say which of them failed. That is why the first start is several times slower than one `iptables-restore`, and
+with it the start of the router.
+
+## What is missed
+
+{missed}
+
+## Files
+
+{files}
+
+The daemon does not need libstdc++ or libgcc_s at run time, and neither does the platform library. SQLite is loaded when the
+first PPP record is written and costs nothing before.
+
+## Instructions
+
+`tests/bench/check` counts the instructions of fixed scenarios and compares them with `tests/bench/instructions.txt`; more
+than 5 % above the table fails. These counts do not depend on the machine's speed or load.
+"""
+
+
+def walk(routes):
+    """What finding a route costs, in words."""
+    find = routes["find"]
+    sizes = sorted(find)
+    short, long = sizes[0], sizes[-1]
+    entry = (find[long][0] - find[short][0]) / ((long - short) / 2)      # on average half the list is walked
+    limit = find[short][1]
+    return ("A route is found by walking a list from its head: %.1f ns for each route before it, half of the list on "
+            "average. An empty call and one route in the kernel take %.1f µs, so the walk makes a call a fifth longer "
+            "from about %d routes on, and twice as long from about %d; to touch each of n routes once costs time that "
+            "grows with n². Adding walks nothing. A removal asks the kernel's index for its route; only where another "
+            "route hides it is the table listed." % (entry * 1e3, limit, round(0.4 * limit / entry, -2),
+                                                     round(2 * limit / entry, -2)))
+
+
+def load(times):
+    """What reading many sections costs, in words."""
+    slower = [count for count, (ours, batch, _) in sorted(times.items()) if ours > batch]
+    if not slower:
+        return "Loading is faster than `ip -batch` at each of these sizes."
+    return ("Loading is slower than `ip -batch` from somewhere below %d routes on: the configuration library compares the name "
+            "of each section with all before it, and that grows with the square of their number." % slower[0])
+
+
+def write(folder, run, machine):
+    routes, loads, samples = run.plots["routes"], run.plots["load"], run.plots["samples"]
+    names = {"add": "add", "find": "enable (found, installed)", "edit": "edit", "del": "del"}
+    lines = {names[operation]: {size: times[0] for size, times in sizes.items()} for operation, sizes in routes.items()}
+    lines["limit: empty call, netlink"] = {size: times[1] for size, times in routes["find"].items()}
+    plots = {
+        "routes": report.curves("One call to ivarode.route", "routes in the table", "µs", lines),
+        "load": report.curves("Routes from the configuration", "routes", "ms", {
+            name: {count: times[column] / 1e3 for count, times in loads.items()}
+            for column, name in enumerate(("ours", "limit: ip -batch", "limit: raw netlink"))}),
+        "samples": report.curves("One statistics sample", "interfaces", "µs", {
+            name: {count: times[column] for count, times in samples.items()}
+            for column, name in enumerate(("ours", "limit: reading the file"))}),
+        "ratios": report.ratios(run.rows),
+    }
+    for name, plot in plots.items():
+        (folder / ("performance-%s.svg" % name)).write_text(plot, encoding="utf-8")
+    notes = [note for row in run.rows for note in row.notes]
+    missed = ["- %s: %s, aim %s" % (row.question, row.ratio if row.ratio != "–" else row.ours, row.aim)
+              for row in run.rows if row.held == "no"]
+    (folder / "performance.md").write_text(TEXT.format(
+        machine=machine, table=report.as_markdown(run.rows), walk=walk(routes), load=load(loads),
+        calls="; ".join(note for note in notes if "system calls" in note) + ".",
+        missed="\n".join(missed) or "Nothing.",
+        files="\n".join("- `%s`%s" % tuple(note.split(", ", 1)[0:1] + [", " + note.split(", ", 1)[1]])
+                        for note in notes if "stripped" in note)), encoding="utf-8")

@@ -1,0 +1,263 @@
+"""What is measured on the virtual board: the daemon as it ships, on a broker, with siblings and a switch around it.
+
+What needs no VLAN devices is measured natively wherever that is possible, the rest on whatever the lab runs on.
+"""
+
+import contextlib
+import re
+import shutil
+import sys
+import tempfile
+import time
+from pathlib import Path
+from statistics import median
+
+import on_host
+from row import Row, compared, figures
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "lab/board"))
+from labctl import carrier, client  # noqa: E402
+
+READY = "ivarode init success"
+PAUSE = 5.0                     # seconds of a start in which the daemon waits for links
+ON_ONE_PROCESSOR = "busybox taskset 1 "     # as on the router; who wakes whom where is not what is asked
+SIZES = (10, 100, 1000, 3000, 10000)
+
+
+class Session:
+    """A lab of our own."""
+
+    def __init__(self, build, mode):
+        self.build = build
+        self.lab = client.Lab("bench")
+        if self.lab.alive():
+            self.lab.stop()
+        self.mode, self.why = self.lab.start(mode, tied=True)
+        self.where = "host" if self.mode == "native" else "small machine"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.lab.stop()
+
+    def raise_board(self, board, config):
+        """Seconds from the daemon's start to its last message."""
+        self.lab.raise_board(board, str(config))
+        taken, _ = self.lab.said(READY, 300)
+        self.lab.put("router", "/tmp/bench", (self.build / "bin/bench").read_bytes(), 0o755)
+        self.pin()
+        return taken
+
+    def pin(self):
+        self.lab.shell("router", "for p in $(busybox pidof ubusd ivarode); do busybox taskset -p 1 $p; done", check=True)
+
+    def restart(self):
+        self.lab.ok("agent", "restart", "daemon", timeout=120)
+        taken, _ = self.lab.said(READY, 300)
+        self.pin()
+        return taken
+
+    def bench(self, question, **more):
+        return figures(self.lab.shell("router", ON_ONE_PROCESSOR + "/tmp/bench " + question, check=True, timeout=600,
+                                      **more).out)
+
+
+def own_config(folder, **packages):
+    for name in ("lan_intf", "wan_intf", "route_config"):
+        (folder / name).write_text(packages.get(name, ""), encoding="utf-8")
+    (folder / "hosts").write_text(packages.get("hosts", ""), encoding="utf-8")
+    return folder
+
+
+# --- without VLAN devices ----------------------------------------------------------------------------------------
+def call_rows(session, quick):
+    found = session.bench("relay %d" % (500 if quick else 5000))
+    rows = [compared("broker: one call and its answer", *found["relay.latency"][:2], "socketpair ping-pong", 3,
+                     found["relay.latency"][2], where=session.where),
+            compared("broker: a call, 16 on their way at once", *found["relay.many"][:2], "socketpair ping-pong", 3,
+                     found["relay.many"][2], where=session.where)]
+    found = session.bench("call run %d ivarode.run run" % (500 if quick else 5000))
+    rows.append(compared("call run", *found["call.run.empty"][:2], "empty object", 1.3, found["call.run.empty"][2],
+                         where=session.where))
+    return rows
+
+
+def route_rows(session, quick):
+    """Rows of the longest table, and for the plot: operation -> size -> (ours, limit)."""
+    session.lab.ok("router", "ip", "address", "add", "203.0.113.2/24", "dev", "eth0")
+    found = session.bench("routes %d %s" % (40 if quick else 300, " ".join(map(str, SIZES))))
+    plot = {operation: {size: found["route.%s.%d" % (operation, size)] for size in SIZES}
+            for operation in ("add", "find", "edit", "del")}
+    texts = {"add": "added", "find": "found and installed again", "edit": "edited", "del": "deleted"}
+    rows = []
+    for size in (1000, 10000):
+        for operation, text in texts.items():
+            ours, limit, ratio = plot[operation][size]
+            rows.append(compared("route %s over the bus, %d in the table" % (text, size), ours, limit,
+                                 "empty call + raw netlink", 1.2, ratio, where=session.where))
+    return rows, plot
+
+
+def memory_row(session):
+    text = session.lab.ok("router", "sh", "-c", "cat /proc/$(busybox pidof ivarode)/status")
+    values = dict(re.findall(r"^(VmRSS|RssAnon):\s+(\d+) kB", text, re.M))
+    anonymous = int(values["RssAnon"])
+    return Row("memory after the start, resident / anonymous", "%s kB / %d kB" % (values["VmRSS"], anonymous),
+               aim="anonymous ≤ 350 kB", held="yes" if anonymous <= 350 else "no", where=session.where)
+
+
+def switch_row(session, quick):
+    """Frames from one PC to another through the emulated switch, beside a kernel bridge, in turns."""
+    lab, seconds, pairs = session.lab, 0.5 if quick else 2, []
+    macs = {host: lab.ok(host, "cat", "/sys/class/net/eth0/address").strip() for host in ("pc1", "pc2")}
+    for host in macs:
+        lab.put(host, "/tmp/bench", (session.build / "bin/bench").read_bytes(), 0o755)
+    send = "/tmp/bench frames eth0 %g %s %s"
+    lab.shell("pc2", send % (0.01, macs["pc1"], macs["pc2"]), check=True)      # the switch learns where it is
+
+    def received():
+        """Frames that PC 2 has got once no more come."""
+        last = -1
+        while True:
+            count = int(lab.ok("pc2", "cat", "/sys/class/net/eth0/statistics/rx_packets"))
+            if count == last:
+                return count
+            last = count
+            time.sleep(0.2)
+
+    for _ in range(2 if quick else 5):
+        limit = on_host.bridge_rate(session.build, seconds)
+        before = received()
+        spent = float(lab.shell("pc1", send % (seconds, macs["pc2"], macs["pc1"]), check=True).out.split()[2])
+        pairs.append(((received() - before) / spent * 1e6, limit))
+    ours, limit = (median(column) for column in zip(*pairs))
+    return Row("vswitch: 64-byte frames from port to port", "%.0f kframes/s" % (ours / 1e3),
+               "kernel bridge between veths %.0f kframes/s" % (limit / 1e3),
+               "%.2f" % median(one / other for one, other in pairs), "≥ 200 kframes/s",
+               "yes" if ours >= 200_000 else "no", where=session.where)
+
+
+def without_vlans(build, quick):
+    """(rows of calls, rows of routes, their plot, rows of memory, row of the switch)"""
+    with tempfile.TemporaryDirectory() as text, Session(build, "native") as session:
+        folder = own_config(Path(text), hosts="pc1 lan1\npc2 lan2\nisp wan1\n")
+        session.raise_board("one-cpu", folder)
+        memory = memory_row(session)
+        memory.question += ", no interface"
+        switch = switch_row(session, quick)
+        calls = call_rows(session, quick)
+        routes, plot = route_rows(session, quick)
+        return calls, routes, plot, [memory], switch
+
+
+# --- with VLAN devices -------------------------------------------------------------------------------------------
+def batch_of(lab):
+    """What "ip -batch" needs to lay what the router has now, on an "eth0" that is there."""
+    def asked(*words):
+        return lab.run("router", "ip", "-d", "-j", *words, check=True).json()
+
+    links, up, lines = asked("link"), [], []
+    for link in links:
+        info = link.get("linkinfo", {})
+        if info.get("info_kind") == "vlan":
+            lines.append("link add link %s name %s address %s type vlan id %d" % (
+                link["link"], link["ifname"], link["address"], info["info_data"]["id"]))
+        elif info.get("info_kind") == "bridge":
+            lines.append("link add %s address %s type bridge stp_state 0 forward_delay 0" % (link["ifname"], link["address"]))
+        if "UP" in link["flags"] and link["ifname"] != "lo":
+            up.append("link set %s up" % link["ifname"])
+    lines += ["link set %s master %s" % (link["ifname"], link["master"]) for link in links if "master" in link]
+    lines += up
+    for link in asked("address"):
+        lines += ["address add %s/%d broadcast + dev %s" % (address["local"], address["prefixlen"], link["ifname"])
+                  for address in link["addr_info"] if address["family"] == "inet" and link["ifname"] != "lo"]
+    for route in asked("-4", "route", "show", "table", "all"):
+        if route.get("protocol") != "kernel":
+            lines.append("route add %s via %s dev %s metric %d table %s" % (
+                route["dst"], route["gateway"], route["dev"], route.get("metric", 0), route.get("table", "main")))
+    lines += ["rule add preference %d from all lookup %s" % (rule["priority"], rule["table"])
+              for rule in asked("rule") if rule["priority"] not in (0, 32766, 32767)]
+    return "\n".join(lines) + "\n"
+
+
+def start_rows(session, quick):
+    first = [session.raise_board("two-wan", "three-lans")]
+    lab = session.lab
+    lab.put("router", "/tmp/batch", batch_of(lab))
+    lab.shell("router", "iptables-save > /tmp/rules", check=True)
+    lay = ("busybox unshare -n /bin/sh -ec 'ip link set lo up; ip link add eth0 type veth peer name far; ip link set far up; "
+           "/tmp/bench time /bin/sh -ec \"ip -batch /tmp/batch; iptables-restore < /tmp/rules\"'")
+
+    def limit():
+        return figures(lab.shell("router", lay, check=True, timeout=120).out)["time"][0]
+
+    limits = [limit()]
+    second = [(session.restart() - PAUSE) * 1e6 for _ in range(1 if quick else 3)]
+    for _ in range(0 if quick else 2):
+        first.append(session.raise_board("two-wan", "three-lans"))
+        lab.put("router", "/tmp/batch", batch_of(lab))
+        lab.shell("router", "iptables-save > /tmp/rules", check=True)
+        limits.append(limit())
+    question = "start to “init success” less its pause, 3 LANs and 2 WANs"
+    return [compared(question, median((one - PAUSE) * 1e6 for one in first), median(limits),
+                     "one ip -batch and one iptables-restore", 2, where=session.where),
+            compared("the same, second start", median(second), median(limits),
+                     "one ip -batch and one iptables-restore", 1.5, where=session.where)]
+
+
+def interface_rows(session, quick):
+    found = session.bench("interfaces %d" % (8 if quick else 60))
+    return [compared("interface added over the bus", *found["interface.direct"][:2], "raw netlink", 1.2,
+                     found["interface.direct"][2], where=session.where),
+            compared("the same", *found["interface.call-and-direct"][:2], "empty call + raw netlink", None,
+                     found["interface.call-and-direct"][2], where=session.where),
+            compared("the same", *found["interface.batch"][:2], "ip -batch", None, found["interface.batch"][2],
+                     where=session.where)]
+
+
+def statist_rows(session, quick):
+    rows, made = [], 0
+    for count in (8, 64):
+        script = "".join(
+            "ubus call ivarode.intf add '{\"intf\":\"lan3_s%d\",\"vlanid1\":200,\"vlanid2\":%d,\"ipaddr\":\"10.1.%d.1\","
+            "\"netmask\":\"255.255.255.0\"}'\n" % (number, number + 1, number) for number in range(made, count))
+        session.lab.shell("router", script, check=True, timeout=300)
+        made = count
+        found = session.bench("call statist %d ivarode.intf statist" % (100 if quick else 1000))
+        rows.append(compared("call statist, %d interfaces and those of the start" % count, *found["call.statist.same"][:2],
+                             "an object with the same answer ready", 1.5, found["call.statist.same"][2],
+                             where=session.where))
+    return rows
+
+
+def with_vlans(build, quick):
+    """(rows of the start, of an interface, of statist, of memory)"""
+    with Session(build, "") as session:
+        starts = start_rows(session, quick)
+        memory = memory_row(session)
+        memory.question += ", 3 LANs and 2 WANs"
+        return starts, interface_rows(session, quick), statist_rows(session, quick), [memory]
+
+
+def on_mips(build):
+    """The start on an emulated MIPS machine; nothing when its programs are not built."""
+    if not (build / "mipsel/bin/ivarode").exists():
+        return []
+    with contextlib.ExitStack() as stack:
+        session = stack.enter_context(Session(build, "mips"))
+        session.lab.raise_board("two-wan", "three-lans")
+        taken, _ = session.lab.said(READY, 600)
+        return [Row("start less its pause, 3 LANs and 2 WANs, MIPS", "%.1f s" % (taken - PAUSE),
+                    where="small MIPS machine")]
+
+
+def lacking():
+    """Why nothing can be measured natively, or ""."""
+    if carrier.as_root(["true"]) is None:
+        return "no root here"
+    return "" if shutil.which("unshare") and Path("/dev/net/tun").exists() else "no unshare or no tun here"
+
+
+Failure = (client.LabError, carrier.CarrierError, carrier.machine.MachineError, on_host.Unable, TimeoutError)
