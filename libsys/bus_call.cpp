@@ -74,6 +74,10 @@ int call_bus(const char *object, const char *method, blob_buf *message, ubus_dat
     if (status) {
         return status == UBUS_STATUS_NOT_FOUND ? object_missing : status;
     }
+    // found, and without an id: nothing that can be called
+    if (id == 0) {
+        return object_missing;
+    }
     empty_message nothing;
     return ubus_invoke(bus.get(), id, method, message ? message->head : nothing.get(), reply, priv,
                        timeout_ms);

@@ -51,8 +51,7 @@ int route_serving(uint32_t address, fib_route *out)
     body->rtm_family = AF_INET;
     body->rtm_dst_len = 32;
     // The route itself, with its own table; kernels that do not know this answer with a copy made for the
-    // address
-    // ("cloned").
+    // address ("cloned").
     body->rtm_flags = RTM_F_FIB_MATCH | RTM_F_LOOKUP_TABLE;
     mnl_attr_put_u32(request.header(), RTA_DST, htonl(address));
     request.answer_is_enough();

@@ -158,6 +158,7 @@ int iptlib_chain_is_exist(const char *table, const char *chain)
     bool answer = false;
     int error = is_name(table) && is_name(chain) ? view.has_chain(table, chain, &answer) : EINVAL;
     if (error) {
+        view.forget_all();
         fail(error, __func__, "%s, %s", shown(table), shown(chain));
     }
     return answer ? 1 : 0;
@@ -170,6 +171,7 @@ int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
                     ? view.has_rule(table, chain, text, &answer)
                     : EINVAL;
     if (error) {
+        view.forget_all();
         fail(error, __func__, "%s, %s, %s", shown(table), shown(chain), shown(text));
     }
     return answer ? 1 : 0;

@@ -22,7 +22,7 @@ int nl_init(const char *client);
 // Registers for link changes of switch ports: type 1.
 int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event));
 
-// Starts the watch of the ports' links.
+// Prepares the watch of the ports' links.
 int nl_duplex_init(void);
 
 // Opens the routing message channel, and registers for new addresses: type 20.
