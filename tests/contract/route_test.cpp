@@ -262,4 +262,75 @@ TEST_F(StaticRouteTest, OfSeveralMetricsTheOneWithoutIsRemoved)
     EXPECT_EQ(table(10000), "203.0.113.0/24 via 192.0.2.254 dev v0 proto 105 metric 7 \n");
 }
 
+// A rule leads to the table, so that most routes are found as those in use.
+class RouteInUseTest : public RouteTest {
+protected:
+    void SetUp() override
+    {
+        RouteTest::SetUp();
+        if (!IsSkipped()) {
+            ip("rule add preference 10000 lookup 10000");
+            ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.113.0", "255.255.255.0", "192.0.2.254", "v0", 7), 0);
+        }
+    }
+    static int remove(const char *gateway, const char *device, int metric)
+    {
+        return netlib_rt_del_gw(10000, "203.0.113.0", "255.255.255.0", gateway, device, metric);
+    }
+};
+
+TEST_F(RouteInUseTest, TheExactRouteIsRemoved)
+{
+    EXPECT_NE(remove("192.0.2.254", "v0", 0), 0);
+    EXPECT_NE(remove("192.0.2.254", "v0", 9), 0);
+    EXPECT_NE(remove("192.0.2.253", "v0", 7), 0);
+    EXPECT_NE(remove("192.0.2.254", "w0", 7), 0);
+    EXPECT_NE(netlib_rt_del_gw(10000, "203.0.113.0", "255.255.255.128", "192.0.2.254", "v0", 7), 0);
+    EXPECT_NE(netlib_rt_del_gw(10001, "203.0.113.0", "255.255.255.0", "192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(count(table(10000), "\n"), 1U);
+    EXPECT_EQ(remove("192.0.2.254", nullptr, 7), 0);
+    EXPECT_EQ(table(10000), "");
+}
+
+TEST_F(RouteInUseTest, IsRemovedBehindOneOfALowerMetric)
+{
+    ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.113.0", "255.255.255.0", "192.0.2.254", "v0", 0), 0);
+    EXPECT_EQ(remove("192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(table(10000), "203.0.113.0/24 via 192.0.2.254 dev v0 proto 105 \n");
+}
+
+TEST_F(RouteInUseTest, IsRemovedBehindANarrowerOne)
+{
+    ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.113.0", "255.255.255.255", "192.0.2.253", "v0", 7), 0);
+    EXPECT_EQ(remove("192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(table(10000), "203.0.113.0 via 192.0.2.253 dev v0 proto 105 metric 7 \n");
+}
+
+TEST_F(RouteInUseTest, IsRemovedBehindOneOfATableThatComesFirst)
+{
+    ip("rule add preference 9999 lookup 9999");
+    ASSERT_EQ(netlib_rt_add_gw(9999, "203.0.113.0", "255.255.255.0", "192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(remove("192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(table(10000), "");
+    EXPECT_EQ(count(table(9999), "\n"), 1U);
+}
+
+TEST_F(RouteInUseTest, OneOfSeveralPathsIsAnotherRoute)
+{
+    ASSERT_EQ(remove("192.0.2.254", "v0", 7), 0);
+    ip("route add 203.0.113.0/24 table 10000 metric 7 nexthop via 192.0.2.254 dev v0 nexthop via "
+       "198.51.100.254 dev w0");
+    EXPECT_NE(remove("192.0.2.254", "v0", 7), 0);
+    EXPECT_EQ(errno, ESRCH);
+    EXPECT_EQ(count(table(10000), "nexthop"), 2U);
+}
+
+TEST_F(RouteInUseTest, IsRemovedWhileItsDeviceIsDown)
+{
+    ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.112.0", "255.255.255.0", "198.51.100.254", "w0", 7), 0);
+    ip("link set w1 down"); // the cable is pulled: the route stays and is not used
+    EXPECT_EQ(netlib_rt_del_gw(10000, "203.0.112.0", "255.255.255.0", "198.51.100.254", "w0", 7), 0);
+    EXPECT_FALSE(contains(table(10000), "203.0.112.0"));
+}
+
 } // namespace
