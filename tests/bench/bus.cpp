@@ -41,6 +41,7 @@ int answer_ready_made(ubus_context *context, ubus_object *, ubus_request_data *r
     object.type = &type;
     object.methods = &method;
     object.n_methods = 1;
+    uloop_done(); // the loop of the process that this one was copied from
     uloop_init();
     ubus_context *context = ubus_connect(nullptr);
     if (!context || ubus_add_object(context, &object) != 0) {

@@ -104,7 +104,7 @@ def firewall_rows(build, quick):
     for name, pairs, aim, (processes, changes, listings) in (("first", first, None, counts[0]),
                                                              ("second", second, 3, counts[1])):
         rows.append(paired("firewall skeleton, %s start" % name, pairs, "one iptables-restore", aim))
-        rows.append(Row("its processes", "%d" % processes, "%d changes, %d tables to list" % (changes, listings),
+        rows.append(Row("its processes, %s start" % name, "%d" % processes, "%d changes, %d tables to list" % (changes, listings),
                         "%.2f" % (processes / (changes + listings)), "one per change, none per question",
                         "yes" if processes <= changes + listings and listings <= 3 else "no"))
     return rows
