@@ -200,6 +200,16 @@ def test_a_dialled_wan_gets_route_resolver_and_row_and_loses_them(tmp_path):
     assert gone["default"] == "" and gone["resolver"] == "" and "ipaddr=0.0.0.0" in gone["row"]
 
 
+def test_a_link_that_ends_late_leaves_the_servers_of_the_next_protocol(tmp_path):
+    dialled = ppp("up", "pppoec,20001", "DNS1=198.51.100.9")
+    gone = ppp("down", "pppoec,20001")
+    out = sandbox.run(PPP + "row wan1 pppoe\n" + dialled + "row wan1 dhcp\n" + event("bound", dns="203.0.113.1") + SHOW + "echo ==\n" + gone + SHOW
+                      + "echo ==\nrow wan1 pppoe\n" + dialled + event("deconfig") + SHOW, tmp_path)
+    lease, late, again = (facts(part)["resolver"] for part in out.split("==\n"))
+    assert lease == late == "nameserver 203.0.113.1;"
+    assert again == "nameserver 198.51.100.9;"
+
+
 def test_a_login_and_a_logout_are_reported(tmp_path):
     out = sandbox.run(WAN + ppp("up", "pptp,192.0.2.33", "PEERNAME=alice@home MACREMOTE=02:00:00:00:00:09")
                       + ppp("down", "pptp,192.0.2.33", "PEERNAME=alice@home") + "cat /root/calls", tmp_path)

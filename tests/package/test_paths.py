@@ -15,7 +15,7 @@ pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbo
 SERVERS = """
 mkdir -p /run/ivarode/wan
 . /lib/ivarode/wan.sh
-wan_dns wan1 20001 203.0.113.9
+wan_dns wan1 dhcp 20001 203.0.113.9
 echo "own $(cat /etc/resolv.conf)"
 """
 

@@ -39,18 +39,11 @@ lease_up() {
         wan_route_down "$interface" "$number"
     fi
     # shellcheck disable=SC2086  # a list of servers
-    wan_dns "$interface" "$number" $dns
+    wan_dns "$interface" dhcp "$number" $dns
     # shellcheck disable=SC2086
     set -- $dns
     wan_row "$interface" dhcp "$ip" "${subnet:-0.0.0.0}" "${gateway:-0.0.0.0}" "$1" "$2"
     wan_log "$interface $event $ip/${mask:-$subnet} gateway ${gateway:-none} for ${lease:-?} s: bound"
-}
-
-# A WAN that was set up anew has another client by the time the old one says goodbye. The pid file is the new
-# one's then, and so are the device and its routes.
-client_is_replaced() {
-    read -r current 2>/dev/null <"/var/run/udhcpc-$interface.pid" || return 1
-    [ "$current" != "$PPID" ]
 }
 
 lease_down() {
@@ -60,7 +53,7 @@ lease_down() {
         wan_row "$interface" dhcp 0.0.0.0 0.0.0.0 0.0.0.0
     fi
     rm -f "$held"
-    wan_dns "$interface"
+    wan_dns "$interface" dhcp
     wan_log "$interface has no lease"
 }
 

@@ -143,20 +143,23 @@ wan_resolver_write() {
     mv -f "$fresh" "$target" 2>/dev/null || { cat "$fresh" >"$target"; rm -f "$fresh"; }
 }
 
-# wan_dns NAME [P SERVER...]: the servers of this WAN are now these, or none.
+# wan_dns NAME PROTOCOL [P SERVER...]: the servers of this WAN are now these; with PROTOCOL alone, those that this protocol
+# set are no longer. The client of the WAN's next protocol may have set its own by then.
 wan_dns() (
     umask 022
     mkdir -p "$WAN_DNS" || exit 1
     if command -v flock >/dev/null; then
         exec 8>>"$WAN_DNS/.lock" && flock 8
     fi
-    name=$1 number=$2
-    rm -f "$WAN_DNS"/[0-9]*."$name"
+    name=$1 protocol=$2 number=$3
     if [ $# -gt 2 ]; then
-        shift 2
+        rm -f "$WAN_DNS"/[0-9]*.dhcp."$name" "$WAN_DNS"/[0-9]*.pppoe."$name"
+        shift 3
         for server in "$@"; do
-            wan_is_plain "$server" && echo "nameserver $server"
-        done >"$WAN_DNS/$number.$name"
+            wan_is_plain "$server" && echo "nameserver $server" >>"$WAN_DNS/$number.$protocol.$name"
+        done
+    else
+        rm -f "$WAN_DNS"/[0-9]*."$protocol.$name"
     fi
     wan_resolver_write
 )
