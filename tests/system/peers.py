@@ -74,3 +74,40 @@ class Dhcp:
 
     def count(self, kind):
         return len([1 for found, _ in self.messages() if found == kind])
+
+
+SECRETS = "user1 * secret1 *\nuser2 * secret2 *\n"
+
+# A host of its own behind the access concentrator, on a network with frames of full size. What goes from there to a
+# subscriber must fit into the session by itself: nobody tells the host that a packet was too big.
+BEHIND = "192.0.2.10"
+BEHIND_SCRIPT = """
+ip netns add behind
+ip link add behind type veth peer name eth0 netns behind
+ip address add 192.0.2.254/24 dev behind && ip link set behind up
+ip -n behind address add 192.0.2.10/24 dev eth0 && ip -n behind link set eth0 up && ip -n behind link set lo up
+ip -n behind route add default via 192.0.2.254
+echo 1 > /proc/sys/net/ipv4/ip_forward
+iptables -A OUTPUT -p icmp --icmp-type fragmentation-needed -j DROP
+"""
+
+
+class Pppoe:
+    """The access concentrator of a host, and what its pppd has noted of the sessions."""
+
+    def __init__(self, lab, host="isp", interface="eth0", local="198.51.100.254", remote="100.64.0.10"):
+        self.lab, self.host, self.words = lab, host, [interface, local, remote]
+
+    def start(self, *options, secrets=SECRETS):
+        if secrets:
+            self.lab.put(self.host, "/etc/ppp/chap-secrets", secrets, 0o600)
+        self.lab.ok(self.host, "pppoe-provider", "start", *self.words, *options)
+
+    def kill(self):
+        self.lab.ok(self.host, "pppoe-provider", "kill")
+
+    def log(self):
+        return self.lab.shell(self.host, "cat /var/log/pppoe-provider 2>/dev/null").out
+
+    def running(self):
+        return bool(self.lab.run(self.host, "pppoe-provider", "running"))

@@ -16,7 +16,7 @@ def devices(lab):
         if link["ifname"].startswith(("lo", "eth", "lan", "wan")):
             kind = link.get("linkinfo", {}).get("info_kind", "")
             vlan = link.get("linkinfo", {}).get("info_data", {}).get("id")
-            found[link["ifname"]] = (kind, vlan, link.get("link"), link.get("master"), link["address"],
+            found[link["ifname"]] = (kind, vlan, link.get("link"), link.get("master"), link.get("address"),
                                      "UP" in link["flags"])
     return found
 
