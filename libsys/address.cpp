@@ -149,16 +149,19 @@ int set_ip(const char *name, const char *ip)
     }
     address wanted = {number, number, classful_prefix(number), false};
     bool there = false;
+    bool others = false;
     int error = each_address(which.index, [&](const address &found) {
         if (!there && found.local == number) {
             wanted = found;
             there = true;
+        } else {
+            others = true;
         }
     });
     if (!error && !there) {
         error = add(which.index, wanted);
     }
-    return error ? error : leave_only(which.index, wanted, [](const address &) { return true; });
+    return error || !others ? error : leave_only(which.index, wanted, [](const address &) { return true; });
 }
 
 int set_netmask(const char *name, const char *mask)
@@ -171,25 +174,29 @@ int set_netmask(const char *name, const char *mask)
     if (int error = find_device(name, &which)) {
         return error;
     }
+    // The first address counts. One with the mask that is wanted may be there beside it, after a change that
+    // was cut short between adding the new and removing the old.
     address wanted = {};
     bool found_one = false;
+    bool there = false;
+    bool rivals = false;
     int error = each_address(which.index, [&](const address &found) {
         if (!found_one) {
             wanted = found;
+            wanted.prefix = prefix;
             found_one = true;
+        }
+        if (found.local == wanted.local) {
+            (found.prefix == prefix ? there : rivals) = true;
         }
     });
     if (error || !found_one) {
         return error ? error : EADDRNOTAVAIL;
     }
-    wanted.prefix = prefix;
-    // There already after a change that was cut short between adding the new and removing the old.
-    bool there = false;
-    error = each_address(which.index, [&](const address &found) { there = there || same(found, wanted); });
-    if (!error && !there) {
+    if (!there) {
         error = add(which.index, wanted);
     }
-    return error ? error : leave_only(which.index, wanted, [&](const address &found) {
+    return error || !rivals ? error : leave_only(which.index, wanted, [&](const address &found) {
         return found.local == wanted.local;
     });
 }
