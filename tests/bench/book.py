@@ -1,10 +1,13 @@
 """docs/performance.md and its plots, from the figures of a run."""
 
+import textwrap
+
 import report
 
 TEXT = """# What it costs
 
-Written by `tests/bench/run`; the figures are of one machine on one day: {machine}.
+Written by `tests/bench/run`; the figures are of one machine on one day:
+{machine}.
 
 No test asserts a time. Each figure stands beside its limit or a peer, measured in turns in the same run (medians; the
 ratio is the median of the ratios of neighbours), so that another machine may give other times and much the same
@@ -48,7 +51,9 @@ processes are counted with `strace`.
 ![A statistics sample beside reading the file](performance-samples.svg)
 
 Every device of the table is looked for among the interfaces of its port, so a sample grows with the square of the
-interfaces of a port. A board of this kind has a handful. {calls}
+interfaces of a port. A board of this kind has a handful. Per sample:
+
+{calls}
 
 ## Processes of the firewall skeleton
 
@@ -60,6 +65,10 @@ with it the start of the router.
 ## What is missed
 
 {missed}
+
+Why: a route is looked for by walking the list; the skeleton, and the start with it, takes a process for each change; a
+sample looks for each device among the interfaces; a platform call that changes a device asks for it first; `statist`
+writes each counter as a text; the emulated switch takes two system calls for each frame.
 
 ## Files
 
@@ -99,6 +108,10 @@ def load(times):
             "of each section with all before it, and that grows with the square of their number." % slower[0])
 
 
+def filled(text):
+    return textwrap.fill(text, 118, break_on_hyphens=False)
+
+
 def write(folder, run, machine):
     routes, loads, samples = run.plots["routes"], run.plots["load"], run.plots["samples"]
     names = {"add": "add", "find": "enable (found, installed)", "edit": "edit", "del": "del"}
@@ -117,11 +130,12 @@ def write(folder, run, machine):
     for name, plot in plots.items():
         (folder / ("performance-%s.svg" % name)).write_text(plot, encoding="utf-8")
     notes = [note for row in run.rows for note in row.notes]
-    missed = ["- %s: %s, aim %s" % (row.question, row.ratio if row.ratio != "–" else row.ours, row.aim)
+    missed = ["- %s: %s, aim %s" % (row.question, row.ours if row.aim.startswith("≥") else row.ratio, row.aim)
               for row in run.rows if row.held == "no"]
     (folder / "performance.md").write_text(TEXT.format(
-        machine=machine, table=report.as_markdown(run.rows), walk=walk(routes), load=load(loads),
-        calls="; ".join(note for note in notes if "system calls" in note) + ".",
+        machine=filled(machine), table=report.as_markdown(run.rows), walk=filled(walk(routes)),
+        load=filled(load(loads)),
+        calls="\n".join("- " + note.removesuffix(" a sample") for note in notes if "system calls" in note),
         missed="\n".join(missed) or "Nothing.",
         files="\n".join("- `%s`%s" % tuple(note.split(", ", 1)[0:1] + [", " + note.split(", ", 1)[1]])
                         for note in notes if "stripped" in note)), encoding="utf-8")

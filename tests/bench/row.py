@@ -29,7 +29,7 @@ def compared(question, ours, limit, against, aim, ratio=None, **more):
     """Times in microseconds, the limit's name, and the ratio that is aimed at (None: none)."""
     ratio = ours / limit if ratio is None else ratio
     return Row(question, micros(ours), "%s %s" % (against, micros(limit)), "%.2f" % ratio,
-               "≤ %g" % aim if aim else "–", ("yes" if ratio <= aim else "no") if aim else "–", **more)
+               "≤ %g" % aim if aim else "–", ("yes" if round(ratio, 2) <= aim else "no") if aim else "–", **more)
 
 
 def paired(question, pairs, against, aim, **more):
