@@ -1,22 +1,15 @@
 """The examples of the books, run on the virtual board from top to bottom as a reader would."""
 
-import os
-import pathlib
 import re
 import shlex
 import shutil
-import subprocess
 import time
 
 import pytest
 
 import books
 import sandbox
-
-LAB = sandbox.ROOT / "lab/lab"
-NAME = "examples"
-PATIENCE = 20.0     # seconds for what the kernel or a client does a moment later
-PAUSE = 0.3
+from board import LAB, PATIENCE, PAUSE, run, until
 
 
 def examples(book):
@@ -36,27 +29,6 @@ def matcher(expected):
     """"..." stands for any number of lines; blanks at the end of a line do not count."""
     text = "".join("(?:.*\n)*?" if line == "..." else re.escape(line.rstrip()) + "\n" for line in expected)
     return re.compile(text + r"\Z")
-
-
-def run(command):
-    words = shlex.split(command)
-    assert words[0] == "lab/lab", command
-    done = subprocess.run([str(LAB), "--name", NAME, *words[1:]], capture_output=True, text=True, timeout=120)
-    shown = "".join(line.rstrip() + "\n" for line in done.stdout.splitlines())
-    return done.returncode, shown, done.stderr
-
-
-@pytest.fixture(scope="module")
-def lab():
-    build = pathlib.Path(os.environ.get("IVARODE_BUILD", sandbox.ROOT / "build"))
-    if os.geteuid() != 0 or not (build / "bin/lab-agent").exists():
-        pytest.skip("needs root and a build of the lab")
-    status, out, err = run("lab/lab up --board one-cpu --config one-lan")
-    try:
-        assert status == 0, out + err
-        yield
-    finally:
-        run("lab/lab down")
 
 
 def test_the_comparison_can_fail():
@@ -91,13 +63,6 @@ def state():
     lines = re.sub(r"@\S+|fe80\S*", "", out).splitlines()
     rules = [line for line in lines if line.startswith("-")]        # whose order counts
     return sorted(line for line in lines if line not in rules) + rules
-
-
-def until(check):
-    deadline = time.monotonic() + PATIENCE * 3
-    while not check():
-        assert time.monotonic() < deadline
-        time.sleep(PAUSE)
 
 
 def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab):

@@ -1,0 +1,35 @@
+"""The one virtual board of the tests of the books, driven by the commands that the books show."""
+
+import os
+import pathlib
+import shlex
+import subprocess
+import time
+
+import sandbox
+
+LAB = sandbox.ROOT / "lab/lab"
+NAME = "examples"
+PATIENCE = 20.0     # seconds for what the kernel or a client does a moment later
+PAUSE = 0.3
+
+
+def run(command):
+    """Status, output without blanks at the ends of its lines, and errors of a command as the books write it."""
+    words = shlex.split(command)
+    assert words[0] == "lab/lab", command
+    done = subprocess.run([str(LAB), "--name", NAME, *words[1:]], capture_output=True, text=True, timeout=120)
+    shown = "".join(line.rstrip() + "\n" for line in done.stdout.splitlines())
+    return done.returncode, shown, done.stderr
+
+
+def until(check):
+    deadline = time.monotonic() + PATIENCE * 3
+    while not check():
+        assert time.monotonic() < deadline
+        time.sleep(PAUSE)
+
+
+def built():
+    build = pathlib.Path(os.environ.get("IVARODE_BUILD", sandbox.ROOT / "build"))
+    return os.geteuid() == 0 and (build / "bin/lab-agent").exists()

@@ -1,0 +1,17 @@
+"""One lab for all books: a board is raised again in it where a book has another configuration."""
+
+import pytest
+
+import board
+
+
+@pytest.fixture(scope="session")
+def lab():
+    if not board.built():
+        pytest.skip("needs root and a build of the lab")
+    status, out, err = board.run("lab/lab up --board one-cpu --config one-lan")
+    try:
+        assert status == 0, out + err
+        yield
+    finally:
+        board.run("lab/lab down")

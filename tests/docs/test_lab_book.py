@@ -1,0 +1,137 @@
+"""The commands of the lab's book and what the porting book says to look at, on the board of the other examples."""
+
+import json
+import re
+import shlex
+import sys
+
+import pytest
+
+import board
+import books
+import sandbox
+
+sys.path.insert(0, str(sandbox.ROOT / "lab/board"))
+from labctl import client  # noqa: E402
+
+# What each command of the book's table is tried with, and what must be in its output.
+TRIED = {
+    "up": [("up --board one-cpu --config home", "")],
+    "status": [("status", r"board one-cpu, configuration home(.*\n)*.*PVID 4091(.*\n)*.*lan1 +up +192\.168\.1\.1/24")],
+    "link": [("link 2 down", ""), ("status", "link down"), ("link 2 up", "")],
+    "exec": [("exec pc1 busybox ping -c 1 -W 5 192.168.1.1", "1 packets received")],
+    "ubus": [("ubus call ivarode.run run", ""), ("ubus list ivarode.*", "ivarode.intf")],
+    "switch": [("switch", r"\n +1 +4091 +\. u u \. u \. t")],
+    "routes": [("routes", r"default via 203\.0\.113\.1 dev wan1 table 20001")],
+    "rules": [("rules", r"20001:\s+from all lookup 20001")],
+    "chains": [("chains", r"nat\n +PREROUTING\n +-j ipt_prert_nat_rules_1")],
+    "instances": [("instances", r"\{\s*\}")],
+    "log": [("log", "ivarode init success"), ("log --stderr", "notice: ivarode init success")],
+    "capture": [("capture 1 -c 1", r" > .* bytes\)")],
+    "stop": [("stop daemon", ""), ("services", r"(?m)^daemon (?!running)")],
+    "start": [("start daemon", ""), ("services", r"(?m)^daemon running")],
+    "restart": [("restart daemon", ""), ("ubus call ivarode.run run", "")],
+    "kill": [("kill -9 daemon", ""), ("services", r"(?m)^daemon (?!running)"), ("start daemon", "")],
+    "services": [("services", r"broker running \d+\ndaemon running \d+\nsiblings running \d+")],
+    "down": [],     # the last test
+}
+
+
+def commands():
+    """The names of the commands in the book's table, in order."""
+    table = next(t for t in books.tables(books.text("lab.md")) if t[0] == ["command", "what it does"])
+    names = []
+    for row in table[1:]:
+        for code in books.code(row[0]):
+            names += re.sub(r"^lab/lab ", "", code).split()[0].split("\\|")
+    return names
+
+
+def test_every_command_of_the_book_is_tried():
+    assert sorted(commands()) == sorted(TRIED)
+
+
+@pytest.mark.parametrize("name", [name for name in TRIED if TRIED[name]])
+def test_commands_do_what_the_book_says(lab, name):
+    for command, wanted in TRIED[name]:
+        seen = []
+
+        def shown():
+            seen[:] = board.run("lab/lab " + command)
+            return seen[0] == 0 and re.search(wanted, seen[1])
+
+        try:
+            board.until(shown)
+        except AssertionError:
+            pytest.fail("lab/lab %s: status %s\n%s%s\nexpected %s" % (command, *seen, wanted))
+
+
+def test_the_example_of_a_test_passes(lab):
+    source = re.search(r"```python\n(.*?)```", books.text("lab.md"), re.S)[1]
+    names = {}
+    exec(compile(source, "docs/lab.md", "exec"), names)
+    tests = [value for name, value in names.items() if name.startswith("test_")]
+    assert len(tests) == 1
+    tests[0](client.Lab(board.NAME))
+
+
+def test_what_to_look_at_when_something_is_odd(lab):
+    table = next(t for t in books.tables(books.text("lab.md")) if t[0] == ["sign", "look at"])
+    looks = [code for row in table[1:] for code in books.code(row[1]) if code.startswith("lab/lab ") and "<" not in code]
+    looks = [code for code in looks if " -v up" not in code and not code.endswith("capture")]
+    assert any("switch.sock status" in code for code in looks) and len(looks) >= 4
+    for code in looks:
+        status, out, err = board.run(code)
+        assert status == 0 and out, (code, err)
+    state = client.Lab(board.NAME).state
+    for name in re.findall(r"`(\w+\.log)`", books.text("lab.md")):
+        assert (state / name).exists(), name
+
+
+def porting(heading):
+    return books.sections(books.text("porting.md"))[heading]
+
+
+def test_the_porting_books_look_at_the_privileges(lab):
+    command = re.search(r"```\n(grep .*?)\n```", porting("Privileges"), re.S)[1]
+    status, out, err = board.run("lab/lab exec router sh -c " + shlex.quote(command))
+    assert status == 0, err
+    assert [line.split(":")[0] for line in out.splitlines()] == ["CapEff", "CapBnd", "NoNewPrivs"]
+
+
+def first_start():
+    """The commands of a first start, with the end of the log that is promised."""
+    block = re.search(r"```\n(.*?)```", porting("First start"), re.S)[1]
+    return [re.split(r"\s{3,}", line)[0] for line in block.splitlines()], re.search(r'ends with "(.*?)"', block)[1]
+
+
+def test_the_porting_books_first_start(lab):
+    steps, promised = first_start()
+    # The lab is its own supervisor and keeps its own log; its hardware is shown to the tool by "switch".
+    here = {"/etc/init.d/ivarode start": "start daemon", "logread -e ivarode": "log", "ivarode-switch": "switch"}
+    assert set(here) <= set(steps) and len(steps) > len(here)
+    assert board.run("lab/lab stop daemon")[0] == 0
+    for step in steps:
+        command = "lab/lab " + here.get(step, "exec router " + step)
+        board.until(lambda: board.run(command)[0] == 0)
+        if step.startswith("logread"):
+            board.until(lambda: board.run(command)[1].splitlines()[-1].rstrip("\\n").endswith(promised))
+    assert board.run("lab/lab exec router ivarode-dbg off daemon")[0] == 0
+
+
+def test_the_porting_books_board_comes_up(lab, tmp_path):
+    described = json.loads(re.search(r"```json\n(.*?)```", books.text("porting.md"), re.S)[1])
+    assert described["ivarode"].pop("gpio")     # lines of a chip that the virtual board has not got
+    (tmp_path / "board.json").write_text(json.dumps(described))
+    status, out, err = board.run("lab/lab up --config home --board " + shlex.quote(str(tmp_path / "board.json")))
+    assert status == 0, out + err
+    board.until(lambda: re.search(r"eth1\.\d+@eth1 +UP", board.run("lab/lab exec router ip -br link")[1]))
+    device = board.run("lab/lab exec router ip -br link show eth0.4091")[1]
+    first, rest = described["system"]["label_macaddr"].split(":", 1)
+    assert "%02x:%s" % (int(first, 16) + 2, rest) in device
+
+
+def test_a_lab_that_is_down_is_gone(lab):
+    assert board.run("lab/lab down")[0] == 0
+    status, out, err = board.run("lab/lab services")
+    assert status != 0 and out == "" and "not up" in err
