@@ -2,6 +2,7 @@
 """Runs one kind of tests of a tree that is built: kinds.py KIND [--long]. Ends with a line of its counts."""
 
 import argparse
+import io
 import re
 import sys
 
@@ -19,22 +20,39 @@ def fuzz(long):
     return counts
 
 
+class Heard(io.StringIO):
+    """Shows what is written to it, and keeps it."""
+
+    def write(self, text):
+        print(text, end="", flush=True)
+        return super().write(text)
+
+
 def fault(long):
     """The daemon through its scenarios; the platform library and the stand-ins call by call."""
-    counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []))
+    heard = Heard()
+    counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []), out=heard)
+    daemon = sum(int(number) for number in re.findall(r"injections in the daemon: (\d+)", heard.getvalue()))
     counts += ctest("fault-library")
     report = BUILD / "report-fault-library.xml"
     said = report.read_text(encoding="utf-8") if report.exists() else ""
-    print("injections in the libraries:", sum(int(n) for n in re.findall(r"injections: (\d+)", said)))
+    libraries = sum(int(number) for number in re.findall(r"injections: (\d+)", said))
+    print(f"injections in the libraries: {libraries}\ninjections: {daemon + libraries}")
     return counts
 
 
-def sanitized(_long):
-    """The in-process tests under AddressSanitizer and UBSan, in a build of their own."""
+def sanitized(long):
+    """The in-process tests under AddressSanitizer and UBSan, in a build of their own. A long run also takes the
+    whole daemon through its scenarios and through some of its failures there, and the in-process tests through
+    valgrind."""
     build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
     options = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
     counts = ctest("unit", BUILD_SANITIZED, options)
     counts += ctest("fuzz", BUILD_SANITIZED, options)
+    if long:
+        counts += counting_runner("tests/conformance/run", "--build", BUILD_SANITIZED, "-j", JOBS)
+        counts += counting_runner("tests/fault/run", "--build", BUILD_SANITIZED, "--leaks", "-j", JOBS)
+        counts += counting_runner("tests/strict/valgrind", "--build", BUILD, "-j", JOBS)
     return counts
 
 
@@ -54,6 +72,8 @@ KINDS = {
     "strict": ("static analysis: cppcheck and clang-tidy over everything",
                lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS,
                                             *(["--deep"] if long else []))),
+    "bench": ("instructions that fixed scenarios take, against the table kept with them",
+              lambda long: counting_runner("tests/bench/check", "--build", BUILD)),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
              lambda long: pytest("tests/docs")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
