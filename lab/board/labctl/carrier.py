@@ -99,7 +99,7 @@ mount -t overlay overlay -o lowerdir=/usr,upperdir=/mnt/up,workdir=/mnt/work /mn
 ip link add lab-probe-a type veth peer name lab-probe-b &&
 ip link add link lab-probe-a name lab-probe-v type vlan id 7 &&
 ip link add lab-probe-c type bridge && test -c /dev/net/tun && ip tuntap add lab-probe-t mode tap &&
-iptables -w -t nat -L -n > /dev/null && iptables -w -t mangle -L -n > /dev/null
+iptables -w -t nat -L -n > /dev/null && iptables -w -t mangle -L -n > /dev/null && : < /dev/ppp
 """
 
 
@@ -127,5 +127,5 @@ def choose(wanted):
         return wanted, "as asked"
     lack = native_lack()
     if not lack:
-        return "native", "this kernel has VLANs, bridges, tun and veth"
+        return "native", "this kernel has VLANs, bridges, tun, veth and PPP"
     return "vm", lack
