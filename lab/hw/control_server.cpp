@@ -140,22 +140,29 @@ void ControlServer::serve(int fd, uint32_t events)
     if (events & EPOLLOUT) {
         drain(connection);
     }
-    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) && !take_input(connection)) {
+    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) &&
+        !take_input(connection, (events & (EPOLLHUP | EPOLLERR)) != 0)) {
         connection.dead = true;
     }
     run_lines(connection);
-    if (connection.dead) {
+    if (connection.dead || (connection.ended && connection.output.empty())) {
         finish(fd);
+    } else if (connection.ended) {
+        loop.change(fd, EPOLLOUT);
     }
 }
 
-// False when the peer is gone.
-bool ControlServer::take_input(Connection &connection)
+// False when the peer is gone. One that has only ended its side still reads, but nobody captures for it.
+bool ControlServer::take_input(Connection &connection, bool hung_up)
 {
     char buffer[4096];
     const ssize_t length = recv(connection.fd.get(), buffer, sizeof buffer, 0);
-    if (length <= 0) {
-        return length < 0 && (errno == EAGAIN || errno == EINTR);
+    if (length < 0) {
+        return errno == EAGAIN || errno == EINTR;
+    }
+    if (length == 0) {
+        connection.ended = true;
+        return !hung_up && !connection.capturing;
     }
     if (!connection.capturing) {
         connection.input.append(buffer, static_cast<size_t>(length));
@@ -205,7 +212,10 @@ void ControlServer::drain(Connection &connection)
         }
         connection.output.erase(0, static_cast<size_t>(sent));
     }
-    loop.change(connection.fd.get(), connection.output.empty() ? EPOLLIN : EPOLLIN | EPOLLOUT);
+    uint32_t interest = 0;
+    interest |= connection.ended ? 0U : EPOLLIN;
+    interest |= connection.output.empty() ? 0U : EPOLLOUT;
+    loop.change(connection.fd.get(), interest);
 }
 
 std::string ControlServer::start_capture(Connection &connection, unsigned port)

@@ -36,12 +36,13 @@ private:
         std::string input;
         std::string output;
         bool capturing = false;
+        bool ended = false; // no more lines; what is owed for those that came is still sent
         bool dead = false;
     };
 
     void accept_all();
     void serve(int fd, uint32_t events);
-    bool take_input(Connection &connection);
+    bool take_input(Connection &connection, bool hung_up);
     void run_lines(Connection &connection);
     void send(Connection &connection, const std::string &text);
     void drain(Connection &connection);

@@ -140,6 +140,22 @@ TEST_F(ControlTest, AReaderWhoNeverReadsIsCutOff)
     EXPECT_LT(replies, 2000);
 }
 
+TEST_F(ControlTest, WhoEndsAfterTheLastLineStillGetsEveryAnswer)
+{
+    start();
+    Connection connection(dir / "control");
+    std::string lines;
+    for (int i = 0; i < 1000; i++) {
+        lines += "flush\n"; // far more answers than a socket holds
+    }
+    connection.write(lines);
+    connection.end_writing();
+    for (int i = 0; i < 1000; i++) {
+        ASSERT_EQ(connection.line(), "{\"ok\":true}") << i;
+    }
+    EXPECT_TRUE(connection.ended());
+}
+
 TEST_F(ControlTest, CaptureStartsWithTheFileHeader)
 {
     start();

@@ -162,6 +162,11 @@ void Connection::write(const std::string &data)
     }
 }
 
+void Connection::end_writing()
+{
+    shutdown(fd.get(), SHUT_WR);
+}
+
 std::string Connection::line()
 {
     const int64_t end = clock_ms() + deadline_ms;

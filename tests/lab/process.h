@@ -60,6 +60,7 @@ public:
 
     bool open() const { return connected; }
     void write(const std::string &text);
+    void end_writing(); // the answers can still be read
     // The next line without its end; what there is, when the peer ends or the deadline passes.
     std::string line();
     // Exactly this many bytes, or fewer likewise.
