@@ -149,6 +149,7 @@ void apply(std::string_view call)
     } else if (kind == "flush") {
         iptlib_rules_flush(table.c_str(), chain.c_str());
     }
+    failing = 0; // to a listing that fails no answer is promised
     for (const char *known : {"filter", "nat"}) {
         check(known, chain, rule);
     }
