@@ -16,6 +16,8 @@ class Uloop : public ::testing::Test {
 protected:
     Uloop()
     {
+        // What a shell starts in the background ignores this one, and the loop would leave that so.
+        signal(SIGINT, SIG_DFL);
         uloop_handle_sigchld = true;
         EXPECT_EQ(uloop_init(), 0);
     }
@@ -445,8 +447,6 @@ int run_and_signal(int number)
 
 TEST_F(Uloop, EndSignalsAreTheResult)
 {
-    // What a shell starts in the background ignores this one, and the loop leaves that so.
-    signal(SIGINT, SIG_DFL);
     EXPECT_EQ(run_and_signal(SIGTERM), SIGTERM);
     EXPECT_EQ(run_and_signal(SIGINT), SIGINT);
 }
