@@ -58,7 +58,7 @@ key=$(cat "$LAB_VM_CACHE/debs/$set/.list" "$here/build-image.sh" "$here/mkcpio.p
 if [ "$(cat "$out/.key" 2>/dev/null)" = "$key" ]; then echo "image $target: up to date"; exit 0; fi
 t0=$(date +%s%N)
 rm -rf "$out"; mkdir -p "$out"; tree=$out/tree
-mkdir -p "$tree"/{bin,sbin,lib,proc,sys,dev,tmp,run,root,mnt,share,prog,etc/ppp/plugins,etc/udhcpc,var/{run,lib/misc,log},usr/{bin,sbin,lib,share}}
+mkdir -p "$tree"/{bin,sbin,lib,proc,sys,dev,tmp,run,root,mnt,share,prog,etc/ppp/plugins,etc/udhcpc,var/{lib/misc,log},usr/{bin,sbin,lib,share}}
 
 # --- programs and libraries -------------------------------------------------
 # All libraries go to where the packages have them; a NEEDED entry that no
@@ -106,6 +106,7 @@ for a in iptables iptables-save iptables-restore ip6tables ip6tables-save ip6tab
     ln -s xtables-nft-multi "$tree/usr/sbin/${a/tables/tables-nft}"
 done
 ln -s dash "$tree/bin/sh"
+ln -s /run "$tree/var/run"      # as on Debian: a program with a /run of its own has a /var/run of its own
 [ -e "$tree/sbin/ip" ] || ln -s ../bin/ip "$tree/sbin/ip"
 cp -a "$src"/etc/{protocols,services} "$tree/etc/" 2>/dev/null || true
 ln -sf "$(cd "$tree" && echo /usr/lib/pppd/*/rp-pppoe.so)" "$tree/etc/ppp/plugins/rp-pppoe.so"

@@ -12,6 +12,7 @@ SOURCES = {"libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_buil
            "libblobmsg_json.so": ("libubox", ["json_format", "json_parse"], ["-lubox", "-ljson-c"]),
            "libubus.so": ("libubus", None, ["-lubox"]),
            "libuci.so": ("libuci", None, [])}
+WIRE = common.ROOT / "compat/libubus/wire"
 
 
 def build(folder, compiler=()):
@@ -27,7 +28,9 @@ def build(folder, compiler=()):
     for library, (part, names, more) in SOURCES.items():
         base = common.ROOT / "compat" / part / ("lib" if part == "libubus" else "src")
         sources = sorted(base.glob("*.cpp")) if names is None else [base / (name + ".cpp") for name in names]
-        common.run(*words, "-std=gnu++20", "-O0", "-fPIC", "-shared", "-fno-exceptions", "-fno-rtti",
-                   "-nodefaultlibs", "-I", headers, "-o", folder / library, *sources, "-L", folder, *more, "-lc", "-lgcc")
+        if part == "libubus":
+            sources.append(WIRE / "wire.cpp")
+        common.run(*words, "-std=gnu++20", "-O0", "-fPIC", "-shared", "-fno-exceptions", "-fno-rtti", "-nodefaultlibs",
+                   "-I", headers, "-I", WIRE, "-o", folder / library, *sources, "-L", folder, *more, "-lc", "-lgcc")
     shutil.rmtree(headers)
     return sorted(SOURCES)
