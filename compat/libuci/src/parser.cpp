@@ -1,6 +1,7 @@
 // The commands of a package file.
 #include "internal.h"
 #include "lexer.h"
+#include "section_index.h"
 
 #include <algorithm>
 
@@ -32,7 +33,7 @@ command command_of(std::string_view word)
     return command::unknown;
 }
 
-// One command with its words; executes it on the package.
+// One command with its words; executes it on the package, which was empty before the first.
 class package_parser {
 public:
     package_parser(uci_package *package, lexer &text) : package_(package), text_(text) {}
@@ -53,6 +54,7 @@ private:
 
     uci_package *package_;
     lexer &text_;
+    section_index sections_;
     uci_section *section_ = nullptr;
     char *words_[2] = {};
     const char *reason_ = nullptr;
@@ -92,7 +94,7 @@ int package_parser::config()
     if (name && !valid_name(name)) {
         return reject("invalid section name");
     }
-    if (uci_section *known = name ? find_section(package_, name) : nullptr) {
+    if (uci_section *known = name ? sections_.find(name) : nullptr) {
         if (std::string_view(known->type) != type) {
             return reject("section exists with another type");
         }
@@ -100,7 +102,7 @@ int package_parser::config()
         return UCI_OK;
     }
     section_ = new_section(package_, type, name);
-    return section_ ? UCI_OK : UCI_ERR_MEM;
+    return section_ && sections_.add(section_) ? UCI_OK : UCI_ERR_MEM;
 }
 
 int package_parser::option(bool list)

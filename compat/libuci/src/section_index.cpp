@@ -1,0 +1,71 @@
+#include "section_index.h"
+
+#include <cstdint>
+
+namespace uci {
+
+namespace {
+
+constexpr size_t first_capacity = 32;
+
+// FNV-1a.
+uint32_t hash_of(std::string_view name)
+{
+    uint32_t hash = 2166136261U;
+    for (const char c : name) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    }
+    return hash;
+}
+
+} // namespace
+
+// Where the name is, or the empty place where it belongs.
+size_t section_index::place_of(std::string_view name) const
+{
+    size_t place = hash_of(name) & (capacity_ - 1);
+    while (places_[place] && name != places_[place]->e.name) {
+        place = (place + 1) & (capacity_ - 1);
+    }
+    return place;
+}
+
+uci_section *section_index::find(std::string_view name) const
+{
+    return capacity_ ? places_[place_of(name)] : nullptr;
+}
+
+bool section_index::grow()
+{
+    section_index wider;
+    wider.capacity_ = capacity_ ? capacity_ * 2 : first_capacity;
+    wider.places_ = static_cast<uci_section **>(calloc(wider.capacity_, sizeof(uci_section *)));
+    if (!wider.places_) {
+        return false;
+    }
+    for (size_t i = 0; i < capacity_; i++) {
+        if (places_[i]) {
+            wider.places_[wider.place_of(places_[i]->e.name)] = places_[i];
+        }
+    }
+    free(places_);
+    places_ = wider.places_;
+    capacity_ = wider.capacity_;
+    wider.places_ = nullptr;
+    return true;
+}
+
+bool section_index::add(uci_section *section)
+{
+    if (used_ >= capacity_ - capacity_ / 4 && !grow()) {
+        return false;
+    }
+    uci_section *&place = places_[place_of(section->e.name)];
+    if (!place) {
+        place = section;
+        used_++;
+    }
+    return true;
+}
+
+} // namespace uci

@@ -1,0 +1,35 @@
+// The sections of a package by name, while its file is read: a file of ten thousand sections is read in the
+// time of its length, not of its square.
+#pragma once
+
+#include "internal.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <string_view>
+
+namespace uci {
+
+class section_index {
+public:
+    section_index() = default;
+    section_index(const section_index &) = delete;
+    section_index &operator=(const section_index &) = delete;
+    ~section_index() { free(places_); }
+
+    // Null when there is none of this name.
+    uci_section *find(std::string_view name) const;
+    // False without memory. The section stays its package's and must outlive the index. Of several with one
+    // name the first is found.
+    bool add(uci_section *section);
+
+private:
+    size_t place_of(std::string_view name) const;
+    bool grow();
+
+    uci_section **places_ = nullptr; // a power of two of them, a quarter at least empty
+    size_t capacity_ = 0;
+    size_t used_ = 0;
+};
+
+} // namespace uci
