@@ -143,7 +143,7 @@ int read_pid(const char *pidfile, int *pid)
         return errno;
     }
     char *end = nullptr;
-    long value = strtol(text, &end, 10);
+    long long value = strtoll(text, &end, 10); // a long may be no more than a pid
     // 0, 1 and negative numbers would reach whole groups, or the parent of all.
     if (end == text || (*end != '\0' && *end != '\n') || value <= 1 || value > INT32_MAX) {
         return EINVAL;

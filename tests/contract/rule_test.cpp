@@ -42,7 +42,7 @@ TEST_F(RuleTest, AnotherRuleOfTheNumberIsAnError)
 {
     for (const char *other : {"lookup 10001", "lookup 10000 suppress_prefixlength 0",
                               "from 10.0.0.0/8 lookup 10000", "iif lo lookup 10000", "fwmark 1 lookup 10000",
-                              "not from 10.0.0.1 lookup 10000", "ipproto tcp lookup 10000", "blackhole"}) {
+                              "not from 10.0.0.1 lookup 10000", "ipproto 6 lookup 10000", "blackhole"}) {
         ip(std::string("rule add pref 10000 ") + other);
         EXPECT_NE(netlib_ip_rule_add(10000, "lookup 10000"), 0) << other;
         EXPECT_EQ(errno, EEXIST) << other;
