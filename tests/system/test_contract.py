@@ -33,7 +33,7 @@ def test_everything_passes_on_mips(machine):
         pytest.skip("the board is no MIPS machine")
     result = machine.lab.run("machine", "/prog/bin/contract_test", timeout=900)
     found = outcomes(result.out)
-    assert result.status == 0, result
+    assert result.status == 0, "%s\n%s" % (found.get("FAILED"), result.out[-4000:])
     assert set(found) == {"OK"} and len(found["OK"]) > 100, found
 
 
