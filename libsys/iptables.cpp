@@ -63,10 +63,15 @@ struct parsed_command {
     bool waits = false;
 };
 
-// Whether a word may name the table: "-t", "-tnat", "-vtnat", "--table", or what is left of that.
+// Whether a word may name the table: "-t", "-tnat", "-vtnat", "--table=nat", or as much as is left of
+// "--table".
 bool may_name_table(const char *word)
 {
-    return word[0] == '-' && (word[1] == '-' ? word[2] == 't' : strchr(word, 't') != nullptr);
+    if (strncmp(word, "--", 2) != 0) {
+        return word[0] == '-' && strchr(word, 't') != nullptr;
+    }
+    const size_t length = strcspn(word, "=");
+    return length > 2 && strncmp(word, "--table", length) == 0;
 }
 
 // Reads "iptables [-w] [-t TABLE] -X CHAIN ..." as far as the view has to follow; other forms leave option
@@ -201,14 +206,14 @@ int iptlib_rule_append(const char *table, const char *chain, const char *rule)
             error = error ? error : command.add(word);
         }
     }
-    size_t first = command.count();
     error = error ? error : command.add_words(rule);
     if (error) {
         return fail(error, __func__, "%s", shown_as);
     }
     int result = execute(__func__, command, shown_as);
     if (result == 0) {
-        view.rule_appended(table, chain, command, first);
+        // Read back from the words, since those of the rule may name another table.
+        follow(parse(command), command);
     }
     return result;
 }
