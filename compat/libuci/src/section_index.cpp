@@ -23,29 +23,29 @@ uint32_t hash_of(std::string_view name)
 // Where the name is, or the empty place where it belongs.
 size_t section_index::place_of(std::string_view name) const
 {
-    size_t place = hash_of(name) & (capacity_ - 1);
-    while (places_[place] && name != places_[place]->e.name) {
-        place = (place + 1) & (capacity_ - 1);
+    size_t at = hash_of(name) & (capacity_ - 1);
+    while (places_[at].section && name != places_[at].section->e.name) {
+        at = (at + 1) & (capacity_ - 1);
     }
-    return place;
+    return at;
 }
 
 uci_section *section_index::find(std::string_view name) const
 {
-    return capacity_ ? places_[place_of(name)] : nullptr;
+    return capacity_ ? places_[place_of(name)].section : nullptr;
 }
 
 bool section_index::grow()
 {
     section_index wider;
     wider.capacity_ = capacity_ ? capacity_ * 2 : first_capacity;
-    wider.places_ = static_cast<uci_section **>(calloc(wider.capacity_, sizeof(uci_section *)));
+    wider.places_ = static_cast<place *>(calloc(wider.capacity_, sizeof(place)));
     if (!wider.places_) {
         return false;
     }
     for (size_t i = 0; i < capacity_; i++) {
-        if (places_[i]) {
-            wider.places_[wider.place_of(places_[i]->e.name)] = places_[i];
+        if (uci_section *section = places_[i].section) {
+            wider.places_[wider.place_of(section->e.name)].section = section;
         }
     }
     free(places_);
@@ -60,9 +60,9 @@ bool section_index::add(uci_section *section)
     if (used_ >= capacity_ - capacity_ / 4 && !grow()) {
         return false;
     }
-    uci_section *&place = places_[place_of(section->e.name)];
-    if (!place) {
-        place = section;
+    place &own = places_[place_of(section->e.name)];
+    if (!own.section) {
+        own.section = section;
         used_++;
     }
     return true;

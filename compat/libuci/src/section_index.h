@@ -24,10 +24,14 @@ public:
     bool add(uci_section *section);
 
 private:
+    struct place {
+        uci_section *section; // null while it is empty
+    };
+
     size_t place_of(std::string_view name) const;
     bool grow();
 
-    uci_section **places_ = nullptr; // a power of two of them, a quarter at least empty
+    place *places_ = nullptr; // a power of two of them, a quarter at least empty
     size_t capacity_ = 0;
     size_t used_ = 0;
 };

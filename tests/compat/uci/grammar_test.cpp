@@ -147,6 +147,33 @@ TEST_F(Grammar, SameSectionTwiceIsMerged)
               parsed("config t n\nconfig u n\n"));
 }
 
+TEST_F(Grammar, EachOfManySectionsIsFoundAgain)
+{
+    std::string file;
+    std::string expected;
+    for (const char *option : {"first", "second"}) {
+        for (int i = 0; i < 500; i++) {
+            file += "config t n" + std::to_string(i) + "\noption " + option + ' ' + std::to_string(i) + '\n';
+        }
+    }
+    for (int i = 0; i < 500; i++) {
+        const std::string name = "n" + std::to_string(i);
+        const std::string value = "=" + std::to_string(i) + "\n";
+        expected.append(name).append("=t\n");
+        expected.append(name).append(".first").append(value);
+        expected.append(name).append(".second").append(value);
+    }
+    EXPECT_EQ(expected, parsed(file));
+}
+
+TEST_F(Grammar, ANameThatWasGeneratedBeforeIsThatSection)
+{
+    const std::string shown = parsed("config t\n"); // "*NAME=t"
+    const std::string generated = shown.substr(1, shown.find('=') - 1);
+    EXPECT_EQ("*" + generated + "=t\n*" + generated + ".a=1\n",
+              parsed("config t\nconfig t " + generated + "\noption a 1\n"));
+}
+
 TEST_F(Grammar, LastValueWinsInTheFirstPlace)
 {
     EXPECT_EQ("n=t\nn.a=3\nn.b=2\n", parsed("config t n\noption a 1\noption b 2\noption a 3\n"));
