@@ -45,7 +45,7 @@ def sanitized(long):
     """The in-process tests under AddressSanitizer and UBSan, in a build of their own. A long run also takes the
     whole daemon through its scenarios and through some of its failures there, and the in-process tests through
     valgrind."""
-    build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DIVARODE_SANITIZE=ON")
+    build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-g1", "-DIVARODE_SANITIZE=ON")
     options = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
     counts = ctest("unit", BUILD_SANITIZED, options)
     counts += ctest("fuzz", BUILD_SANITIZED, options)

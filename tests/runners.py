@@ -35,6 +35,11 @@ def run(command, **options):
     return subprocess.run([str(word) for word in command], cwd=ROOT, **options)
 
 
+# What one clone of the tree has compiled serves the others, wherever they lie.
+os.environ.setdefault("CCACHE_BASEDIR", str(ROOT))
+os.environ.setdefault("CCACHE_NOHASHDIR", "1")
+
+
 def launcher():
     options = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
     return options if shutil.which("ccache") else []
