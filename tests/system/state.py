@@ -1,6 +1,9 @@
-"""Everything that the daemon lays, as one comparable value: switch, devices, addresses, routes, rules, firewall."""
+"""Everything that the daemon lays, as one comparable value: switch, devices, addresses, routes, rules, firewall; and the
+login records."""
 
 import re
+import sqlite3
+import tempfile
 
 
 def switch(lab):
@@ -68,3 +71,15 @@ def settled(lab):
         lab.shell("router", "for i in $(seq 300); do ip -4 rule | grep -q '^2000%d:' && exit; sleep 0.1; done; exit 1"
                   % number, check=True, timeout=60)
     return everything(lab)
+
+
+def logins(lab):
+    """The rows of the login records: type, user, address, MAC and address of the caller."""
+    with tempfile.NamedTemporaryFile() as copy:
+        copy.write(lab.get("router", "/tmp/calmora/db/net_stat.db"))
+        copy.flush()
+        base = sqlite3.connect(copy.name)
+        try:
+            return base.execute("select type, username, ipaddr, dial_mac, dial_ip from pppauth_user_table").fetchall()
+        finally:
+            base.close()

@@ -1,7 +1,5 @@
 """A WAN turned from each protocol into each other over the bus, and what reaches the supervisor and the stores."""
 
-import sqlite3
-import tempfile
 
 import bus
 import pytest
@@ -110,17 +108,6 @@ def test_ppp_users_in_the_secrets_file(lab):
     assert bus.call(lab, "ivarode.pppuser", "add", username="joe") == (2, None)
 
 
-def logins(lab):
-    with tempfile.NamedTemporaryFile() as copy:
-        copy.write(lab.get("router", "/tmp/calmora/db/net_stat.db"))
-        copy.flush()
-        base = sqlite3.connect(copy.name)
-        try:
-            return base.execute("select type, username, ipaddr, dial_mac, dial_ip from pppauth_user_table").fetchall()
-        finally:
-            base.close()
-
-
 def test_logins_in_the_database(lab):
     login = {"type": "pppoe", "username": "ann", "ipaddr": "10.0.0.5", "dial_mac": "02:00:00:00:00:01"}
 
@@ -130,10 +117,10 @@ def test_logins_in_the_database(lab):
     assert notify(action="up") == (0, None)
     assert notify(action="up", username="bob", dial_ip="10.9.9.9") == (0, None)
     assert notify(action="Up", username="nobody") == (0, None)
-    assert logins(lab) == [("pppoe", "ann", "10.0.0.5", "02:00:00:00:00:01", ""),
-                           ("pppoe", "bob", "10.0.0.5", "02:00:00:00:00:01", "10.9.9.9")]
+    assert state.logins(lab) == [("pppoe", "ann", "10.0.0.5", "02:00:00:00:00:01", ""),
+                                 ("pppoe", "bob", "10.0.0.5", "02:00:00:00:00:01", "10.9.9.9")]
     assert notify(action="down", dial_mac="02:00:00:00:00:99") == (0, None)
-    assert [row[1] for row in logins(lab)] == ["bob"]
+    assert [row[1] for row in state.logins(lab)] == ["bob"]
     assert notify(action="down", username="bob") == (0, None)
-    assert logins(lab) == []
+    assert state.logins(lab) == []
     assert bus.call(lab, "ivarode.pppauth", "notify", action="up") == (2, None)

@@ -2,8 +2,6 @@
 
 import json
 import re
-import sqlite3
-import tempfile
 import time
 
 import bus
@@ -273,17 +271,6 @@ def test_config_gives_up_when_the_old_link_stays(lab, session):
     look_up(lab)
 
 
-def logins(lab):
-    with tempfile.NamedTemporaryFile() as copy:
-        copy.write(lab.get("router", "/tmp/calmora/db/net_stat.db"))
-        copy.flush()
-        base = sqlite3.connect(copy.name)
-        try:
-            return base.execute("select type, username, ipaddr, dial_mac, dial_ip from pppauth_user_table").fetchall()
-        finally:
-            base.close()
-
-
 DIAL = ["pppd", "plugin", "rp-pppoe.so", "nic-eth0", "user", "joe", "password", "open sesame", "nodetach", "noauth",
         "noipdefault", "nodefaultroute", "noipv6"]
 
@@ -294,7 +281,7 @@ def test_account_added_over_the_bus_can_dial_in(lab):
     own.start("ipparam pppoe,192.168.1.11", secrets=None)
     try:
         refused = lab.run("pc1", *DIAL, timeout=60)
-        assert refused.status in (16, 19) and "10.9.0." not in refused.out and logins(lab) == [], refused
+        assert refused.status in (16, 19) and "10.9.0." not in refused.out and state.logins(lab) == [], refused
         user = {"username": "joe", "provider": "isp", "password": "open sesame", "ipaddr": "10.9.0.77"}
         assert bus.call(lab, "ivarode.pppuser", "add", **user) == (0, None)
         with lab.spawn("pc1", *DIAL) as dialled:
@@ -302,13 +289,13 @@ def test_account_added_over_the_bus_can_dial_in(lab):
             peers.until(lab, "pc1", "ip -4 addr | grep -q 10.9.0.77", 20)
             assert checks.ping(lab, "pc1", "10.9.0.1")
             peers.until(lab, "router", "busybox strings /tmp/calmora/db/net_stat.db | grep -q joe", 30)
-            assert logins(lab) == [("pppoe", "joe", "10.9.0.77", "", "192.168.1.11")]
+            assert state.logins(lab) == [("pppoe", "joe", "10.9.0.77", "", "192.168.1.11")]
             dialled.kill(15)
             dialled.collect(time.monotonic() + 30 * lab.pace)
         peers.until(lab, "router", "! ip -4 addr | grep -q 10.9.0.77", 30)
         deadline = time.monotonic() + 30 * lab.pace
-        while logins(lab):
-            assert time.monotonic() < deadline, logins(lab)
+        while state.logins(lab):
+            assert time.monotonic() < deadline, state.logins(lab)
             time.sleep(0.2)
         assert bus.call(lab, "ivarode.pppuser", "del", username="joe", provider="isp") == (0, None)
         assert lab.run("pc1", *DIAL, timeout=60).status in (16, 19)

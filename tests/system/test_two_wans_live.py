@@ -121,11 +121,12 @@ def test_first_choice_lost_and_back(both):
     carried_by(both, "wan1")
 
 
-def test_equal_numbers_the_first_carries_until_it_goes(both):
-    config(both, "wan2", 20001, PPPOE)
-    assert [route.split(" dev ")[1].split()[0] for route in peers.default_routes(both, 20001)] == ["wan1", "wan2"]
+def first_carries_until_it_goes(both):
+    """Two WANs of one number, from a start in which wan1 came first."""
     carried_by(both, "wan1")
     lost(both, "wan1")
+    # the rule serves both, and stays for the one that is left
+    assert "20001: from all lookup 20001" in wan_rules(both)
     carried_by(both, "wan2")
     back(both, "wan1")
     carried_by(both, "wan2")
@@ -133,6 +134,12 @@ def test_equal_numbers_the_first_carries_until_it_goes(both):
     carried_by(both, "wan1")
     back(both, "wan2")
     assert "20001: from all lookup 20001" in wan_rules(both)
+
+
+def test_equal_numbers_the_first_carries_until_it_goes(both):
+    config(both, "wan2", 20001, PPPOE)
+    assert [route.split(" dev ")[1].split()[0] for route in peers.default_routes(both, 20001)] == ["wan1", "wan2"]
+    first_carries_until_it_goes(both)
 
 
 def test_static_and_pppoe(both):
@@ -151,13 +158,4 @@ def test_static_and_pppoe(both):
 def test_static_and_pppoe_with_equal_numbers(both):
     config(both, "wan1", 20001, STATIC)
     config(both, "wan2", 20001, PPPOE)
-    carried_by(both, "wan1")
-    lost(both, "wan1")
-    # the rule serves both, and stays for the one that is left
-    assert "20001: from all lookup 20001" in wan_rules(both)
-    carried_by(both, "wan2")
-    back(both, "wan1")
-    carried_by(both, "wan2")
-    lost(both, "wan2")
-    carried_by(both, "wan1")
-    back(both, "wan2")
+    first_carries_until_it_goes(both)
