@@ -6,6 +6,7 @@
 
 #include <stdlib.h>
 #include <string.h>
+#include <utility>
 
 netintf_entry *netintf_registry;
 uint8_t netintf_lan_port_mask;
@@ -26,6 +27,17 @@ void head_init(netintf_entry *head)
     head->in_use = 1;
     head->next = head;
     head->prev = head;
+}
+
+netintf_entry *entry_find_on_port(uint32_t port, const char *name, const char *func, int line)
+{
+    netintf_entry *head = &netintf_registry[port];
+    for (netintf_entry *entry = head->next; entry != nullptr && entry != head; entry = entry->next) {
+        if (strncmp_safe_record(entry->name, name, name_size, func, line) == 0) {
+            return entry;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -102,13 +114,33 @@ netintf_entry *netintf_entry_find_byname(const char *name)
     if (netintf_hwport_get_byname(name, &port) != rv_ok) {
         return nullptr;
     }
-    netintf_entry *head = &netintf_registry[port];
-    for (netintf_entry *entry = head->next; entry != nullptr && entry != head; entry = entry->next) {
-        if (strncmp_safe_record(entry->name, name, name_size, __func__, __LINE__) == 0) {
-            return entry;
-        }
+    return entry_find_on_port(port, name, __func__, __LINE__);
+}
+
+netintf_finder::netintf_finder()
+{
+    for (uint32_t port = 0; port < netintf_port_count; port++) {
+        due_[port] = netintf_registry[port].next;
     }
-    return nullptr;
+}
+
+netintf_entry *netintf_finder::find(const char *name)
+{
+    uint32_t port = 0;
+    if (netintf_hwport_get_byname(name, &port) != rv_ok) {
+        return nullptr;
+    }
+    // While every record of a port was due and found, none before the next one can have the name.
+    netintf_entry *&due = due_[port];
+    if (due != nullptr && due != &netintf_registry[port] &&
+        strncmp_safe_record(due->name, name, name_size, __func__, __LINE__) == 0) {
+        return std::exchange(due, due->next);
+    }
+    netintf_entry *entry = entry_find_on_port(port, name, __func__, __LINE__);
+    if (entry != nullptr) {
+        due = nullptr;
+    }
+    return entry;
 }
 
 netintf_entry *netintf_port_head_get(uint32_t port)

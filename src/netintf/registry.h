@@ -70,6 +70,18 @@ netintf_entry *netintf_l3intf_init(uint32_t port, const char *name, uint32_t typ
 // The first record of exactly this name on the list of the name's port, or null.
 netintf_entry *netintf_entry_find_byname(const char *name);
 
+// Looks for many names, none of them twice, with the results of netintf_entry_find_byname. Cheap as long as
+// the names of each port come in the order of its records; the kernel lists devices in the order of their
+// making. Records must neither come nor go meanwhile.
+class netintf_finder {
+public:
+    netintf_finder();
+    netintf_entry *find(const char *name);
+
+private:
+    netintf_entry *due_[netintf_port_count]; // null once the names of the port came in another order
+};
+
 // The list head of a port, or null for ports of 5 and above.
 netintf_entry *netintf_port_head_get(uint32_t port);
 

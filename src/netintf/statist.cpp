@@ -16,9 +16,7 @@
 namespace {
 
 constexpr uint64_t rate_divisor = 3; // seconds; fixed, not measured
-constexpr size_t counter_count = 16; // of each device in the kernel's table
-constexpr size_t counter_rx_bytes = 0;
-constexpr size_t counter_tx_bytes = 8;
+constexpr int numbers_between = 7;   // between a device's bytes received, its first number, and those sent
 constexpr int header_lines = 2;
 constexpr size_t debug_counter_offset = 16; // bytes into the debug area
 
@@ -36,40 +34,73 @@ void debug_counter_advance()
     }
 }
 
-// Reads as many numbers as the text has; the others keep the values of the line before.
-void counters_read(const char *text, uint64_t (&counters)[counter_count])
+// What the table says of a device.
+struct byte_counts {
+    uint64_t rx;
+    uint64_t tx;
+};
+
+// Takes the next number of a text; where there is none, the value stays. The text behind it, or null.
+const char *number_take(const char *text, uint64_t &value)
 {
-    for (uint64_t &counter : counters) {
-        char *end = nullptr;
-        const uint64_t value = strtoull(text, &end, 10);
-        if (end == text) {
-            return;
-        }
-        counter = value;
-        text = end;
+    char *end = nullptr;
+    const uint64_t number = strtoull(text, &end, 10);
+    if (end == text) {
+        return nullptr;
+    }
+    value = number;
+    return end;
+}
+
+// Passes over what number_take would take. Most numbers of the table are passed over.
+const char *number_pass(const char *text)
+{
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
+        text++;
+    }
+    if (*text == '+' || *text == '-') {
+        text++;
+    }
+    const char *digits = text;
+    while (*text >= '0' && *text <= '9') {
+        text++;
+    }
+    return text != digits ? text : nullptr;
+}
+
+// Counts that the text does not hold keep the values of the line before.
+void counts_read(const char *text, byte_counts &counts)
+{
+    text = number_take(text, counts.rx);
+    for (int number = 0; number < numbers_between && text != nullptr; number++) {
+        text = number_pass(text);
+    }
+    if (text != nullptr) {
+        number_take(text, counts.tx);
     }
 }
 
-void line_sample(char *line, uint64_t (&counters)[counter_count])
+void line_sample(char *line, netintf_finder &finder, byte_counts &counts)
 {
     char *rest = nullptr;
     const char *device = strtok_r(line, " \t:", &rest);
-    netintf_entry *entry = netintf_entry_find_byname(device);
+    netintf_entry *entry = finder.find(device);
     if (entry == nullptr) {
         return;
     }
     entry->rx_bytes_prev = entry->rx_bytes;
     entry->tx_bytes_prev = entry->tx_bytes;
-    counters_read(rest, counters);
-    entry->rx_bytes = counters[counter_rx_bytes];
-    entry->tx_bytes = counters[counter_tx_bytes];
+    counts_read(rest, counts);
+    entry->rx_bytes = counts.rx;
+    entry->tx_bytes = counts.tx;
     entry->rx_rate = (entry->rx_bytes - entry->rx_bytes_prev) / rate_divisor;
     entry->tx_rate = (entry->tx_bytes - entry->tx_bytes_prev) / rate_divisor;
 }
 
 void table_sample(FILE *table)
 {
-    uint64_t counters[counter_count] = {};
+    netintf_finder finder;
+    byte_counts counts = {};
     for (int number = 1;; number++) {
         char *line = nullptr;
         size_t size = 0;
@@ -79,7 +110,7 @@ void table_sample(FILE *table)
             return;
         }
         if (number > header_lines) {
-            line_sample(line, counters);
+            line_sample(line, finder, counts);
         }
     }
 }
@@ -114,7 +145,10 @@ void netintf_statist_timer(struct uloop_timeout *timeout)
 {
     debug_counter_advance();
     if (FILE *table = fopen("/proc/net/dev", "rt"); table != nullptr) {
+        // The kernel gives a page at a time; without this, the C library asks for a quarter of it.
+        char buffer[4096];
         const scope_release closer(table, fclose);
+        setvbuf(table, buffer, _IOFBF, sizeof(buffer));
         table_sample(table);
     }
     uloop_timeout_set(timeout, statist_interval);

@@ -3,6 +3,8 @@
 #include "daemon_test.h"
 #include "netintf/registry.h"
 
+#include <algorithm>
+
 namespace unit {
 namespace {
 
@@ -203,6 +205,41 @@ TEST_F(Registry, LookupsThatFindNothing)
     EXPECT_EQ(netintf_entry_find_byname("lan2.1"), nullptr);
     EXPECT_EQ(netintf_entry_find_byname("lan2"), entry);
     entry->next = netintf_port_head_get(2);
+}
+
+// Some records share a name, and some of the names are of no record.
+TEST_F(Registry, AFinderFindsWhatALookupFindsInAnyOrder)
+{
+    for (const char *name : {"lan2", "lan3", "lan2.a", "lan2", "lan3.a", "lan2.b", "lan2.a", "lan2.c"}) {
+        lan(name);
+    }
+    std::vector<std::string> names = {"guest", "lan2", "lan2.a", "lan2.b", "lan2.c", "lan2.d", "lan3.a"};
+    do {
+        netintf_finder finder;
+        for (const std::string &name : names) {
+            ASSERT_EQ(finder.find(name.c_str()), netintf_entry_find_byname(name.c_str())) << name;
+        }
+    } while (std::next_permutation(names.begin(), names.end()));
+    expect_trace({});
+}
+
+TEST_F(Registry, AFinderEndsWhereAListEnds)
+{
+    netintf_entry *entry = lan("lan2");
+    netintf_finder finder;
+    EXPECT_EQ(finder.find("lan2"), entry);
+    EXPECT_EQ(finder.find(""), nullptr);
+    EXPECT_EQ(finder.find("lan2.1"), nullptr);
+    EXPECT_EQ(finder.find(nullptr), nullptr);
+    expect_trace({});
+    EXPECT_EQ(finder.find("lan9"), nullptr);
+    expect_trace({error("lan 9 get hw port error\n")});
+    lan("lan2.1");
+    entry->next = nullptr;
+    netintf_finder broken;
+    EXPECT_EQ(broken.find("lan2"), entry);
+    EXPECT_EQ(broken.find("lan2.1"), nullptr);
+    entry->next = netintf_port_head_get(2)->prev;
 }
 
 TEST_F(Registry, LinkOfAPort)

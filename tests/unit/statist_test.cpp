@@ -3,6 +3,7 @@
 #include "daemon_test.h"
 #include "netintf/statist.h"
 
+#include <array>
 #include <libubox/uloop.h>
 
 namespace unit {
@@ -120,6 +121,57 @@ TEST_F(Statist, AShortLineTakesTheRestFromTheLineBefore)
     sample("lan2:\n");
     EXPECT_EQ(first->rx_bytes, 0U);
     EXPECT_EQ(first->rx_bytes_prev, 30U);
+}
+
+// However many numbers a line has, those behind something else do not count.
+TEST_F(Statist, ALineIsReadUpToWhatIsNoNumber)
+{
+    const std::string numbers[] = {"70",  "+2", "-3", "\t4", " 5", "0", "18446744073709551616",
+                                   "\v8", "90", "10"};
+    for (size_t count = 0; count <= std::size(numbers); count++) {
+        board({{1, 1}, {1, 2}, {1, 3}});
+        netintf_entry *before = lan("lan2");
+        netintf_entry *entry = lan("lan3");
+        std::string line = "lan3:";
+        for (size_t i = 0; i < count; i++) {
+            line += " " + numbers[i];
+        }
+        for (const char *end : {"", " x 6 7 8 9 10 11 12", " -", "\f+ 1 2 3 4 5 6 7 8 9"}) {
+            sample(counters("lan2:", "30", "60") + line + end + "\n");
+            EXPECT_EQ(before->rx_bytes, 30U);
+            EXPECT_EQ(entry->rx_bytes, count >= 1 ? 70U : 30U) << line << end;
+            EXPECT_EQ(entry->tx_bytes, count >= 9 ? 90U : 60U) << line << end;
+        }
+    }
+}
+
+TEST_F(Statist, BytesAreReadAsTheCLibraryReadsThem)
+{
+    netintf_entry *entry = lan("lan2");
+    sample(counters("lan2:", " -1", "+7"));
+    EXPECT_EQ(entry->rx_bytes, 18446744073709551615U);
+    EXPECT_EQ(entry->tx_bytes, 7U);
+    sample(counters("lan2:", "18446744073709551616", "99999999999999999999999"));
+    EXPECT_EQ(entry->rx_bytes, 18446744073709551615U);
+    EXPECT_EQ(entry->tx_bytes, 18446744073709551615U);
+}
+
+// Devices made anew stand behind others; each still finds its own record.
+TEST_F(Statist, DevicesMayComeInAnyOrder)
+{
+    netintf_entry *entries[] = {lan("lan2"), lan("lan2.1"), lan("lan2.2")};
+    for (const std::array<int, 3> &order :
+         {std::array{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}) {
+        std::string lines;
+        for (const int i : order) {
+            lines += counters(std::string(entries[i]->name) + ":", std::to_string(i + 10), "1");
+        }
+        sample(lines);
+        for (uint64_t i = 0; i < 3; i++) {
+            EXPECT_EQ(entries[i]->rx_bytes, i + 10) << lines;
+            entries[i]->rx_bytes = 0;
+        }
+    }
 }
 
 TEST_F(Statist, OddTables)
