@@ -7,7 +7,7 @@
 #include "netintf/registry.h"
 #include "netintf/reply.h"
 
-#include <inttypes.h>
+#include <charconv>
 #include <libubus.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -18,6 +18,7 @@ namespace {
 constexpr uint64_t rate_divisor = 3; // seconds; fixed, not measured
 constexpr int numbers_between = 7;   // between a device's bytes received, its first number, and those sent
 constexpr int header_lines = 2;
+constexpr int counter_digits = 20;          // of the highest 64-bit number
 constexpr size_t debug_counter_offset = 16; // bytes into the debug area
 
 struct uloop_timeout statist_timeout;
@@ -117,8 +118,8 @@ void table_sample(FILE *table)
 
 void add_counter(const char *key, uint64_t value)
 {
-    char text[1024] = {};
-    snprintf(text, sizeof(text), "%" PRIu64, value);
+    char text[counter_digits + 1] = {};
+    std::to_chars(text, text + counter_digits, value);
     netintf_bmsg_add_string(key, text);
 }
 
