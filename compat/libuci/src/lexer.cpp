@@ -1,15 +1,15 @@
 #include "lexer.h"
 
+#include "characters.h"
+
+#include <cstring>
+
 namespace uci {
 
-namespace {
-
-bool is_blank(int c)
+lexer::lexer(char *text, size_t length) : text_(text), length_(length)
 {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+    text_[length_] = '\0';
 }
-
-} // namespace
 
 int lexer::peek() const
 {
@@ -24,12 +24,11 @@ int lexer::after_next() const
     return position_ + 1 < length_ ? static_cast<unsigned char>(text_[position_ + 1]) : end;
 }
 
-void lexer::advance()
+void lexer::advance(int passed)
 {
-    bool newline = peek() == '\n';
     held_ = end;
     position_++;
-    if (newline) {
+    if (passed == '\n') {
         line_++;
         line_start_ = position_;
     }
@@ -39,11 +38,11 @@ void lexer::skip_blanks()
 {
     for (;;) {
         int c = peek();
-        if (is_blank(c)) {
-            advance();
+        if (c != end && has(static_cast<char>(c), blank)) {
+            advance(c);
         } else if (c == '\\' && after_next() == '\n') {
-            advance();
-            advance();
+            advance(c);
+            advance('\n');
         } else {
             return;
         }
@@ -53,7 +52,7 @@ void lexer::skip_blanks()
 bool lexer::at_word_end() const
 {
     int c = peek();
-    return c == end || c == '\n' || c == ';' || c == '#' || is_blank(c);
+    return c == end || has(static_cast<char>(c), ends_word);
 }
 
 bool lexer::fail(const char *reason)
@@ -62,14 +61,27 @@ bool lexer::fail(const char *reason)
     return false;
 }
 
-bool lexer::put(size_t &out, int c)
+bool lexer::put(int c)
 {
     if (c == 0) {
         return fail("zero byte");
     }
-    advance();
-    text_[out++] = static_cast<char>(c);
+    advance(c);
+    text_[out_++] = static_cast<char>(c);
     return true;
+}
+
+void lexer::put_run(uint8_t stops)
+{
+    const size_t start = position_;
+    while (!has(text_[position_], stops)) {
+        position_++;
+    }
+    const size_t length = position_ - start;
+    if (out_ != start) {
+        memmove(text_ + out_, text_ + start, length);
+    }
+    out_ += length;
 }
 
 bool lexer::next_command()
@@ -83,7 +95,7 @@ bool lexer::next_command()
         if (c == '#') {
             skip_line();
         } else if (c == '\n' || c == ';') {
-            advance();
+            advance(c);
         } else {
             return true;
         }
@@ -93,8 +105,8 @@ bool lexer::next_command()
 std::string_view lexer::keyword()
 {
     size_t start = position_;
-    while (!at_word_end()) {
-        advance();
+    while (position_ < length_ && !has(text_[position_], ends_word)) {
+        position_++;
     }
     return {text_ + start, position_ - start};
 }
@@ -105,79 +117,108 @@ word_kind lexer::next_word(char *&word)
     if (at_word_end()) {
         return word_kind::none;
     }
-    size_t out = position_;
-    word = text_ + out;
-    while (!at_word_end()) {
-        int c = peek();
-        bool taken = true;
-        if (c == '\'') {
-            taken = single_quoted(out);
-        } else if (c == '"') {
-            taken = double_quoted(out);
-        } else if (c == '\\') {
-            advance();
-            c = peek();
-            if (c == '\n') {
-                advance();
-            } else if (c != end) {
-                taken = put(out, c);
-            }
-        } else {
-            taken = put(out, c);
-        }
-        if (!taken) {
+    begin_word();
+    do {
+        if (!put_part()) {
             return word_kind::error;
         }
-    }
-    if (out == position_) {
+    } while (!at_word_end());
+    if (out_ == position_) {
         held_ = peek();
     }
-    text_[out] = '\0';
+    text_[out_] = '\0';
+    word = text_ + start_;
     return word_kind::word;
 }
 
-bool lexer::single_quoted(size_t &out)
+void lexer::begin_word()
 {
-    advance();
-    for (int c; (c = peek()) != '\'';) {
-        if (c == end) {
-            return fail("unterminated '");
-        }
-        if (!put(out, c)) {
-            return false;
-        }
-    }
-    advance();
-    return true;
+    start_ = position_;
+    out_ = position_;
 }
 
-bool lexer::double_quoted(size_t &out)
+bool lexer::put_part()
 {
-    advance();
-    for (int c; (c = peek()) != '"';) {
+    switch (int c = peek()) {
+    case '\'':
+        return single_quoted();
+    case '"':
+        return double_quoted();
+    case '\\':
+        advance(c);
+        c = peek();
+        if (c == '\n') {
+            advance(c);
+            return true;
+        }
+        return c == end || put(c);
+    case 0:
+        return put(c); // fails, while a run would be empty for ever
+    default:
+        put_run(stops_bare);
+        return true;
+    }
+}
+
+void lexer::open_quote()
+{
+    position_++;
+    // A word that begins with the quote begins behind it, and can stay where it is.
+    if (out_ == start_) {
+        begin_word();
+    }
+}
+
+bool lexer::single_quoted()
+{
+    open_quote();
+    for (;;) {
+        put_run(stops_single);
+        switch (int c = peek()) {
+        case '\'':
+            advance(c);
+            return true;
+        case end:
+            return fail("unterminated '");
+        default:
+            if (!put(c)) {
+                return false;
+            }
+        }
+    }
+}
+
+bool lexer::double_quoted()
+{
+    open_quote();
+    for (;;) {
+        put_run(stops_double);
+        int c = peek();
+        if (c == '"') {
+            advance(c);
+            return true;
+        }
         if (c == '\\') {
-            advance();
+            advance(c);
             c = peek();
             if (c == '\n') {
-                advance();
+                advance(c);
                 continue;
             }
         }
         if (c == end) {
             return fail("unterminated \"");
         }
-        if (!put(out, c)) {
+        if (!put(c)) {
             return false;
         }
     }
-    advance();
-    return true;
 }
 
 void lexer::skip_line()
 {
     for (int c; (c = peek()) != end && c != '\n';) {
-        advance();
+        advance(c);
     }
 }
 

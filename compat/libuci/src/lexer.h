@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace [[gnu::visibility("hidden")]] uci {
@@ -16,7 +17,7 @@ enum class word_kind { word, none, error };
 
 class lexer {
 public:
-    lexer(char *text, size_t length) : text_(text), length_(length) {}
+    lexer(char *text, size_t length);
 
     // Goes to the next command, past blank lines, comments and separators. False at the end of the text.
     bool next_command();
@@ -36,17 +37,25 @@ private:
 
     int peek() const;
     int after_next() const;
-    void advance();
+    void advance(int passed); // the character at position_
     void skip_blanks();
     bool at_word_end() const;
-    bool single_quoted(size_t &out);
-    bool double_quoted(size_t &out);
-    bool put(size_t &out, int c);
+    void begin_word();
+    // A part of a word: characters without quotes, one behind a backslash, or what is within quotes.
+    bool put_part();
+    void open_quote();
+    bool single_quoted();
+    bool double_quoted();
+    // The word's next characters: the one at position_, or all up to one with a trait in `stops`.
+    bool put(int c);
+    void put_run(uint8_t stops);
     bool fail(const char *reason);
 
     char *text_;
     size_t length_;
     size_t position_ = 0;
+    size_t start_ = 0; // of the word, and where its next character goes
+    size_t out_ = 0;
     size_t line_start_ = 0;
     int line_ = 1;
     int held_ = end; // the byte at position_, when a word's terminator had to be written over it

@@ -42,6 +42,16 @@ TEST_F(Grammar, QuotedAndBarePartsAreGlued)
 {
     EXPECT_EQ("n=t\nn.a=foobarbazqux\n", parsed("config t n\noption a foo'bar'\"baz\"qux\n"));
     EXPECT_EQ("n=t\nn.a=it's\n", parsed("config t n\noption a 'it'\\''s'\n"));
+    EXPECT_EQ("n=t\nn.a=onetwothree\n", parsed("config t n\noption a 'one'two\"three\"\n"));
+    EXPECT_EQ("n=t\nn.a=one\nn.b=2\n", parsed("config t n\noption a \"\"'one''';option 'b' 2\n"));
+}
+
+TEST_F(Grammar, LinesWithinQuotesAreCounted)
+{
+    EXPECT_EQ("Parse error (too many arguments) at line 4, byte 5",
+              parsed("config t n\noption a 'x\ny'\"\nz\" b\n"));
+    EXPECT_EQ("Parse error (invalid command) at line 5, byte 4",
+              parsed("config t n\noption a x\\\ny'\n'\nbad\n"));
 }
 
 TEST_F(Grammar, SingleQuotesKeepEverything)
