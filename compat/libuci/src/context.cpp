@@ -6,6 +6,17 @@
 
 namespace {
 
+bool replace_text(char **slot, const char *text)
+{
+    char *copy = strdup(text);
+    if (!copy) {
+        return false;
+    }
+    free(*slot);
+    *slot = copy;
+    return true;
+}
+
 uci_element *find_delta_path(uci_context *ctx, const char *dir)
 {
     uci_element *folder;
@@ -16,6 +27,20 @@ uci_element *find_delta_path(uci_context *ctx, const char *dir)
         }
     }
     return nullptr;
+}
+
+// The last one, with its name behind it in one block.
+uci_element *add_delta_path(uci_context *ctx, const char *dir)
+{
+    const size_t size = strlen(dir) + 1;
+    auto *folder = static_cast<uci_element *>(malloc(sizeof(uci_element) + size));
+    if (folder) {
+        *folder = {};
+        folder->type = UCI_TYPE_ITEM;
+        folder->name = static_cast<char *>(memcpy(folder + 1, dir, size));
+        uci::list_insert_before(&ctx->delta_path, &folder->list);
+    }
+    return folder;
 }
 
 constexpr const char *error_texts[UCI_ERR_LAST] = {
@@ -36,8 +61,8 @@ struct uci_context *uci_alloc_context(void)
     uci::list_init(&ctx->delta_path);
     ctx->flags = static_cast<uci_flags>(UCI_FLAG_STRICT | UCI_FLAG_SAVED_DELTA);
     ctx->pctx = static_cast<uci_parse_context *>(calloc(1, sizeof(uci_parse_context)));
-    if (!ctx->pctx || !uci::replace_text(&ctx->confdir, UCI_CONFDIR) ||
-        !uci::replace_text(&ctx->conf2dir, UCI_CONF2DIR) || uci_set_savedir(ctx, UCI_SAVEDIR) != UCI_OK) {
+    if (!ctx->pctx || !replace_text(&ctx->confdir, UCI_CONFDIR) ||
+        !replace_text(&ctx->conf2dir, UCI_CONF2DIR) || uci_set_savedir(ctx, UCI_SAVEDIR) != UCI_OK) {
         uci_free_context(ctx);
         return nullptr;
     }
@@ -57,7 +82,7 @@ void uci_free_context(struct uci_context *ctx)
     }
     uci_foreach_element_safe(&ctx->delta_path, following, element)
     {
-        uci::free_item(element);
+        free(element);
     }
     free(ctx->pctx);
     free(ctx->confdir);
@@ -71,7 +96,7 @@ int uci_set_confdir(struct uci_context *ctx, const char *dir)
     if (!dir) {
         return uci::set_error(ctx, UCI_ERR_INVAL);
     }
-    return uci::set_error(ctx, uci::replace_text(&ctx->confdir, dir) ? UCI_OK : UCI_ERR_MEM);
+    return uci::set_error(ctx, replace_text(&ctx->confdir, dir) ? UCI_OK : UCI_ERR_MEM);
 }
 
 int uci_set_conf2dir(struct uci_context *ctx, const char *dir)
@@ -81,7 +106,7 @@ int uci_set_conf2dir(struct uci_context *ctx, const char *dir)
         ctx->conf2dir = nullptr;
         return uci::set_error(ctx, UCI_OK);
     }
-    return uci::set_error(ctx, uci::replace_text(&ctx->conf2dir, dir) ? UCI_OK : UCI_ERR_MEM);
+    return uci::set_error(ctx, replace_text(&ctx->conf2dir, dir) ? UCI_OK : UCI_ERR_MEM);
 }
 
 int uci_set_savedir(struct uci_context *ctx, const char *dir)
@@ -91,9 +116,9 @@ int uci_set_savedir(struct uci_context *ctx, const char *dir)
     }
     uci_element *known = find_delta_path(ctx, dir);
     if (!known) {
-        known = uci::new_item(&ctx->delta_path, dir);
+        known = add_delta_path(ctx, dir);
     }
-    if (!known || !uci::replace_text(&ctx->savedir, dir)) {
+    if (!known || !replace_text(&ctx->savedir, dir)) {
         return uci::set_error(ctx, UCI_ERR_MEM);
     }
     // Its changes are the newest. The folder that had this place before is read on, one earlier.
@@ -111,7 +136,7 @@ int uci_add_delta_path(struct uci_context *ctx, const char *dir)
         return uci::set_error(ctx, UCI_ERR_DUPLICATE);
     }
     uci_list *newest = ctx->delta_path.prev;
-    if (!uci::new_item(&ctx->delta_path, dir)) {
+    if (!add_delta_path(ctx, dir)) {
         return uci::set_error(ctx, UCI_ERR_MEM);
     }
     uci::list_remove(newest);

@@ -48,7 +48,8 @@ bool set_section(uci_package *package, uci_section *section, const change &wante
         return true;
     }
     if (section) {
-        return replace_text(&section->type, wanted.value);
+        section->type = wanted.value;
+        return true;
     }
     return new_section(package, wanted.value, wanted.section) != nullptr;
 }
@@ -69,7 +70,7 @@ bool set_option(uci_section *section, const change &wanted)
 {
     if (!wanted.value || !*wanted.value) {
         if (uci_option *known = find_option(section, wanted.option)) {
-            free_option(known);
+            list_remove(&known->e.list);
         }
         return true;
     }
@@ -79,33 +80,32 @@ bool set_option(uci_section *section, const change &wanted)
 void remove(uci_section *section, const change &wanted)
 {
     if (!wanted.option) {
-        free_section(section);
+        list_remove(&section->e.list);
     } else if (uci_option *option = find_option(section, wanted.option)) {
-        free_option(option);
+        list_remove(&option->e.list);
     }
 }
 
 // A name that is taken stays its owner's: two sections of one name would become one when the file is read
 // again.
-bool rename(uci_section *section, const change &wanted)
+void rename(uci_section *section, const change &wanted)
 {
     if (!valid_name(wanted.value)) {
-        return true;
+        return;
     }
     if (wanted.option) {
         uci_option *option = find_option(section, wanted.option);
         const bool taken = find_option(section, wanted.value) != nullptr;
-        return !option || taken || replace_text(&option->e.name, wanted.value);
+        if (option && !taken) {
+            option->e.name = wanted.value;
+        }
+        return;
     }
     const uci_section *owner = find_section(section->package, wanted.value);
-    if (owner && owner != section) {
-        return true;
+    if (!owner || owner == section) {
+        section->e.name = wanted.value;
+        section->anonymous = false;
     }
-    if (!replace_text(&section->e.name, wanted.value)) {
-        return false;
-    }
-    section->anonymous = false;
-    return true;
 }
 
 void reorder(uci_package *package, uci_section *section, const change &wanted)
@@ -133,12 +133,12 @@ void remove_from_list(uci_section *section, const change &wanted)
     uci_element *following;
     uci_foreach_element_safe(&option->v.list, following, item)
     {
-        if (strcmp(item->name, wanted.value) == 0) {
-            free_item(item);
+        if (is_named(item, wanted.value)) {
+            list_remove(&item->list);
         }
     }
     if (uci_list_empty(&option->v.list)) {
-        free_option(option);
+        list_remove(&option->e.list);
     }
 }
 
@@ -162,7 +162,8 @@ bool apply(uci_package *package, const change &wanted)
         remove(section, wanted);
         return true;
     case '@':
-        return rename(section, wanted);
+        rename(section, wanted);
+        return true;
     case '^':
         if (!wanted.option) {
             reorder(package, section, wanted);

@@ -1,3 +1,5 @@
+#include "arena.h"
+#include "characters.h"
 #include "internal.h"
 
 #include <cstdlib>
@@ -7,25 +9,31 @@ namespace uci {
 
 namespace {
 
-template <typename Struct> Struct *new_element(uci_type type, const char *name)
+// What free_package gives back: a package and all that hangs on it.
+struct whole_package {
+    uci_package package;
+    arena memory;
+};
+
+arena &memory_of(uci_package *package)
 {
-    auto *made = static_cast<Struct *>(calloc(1, sizeof(Struct)));
-    if (!made) {
-        return nullptr;
+    return container_of(package, whole_package, package)->memory;
+}
+
+template <typename Struct> Struct *new_element(arena &memory, uci_type type, char *name)
+{
+    auto *made = static_cast<Struct *>(memory.take(sizeof(Struct)));
+    if (made) {
+        *made = {};
+        made->e.type = type;
+        made->e.name = name;
     }
-    made->e.type = type;
-    made->e.name = strdup(name);
-    if (!made->e.name) {
-        free(made);
-        return nullptr;
-    }
-    list_init(&made->e.list);
     return made;
 }
 
-uci_option *new_option(uci_section *section, const char *name, uci_option_type type)
+uci_option *new_option(uci_section *section, char *name, uci_option_type type)
 {
-    auto *option = new_element<uci_option>(UCI_TYPE_OPTION, name);
+    auto *option = new_element<uci_option>(memory_of(section->package), UCI_TYPE_OPTION, name);
     if (option) {
         option->section = section;
         option->type = type;
@@ -37,14 +45,13 @@ uci_option *new_option(uci_section *section, const char *name, uci_option_type t
     return option;
 }
 
-void free_items(uci_list *list)
+uci_element *new_item(uci_section *section, char *value)
 {
-    uci_element *item;
-    uci_element *following;
-    uci_foreach_element_safe(list, following, item)
-    {
-        free_item(item);
-    }
+    struct item {
+        uci_element e;
+    };
+    auto *made = new_element<item>(memory_of(section->package), UCI_TYPE_ITEM, value);
+    return made ? &made->e : nullptr;
 }
 
 unsigned type_hash(const char *type)
@@ -56,40 +63,32 @@ unsigned type_hash(const char *type)
     return hash & 0x7fffffff;
 }
 
-template <typename Accept> bool all_characters(const char *text, Accept accept)
+bool all_have(const char *text, uint8_t trait)
 {
     if (!text || !*text) {
         return false;
     }
-    for (; *text; text++) {
-        if (!accept(static_cast<unsigned char>(*text))) {
-            return false;
-        }
+    while (has(*text, trait)) {
+        text++;
     }
-    return true;
-}
-
-// Independent of the locale, which the program around us may have set.
-bool is_name_character(unsigned char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+    return *text == '\0';
 }
 
 } // namespace
 
 bool valid_package_name(const char *text)
 {
-    return all_characters(text, [](unsigned char c) { return is_name_character(c) || c == '-'; });
+    return all_have(text, in_package_name);
 }
 
 bool valid_name(const char *text)
 {
-    return all_characters(text, is_name_character);
+    return all_have(text, in_name);
 }
 
 bool valid_type(const char *text)
 {
-    return all_characters(text, [](unsigned char c) { return c >= 33 && c <= 126; });
+    return all_have(text, in_type);
 }
 
 void list_init(uci_list *list)
@@ -113,56 +112,21 @@ void list_remove(uci_list *entry)
     list_init(entry);
 }
 
-bool replace_text(char **slot, const char *text)
+uci_section *new_section(uci_package *package, char *type, char *name)
 {
-    char *copy = strdup(text);
-    if (!copy) {
-        return false;
-    }
-    free(*slot);
-    *slot = copy;
-    return true;
-}
-
-uci_element *new_item(uci_list *list, const char *value)
-{
-    struct item {
-        uci_element e;
-    };
-    auto *made = new_element<item>(UCI_TYPE_ITEM, value);
-    if (!made) {
-        return nullptr;
-    }
-    list_insert_before(list, &made->e.list);
-    return &made->e;
-}
-
-void free_item(uci_element *item)
-{
-    list_remove(&item->list);
-    free(item->name);
-    free(item);
-}
-
-uci_section *new_section(uci_package *package, const char *type, const char *name)
-{
-    char generated[32];
+    arena &memory = memory_of(package);
     bool anonymous = !name;
     if (anonymous) {
+        char generated[32];
         snprintf(generated, sizeof generated, "cfg%02x%04x", static_cast<unsigned>(package->n_section + 1),
                  type_hash(type) & 0xffff);
-        name = generated;
+        name = memory.copy(generated);
     }
-    auto *section = new_element<uci_section>(UCI_TYPE_SECTION, name);
+    auto *section = name ? new_element<uci_section>(memory, UCI_TYPE_SECTION, name) : nullptr;
     if (!section) {
         return nullptr;
     }
-    section->type = strdup(type);
-    if (!section->type) {
-        free(section->e.name);
-        free(section);
-        return nullptr;
-    }
+    section->type = type;
     section->package = package;
     section->anonymous = anonymous;
     list_init(&section->options);
@@ -171,26 +135,12 @@ uci_section *new_section(uci_package *package, const char *type, const char *nam
     return section;
 }
 
-void free_section(uci_section *section)
-{
-    uci_element *element;
-    uci_element *following;
-    uci_foreach_element_safe(&section->options, following, element)
-    {
-        free_option(uci_to_option(element));
-    }
-    list_remove(&section->e.list);
-    free(section->type);
-    free(section->e.name);
-    free(section);
-}
-
 uci_section *find_section(const uci_package *package, const char *name)
 {
     uci_element *element;
     uci_foreach_element(&package->sections, element)
     {
-        if (strcmp(element->name, name) == 0) {
+        if (is_named(element, name)) {
             return uci_to_section(element);
         }
     }
@@ -202,108 +152,84 @@ uci_option *find_option(const uci_section *section, const char *name)
     uci_element *element;
     uci_foreach_element(&section->options, element)
     {
-        if (strcmp(element->name, name) == 0) {
+        if (is_named(element, name)) {
             return uci_to_option(element);
         }
     }
     return nullptr;
 }
 
-void free_option(uci_option *option)
+bool set_string(uci_section *section, char *name, char *value)
 {
-    if (option->type == UCI_TYPE_LIST) {
-        free_items(&option->v.list);
-    } else {
-        free(option->v.string);
-    }
-    list_remove(&option->e.list);
-    free(option->e.name);
-    free(option);
-}
-
-bool set_string(uci_section *section, const char *name, const char *value)
-{
-    char *copy = strdup(value);
-    if (!copy) {
-        return false;
-    }
     uci_option *option = find_option(section, name);
     if (!option) {
         option = new_option(section, name, UCI_TYPE_STRING);
-        if (!option) {
-            free(copy);
-            return false;
-        }
-    } else if (option->type == UCI_TYPE_LIST) {
-        free_items(&option->v.list);
-        option->type = UCI_TYPE_STRING;
-    } else {
-        free(option->v.string);
     }
-    option->v.string = copy;
+    if (!option) {
+        return false;
+    }
+    option->type = UCI_TYPE_STRING;
+    option->v.string = value;
     return true;
 }
 
-bool add_to_list(uci_section *section, const char *name, const char *value)
+bool add_to_list(uci_section *section, char *name, char *value)
 {
     uci_option *option = find_option(section, name);
+    uci_element *item = new_item(section, value);
+    if (!item) {
+        return false;
+    }
     if (!option) {
         option = new_option(section, name, UCI_TYPE_LIST);
         if (!option) {
             return false;
         }
-        if (!new_item(&option->v.list, value)) {
-            free_option(option);
+    } else if (option->type == UCI_TYPE_STRING) {
+        uci_element *first = new_item(section, option->v.string);
+        if (!first) {
             return false;
         }
-        return true;
-    }
-    if (option->type == UCI_TYPE_STRING) {
-        char *first = option->v.string;
-        uci_list only;
-        list_init(&only);
-        if (!new_item(&only, first)) {
-            return false;
-        }
-        uci_list *item = only.next;
-        list_remove(item);
         option->type = UCI_TYPE_LIST;
         list_init(&option->v.list);
-        list_insert_before(&option->v.list, item);
-        free(first);
+        list_insert_before(&option->v.list, &first->list);
     }
-    return new_item(&option->v.list, value) != nullptr;
+    list_insert_before(&option->v.list, &item->list);
+    return true;
 }
 
 uci_package *new_package(uci_context *ctx, const char *name, const char *path)
 {
-    auto *package = new_element<uci_package>(UCI_TYPE_PACKAGE, name);
-    if (!package) {
+    auto *whole = static_cast<whole_package *>(calloc(1, sizeof(whole_package)));
+    if (!whole) {
         return nullptr;
     }
+    uci_package *package = &whole->package;
+    package->e.type = UCI_TYPE_PACKAGE;
+    package->e.name = whole->memory.copy(name);
+    package->path = whole->memory.copy(path);
     package->ctx = ctx;
+    list_init(&package->e.list);
     list_init(&package->sections);
     list_init(&package->delta);
     list_init(&package->saved_delta);
-    if (!replace_text(&package->path, path)) {
+    if (!package->e.name || !package->path) {
         free_package(package);
         return nullptr;
     }
     return package;
 }
 
+bool keep_text(uci_package *package, char *text)
+{
+    return memory_of(package).adopt(text);
+}
+
 void free_package(uci_package *package)
 {
-    uci_element *element;
-    uci_element *following;
-    uci_foreach_element_safe(&package->sections, following, element)
-    {
-        free_section(uci_to_section(element));
-    }
     list_remove(&package->e.list);
-    free(package->path);
-    free(package->e.name);
-    free(package);
+    memory_of(package).release();
+    free(container_of(package, whole_package, package));
 }
 
 } // namespace uci

@@ -2,11 +2,14 @@
  * What the files of this library share: the error kept in a context, the element tree and the checks of
  * names.
  *
- * Elements are allocated singly with malloc. A function that creates one gives null when memory is short and
- * leaves the tree as it was.
+ * Elements live in their package's memory and go with it; what is taken out of the tree before is merely no
+ * longer seen. Texts given to them are not copied: they lie in the texts that the package was read from,
+ * which it keeps. A function that creates an element gives null when memory is short and leaves the tree as
+ * it was.
  */
 #pragma once
 
+#include <cstring>
 #include <uci.h>
 
 struct uci_parse_context {
@@ -33,31 +36,33 @@ void list_init(uci_list *list);
 void list_insert_before(uci_list *position, uci_list *entry);
 void list_remove(uci_list *entry);
 
-uci_element *new_item(uci_list *list, const char *value);
-void free_item(uci_element *item);
+// Mostly the first letter already tells.
+inline bool is_named(const uci_element *element, const char *name)
+{
+    return *element->name == *name && strcmp(element->name, name) == 0;
+}
 
 // A null name gives the section a generated one and makes it anonymous.
-uci_section *new_section(uci_package *package, const char *type, const char *name);
-void free_section(uci_section *section);
+uci_section *new_section(uci_package *package, char *type, char *name);
 uci_section *find_section(const uci_package *package, const char *name);
 
-// An option is created as an empty list or as a string, at the end of its section.
 uci_option *find_option(const uci_section *section, const char *name);
-void free_option(uci_option *option);
 // Makes the option that string, keeping its place if it is there already.
-bool set_string(uci_section *section, const char *name, const char *value);
+bool set_string(uci_section *section, char *name, char *value);
 // Appends to the option's list; a string becomes the list's first item.
-bool add_to_list(uci_section *section, const char *name, const char *value);
+bool add_to_list(uci_section *section, char *name, char *value);
 
+// Copies name and path.
 uci_package *new_package(uci_context *ctx, const char *name, const char *path);
+// Takes a text from malloc over; false, and it stays the caller's, when memory is short.
+bool keep_text(uci_package *package, char *text);
 void free_package(uci_package *package);
 
-// Replaces *slot by a copy of text; false (and *slot untouched) when memory is short.
-bool replace_text(char **slot, const char *text);
-
-// Reads the text of a package file into an empty package. The text is changed on the way. UCI_OK or a code.
+// Reads the text of a package file, which the package keeps, into the package, which is empty. The text is
+// changed on the way. UCI_OK or a code.
 int parse_package(uci_context *ctx, uci_package *package, char *text, size_t length);
-// Applies one file of changes; lines that make no sense are skipped. UCI_OK or UCI_ERR_MEM.
+// Applies one file of changes, whose text the package keeps; lines that make no sense are skipped. UCI_OK or
+// UCI_ERR_MEM.
 int apply_delta(uci_package *package, char *text, size_t length);
 
 } // namespace gnu::visibility("hidden")]]uci

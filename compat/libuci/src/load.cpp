@@ -9,6 +9,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -22,7 +23,8 @@ public:
 
     // UCI_OK or why not. Never waits for a pipe or a device that bears a package's name.
     int read_path(const char *path);
-    char *text() { return text_; }
+    // Gives the text to the package; null without memory.
+    char *hand_to(uci_package *package);
     size_t length() const { return length_; }
 
 private:
@@ -44,6 +46,11 @@ int file_text::read_path(const char *path)
     int code = read_open(fd);
     close(fd);
     return code;
+}
+
+char *file_text::hand_to(uci_package *package)
+{
+    return uci::keep_text(package, text_) ? std::exchange(text_, nullptr) : nullptr;
 }
 
 int file_text::read_open(int fd)
@@ -106,7 +113,8 @@ int read_deltas(uci_context *ctx, uci_package *package)
         }
         int code = file.read_path(path);
         if (code == UCI_OK) {
-            code = uci::apply_delta(package, file.text(), file.length());
+            char *text = file.hand_to(package);
+            code = text ? uci::apply_delta(package, text, file.length()) : UCI_ERR_MEM;
         }
         if (code == UCI_ERR_MEM) {
             return code;
@@ -155,9 +163,10 @@ int uci_load(struct uci_context *ctx, const char *name, struct uci_package **pac
     if (!made) {
         return uci::set_error(ctx, UCI_ERR_MEM);
     }
+    char *text = file.hand_to(made);
     made->has_delta = !direct;
     made->uses_conf2 = overriding;
-    int code = uci::parse_package(ctx, made, file.text(), file.length());
+    int code = text ? uci::parse_package(ctx, made, text, file.length()) : UCI_ERR_MEM;
     if (code == UCI_OK && !direct) {
         code = read_deltas(ctx, made);
     }

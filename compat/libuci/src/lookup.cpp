@@ -68,7 +68,7 @@ int uci_lookup_next(struct uci_context *ctx, struct uci_element **e, struct uci_
     }
     uci_foreach_element(list, element)
     {
-        if (strcmp(element->name, name) == 0) {
+        if (uci::is_named(element, name)) {
             *e = element;
             return uci::set_error(ctx, UCI_OK);
         }

@@ -23,11 +23,12 @@ constexpr keyword keywords[] = {
     {"list", command::list},
 };
 
+// A word is never empty, and its first letter tells which it can be alone.
 command command_of(std::string_view word)
 {
     for (const keyword &known : keywords) {
-        if (word == known.text || word == known.text.substr(0, 1)) {
-            return known.meaning;
+        if (word.front() == known.text.front()) {
+            return word.size() == 1 || word == known.text ? known.meaning : command::unknown;
         }
     }
     return command::unknown;
@@ -86,8 +87,8 @@ int package_parser::config()
     if (int code = read_words(1)) {
         return code;
     }
-    const char *type = words_[0];
-    const char *name = words_[1] && *words_[1] ? words_[1] : nullptr;
+    char *type = words_[0];
+    char *name = words_[1] && *words_[1] ? words_[1] : nullptr;
     if (!valid_type(type)) {
         return reject("invalid section type");
     }
@@ -110,8 +111,9 @@ int package_parser::option(bool list)
     if (int code = read_words(1)) {
         return code;
     }
-    const char *name = words_[0];
-    const char *value = words_[1] ? words_[1] : "";
+    char *name = words_[0];
+    // A value that is not there is empty, like what is left behind the name.
+    char *value = words_[1] ? words_[1] : name + strlen(name);
     if (!valid_name(name)) {
         return reject("invalid option name");
     }

@@ -9,11 +9,11 @@ namespace {
 constexpr size_t first_capacity = 32;
 
 // FNV-1a.
-uint32_t hash_of(std::string_view name)
+uint32_t hash_of(const char *name)
 {
     uint32_t hash = 2166136261U;
-    for (const char c : name) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    for (; *name; name++) {
+        hash = (hash ^ static_cast<unsigned char>(*name)) * 16777619U;
     }
     return hash;
 }
@@ -21,16 +21,16 @@ uint32_t hash_of(std::string_view name)
 } // namespace
 
 // Where the name is, or the empty place where it belongs.
-size_t section_index::place_of(std::string_view name) const
+size_t section_index::place_of(const char *name) const
 {
     size_t at = hash_of(name) & (capacity_ - 1);
-    while (places_[at].section && name != places_[at].section->e.name) {
+    while (places_[at].section && !is_named(&places_[at].section->e, name)) {
         at = (at + 1) & (capacity_ - 1);
     }
     return at;
 }
 
-uci_section *section_index::find(std::string_view name) const
+uci_section *section_index::find(const char *name) const
 {
     return capacity_ ? places_[place_of(name)].section : nullptr;
 }

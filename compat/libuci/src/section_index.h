@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <string_view>
 
 namespace uci {
 
@@ -18,7 +17,7 @@ public:
     ~section_index() { free(places_); }
 
     // Null when there is none of this name.
-    uci_section *find(std::string_view name) const;
+    uci_section *find(const char *name) const;
     // False without memory. The section stays its package's and must outlive the index. Of several with one
     // name the first is found.
     bool add(uci_section *section);
@@ -28,7 +27,7 @@ private:
         uci_section *section; // null while it is empty
     };
 
-    size_t place_of(std::string_view name) const;
+    size_t place_of(const char *name) const;
     bool grow();
 
     place *places_ = nullptr; // a power of two of them, a quarter at least empty

@@ -1,5 +1,6 @@
 #include "fixture.h"
 
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -115,6 +116,20 @@ TEST_F(Api, DirectPath)
     ASSERT_EQ(UCI_OK, uci_load(ctx, path("any.file").c_str(), &package));
     EXPECT_STREQ("any.file", package->e.name);
     EXPECT_EQ("n=t\n", content());
+}
+
+TEST_F(Api, DirectPathAsLongAsPathsCanBe)
+{
+    write("any.file", "config t n\n");
+    std::string longest = path("any.file");
+    while (longest.size() + 2 < PATH_MAX) {
+        longest.insert(longest.rfind('/'), "/.");
+    }
+    ASSERT_EQ(UCI_OK, uci_load(ctx, longest.c_str(), &package));
+    EXPECT_EQ(longest, package->path);
+    EXPECT_EQ("n=t\n", content());
+    uci_package *beyond = nullptr;
+    EXPECT_EQ(UCI_ERR_INVAL, uci_load(ctx, ("//" + longest).c_str(), &beyond));
 }
 
 TEST_F(Api, OnlyRegularFilesAreTaken)
