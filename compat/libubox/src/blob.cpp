@@ -44,11 +44,22 @@ bool grow_by_steps(blob_buf *buf, int minlen)
     return true;
 }
 
+void fill_pad(blob_attr *attr, size_t raw_len)
+{
+    memset(reinterpret_cast<char *>(attr) + raw_len, 0, padded(raw_len) - raw_len);
+}
+
 void set_header(blob_attr *attr, int id, size_t raw_len)
 {
     attr->id_len = cpu_to_be32((static_cast<uint32_t>(id) << BLOB_ATTR_ID_SHIFT & BLOB_ATTR_ID_MASK) |
                                (static_cast<uint32_t>(raw_len) & BLOB_ATTR_LEN_MASK));
-    blob_fill_pad(attr);
+    fill_pad(attr, raw_len);
+}
+
+void set_raw_len(blob_attr *attr, size_t len)
+{
+    attr->id_len = cpu_to_be32((be32_to_cpu(attr->id_len) & ~static_cast<uint32_t>(BLOB_ATTR_LEN_MASK)) |
+                               (static_cast<uint32_t>(len) & BLOB_ATTR_LEN_MASK));
 }
 
 // Makes room for an attribute of this raw length behind the open container; null when it does not fit.
@@ -68,21 +79,19 @@ blob_attr *make_room(blob_buf *buf, size_t raw_len)
 
 void extend_head(blob_buf *buf, size_t len)
 {
-    blob_set_raw_len(buf->head, static_cast<unsigned int>(blob_pad_len(buf->head) + len));
+    set_raw_len(buf->head, blob_pad_len(buf->head) + len);
 }
 
 } // namespace
 
 void blob_fill_pad(blob_attr *attr)
 {
-    const size_t raw_len = blob_raw_len(attr);
-    memset(reinterpret_cast<char *>(attr) + raw_len, 0, blob_pad_len(attr) - raw_len);
+    fill_pad(attr, blob_raw_len(attr));
 }
 
 void blob_set_raw_len(blob_attr *attr, unsigned int len)
 {
-    attr->id_len = cpu_to_be32((be32_to_cpu(attr->id_len) & ~static_cast<uint32_t>(BLOB_ATTR_LEN_MASK)) |
-                               (len & BLOB_ATTR_LEN_MASK));
+    set_raw_len(attr, len);
 }
 
 bool blob_attr_equal(const blob_attr *a1, const blob_attr *a2)
@@ -148,7 +157,7 @@ blob_attr *blob_new(blob_buf *buf, int id, int payload)
         return nullptr;
     }
     set_header(attr, id, raw_len);
-    extend_head(buf, blob_pad_len(attr));
+    extend_head(buf, padded(raw_len));
     return attr;
 }
 
@@ -198,6 +207,6 @@ void blob_nest_end(blob_buf *buf, void *cookie)
         return;
     }
     blob_attr *outer = attr_at(buf, biased - BLOB_COOKIE);
-    blob_set_raw_len(outer, static_cast<unsigned int>(blob_pad_len(outer) + blob_len(buf->head)));
+    set_raw_len(outer, blob_pad_len(outer) + blob_len(buf->head));
     buf->head = outer;
 }

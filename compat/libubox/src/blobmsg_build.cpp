@@ -22,11 +22,11 @@ blob_attr *new_value(blob_buf *buf, int type, const char *name, size_t payload)
     }
     attr->id_len |= cpu_to_be32(BLOB_ATTR_EXTENDED);
     auto *hdr = static_cast<blobmsg_hdr *>(blob_data(attr));
-    memset(hdr, 0, hdr_len);
     hdr->namelen = cpu_to_be16(static_cast<uint16_t>(name_len));
     if (name_len) {
         memcpy(hdr->name, name, name_len);
     }
+    memset(hdr->name + name_len, 0, hdr_len - sizeof(*hdr) - name_len);
     return attr;
 }
 
