@@ -1,12 +1,11 @@
 #include "command.h"
 
 #include "internal.h"
+#include "launch.h"
 
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <initializer_list>
-#include <spawn.h>
 #include <sys/wait.h>
 
 namespace libsys {
@@ -66,74 +65,6 @@ public:
 private:
     struct sigaction before_ = {};
     bool changed_ = false;
-};
-
-// What a child starts with: nothing to read, the write end of the pipe, and signals as for a fresh program
-// (the event loop ignores SIGPIPE, which children would inherit).
-class start_conditions {
-public:
-    start_conditions()
-    {
-        posix_spawn_file_actions_init(&files_);
-        posix_spawnattr_init(&attributes_);
-    }
-    start_conditions(const start_conditions &) = delete;
-    start_conditions &operator=(const start_conditions &) = delete;
-    ~start_conditions()
-    {
-        posix_spawn_file_actions_destroy(&files_);
-        posix_spawnattr_destroy(&attributes_);
-    }
-
-    int prepare(int pipe_end, capture what)
-    {
-        sigset_t none;
-        sigset_t ordinary;
-        sigemptyset(&none);
-        sigemptyset(&ordinary);
-        for (int signal : {SIGPIPE, SIGCHLD, SIGINT, SIGTERM}) {
-            sigaddset(&ordinary, signal);
-        }
-        int error = posix_spawnattr_setsigmask(&attributes_, &none);
-        error = error ? error : posix_spawnattr_setsigdefault(&attributes_, &ordinary);
-        error = error
-                    ? error
-                    : posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-        error =
-            error ? error : posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        error = error ? error : posix_spawn_file_actions_adddup2(&files_, pipe_end, STDOUT_FILENO);
-        if (!error && what == capture::everything) {
-            error = posix_spawn_file_actions_adddup2(&files_, pipe_end, STDERR_FILENO);
-        }
-        return error;
-    }
-
-    int spawn(pid_t *pid, char *const *argv)
-    {
-        const char *program = argv[0];
-        if (!program) {
-            return EINVAL;
-        }
-        int error = posix_spawnp(pid, program, &files_, &attributes_, argv, environ);
-        if (error != ENOENT || strchr(program, '/')) {
-            return error;
-        }
-        // A daemon may be started with a PATH that has no folders of system programs, or with none.
-        for (const char *folder : {"/usr/sbin", "/sbin"}) {
-            char path[128];
-            if (snprintf(path, sizeof(path), "%s/%s", folder, program) < static_cast<int>(sizeof(path))) {
-                error = posix_spawn(pid, path, &files_, &attributes_, argv, environ);
-            }
-            if (error != ENOENT) {
-                break;
-            }
-        }
-        return error;
-    }
-
-private:
-    posix_spawn_file_actions_t files_;
-    posix_spawnattr_t attributes_;
 };
 
 // Reads to the end even when the text no longer fits, so that the program never waits for a reader.
@@ -236,6 +167,9 @@ int text_buffer::append(const char *text, size_t length)
 
 int run(const argument_list &arguments, capture what, text_buffer *into, int *status)
 {
+    if (arguments.count() == 0) {
+        return EINVAL;
+    }
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return errno;
@@ -243,11 +177,13 @@ int run(const argument_list &arguments, capture what, text_buffer *into, int *st
     unique_fd reader(ends[0]);
     unique_fd writer(ends[1]);
     kept_exit_status kept;
-    start_conditions start;
     pid_t pid = 0;
-    int error = start.prepare(writer.get(), what);
+    char path[PATH_MAX];
+    int error = find_program(arguments[0], path);
     if (!error) {
-        error = start.spawn(&pid, arguments.argv());
+        error = spawn(&pid, path, arguments.argv(),
+                      {.output = writer.get(),
+                       .errors = what == capture::everything ? writer.get() : standard_files::ours});
     }
     if (error) {
         return error;
