@@ -51,6 +51,12 @@ public:
     ~text_buffer() { free(text_); }
 
     int append(const char *text, size_t length);
+    // Back to a length that it had before.
+    void cut(size_t length)
+    {
+        length_ = length;
+        get()[length] = '\0';
+    }
     char *get() { return text_ ? text_ : nothing_; }
     size_t length() const { return length_; }
 

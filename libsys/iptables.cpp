@@ -1,10 +1,11 @@
-// Chains and rules through the iptables command, whichever kernel interface it uses: at most one process for
-// a change, one for a table's listing, none for a question.
+// Chains and rules by the program behind the iptables command, whichever kernel interface it uses: at most
+// one process for a change or a table's listing and usually one for all of them, none for a question.
 
 #include "iptables.h"
 
 #include "exports.h"
 #include "internal.h"
+#include "iptables_stream.h"
 
 #include <cstdarg>
 #include <cstring>
@@ -20,39 +21,6 @@ table_view view;
 bool is_name(const char *text)
 {
     return text && text[0] && text[0] != '-' && text[0] != '!';
-}
-
-// Runs a command and reports its failure with the first line of what it said.
-int execute(const char *operation, const argument_list &command, const char *shown_as)
-{
-    text_buffer said;
-    int status = 0;
-    int error = run(command, capture::everything, &said, &status);
-    if (!error && status == 0) {
-        return 0;
-    }
-    view.forget_all();
-    if (!error) {
-        said.get()[strcspn(said.get(), "\n")] = '\0';
-        // What iptables means by its exit status: 2 wrong usage, 4 the table was locked; 1 anything else.
-        error = status == 2 ? EINVAL : status == 4 ? EBUSY : EIO;
-        return fail(error, operation, "%s [status %d: %s]", shown_as, status, said.get());
-    }
-    return fail(error, operation, "%s", shown_as);
-}
-
-int change_chain(const char *operation, const char *table, const char *option, const char *chain)
-{
-    char shown_as[128];
-    snprintf(shown_as, sizeof(shown_as), "%s, %s", shown(table), shown(chain));
-    argument_list command;
-    int error = is_name(table) && is_name(chain) ? 0 : EINVAL;
-    if (!error) {
-        for (const char *word : {"iptables", "-w", "-t", table, option, chain}) {
-            error = error ? error : command.add(word);
-        }
-    }
-    return error ? fail(error, operation, "%s", shown_as) : execute(operation, command, shown_as);
 }
 
 struct parsed_command {
@@ -105,6 +73,49 @@ parsed_command parse(const argument_list &command)
         }
     }
     return result;
+}
+
+// Whether the change is made without a process. A program that is named by its path is the one to be run.
+bool streamed(const argument_list &command)
+{
+    const parsed_command parsed = parse(command);
+    return parsed.option && !strchr(command[0], '/') && stream_change(parsed.table, command, parsed.rule - 2);
+}
+
+// Carries out a command and reports its failure with the first line of what it said.
+int execute(const char *operation, const argument_list &command, const char *shown_as)
+{
+    if (streamed(command)) {
+        return 0;
+    }
+    text_buffer said;
+    int status = 0;
+    int error = run(command, capture::everything, &said, &status);
+    if (!error && status == 0) {
+        return 0;
+    }
+    view.forget_all();
+    if (!error) {
+        said.get()[strcspn(said.get(), "\n")] = '\0';
+        // What iptables means by its exit status: 2 wrong usage, 4 the table was locked; 1 anything else.
+        error = status == 2 ? EINVAL : status == 4 ? EBUSY : EIO;
+        return fail(error, operation, "%s [status %d: %s]", shown_as, status, said.get());
+    }
+    return fail(error, operation, "%s", shown_as);
+}
+
+int change_chain(const char *operation, const char *table, const char *option, const char *chain)
+{
+    char shown_as[128];
+    snprintf(shown_as, sizeof(shown_as), "%s, %s", shown(table), shown(chain));
+    argument_list command;
+    int error = is_name(table) && is_name(chain) ? 0 : EINVAL;
+    if (!error) {
+        for (const char *word : {"iptables", "-w", "-t", table, option, chain}) {
+            error = error ? error : command.add(word);
+        }
+    }
+    return error ? fail(error, operation, "%s", shown_as) : execute(operation, command, shown_as);
 }
 
 // Whether the command has no words but those of `parsed`.

@@ -1,4 +1,5 @@
 #include "iptables.h"
+#include "iptables_stream.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -89,6 +90,22 @@ bool lists_unchanged(const argument_list &words, size_t first, const argument_li
     return any_line_declares(lines, target);
 }
 
+int listing_of(const char *table, text_buffer *listing)
+{
+    if (stream_list(table, listing)) {
+        return 0;
+    }
+    listing->cut(0);
+    argument_list command;
+    int status = 0;
+    int error = 0;
+    for (const char *word : {"iptables", "-w", "-t", table, "-S"}) {
+        error = error ? error : command.add(word);
+    }
+    error = error ? error : run(command, capture::output, listing, &status);
+    return error || status == 0 ? error : EIO;
+}
+
 } // namespace
 
 table_view::known_table *table_view::find(const char *table)
@@ -125,17 +142,8 @@ int table_view::list(const char *table, known_table **out)
 {
     *out = nullptr;
     forget(table);
-    argument_list command;
     text_buffer listing;
-    int status = 0;
-    int error = strlen(table) < sizeof(known_table::name) ? 0 : EINVAL;
-    for (const char *word : {"iptables", "-w", "-t", table, "-S"}) {
-        error = error ? error : command.add(word);
-    }
-    error = error ? error : run(command, capture::output, &listing, &status);
-    if (!error && status != 0) {
-        error = EIO;
-    }
+    int error = strlen(table) < sizeof(known_table::name) ? listing_of(table, &listing) : EINVAL;
     auto *memory = error ? nullptr : malloc(sizeof(known_table));
     if (!memory) {
         return error ? error : ENOMEM;

@@ -58,17 +58,16 @@ interfaces of a port. A board of this kind has a handful. Per sample:
 
 ## Processes of the firewall skeleton
 
-A question costs no process: each table is listed once and the view kept in step with the daemon's own changes. A change
-costs one, because each platform call answers for its own success; several changes in one `iptables-restore` would leave
-nobody to say which of them failed. That is why the first start is several times slower than one `iptables-restore`, and
-with it the start of the router.
+A question costs no process: each table is listed once and the view kept in step with the daemon's own changes. Nor
+does a change: one `iptables-restore` takes all of them from a stream, commits each by itself and says so, so that each
+platform call still answers for its own success. Where the command `iptables` is not the program that goes by both
+names, a change costs a process.
 
 ## What is missed
 
 {missed}
 
-Why: a route is looked for by walking the list; the skeleton, and the start with it, takes a process for each change; a
-sample looks for each device among the interfaces; a platform call that changes a device asks for it first; `statist`
+Why: a route is looked for by walking the list; a sample looks for each device among the interfaces; a platform call that changes a device asks for it first; `statist`
 writes each counter as a text; the emulated switch takes two system calls for each frame.
 
 ## Files

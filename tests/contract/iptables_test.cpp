@@ -1,11 +1,9 @@
-#include "network.h"
+#include "iptables_world.h"
 #include "platform/command.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <sstream>
-#include <sys/stat.h>
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -15,56 +13,33 @@ namespace {
 
 const char *const established = "-m conntrack  --ctstate RELATED,ESTABLISHED -j ACCEPT";
 
-std::string table(const std::string &name)
-{
-    Finished done = run_program({"/usr/sbin/iptables", "-w", "-t", name, "-S"});
-    EXPECT_EQ(done.status, 0) << done.err;
-    return done.out;
-}
+// What holds whether changes are made by commands or through a stream.
+enum class Way { commands, stream };
 
-// iptables as the library finds it, with a record of every process of it.
-class IptablesTest : public SandboxTest {
+class EitherWay : public IptablesTest, public testing::WithParamInterface<Way> {
 protected:
     void SetUp() override
     {
-        SandboxTest::SetUp();
-        if (IsSkipped()) {
-            return;
+        IptablesTest::SetUp();
+        if (!IsSkipped() && GetParam() == Way::stream) {
+            offer_stream();
         }
-        Finished probe = run_program({"/usr/sbin/iptables", "-w", "-t", "nat", "-S"});
-        if (probe.status != 0) {
-            GTEST_SKIP() << "iptables does not work here: " << probe.err;
-        }
-        write_file("/tmp/bin/iptables",
-                   "#!/bin/sh\necho \"$*\" >> /tmp/runs\nexec /usr/sbin/iptables \"$@\"\n", 0755);
-        write_file("/tmp/runs", "");
-        setenv("PATH", "/tmp/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
-    }
-    // The command lines since the last question.
-    static std::vector<std::string> runs()
-    {
-        std::vector<std::string> lines;
-        std::istringstream text(read_file("/tmp/runs"));
-        for (std::string line; std::getline(text, line);) {
-            lines.push_back(line);
-        }
-        write_file("/tmp/runs", "");
-        return lines;
     }
 };
 
-using Lines = std::vector<std::string>;
+INSTANTIATE_TEST_SUITE_P(Iptables, EitherWay, testing::Values(Way::commands, Way::stream),
+                         [](const auto &way) { return way.param == Way::stream ? "Stream" : "Commands"; });
 
-TEST_F(IptablesTest, AChainExistsOrNot)
+TEST_P(EitherWay, AChainExistsOrNot)
 {
     EXPECT_NE(iptlib_chain_is_exist("filter", "INPUT"), 0) << "built in";
     EXPECT_EQ(iptlib_chain_is_exist("filter", "mine"), 0);
     ASSERT_EQ(iptlib_chain_new("filter", "mine"), 0);
     EXPECT_NE(iptlib_chain_is_exist("filter", "mine"), 0);
-    EXPECT_TRUE(contains(table("filter"), "-N mine\n"));
+    EXPECT_TRUE(contains(iptables_table("filter"), "-N mine\n"));
 }
 
-TEST_F(IptablesTest, ChainsAreComparedWhole)
+TEST_P(EitherWay, ChainsAreComparedWhole)
 {
     ASSERT_EQ(iptlib_chain_new("filter", "rules_10"), 0);
     EXPECT_EQ(iptlib_chain_is_exist("filter", "rules_1"), 0);
@@ -72,7 +47,7 @@ TEST_F(IptablesTest, ChainsAreComparedWhole)
     EXPECT_EQ(iptlib_chain_is_exist("filter", "INPU"), 0);
 }
 
-TEST_F(IptablesTest, EachTableHasItsOwnChains)
+TEST_P(EitherWay, EachTableHasItsOwnChains)
 {
     ASSERT_EQ(iptlib_chain_new("nat", "mine"), 0);
     EXPECT_EQ(iptlib_chain_is_exist("filter", "mine"), 0);
@@ -80,14 +55,14 @@ TEST_F(IptablesTest, EachTableHasItsOwnChains)
     EXPECT_NE(iptlib_chain_is_exist("nat", "mine"), 0);
 }
 
-TEST_F(IptablesTest, AChainThatIsThereAlreadyIsFine)
+TEST_P(EitherWay, AChainThatIsThereAlreadyIsFine)
 {
     ASSERT_EQ(run_program({"/usr/sbin/iptables", "-N", "mine"}).status, 0);
     EXPECT_EQ(iptlib_chain_new("filter", "mine"), 0);
     EXPECT_EQ(iptlib_chain_new("filter", "mine"), 0);
 }
 
-TEST_F(IptablesTest, AListedRuleContainsTheTextExactly)
+TEST_P(EitherWay, AListedRuleContainsTheTextExactly)
 {
     ASSERT_EQ(iptlib_chain_new("filter", "other"), 0);
     ASSERT_EQ(iptlib_rule_append("filter", "FORWARD", "-p tcp --dport 7547 -j other"), 0);
@@ -101,64 +76,64 @@ TEST_F(IptablesTest, AListedRuleContainsTheTextExactly)
         << "the chain's name is not its rule's text";
 }
 
-TEST_F(IptablesTest, NoRuleOfAnAbsentChainExists)
+TEST_P(EitherWay, NoRuleOfAnAbsentChainExists)
 {
     EXPECT_EQ(iptlib_rule_is_exist("filter", "nosuch", "x"), 0);
 }
 
-TEST_F(IptablesTest, RulesAreAppendedInOrder)
+TEST_P(EitherWay, RulesAreAppendedInOrder)
 {
     ASSERT_EQ(iptlib_chain_new("mangle", "one"), 0);
     ASSERT_EQ(iptlib_chain_new("mangle", "two"), 0);
     ASSERT_EQ(iptlib_rule_append("mangle", "PREROUTING", established), 0);
     ASSERT_EQ(iptlib_rule_append("mangle", "PREROUTING", "-j one"), 0);
     ASSERT_EQ(iptlib_rule_append("mangle", "PREROUTING", "-j two"), 0);
-    EXPECT_TRUE(contains(table("mangle"),
+    EXPECT_TRUE(contains(iptables_table("mangle"),
                          "-A PREROUTING -m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT\n"
                          "-A PREROUTING -j one\n-A PREROUTING -j two\n"));
 }
 
-TEST_F(IptablesTest, QuotesInARuleJoinWords)
+TEST_P(EitherWay, QuotesInARuleJoinWords)
 {
     ASSERT_EQ(iptlib_rule_append("filter", "INPUT", "-m comment --comment 'two words' -j \"ACCEPT\""), 0);
-    EXPECT_TRUE(contains(table("filter"), "--comment \"two words\" -j ACCEPT"));
+    EXPECT_TRUE(contains(iptables_table("filter"), "--comment \"two words\" -j ACCEPT"));
 }
 
-TEST_F(IptablesTest, NothingIsExpandedAndNoShellRuns)
+TEST_P(EitherWay, NothingIsExpandedAndNoShellRuns)
 {
     ASSERT_EQ(
         iptlib_rule_append("filter", "INPUT", "-m comment --comment $(touch${IFS}/tmp/x);`id`>*|& -j ACCEPT"),
         0);
-    EXPECT_TRUE(contains(table("filter"), "--comment \"\\$(touch\\${IFS}/tmp/x);\\`id\\`>*|&\"") ||
-                contains(table("filter"), "$(touch${IFS}/tmp/x);`id`>*|&"))
-        << table("filter");
+    EXPECT_TRUE(contains(iptables_table("filter"), "--comment \"\\$(touch\\${IFS}/tmp/x);\\`id\\`>*|&\"") ||
+                contains(iptables_table("filter"), "$(touch${IFS}/tmp/x);`id`>*|&"))
+        << iptables_table("filter");
     EXPECT_FALSE(file_exists("/tmp/x"));
 }
 
-TEST_F(IptablesTest, FlushEmptiesOneChain)
+TEST_P(EitherWay, FlushEmptiesOneChain)
 {
     ASSERT_EQ(iptlib_rule_append("filter", "INPUT", "-j ACCEPT"), 0);
     ASSERT_EQ(iptlib_rule_append("filter", "FORWARD", "-j ACCEPT"), 0);
     ASSERT_EQ(iptlib_rules_flush("filter", "INPUT"), 0);
     EXPECT_EQ(iptlib_rule_is_exist("filter", "INPUT", "ACCEPT"), 0);
     EXPECT_NE(iptlib_rule_is_exist("filter", "FORWARD", "ACCEPT"), 0);
-    EXPECT_FALSE(contains(table("filter"), "-A INPUT"));
+    EXPECT_FALSE(contains(iptables_table("filter"), "-A INPUT"));
 }
 
-TEST_F(IptablesTest, AWholeCommandLineIsRun)
+TEST_P(EitherWay, AWholeCommandLineIsRun)
 {
     ASSERT_EQ(cmdlib_do_iptables_cmd("iptables -t nat -N %s", "intf_sip_mesquerade"), 0);
     ASSERT_EQ(cmdlib_do_iptables_cmd("iptables -t nat -A %s -j MASQUERADE", "intf_sip_mesquerade"), 0);
-    EXPECT_TRUE(contains(table("nat"), "-A intf_sip_mesquerade -j MASQUERADE\n"));
+    EXPECT_TRUE(contains(iptables_table("nat"), "-A intf_sip_mesquerade -j MASQUERADE\n"));
     EXPECT_NE(iptlib_chain_is_exist("nat", "intf_sip_mesquerade"), 0);
     ASSERT_EQ(cmdlib_do_iptables_cmd("iptables -N input_filter_rules_drop"), 0);
     ASSERT_EQ(cmdlib_do_iptables_cmd("iptables -A %s -j DROP -i %s", "input_filter_rules_drop", "wan+"), 0);
-    EXPECT_TRUE(contains(table("filter"), "-A input_filter_rules_drop -i wan+ -j DROP\n"));
+    EXPECT_TRUE(contains(iptables_table("filter"), "-A input_filter_rules_drop -i wan+ -j DROP\n"));
     ASSERT_EQ(cmdlib_do_iptables_cmd("iptables -D %s -j DROP -i %s", "input_filter_rules_drop", "wan+"), 0);
-    EXPECT_FALSE(contains(table("filter"), "wan+"));
+    EXPECT_FALSE(contains(iptables_table("filter"), "wan+"));
 }
 
-TEST_F(IptablesTest, OnlyIptablesIsRun)
+TEST_P(EitherWay, OnlyIptablesIsRun)
 {
     for (const char *line : {"touch /tmp/x", "", "  ", "ip6tables -N x", "iptables-save", "sh -c iptables"}) {
         EXPECT_NE(cmdlib_do_iptables_cmd("%s", line), 0) << line;
@@ -212,7 +187,7 @@ TEST_F(IptablesTest, TheViewFollowsOurOwnChangesWithoutListingAgain)
     EXPECT_EQ(runs().size(), 1U + 7U) << "one listing and one process for each change";
 }
 
-TEST_F(IptablesTest, WhatTheViewFollowsIsWhatIptablesLists)
+TEST_P(EitherWay, WhatTheViewFollowsIsWhatIptablesLists)
 {
     iptlib_chain_is_exist("filter", "x");
     ASSERT_EQ(iptlib_chain_new("filter", "mine"), 0);
@@ -222,7 +197,7 @@ TEST_F(IptablesTest, WhatTheViewFollowsIsWhatIptablesLists)
     for (const char *listed : {"-m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT", "-j mine", "-j ACCEPT",
                                "-j DROP", "-j RETURN"}) {
         EXPECT_NE(iptlib_rule_is_exist("filter", "INPUT", listed), 0) << listed;
-        EXPECT_TRUE(contains(table("filter"), std::string("-A INPUT ") + listed + "\n")) << listed;
+        EXPECT_TRUE(contains(iptables_table("filter"), std::string("-A INPUT ") + listed + "\n")) << listed;
     }
 }
 
@@ -238,7 +213,7 @@ TEST_F(IptablesTest, AQuestionThatDependsOnARuleListedInOtherWordsMakesANewListi
     EXPECT_EQ(runs(), Lines{"-w -t filter -S"});
 }
 
-TEST_F(IptablesTest, AFailureIsAnErrorAndTellsWhatIptablesSaid)
+TEST_P(EitherWay, AFailureIsAnErrorAndTellsWhatIptablesSaid)
 {
     StderrCapture output;
     EXPECT_NE(iptlib_rule_append("filter", "INPUT", "-j nosuch"), 0);
@@ -250,7 +225,7 @@ TEST_F(IptablesTest, AFailureIsAnErrorAndTellsWhatIptablesSaid)
     EXPECT_NE(iptlib_chain_new("nosuch", "x"), 0);
 }
 
-TEST_F(IptablesTest, AfterAnyFailureTheTableIsListedAnew)
+TEST_P(EitherWay, AfterAnyFailureTheTableIsListedAnew)
 {
     EXPECT_EQ(iptlib_chain_is_exist("filter", "mine"), 0);
     ASSERT_EQ(run_program({"/usr/sbin/iptables", "-N", "mine"}).status, 0);
@@ -304,7 +279,7 @@ TEST_F(IptablesTest, ProgramsOfTheSystemAreFoundWithoutAPath)
     EXPECT_NE(iptlib_chain_is_exist("filter", "INPUT"), 0);
 }
 
-TEST_F(IptablesTest, ExitStatusesSurviveAnEventLoopThatReapsChildren)
+TEST_P(EitherWay, ExitStatusesSurviveAnEventLoopThatReapsChildren)
 {
     ASSERT_EQ(uloop_init(), 0); // from here on SIGCHLD is handled, and system calls are interrupted by it
     for (int i = 0; i < 20; ++i) {
@@ -315,7 +290,7 @@ TEST_F(IptablesTest, ExitStatusesSurviveAnEventLoopThatReapsChildren)
     }
 }
 
-TEST_F(IptablesTest, ExitStatusesSurviveAParentThatIgnoredSigchld)
+TEST_P(EitherWay, ExitStatusesSurviveAParentThatIgnoredSigchld)
 {
     signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(iptlib_chain_new("filter", "mine"), 0);

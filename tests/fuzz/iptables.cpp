@@ -1,14 +1,15 @@
 // Listings of iptables, and the view that the library keeps of them: whatever is listed and whatever is done,
 // each answer is that of the tables as they are.
 //
-// Instead of the program there is a small model of it. An input is a listing of the table "nat" with the
-// library's calls between its lines:
+// Instead of the program there is a small model of it, which takes changes from a stream, too. An input is a
+// listing of the table "nat" with the library's calls between its lines:
 //   !new TABLE CHAIN     !append TABLE CHAIN RULE     !flush TABLE CHAIN     !line IPTABLES-COMMAND
 //   !fail STATUS         the next command fails
 #include "command.h"
 #include "input.h"
 #include "platform/command.h"
 
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -166,6 +167,36 @@ int __wrap__ZN6libsys3runERKNS_13argument_listENS_7captureEPNS_11text_bufferEPi(
     *status = failing != 0 ? failing : iptables(words, output);
     failing = 0;
     return into->append(output.data(), output.size());
+}
+
+// A refused change is left to a command, and so is one whose words name a table again.
+bool __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const char *table,
+                                                                const libsys::argument_list &words,
+                                                                size_t first)
+{
+    libsys::argument_list command;
+    for (const char *word : {"iptables", "-t", table}) {
+        promise(command.add(word) == 0, "memory is there");
+    }
+    for (size_t i = first; i < words.count(); i++) {
+        promise(strncmp(words[i], "-t", 2) != 0 && strncmp(words[i], "--t", 3) != 0,
+                "a stream has its table");
+        promise(command.add(words[i]) == 0, "memory is there");
+    }
+    std::string output;
+    return failing == 0 && iptables(command, output) == 0;
+}
+
+bool __wrap__ZN6libsys11stream_listEPKcPNS_11text_bufferE(const char *table, libsys::text_buffer *into)
+{
+    if (failing != 0 || tables.find(table) == tables.end()) {
+        return false;
+    }
+    std::string listing;
+    for (const std::string &line : tables[table]) {
+        listing += line + "\n";
+    }
+    return into->append(listing.data(), listing.size()) == 0;
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

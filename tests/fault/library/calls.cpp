@@ -104,7 +104,8 @@ FORWARD(shm_open);
 FORWARD(posix_fallocate);
 FORWARD(pipe2);
 FORWARD(posix_spawn);
-FORWARD(posix_spawnp);
+FORWARD(socketpair);
+FORWARD(send);
 FORWARD(waitpid);
 FORWARD(fcntl);
 FORWARD(fcntl64);
@@ -150,6 +151,18 @@ int getsockname(int fd, sockaddr *address, socklen_t *size) noexcept
 int getsockopt(int fd, int level, int name, void *value, socklen_t *size) noexcept
 {
     FAIL_OR_PASS(getsockopt, "getsockopt", -1, (fd, level, name, value, size));
+}
+
+int socketpair(int domain, int type, int protocol, int *ends) noexcept
+{
+    FAIL_OR_PASS(socketpair, "socketpair", -1, (domain, type, protocol, ends));
+}
+
+ssize_t send(int fd, const void *data, size_t size, int flags)
+{
+    bool no = false;
+    size = allowed("send", size, &no);
+    return no ? -1 : next_send.call(fd, data, size, flags);
 }
 
 ssize_t sendto(int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t to_size)
@@ -315,13 +328,6 @@ int posix_spawn(pid_t *pid, const char *path, const posix_spawn_file_actions_t *
 {
     int error = verdict("spawn");
     return error ? error : next_posix_spawn.call(pid, path, actions, attributes, argv, environment);
-}
-
-int posix_spawnp(pid_t *pid, const char *file, const posix_spawn_file_actions_t *actions,
-                 const posix_spawnattr_t *attributes, char *const *argv, char *const *environment)
-{
-    int error = verdict("spawn");
-    return error ? error : next_posix_spawnp.call(pid, file, actions, attributes, argv, environment);
 }
 
 int pipe2(int *ends, int flags) noexcept

@@ -27,6 +27,21 @@ protected:
                    0755);
         setenv("PATH", "/tmp/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
     }
+    // A program of many names, which as iptables-restore does the same.
+    static void offer_stream()
+    {
+        write_file("/tmp/bin/xtables-test-multi",
+                   "#!/bin/sh\ncase \"$*\" in *--noflush*)\n"
+                   " while read -r line; do case $line in\n"
+                   " '#'*) echo \"$line\" ;; '*'*) table=${line#?} ;; COMMIT) ;;\n"
+                   " -S) echo '-P INPUT ACCEPT'; echo '-N mine' ;;\n"
+                   " *) echo \"-w -t $table $line\" > /tmp/changed ;;\n"
+                   " esac; done ;;\n"
+                   "*-S) echo '-P INPUT ACCEPT'; echo '-N mine' ;; *) echo \"$*\" > /tmp/changed ;; esac\n",
+                   0755);
+        unlink("/tmp/bin/iptables");
+        ASSERT_EQ(symlink("xtables-test-multi", "/tmp/bin/iptables"), 0);
+    }
     static std::string changed() { return file_exists("/tmp/changed") ? read_file("/tmp/changed") : ""; }
     static void nothing_changed() { unlink("/tmp/changed"); }
     static Operation change(const char *name, int (*run)())
@@ -42,6 +57,25 @@ TEST_F(LibraryIptables, Changes)
     sweep(change("iptlib_rules_flush", [] { return iptlib_rules_flush("filter", "mine"); }));
     sweep(change("cmdlib_do_iptables_cmd",
                  [] { return cmdlib_do_iptables_cmd("iptables -t %s -A mine -j DROP", "nat"); }));
+}
+
+// Whatever fails about the stream, a command makes the change.
+TEST_F(LibraryIptables, ChangesThroughAStream)
+{
+    offer_stream();
+    sweep(change("stream, iptlib_chain_new", [] { return iptlib_chain_new("filter", "fresh"); }));
+    sweep(change("stream, second change", [] {
+        const int first = iptlib_rules_flush("filter", "mine");
+        return first ? first : iptlib_rule_append("filter", "mine", "-j ACCEPT");
+    }));
+}
+
+TEST_F(LibraryIptables, QuestionsThroughAStream)
+{
+    offer_stream();
+    sweep({.name = "stream, iptlib_chain_is_exist", .prepare = nothing_changed, .run = [] {
+               return iptlib_chain_is_exist("filter", "mine") ? 0 : -1;
+           }});
 }
 
 // Both answer "no" when the table cannot be listed, and say so in a debug line.

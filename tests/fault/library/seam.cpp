@@ -25,7 +25,7 @@ const char *const names[] = {
     "write",  "fsync",    "rename",  "flock",      "fchmod",        "mkdir",      "unlink",     "fstat",
     "lstat",  "stat",     "opendir", "mmap",       "shm_open",      "fallocate",  "ioctl",      "pipe2",
     "spawn",  "waitpid",  "fcntl",   "poll",       "epoll_create1", "epoll_ctl",  "epoll_wait", "getrandom",
-    "malloc", "calloc",   "realloc", "strdup",     "dlopen",
+    "malloc", "calloc",   "realloc", "strdup",     "dlopen",        "socketpair", "send",
 };
 constexpr size_t name_count = std::size(names);
 
@@ -143,6 +143,10 @@ const std::vector<Fault> &seam::faults()
         {"setsockopt", ENOBUFS, false},
         {"getsockname", ENOBUFS, false},
         {"getsockopt", ENOBUFS, false},
+        {"socketpair", EMFILE, false},
+        {"send", EPIPE, false},
+        {"send", EINTR, true},
+        {"send", partial, true},
         {"sendto", ENOBUFS, false},
         {"sendto", EINTR, true},
         {"sendmsg", EPIPE, false},

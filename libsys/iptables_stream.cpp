@@ -1,0 +1,203 @@
+#include "iptables_stream.h"
+
+#include "file.h"
+#include "launch.h"
+
+#include <cctype>
+#include <csignal>
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+extern "C" {
+#include <libubox/uloop.h>
+}
+
+namespace libsys {
+
+namespace {
+
+constexpr int idle_ms = 1000;
+constexpr int first_answer_ms = 5000;
+constexpr int without_end = -1;      // a command, too, waits for the lock of the tables as long as it takes
+constexpr size_t longest_line = 512; // half of what the program takes as one word
+
+struct {
+    unique_fd channel;
+    pid_t process = 0;
+    unsigned comments = 0;
+    bool mute = false; // the program does not repeat comments
+} stream;
+
+uloop_timeout idle;
+
+// The program ends with its input.
+void let_go(uloop_timeout *)
+{
+    stream.channel.reset();
+    retry_eintr([] { return waitpid(stream.process, nullptr, 0); });
+}
+
+// Words that a command line and the stream read alike, whatever the version of the program. Of an option that
+// asks for IPv6 ("-6") a stream skips the line, where a command fails.
+bool is_plain(const char *word)
+{
+    const bool six = word[0] == '-' && strchr(word, '6');
+    const char *c = word;
+    while (isalnum(static_cast<unsigned char>(*c)) || (*c && strchr("_-.,:/+=!%@", *c))) {
+        ++c;
+    }
+    return c != word && !*c && !six;
+}
+
+bool compose(text &into, const char *table, const argument_list &words, size_t first)
+{
+    bool plain = is_plain(table);
+    into.append('*');
+    into.append(table);
+    into.append('\n');
+    for (; first < words.count(); ++first) {
+        plain = plain && is_plain(words[first]);
+        into.append(words[first]);
+        into.append(' ');
+    }
+    into.append("\nCOMMIT\n");
+    return plain && into.ok() && into.view().size() < longest_line;
+}
+
+// Whether the file is the program of many names, so that it is the same one under another name.
+bool has_many_names(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    const std::string_view name = slash ? slash + 1 : path;
+    return name.starts_with("xtables-") && name.ends_with("multi");
+}
+
+// Reads until the comment, which is the last thing said; what is said before it goes to `said`.
+bool await(std::string_view comment, text_buffer *said, int patience_ms)
+{
+    pollfd channel = {stream.channel.get(), POLLIN, 0};
+    char block[4096];
+    while (retry_eintr([&] { return poll(&channel, 1, patience_ms); }) == 1) {
+        const ssize_t length = retry_eintr([&] { return read(channel.fd, block, sizeof(block)); });
+        if (length <= 0 || said->append(block, static_cast<size_t>(length)) != 0) {
+            return false;
+        }
+        const std::string_view all(said->get(), said->length());
+        if (all.ends_with(comment)) {
+            const size_t before = all.size() - comment.size();
+            if (before == 0 || all[before - 1] == '\n') {
+                said->cut(before);
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool send_all(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t sent =
+            retry_eintr([&] { return send(stream.channel.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); });
+        if (sent < 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(sent));
+    }
+    return true;
+}
+
+// Sends lines with a comment behind them, and waits for the comment.
+bool exchange(std::string_view lines, text_buffer *said, int patience_ms)
+{
+    char comment[16];
+    snprintf(comment, sizeof(comment), "#%u\n", ++stream.comments);
+    text request;
+    request.append(lines);
+    request.append(comment);
+    return request.ok() && send_all(request.view()) && await(comment, said, patience_ms);
+}
+
+bool open_stream()
+{
+    char found[PATH_MAX];
+    char path[PATH_MAX];
+    if (stream.mute || find_program("iptables", found) != 0 || !realpath(found, path) ||
+        !has_many_names(path)) {
+        return false;
+    }
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        return false;
+    }
+    unique_fd ours(ends[0]);
+    const unique_fd its(ends[1]);
+    constexpr const char *command[] = {"iptables-restore", "-w", "--noflush", "--verbose"};
+    argument_list arguments;
+    for (const char *word : command) {
+        if (arguments.add(word) != 0) {
+            return false;
+        }
+    }
+    if (spawn(&stream.process, path, arguments.argv(), {.input = its.get(), .output = its.get()}) != 0) {
+        return false;
+    }
+    stream.channel = std::move(ours);
+    return true;
+}
+
+// A program that does not repeat the first comment is not asked again.
+bool is_open()
+{
+    if (stream.channel) {
+        return true;
+    }
+    if (!open_stream()) {
+        return false;
+    }
+    text_buffer said;
+    if (!exchange("", &said, first_answer_ms)) {
+        stream.mute = true;
+        if (waitpid(stream.process, nullptr, WNOHANG) == 0) {
+            kill(stream.process, SIGKILL);
+        }
+        let_go(nullptr);
+        return false;
+    }
+    return true;
+}
+
+bool ask(std::string_view lines, text_buffer *said)
+{
+    if (!is_open()) {
+        return false;
+    }
+    if (!exchange(lines, said, without_end)) {
+        uloop_timeout_cancel(&idle);
+        let_go(nullptr);
+        return false;
+    }
+    idle.cb = let_go;
+    uloop_timeout_set(&idle, idle_ms);
+    return true;
+}
+
+} // namespace
+
+bool stream_change(const char *table, const argument_list &words, size_t first)
+{
+    text change;
+    text_buffer said;
+    return compose(change, table, words, first) && ask(change.view(), &said);
+}
+
+bool stream_list(const char *table, text_buffer *into)
+{
+    argument_list words;
+    text question;
+    return words.add("-S") == 0 && compose(question, table, words, 0) && ask(question.view(), into);
+}
+
+} // namespace libsys
