@@ -51,8 +51,9 @@ processes are counted with `strace`.
 
 ![A statistics sample beside reading the file](performance-samples.svg)
 
-Every device of the table is looked for among the interfaces of its port, so a sample grows with the square of the
-interfaces of a port. A board of this kind has a handful. Per sample:
+The kernel lists devices in the order they were made in, and the interfaces of a port stand in the same order, so the
+next device of a port is usually its next interface. Where a kernel lists otherwise, each device is looked for among
+the interfaces of its port. Per sample:
 
 {calls}
 
@@ -67,8 +68,8 @@ names, a change costs a process.
 
 {missed}
 
-Why: a route is looked for by walking the list; a sample looks for each device among the interfaces; a platform call that changes a device asks for it first; `statist`
-writes each counter as a text; the emulated switch takes two system calls for each frame.
+What remains above the limits: a route is looked for by walking the list; a platform call that changes a device asks
+for it first; the emulated switch takes two system calls for each frame.
 
 ## Files
 
