@@ -118,15 +118,6 @@ std::vector<Fault> port_faults()
 
 INSTANTIATE_TEST_SUITE_P(Ports, ArgumentFault, testing::ValuesIn(port_faults()), test_name);
 
-Message intf_fields(std::initializer_list<std::pair<const char *, const char *>> fields)
-{
-    Message message;
-    for (const auto &[name, value] : fields) {
-        message.text(name, value);
-    }
-    return message;
-}
-
 std::vector<Fault> intf_faults()
 {
     std::vector<Fault> faults;
@@ -136,37 +127,37 @@ std::vector<Fault> intf_faults()
     add_shapes(
         faults, "add_lan_ipaddr", intf, "add",
         [] {
-            return intf_fields({{"intf", "lan2"}, {"netmask", "255.0.0.0"}});
+            return fields({{"intf", "lan2"}, {"netmask", "255.0.0.0"}});
         },
         "ipaddr", no_text, 2, no_address);
     add_shapes(
         faults, "add_lan_netmask", intf, "add",
         [] {
-            return intf_fields({{"intf", "lan2"}, {"ipaddr", "10.0.0.1"}});
+            return fields({{"intf", "lan2"}, {"ipaddr", "10.0.0.1"}});
         },
         "netmask", no_text, 2, no_address);
     add_shapes(faults, "add_wan_proto", intf, "add",
                [] {
-                   return intf_fields({{"intf", "wan1"}, {"defrt_pri", "7"}});
+                   return fields({{"intf", "wan1"}, {"defrt_pri", "7"}});
                },
                "proto", no_text, 2, {error("wan if add proto is null\n")});
     add_shapes(faults, "add_wan_priority", intf, "add",
                [] {
-                   return intf_fields({{"intf", "wan1"}, {"proto", "dhcp"}});
+                   return fields({{"intf", "wan1"}, {"proto", "dhcp"}});
                },
                "defrt_pri", no_text, 1, {error("wan if add priority error\n")});
     for (const char *proto : {"", "l2tp", "DHCP", "stat", "%s"}) {
         faults.push_back({"add_wan_proto_unknown" + std::to_string(faults.size()),
                           intf,
                           "add",
-                          intf_fields({{"intf", "wan1"}, {"proto", proto}, {"defrt_pri", "7"}}),
+                          fields({{"intf", "wan1"}, {"proto", proto}, {"defrt_pri", "7"}}),
                           2,
                           {}});
     }
     faults.push_back({"add_lan_unknown",
                       intf,
                       "add",
-                      intf_fields({{"intf", "lan9"}, {"ipaddr", "1.2.3.4"}, {"netmask", "255.0.0.0"}}),
+                      fields({{"intf", "lan9"}, {"ipaddr", "1.2.3.4"}, {"netmask", "255.0.0.0"}}),
                       1,
                       {error("lan 9 get hw port error\n"), error("netintf_lan_add 2240\n"),
                        error("lan if add failed\n")}});
@@ -174,21 +165,21 @@ std::vector<Fault> intf_faults()
     faults.push_back({"add_wan_unknown",
                       intf,
                       "add",
-                      intf_fields({{"intf", "wan9"}, {"proto", "dhcp"}, {"defrt_pri", "7"}}),
+                      fields({{"intf", "wan9"}, {"proto", "dhcp"}, {"defrt_pri", "7"}}),
                       1,
                       {error("wan 9 get hw port error\n"), error("wan 9 get hw port error\n"),
                        error("wan if add failed\n")}});
     faults.push_back({"add_wan_unknown_without_proto",
                       intf,
                       "add",
-                      intf_fields({{"intf", "wan9"}}),
+                      fields({{"intf", "wan9"}}),
                       2,
                       {error("wan 9 get hw port error\n"), error("wan if add proto is null\n")}});
     for (const char *name : {"", "la", "guest", "LAN2", "Wan1", "xlan1", " lan2"}) {
         faults.push_back({"add_name" + std::to_string(faults.size()),
                           intf,
                           "add",
-                          intf_fields({{"intf", name}, {"proto", "dhcp"}, {"defrt_pri", "7"}}),
+                          fields({{"intf", name}, {"proto", "dhcp"}, {"defrt_pri", "7"}}),
                           1,
                           {error("intf_name is error\n")}});
     }
@@ -203,26 +194,26 @@ std::vector<Fault> intf_faults()
 
     add_shapes(faults, "config_intf", intf, "config",
                [] {
-                   return intf_fields({{"old_intf", "lan2"}});
+                   return fields({{"old_intf", "lan2"}});
                },
                "intf", no_text, 2, {error("l3intf_config interface name error\n")});
     add_shapes(faults, "config_old_intf", intf, "config",
                [] {
-                   return intf_fields({{"intf", "lan2"}});
+                   return fields({{"intf", "lan2"}});
                },
                "old_intf", no_text, 2, {error("ubus config intf param old intf_name is null\n")});
     for (const char *name : {"lan3", "guest", "", "LAN2", "lan2 "}) {
         faults.push_back({"config_of_nothing" + std::to_string(faults.size()),
                           intf,
                           "config",
-                          intf_fields({{"intf", "lan2"}, {"old_intf", name}, {"proto", "static"}}),
+                          fields({{"intf", "lan2"}, {"old_intf", name}, {"proto", "static"}}),
                           9,
                           {error("net config get intf byname error\n")}});
     }
     faults.push_back({"config_of_a_port_the_board_lacks",
                       intf,
                       "config",
-                      intf_fields({{"intf", "lan2"}, {"old_intf", "lan9"}}),
+                      fields({{"intf", "lan2"}, {"old_intf", "lan9"}}),
                       9,
                       {error("lan 9 get hw port error\n"), error("net config get intf byname error\n")}});
     return faults;

@@ -85,6 +85,14 @@ Message &Message::text(const char *name, std::string_view value)
     return field(name, BLOBMSG_TYPE_STRING, std::string{value} + '\0');
 }
 
+Message &Message::fields(const Fields &texts)
+{
+    for (const auto &[name, value] : texts) {
+        text(name, value);
+    }
+    return *this;
+}
+
 Message &Message::number(const char *name, uint32_t value)
 {
     blobmsg_add_u32(buf_.get(), name, value);
@@ -106,6 +114,11 @@ Message &Message::texts(const char *name, const std::vector<std::string> &values
             blobmsg_add_string(buf, nullptr, value.c_str());
         }
     });
+}
+
+Message fields(const Fields &texts)
+{
+    return Message().fields(texts);
 }
 
 std::string message_text(blob_attr *message)

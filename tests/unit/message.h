@@ -3,19 +3,25 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <libubus.h>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace unit {
+
+// Texts by the names of their fields, in the order in which a message holds them.
+using Fields = std::initializer_list<std::pair<const char *, const char *>>;
 
 // A message under construction. Copies share the message.
 class Message {
 public:
     Message();
     Message &text(const char *name, std::string_view value);
+    Message &fields(const Fields &texts);
     Message &number(const char *name, uint32_t value);
     Message &texts(const char *name, const std::vector<std::string> &values);
     // An array whose elements fill adds.
@@ -27,6 +33,9 @@ public:
 private:
     std::shared_ptr<blob_buf> buf_;
 };
+
+// A message of texts.
+Message fields(const Fields &texts);
 
 // JSON-like; names inside arrays are shown.
 std::string message_text(blob_attr *message);

@@ -28,15 +28,6 @@ TEST_P(NullTexts, AreReported)
     expect_trace(null_text.trace);
 }
 
-Message fields(std::initializer_list<std::pair<const char *, const char *>> texts)
-{
-    Message message;
-    for (const auto &[name, value] : texts) {
-        message.text(name, value);
-    }
-    return message;
-}
-
 constexpr const char *intf = "ivarode.intf";
 constexpr const char *null = "<null>";
 
@@ -54,38 +45,30 @@ Lines made(const std::string &bridge)
 
 const Lines failed = error("wan proto config failed\n");
 
-NullText wan_static(const char *what, const char *ipaddr, const char *netmask, const char *gateway,
+NullText wan_config(const char *what, const char *proto, const Fields &settings, const char *bridge,
                     const char *report)
 {
     return {what,
             intf,
             "config",
-            fields({{"intf", "wan1"},
-                    {"old_intf", "wan1"},
-                    {"proto", "static"},
-                    {"defrt_pri", "20001"},
-                    {"ipaddr", ipaddr},
-                    {"netmask", netmask},
-                    {"gateway", gateway}}),
+            fields({{"intf", "wan1"}, {"old_intf", "wan1"}, {"proto", proto}, {"defrt_pri", "20001"}})
+                .fields(settings),
             1,
-            {rebuilt, made("wan1"), error(report), failed}};
+            {rebuilt, made(bridge), error(report), failed}};
+}
+
+NullText wan_static(const char *what, const char *ipaddr, const char *netmask, const char *gateway,
+                    const char *report)
+{
+    return wan_config(what, "static", {{"ipaddr", ipaddr}, {"netmask", netmask}, {"gateway", gateway}},
+                      "wan1", report);
 }
 
 NullText wan_pppoe(const char *what, const char *username, const char *password, const char *server,
                    const char *report)
 {
-    return {what,
-            intf,
-            "config",
-            fields({{"intf", "wan1"},
-                    {"old_intf", "wan1"},
-                    {"proto", "pppoe"},
-                    {"defrt_pri", "20001"},
-                    {"username", username},
-                    {"password", password},
-                    {"server", server}}),
-            1,
-            {rebuilt, made("wan1_pe"), error(report), failed}};
+    return wan_config(what, "pppoe", {{"username", username}, {"password", password}, {"server", server}},
+                      "wan1_pe", report);
 }
 
 const Lines lan_rebuilt = std::vector<std::string>{"netlib_br_delif('lan2', 'eth0.4092')",
@@ -94,6 +77,47 @@ const Lines lan_rebuilt = std::vector<std::string>{"netlib_br_delif('lan2', 'eth
                                                    "netlib_br_create('lan2')",
                                                    "netlib_eth_intf_up('lan2')",
                                                    "netlib_br_addif('lan2', 'eth0.4092')"};
+
+NullText lan_config(const char *what, const char *ipaddr, const char *netmask)
+{
+    return {what,
+            intf,
+            "config",
+            fields({{"intf", "lan2"},
+                    {"old_intf", "lan2"},
+                    {"proto", "static"},
+                    {"ipaddr", ipaddr},
+                    {"netmask", netmask}}),
+            2,
+            {lan_rebuilt, error("intf_name is null\n")}};
+}
+
+NullText user_add(const char *what, const char *username, const char *provider, const char *password,
+                  const char *ipaddr, const char *report)
+{
+    return {
+        what,
+        "ivarode.pppuser",
+        "add",
+        fields({{"username", username}, {"provider", provider}, {"password", password}, {"ipaddr", ipaddr}}),
+        2,
+        {error(report)}};
+}
+
+NullText user_del(const char *what, const char *username, const char *provider, const char *report)
+{
+    return {what, "ivarode.pppuser", "del", fields({{"username", username}, {"provider", provider}}),
+            2,    {error(report)}};
+}
+
+NullText notify(const char *what, const char *type, const char *ipaddr, const char *action,
+                const char *username, const char *report)
+{
+    return {
+        what,     "ivarode.pppauth",
+        "notify", fields({{"type", type}, {"ipaddr", ipaddr}, {"action", action}, {"username", username}}),
+        2,        {error(report)}};
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Methods, NullTexts,
@@ -137,26 +161,7 @@ INSTANTIATE_TEST_SUITE_P(
                  fields({{"intf", "lan2"}, {"old_intf", null}}),
                  2,
                  {error("ubus config intf param old intf_name is null\n")}},
-        NullText{"config_lan_ipaddr",
-                 intf,
-                 "config",
-                 fields({{"intf", "lan2"},
-                         {"old_intf", "lan2"},
-                         {"proto", "static"},
-                         {"ipaddr", null},
-                         {"netmask", "x"}}),
-                 2,
-                 {lan_rebuilt, error("intf_name is null\n")}},
-        NullText{"config_lan_netmask",
-                 intf,
-                 "config",
-                 fields({{"intf", "lan2"},
-                         {"old_intf", "lan2"},
-                         {"proto", "static"},
-                         {"ipaddr", "x"},
-                         {"netmask", null}}),
-                 2,
-                 {lan_rebuilt, error("intf_name is null\n")}},
+        lan_config("config_lan_ipaddr", null, "x"), lan_config("config_lan_netmask", "x", null),
         wan_static("config_wan_ipaddr", null, "255.0.0.0", "10.0.0.1", "ipaddr is null\n"),
         wan_static("config_wan_netmask", "10.0.0.2", null, "10.0.0.1", "netmask is null\n"),
         wan_static("config_wan_gateway", "10.0.0.2", "255.0.0.0", null, "gateway is null\n"),
@@ -164,66 +169,16 @@ INSTANTIATE_TEST_SUITE_P(
         wan_pppoe("config_wan_username", null, "pw", "isp", "pppoe username is null\n"),
         wan_pppoe("config_wan_password", "joe", null, "isp", "pppoe password is null\n"),
         wan_pppoe("config_wan_server", "joe", "pw", null, "pppoe server is null\n"),
-        NullText{"user_add_username",
-                 "ivarode.pppuser",
-                 "add",
-                 fields({{"username", null}, {"provider", null}, {"password", null}, {"ipaddr", null}}),
-                 2,
-                 {error("user is null\n")}},
-        NullText{"user_add_provider",
-                 "ivarode.pppuser",
-                 "add",
-                 fields({{"username", "u"}, {"provider", null}, {"password", null}, {"ipaddr", null}}),
-                 2,
-                 {error("provider is null\n")}},
-        NullText{"user_add_password",
-                 "ivarode.pppuser",
-                 "add",
-                 fields({{"username", "u"}, {"provider", "p"}, {"password", null}, {"ipaddr", null}}),
-                 2,
-                 {error("password is null\n")}},
-        NullText{"user_add_ipaddr",
-                 "ivarode.pppuser",
-                 "add",
-                 fields({{"username", "u"}, {"provider", "p"}, {"password", "s"}, {"ipaddr", null}}),
-                 2,
-                 {error("ipaddr is null\n")}},
-        NullText{"user_del_username",
-                 "ivarode.pppuser",
-                 "del",
-                 fields({{"username", null}, {"provider", "p"}}),
-                 2,
-                 {error("user is null\n")}},
-        NullText{"user_del_provider",
-                 "ivarode.pppuser",
-                 "del",
-                 fields({{"username", "u"}, {"provider", null}}),
-                 2,
-                 {error("provider is null\n")}},
-        NullText{"notify_type",
-                 "ivarode.pppauth",
-                 "notify",
-                 fields({{"type", null}, {"ipaddr", null}, {"action", null}, {"username", null}}),
-                 2,
-                 {error("auth_type is null\n")}},
-        NullText{"notify_ipaddr",
-                 "ivarode.pppauth",
-                 "notify",
-                 fields({{"type", "t"}, {"ipaddr", null}, {"action", null}, {"username", null}}),
-                 2,
-                 {error("ipaddr is null\n")}},
-        NullText{"notify_action",
-                 "ivarode.pppauth",
-                 "notify",
-                 fields({{"type", "t"}, {"ipaddr", "i"}, {"action", null}, {"username", null}}),
-                 2,
-                 {error("action is null\n")}},
-        NullText{"notify_username",
-                 "ivarode.pppauth",
-                 "notify",
-                 fields({{"type", "t"}, {"ipaddr", "i"}, {"action", "up"}, {"username", null}}),
-                 2,
-                 {error("username is null\n")}}),
+        user_add("user_add_username", null, null, null, null, "user is null\n"),
+        user_add("user_add_provider", "u", null, null, null, "provider is null\n"),
+        user_add("user_add_password", "u", "p", null, null, "password is null\n"),
+        user_add("user_add_ipaddr", "u", "p", "s", null, "ipaddr is null\n"),
+        user_del("user_del_username", null, "p", "user is null\n"),
+        user_del("user_del_provider", "u", null, "provider is null\n"),
+        notify("notify_type", null, null, null, null, "auth_type is null\n"),
+        notify("notify_ipaddr", "t", null, null, null, "ipaddr is null\n"),
+        notify("notify_action", "t", "i", null, null, "action is null\n"),
+        notify("notify_username", "t", "i", "up", null, "username is null\n")),
     [](const auto &null_text) { return std::string{null_text.param.what}; });
 
 // Null texts of a route leave their fields empty.
