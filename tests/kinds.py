@@ -85,7 +85,7 @@ KINDS = {
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(prog="tests/kinds.py", description=__doc__)
     parser.add_argument("kind", choices=KINDS, help="which kind")
     parser.add_argument("--long", action="store_true", help="its longer run, where it has one")
     arguments = parser.parse_args()

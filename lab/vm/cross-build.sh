@@ -3,12 +3,17 @@
 # stand-ins, programs of the lab; with --tests also those that run inside it.
 #
 # The libraries of the target come from the same cache as the machine. Options are for the first configuration.
+# Programs are in FOLDER/bin, libraries in FOLDER/lib. Needs g++-mipsel-linux-gnu.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 source=$LAB_VM_HOME/../..
 parts="compat/all libsys/all src/all lab/all"
 tests=; [ "${1:-}" != --tests ] || { tests=1; shift; }
-folder=${1:-}; shift || die "usage: cross-build.sh [--tests] FOLDER [CMAKE-OPTION...]"
+case ${1:-} in
+-h | --help) echo "usage: cross-build.sh [--tests] FOLDER [CMAKE-OPTION...]"; exit 0 ;;
+"" | -*) die "usage: cross-build.sh [--tests] FOLDER [CMAKE-OPTION...]" ;;
+esac
+folder=$1; shift
 mkdir -p "$folder" "$LAB_VM_CACHE"
 folder=$(cd "$folder" && pwd)
 (flock 9; "$LAB_VM_HOME/fetch.sh" sysroot-mipsel) 9> "$LAB_VM_CACHE/.lock"

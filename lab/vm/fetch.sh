@@ -76,7 +76,9 @@ cannot() {
 }
 trap cannot EXIT
 
-[ $# -gt 0 ] || die "usage: fetch.sh SET..."
+sets="qemu-x86 qemu-mips guest-amd64 guest-mipsel sysroot-mipsel"
+[ $# -gt 0 ] || die "usage: fetch.sh SET..., of $sets"
+case $1 in -h | --help) echo "usage: fetch.sh SET..., of $sets"; exit 0 ;; esac
 for s; do
     case $s in
     qemu-x86)  fetch $s host "qemu-system-x86"  '^ipxe-qemu$' "$LAB_VM_CACHE/tools" ;;
@@ -87,6 +89,6 @@ for s; do
                            '^(libc6.*|libc-dev-bin|linux-libc-dev|libcrypt.*|gcc-12-base|libgcc-s1|rpcsvc-proto|libnsl.*|libtirpc.*)$' \
                            "$LAB_VM_CACHE/root/$s" ;;
     guest-mipsel)      fetch $s mipsel "@guest:linux-image-4kc-malta" "$GUEST_DROP" "$LAB_VM_CACHE/root/$s" ;;
-    *) die "unknown set $s" ;;
+    *) die "unknown set $s; there are $sets" ;;
     esac
 done

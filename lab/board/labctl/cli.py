@@ -10,11 +10,14 @@ import threading
 from . import capture, client, paths, view
 
 EPILOG = """examples:
-  lab/lab up                                 raise the default lab
-  lab/lab exec pc1 ping -c3 192.168.1.1      a command in a host (router, pc1.., isp, isp2)
-  lab/lab ubus call ivarode.intf status      any ubus command, in the router
-  lab/lab link 2 down                        pull the cable of front port 2
-  lab/lab capture 0 -c 10                    look at frames on a front port
+  lab/lab up --board two-wan --config three-lans   another board and configuration
+  lab/lab exec pc1 ping -c3 192.168.1.1            a command in a host (router, pc1.., isp, isp2)
+  lab/lab ubus call ivarode.intf status            any ubus command, in the router
+  lab/lab link 2 down                              pull the cable of front port 2
+  lab/lab capture 0 -c 10                          look at frames on a front port
+  lab/lab log --stderr                             what the daemon says beside its log
+
+hosts, boards, configurations, and what to look at when something is odd: docs/lab.md
 """
 
 
@@ -41,30 +44,32 @@ def parser():
     add("down", "end the lab and everything in it")
     add("status", "draw ports, VLANs and interfaces")
     link = add("link", "plug or pull the cable of a front port")
-    link.add_argument("port", type=int, choices=range(5))
-    link.add_argument("state", choices=["up", "down"])
+    link.add_argument("port", type=int, choices=range(5), help="front port")
+    link.add_argument("state", choices=["up", "down"], help="up plugs, down pulls")
     run = add("exec", "run a command in a host")
-    run.add_argument("host")
-    run.add_argument("words", nargs=argparse.REMAINDER, metavar="CMD")
+    run.add_argument("host", metavar="HOST", help="router, pc1 to pc4, isp, isp2, agent or machine")
+    run.add_argument("words", nargs=argparse.REMAINDER, metavar="CMD", help="command and its words")
     ubus = add("ubus", "run ubus in the router")
-    ubus.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS")
+    ubus.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS", help="what ubus is given")
     switch = add("switch", "show the switch as the router reads it: PVIDs, VLAN table, PHYs")
-    switch.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS")
+    switch.add_argument("words", nargs=argparse.REMAINDER, metavar="WORDS", help="--json for programs")
     for name, text in (("routes", "show the router's routing tables"), ("rules", "show its policy rules"),
                        ("chains", "show its iptables chains"), ("instances", "show the supervised processes"),
                        ("services", "show the board's own programs")):
         add(name, text)
     log = add("log", "show the router's system log")
-    log.add_argument("-f", "--follow", action="store_true", help="and go on as it grows")
+    log.add_argument("-f", "--follow", action="store_true", help="go on as it grows")
     log.add_argument("--stderr", action="store_true", help="what the daemon wrote to standard error instead")
     cap = add("capture", "show the frames of a front port, or write them to a pcap file")
-    cap.add_argument("port", help="0..4, or eth0, eth1 for the CPU ports")
+    cap.add_argument("port", help="0 to 4, or eth0, eth1 for the CPU ports")
     cap.add_argument("-c", "--count", type=int, default=0, metavar="N", help="end after N frames")
     cap.add_argument("-w", "--write", metavar="FILE", help="write a pcap file")
-    for name, text in (("start", "start the daemon or the broker"), ("stop", "end it"), ("restart", "end and start it")):
+    for name, text in (("start", "start one of the board's own programs"), ("stop", "end one of them"),
+                       ("restart", "end one of them and start it again")):
         add(name, text).add_argument("what", choices=["daemon", "broker", "siblings"])
-    kill = add("kill", "send a signal to the daemon or the broker")
-    kill.add_argument("-s", "--signal", type=int, default=15, help="number (also -9 and the like)")
+    kill = add("kill", "send a signal to one of the board's own programs")
+    kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
+                      help="number of the signal, default 15; also -9 and the like")
     kill.add_argument("what", choices=["daemon", "broker", "siblings", "switch"])
     return top
 
