@@ -12,7 +12,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 using namespace recorder;
 
@@ -24,13 +23,7 @@ alignas(8) uint32_t debug_area[16];
 
 void say(const char *name, const char *fmt, va_list args, const void *site)
 {
-    va_list again;
-    va_copy(again, args);
-    const int length = std::vsnprintf(nullptr, 0, fmt, again);
-    va_end(again);
-    std::vector<char> text(static_cast<size_t>(length) + 1);
-    std::vsnprintf(text.data(), text.size(), fmt, args);
-    Call(name, Call::Kind::saying, site).raw(quote(std::string_view{text.data(), text.size() - 1})).say();
+    Call(name, Call::Kind::saying, site).raw(quote(doubles::formatted(fmt, args))).say();
 }
 
 std::string words_text()
@@ -79,7 +72,7 @@ const struct netbd_ether *sys_bdinfo_ether_get(uint32_t index)
 int mtklib_cpu_reg_rd(uint32_t addr, uint32_t *value)
 {
     return Call("mtklib_cpu_reg_rd")
-        .raw(hex(addr))
+        .hex(addr)
         .act(
             [&] {
                 *value = model.register_get(register_key(addr - register_block));
@@ -90,7 +83,7 @@ int mtklib_cpu_reg_rd(uint32_t addr, uint32_t *value)
 
 int mtklib_cpu_reg_wr(uint32_t addr, uint32_t value)
 {
-    return Call("mtklib_cpu_reg_wr").raw(hex(addr)).raw(hex(value, 8)).act([&] {
+    return Call("mtklib_cpu_reg_wr").hex(addr).hex(value, 8).act([&] {
         model.register_set(register_key(addr - register_block), value);
         return 0;
     });
@@ -100,7 +93,7 @@ int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len,
                                uint32_t reply_size, uint32_t *reply_len)
 {
     return Call("knl_send_and_wait_response")
-        .raw(hex(type))
+        .hex(type)
         .raw(req == nullptr ? "null" : "data")
         .number(req_len)
         .number(reply_size)

@@ -2,6 +2,7 @@
 
 #include "platform/bus.h"
 
+#include "blob.h"
 #include "call.h"
 #include "message.h"
 #include "platform/config.h"
@@ -51,22 +52,7 @@ int ubuslib_invoke_call(const char *object, const char *method, struct blob_buf 
 int ubuslib_bmsg_strlist_get(struct blob_attr *array, char **out, int capacity)
 {
     return Call("ubuslib_bmsg_strlist_get").raw(array == nullptr ? "null" : "list").number(capacity).act([&] {
-        if (array == nullptr) {
-            return -1;
-        }
-        int count = 0;
-        blob_attr *element = nullptr;
-        size_t rest = 0;
-        blobmsg_for_each_attr(element, array, rest)
-        {
-            if (blobmsg_type(element) != BLOBMSG_TYPE_STRING) {
-                return -1;
-            }
-            if (count < capacity) {
-                out[count++] = blobmsg_get_string(element);
-            }
-        }
-        return 0;
+        return doubles::list_texts(array, out, capacity);
     });
 }
 

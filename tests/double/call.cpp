@@ -39,27 +39,11 @@ const Rule *rule_for(const std::string &call)
 
 } // namespace
 
-Call::Call(std::string_view name, Kind kind, const void *site) : text_{name}, site_{site}, kind_{kind}
-{
-    text_ += "(";
-}
-
-Call &Call::raw(std::string_view value)
-{
-    text_ += first_ ? "" : ", ";
-    text_ += value;
-    first_ = false;
-    return *this;
-}
+Call::Call(std::string_view name, Kind kind, const void *site) : CallText{name}, site_{site}, kind_{kind} {}
 
 Call &Call::text(const char *value)
 {
     return raw(quote(value));
-}
-
-Call &Call::number(long long value)
-{
-    return raw(std::to_string(value));
 }
 
 Call &Call::prefix(std::string_view value)

@@ -8,7 +8,7 @@
 
 namespace recorder {
 
-class Call {
+class Call : public doubles::CallText<Call> {
 public:
     // What the call is to the world: an action may fail and is where a kill can strike; a question has no
     // failure, only another answer; a saying is neither counted nor made to fail.
@@ -18,8 +18,6 @@ public:
                   const void *site = __builtin_return_address(0));
 
     Call &text(const char *value);
-    Call &number(long long value);
-    Call &raw(std::string_view value);
     // Put before the line, and no part of the text that results are matched with.
     Call &prefix(std::string_view value);
 
@@ -37,14 +35,10 @@ public:
     void say();
 
 private:
-    std::string whole() const { return text_ + ")"; }
-
-    std::string text_;
     std::string prefix_;
     std::string out_;
     const void *site_;
     Kind kind_;
-    bool first_ = true;
     bool flip_ = false;
 };
 

@@ -28,8 +28,7 @@ private:
     unsigned depth_ = 0;
 };
 
-// A message as text: JSON, but names inside arrays are shown too, and other types than table, array, string
-// and int32 carry theirs ("5:int64").
+// A message as it stands in the trace.
 std::string message_text(blob_attr *message);
 
 } // namespace recorder

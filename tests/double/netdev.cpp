@@ -5,6 +5,8 @@
 #include "call.h"
 #include "model.h"
 
+#include <array>
+
 using namespace recorder;
 
 namespace {
@@ -20,21 +22,56 @@ bool wan_table(int number)
     return number >= first_wan_table && number <= last_wan_table;
 }
 
-std::string row_text(const char *const *columns, int count)
+// A WAN's row in the database, without its name.
+using Row = std::array<const char *, 6>;
+
+Call row_call(std::string_view function, const char *name, const Row &row, const void *site)
+{
+    Call call(function, Call::Kind::action, site);
+    call.text(name);
+    for (const char *column : row) {
+        call.text(column);
+    }
+    return call;
+}
+
+std::string row_text(const Row &row)
 {
     std::string out;
-    for (int i = 0; i < count; i++) {
-        out += i == 0 ? "" : " ";
-        out += columns[i] == nullptr ? "-" : columns[i];
+    const char *between = "";
+    for (const char *column : row) {
+        out += between;
+        between = " ";
+        out += column == nullptr ? "-" : column;
     }
     return out;
 }
 
-std::string route_key(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
-                      int metric)
+struct Route {
+    uint32_t table;
+    const char *dst;
+    const char *mask;
+    const char *gw;
+    const char *dev;
+    int metric;
+};
+
+Call route_call(std::string_view function, const Route &route, const void *site)
 {
-    return "route " + std::to_string(table) + " " + plain(dst) + "/" + plain(mask) + " via " + plain(gw) +
-           (dev == nullptr ? "" : " dev " + std::string{dev}) + " metric " + std::to_string(metric);
+    return Call(function, Call::Kind::action, site)
+        .number(route.table)
+        .text(route.dst)
+        .text(route.mask)
+        .text(route.gw)
+        .text(route.dev)
+        .number(route.metric);
+}
+
+std::string route_key(const Route &route)
+{
+    return "route " + std::to_string(route.table) + " " + plain(route.dst) + "/" + plain(route.mask) +
+           " via " + plain(route.gw) + (route.dev == nullptr ? "" : " dev " + std::string{route.dev}) +
+           " metric " + std::to_string(route.metric);
 }
 
 } // namespace
@@ -53,7 +90,7 @@ int netlib_vintf_delete(const char *name)
 
 int netlib_eth_mac_set(const char *name, const uint8_t *mac)
 {
-    return Call("netlib_eth_mac_set").text(name).raw(mac_text(mac)).act([&] {
+    return Call("netlib_eth_mac_set").text(name).mac(mac).act([&] {
         return model.device_mac_set(plain(name), mac_text(mac));
     });
 }
@@ -188,14 +225,9 @@ int netlib_intf_plcrt_del(const char *name, int priority)
 int netlib_waninfo_db_insert(const char *name, const char *proto, const char *ipaddr, const char *netmask,
                              const char *gateway, const char *addr4, const char *addr5)
 {
-    const char *const columns[] = {proto, ipaddr, netmask, gateway, addr4, addr5};
-    Call call("netlib_waninfo_db_insert");
-    call.text(name);
-    for (const char *column : columns) {
-        call.text(column);
-    }
-    return call.act([&] {
-        model.set("wan " + plain(name), row_text(columns, 6));
+    const Row row{proto, ipaddr, netmask, gateway, addr4, addr5};
+    return row_call("netlib_waninfo_db_insert", name, row, __builtin_return_address(0)).act([&] {
+        model.set("wan " + plain(name), row_text(row));
         return 0;
     });
 }
@@ -203,17 +235,12 @@ int netlib_waninfo_db_insert(const char *name, const char *proto, const char *ip
 int netlib_waninfo_db_update(const char *name, const char *proto, const char *ipaddr, const char *netmask,
                              const char *gateway, const char *addr4, const char *addr5)
 {
-    const char *const columns[] = {proto, ipaddr, netmask, gateway, addr4, addr5};
-    Call call("netlib_waninfo_db_update");
-    call.text(name);
-    for (const char *column : columns) {
-        call.text(column);
-    }
-    return call.act([&] {
+    const Row row{proto, ipaddr, netmask, gateway, addr4, addr5};
+    return row_call("netlib_waninfo_db_update", name, row, __builtin_return_address(0)).act([&] {
         if (!model.has("wan " + plain(name))) {
             return -1;
         }
-        model.set("wan " + plain(name), row_text(columns, 6));
+        model.set("wan " + plain(name), row_text(row));
         return 0;
     });
 }
@@ -229,35 +256,23 @@ int netlib_waninfo_db_del_byname(const char *name)
 int netlib_rt_add_gw(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
                      int metric)
 {
-    return Call("netlib_rt_add_gw")
-        .number(table)
-        .text(dst)
-        .text(mask)
-        .text(gw)
-        .text(dev)
-        .number(metric)
-        .act([&] {
-            model.set(route_key(table, dst, mask, gw, dev, metric));
-            return 0;
-        });
+    const Route route{table, dst, mask, gw, dev, metric};
+    return route_call("netlib_rt_add_gw", route, __builtin_return_address(0)).act([&] {
+        model.set(route_key(route));
+        return 0;
+    });
 }
 
 int netlib_rt_del_gw(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
                      int metric)
 {
-    return Call("netlib_rt_del_gw")
-        .number(table)
-        .text(dst)
-        .text(mask)
-        .text(gw)
-        .text(dev)
-        .number(metric)
-        .act([&] {
-            const std::string key = route_key(table, dst, mask, gw, dev, metric);
-            const int result = model.has(key) ? 0 : -1;
-            model.drop(key);
-            return result;
-        });
+    const Route route{table, dst, mask, gw, dev, metric};
+    return route_call("netlib_rt_del_gw", route, __builtin_return_address(0)).act([&] {
+        const std::string key = route_key(route);
+        const int result = model.has(key) ? 0 : -1;
+        model.drop(key);
+        return result;
+    });
 }
 
 int netlib_ip_rule_add(uint32_t number, const char *selector)

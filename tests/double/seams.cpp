@@ -67,7 +67,7 @@ int driver(const std::string &socket, unsigned long number, const ifreq &request
     switch (number) {
     case switch_read:
         return start("switch_read")
-            .raw(hex(word[0]))
+            .hex(word[0])
             .act(
                 [&] {
                     word[1] = model.register_get(register_key(word[0]));
@@ -75,7 +75,7 @@ int driver(const std::string &socket, unsigned long number, const ifreq &request
                 },
                 [&] { return hex(word[1], 8); });
     case switch_write:
-        return start("switch_write").raw(hex(word[0])).raw(hex(word[1], 8)).act([&] {
+        return start("switch_write").hex(word[0]).hex(word[1], 8).act([&] {
             model.register_set(register_key(word[0]), word[1]);
             return 0;
         });
@@ -90,12 +90,12 @@ int driver(const std::string &socket, unsigned long number, const ifreq &request
                 },
                 [&] { return hex(word[3], 4); });
     case mii_write:
-        return start("phy_write").number(word[0]).number(word[1]).raw(hex(word[2], 4)).act([&] {
+        return start("phy_write").number(word[0]).number(word[1]).hex(word[2], 4).act([&] {
             model.register_set(phy_key(word[0], word[1]), word[2]);
             return 0;
         });
     default:
-        return Call("ioctl", Call::Kind::action, site).raw(hex(static_cast<uint32_t>(number))).act([] {
+        return Call("ioctl", Call::Kind::action, site).hex(static_cast<uint32_t>(number)).act([] {
             return -1;
         });
     }

@@ -2,8 +2,6 @@
 
 #include "script.h"
 
-#include <array>
-#include <cstdio>
 #include <fcntl.h>
 #include <link.h>
 #include <sys/syscall.h>
@@ -34,36 +32,6 @@ int note_program(dl_phdr_info *info, size_t /*size*/, void * /*data*/)
         }
     }
     return 1;
-}
-
-void append_escaped(std::string &out, unsigned char c)
-{
-    switch (c) {
-    case '\n':
-        out += "\\n";
-        return;
-    case '\r':
-        out += "\\r";
-        return;
-    case '\t':
-        out += "\\t";
-        return;
-    case '"':
-        out += "\\\"";
-        return;
-    case '\\':
-        out += "\\\\";
-        return;
-    default:
-        break;
-    }
-    if (c < 0x20 || c >= 0x7f) {
-        std::array<char, 8> text{};
-        std::snprintf(text.data(), text.size(), "\\x%02x", c);
-        out += text.data();
-    } else {
-        out += static_cast<char>(c);
-    }
 }
 
 } // namespace
@@ -106,34 +74,12 @@ void trace_line(std::string_view line, const void *site)
 
 std::string quote(std::string_view text)
 {
-    std::string out = "\"";
-    for (const char c : text) {
-        append_escaped(out, static_cast<unsigned char>(c));
-    }
-    return out + "\"";
+    return '"' + doubles::escaped(text, "\"\\") + '"';
 }
 
 std::string quote(const char *text)
 {
     return text == nullptr ? "null" : quote(std::string_view{text});
-}
-
-std::string hex(uint32_t value, int digits)
-{
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%0*x", digits, value);
-    return text.data();
-}
-
-std::string mac_text(const uint8_t *mac)
-{
-    if (mac == nullptr) {
-        return "null";
-    }
-    std::array<char, 24> text{};
-    std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                  mac[4], mac[5]);
-    return text.data();
 }
 
 std::string plain(const char *text)

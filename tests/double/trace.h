@@ -3,11 +3,15 @@
 // Lines go to the file at once, so that a crash or a kill loses none. Written by one thread.
 #pragma once
 
-#include <cstdint>
+#include "text.h"
+
 #include <string>
 #include <string_view>
 
 namespace recorder {
+
+using doubles::hex;
+using doubles::mac_text;
 
 // Opens the trace; an empty path keeps the recorder silent. With sites, each line carries the place of the
 // call in the daemon ("\t@offset").
@@ -21,8 +25,6 @@ void trace_line(std::string_view line, const void *site = nullptr);
 // A C text in quotes with C escapes, or null.
 std::string quote(const char *text);
 std::string quote(std::string_view text);
-std::string hex(uint32_t value, int digits = 0);
-std::string mac_text(const uint8_t *mac);
 // A null pointer as the empty text.
 std::string plain(const char *text);
 

@@ -1,7 +1,5 @@
 #include "double.h"
 
-#include <cstdio>
-
 namespace unit {
 
 World world;
@@ -19,27 +17,6 @@ struct Answer {
 std::vector<std::string> lines;
 std::vector<Answer> answers;
 unsigned hidden = 0;
-
-std::string escaped(char c)
-{
-    switch (c) {
-    case '\n':
-        return "\\n";
-    case '\r':
-        return "\\r";
-    case '\t':
-        return "\\t";
-    default:
-        break;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte < 0x7f) {
-        return {c};
-    }
-    char text[8];
-    std::snprintf(text, sizeof text, "\\x%02x", byte);
-    return text;
-}
 
 bool is_shown(Shown shown)
 {
@@ -108,11 +85,7 @@ void answers_forget()
 
 std::string quote(std::string_view text)
 {
-    std::string out = "'";
-    for (const char c : text) {
-        out += escaped(c);
-    }
-    return out + "'";
+    return '\'' + doubles::escaped(text) + '\'';
 }
 
 std::string quote(const char *text)
@@ -120,55 +93,24 @@ std::string quote(const char *text)
     return text == nullptr ? "null" : quote(std::string_view{text});
 }
 
-Call::Call(std::string_view name, Shown shown) : line_{name}, shown_{shown}
-{
-    line_ += "(";
-}
-
-Call &Call::raw(std::string_view value)
-{
-    line_ += first_ ? "" : ", ";
-    line_ += value;
-    first_ = false;
-    return *this;
-}
+Call::Call(std::string_view name, Shown shown) : CallText{name}, shown_{shown} {}
 
 Call &Call::text(const char *value)
 {
     return raw(quote(value));
 }
 
-Call &Call::number(long long value)
-{
-    return raw(std::to_string(value));
-}
-
-Call &Call::hex(uint32_t value, int digits)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%0*x", digits, value);
-    return raw(text);
-}
-
-Call &Call::mac(const uint8_t *value)
-{
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", value[0], value[1], value[2], value[3],
-                  value[4], value[5]);
-    return raw(text);
-}
-
 std::optional<long> Call::done()
 {
-    line_ += ")";
+    const std::string line = whole();
     if (is_shown(shown_)) {
-        lines.push_back(line_);
+        lines.push_back(line);
     } else {
         hidden++;
     }
     std::optional<long> wanted;
     for (Answer &answer : answers) {
-        if (line_.compare(0, answer.line_begin.size(), answer.line_begin) == 0) {
+        if (line.compare(0, answer.line_begin.size(), answer.line_begin) == 0) {
             answer.seen++;
             if (answer.nth == 0 || answer.nth == answer.seen) {
                 wanted = answer.result;

@@ -6,6 +6,7 @@
 // only when a test shows them, but always counted.
 #pragma once
 
+#include "../double/text.h"
 #include "platform/board.h"
 #include "platform/events.h"
 
@@ -96,23 +97,17 @@ void answers_forget();
 enum class Shown { always, registers, board };
 
 // One call: its line as it grows, then its result.
-class Call {
+class Call : public doubles::CallText<Call> {
 public:
     explicit Call(std::string_view name, Shown shown = Shown::always);
     Call &text(const char *value);
-    Call &number(long long value);
-    Call &hex(uint32_t value, int digits = 0);
-    Call &mac(const uint8_t *value);
-    Call &raw(std::string_view value);
     // Records the call; the result a test wants, or nothing.
     std::optional<long> done();
     // Records the call; the result a test wants, or ok.
     int result(long ok = 0);
 
 private:
-    std::string line_;
     Shown shown_;
-    bool first_ = true;
 };
 
 std::string quote(const char *text);

@@ -1,5 +1,6 @@
 // The platform library's calls.
 
+#include "../double/blob.h"
 #include "double.h"
 #include "message.h"
 #include "platform/bus.h"
@@ -25,9 +26,7 @@ constexpr uint32_t switch_block = 0x10110000;
 
 void say(const char *name, const char *format, va_list args)
 {
-    char text[16384];
-    std::vsnprintf(text, sizeof text, format, args);
-    Call(name).text(text).done();
+    Call(name).raw(quote(doubles::formatted(format, args))).done();
 }
 
 // The section that a walk is at.
@@ -213,22 +212,7 @@ int ubuslib_bmsg_strlist_get(struct blob_attr *array, char **out, int capacity)
 {
     const std::optional<long> wanted =
         Call("ubuslib_bmsg_strlist_get").raw(array == nullptr ? "null" : "list").number(capacity).done();
-    if (wanted || array == nullptr) {
-        return static_cast<int>(wanted.value_or(-1));
-    }
-    int count = 0;
-    blob_attr *element = nullptr;
-    size_t rest = 0;
-    blobmsg_for_each_attr(element, array, rest)
-    {
-        if (blobmsg_type(element) != BLOBMSG_TYPE_STRING) {
-            return -1;
-        }
-        if (count < capacity) {
-            out[count++] = blobmsg_get_string(element);
-        }
-    }
-    return 0;
+    return wanted ? static_cast<int>(*wanted) : doubles::list_texts(array, out, capacity);
 }
 
 int ucilib_foreach_section(const char *package, const char *type, ucilib_section_cb cb, void *arg)

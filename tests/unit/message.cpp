@@ -1,5 +1,6 @@
 #include "message.h"
 
+#include "../double/blob.h"
 #include "double.h"
 
 #include <cstring>
@@ -12,41 +13,6 @@ namespace {
 ubus_context context{};
 ubus_request_data request{};
 bool running = false;
-
-std::string value_text(blob_attr *attr);
-
-std::string list_text(blob_attr *first, size_t length, bool array)
-{
-    std::string out = array ? "[" : "{";
-    const char *between = "";
-    size_t rest = length;
-    for (blob_attr *attr = first; rest > 0; attr = blob_next(attr)) {
-        rest -= blob_pad_len(attr);
-        out += between;
-        between = ", ";
-        const std::string name = blobmsg_name(attr);
-        out += name.empty() ? "" : name + ": ";
-        out += value_text(attr);
-    }
-    return out + (array ? "]" : "}");
-}
-
-std::string value_text(blob_attr *attr)
-{
-    auto *data = static_cast<blob_attr *>(blobmsg_data(attr));
-    switch (blobmsg_type(attr)) {
-    case BLOBMSG_TYPE_ARRAY:
-    case BLOBMSG_TYPE_TABLE:
-        return list_text(data, blobmsg_data_len(attr), blobmsg_type(attr) == BLOBMSG_TYPE_ARRAY);
-    case BLOBMSG_TYPE_STRING:
-        // A text without its terminator shows as one byte short.
-        return quote(std::string_view{reinterpret_cast<const char *>(data), blobmsg_data_len(attr) - 1});
-    case BLOBMSG_TYPE_INT32:
-        return std::to_string(static_cast<int32_t>(blobmsg_get_u32(attr)));
-    default:
-        return "type " + std::to_string(blobmsg_type(attr));
-    }
-}
 
 const ubus_method *method_find(const std::string &object, const std::string &method)
 {
@@ -123,7 +89,7 @@ Message fields(const Fields &texts)
 
 std::string message_text(blob_attr *message)
 {
-    return list_text(static_cast<blob_attr *>(blob_data(message)), blob_len(message), false);
+    return doubles::message_text(message, quote);
 }
 
 int call(const std::string &object, const std::string &method, const Message &message)
