@@ -289,7 +289,8 @@ class Lab:
         """Waits until the system log holds text; (seconds since the daemon's start, line)."""
         result = self.run("agent", "wait", seconds * self.pace, text, timeout=seconds + 10)
         if not result:
-            raise LabError("%r was not logged in %s s: %s" % (text, seconds * self.pace, result.err.strip()))
+            why = result.err.strip() if result.status == 3 else "%s s have passed" % (seconds * self.pace)
+            raise LabError("%r was not logged, %s; the log tells more" % (text, why))
         since, _, line = result.out.strip().partition(" ")
         return (float(since) if since != "-" else None), line
 
