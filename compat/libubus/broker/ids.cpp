@@ -1,28 +1,15 @@
 // Random identifiers. Unpredictable, so that a stale id of an earlier life does not meet a new object.
 #include "broker.h"
+#include "wire.h"
 
 #include <errno.h>
 #include <sys/random.h>
 
 namespace broker {
 
-namespace {
-
-int compare(const void *k1, const void *k2, void *)
-{
-    const uint32_t id1 = *static_cast<const uint32_t *>(k1);
-    const uint32_t id2 = *static_cast<const uint32_t *>(k2);
-    if (id1 == id2) {
-        return 0;
-    }
-    return id1 < id2 ? -1 : 1;
-}
-
-} // namespace
-
 void init_id_tree(avl_tree *tree)
 {
-    avl_init(tree, compare, false, nullptr);
+    avl_init(tree, wire::compare_ids, false, nullptr);
 }
 
 bool file_under_new_id(avl_tree *tree, avl_node *node, uint32_t *id)

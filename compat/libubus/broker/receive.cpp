@@ -3,7 +3,6 @@
 #include "broker.h"
 #include "wire.h"
 
-#include <errno.h>
 #include <unistd.h>
 
 namespace broker {
@@ -11,19 +10,12 @@ namespace broker {
 namespace {
 
 using wire::header_len;
-using wire::prefix_len;
+using wire::Step;
 
 constexpr size_t first_capacity = 1024;
 constexpr size_t kept_capacity = 65536;
 // After so many messages the others get their turn.
 constexpr int messages_per_turn = 16;
-
-enum class Step { nothing, message, broken };
-
-const blob_attr *root(const Client *client)
-{
-    return reinterpret_cast<const blob_attr *>(client->rx_body);
-}
 
 // Room behind what is there, doubling up to what the message needs.
 bool ensure_room(Client *client, size_t body_have, size_t body_goal)
@@ -43,14 +35,13 @@ bool ensure_room(Client *client, size_t body_have, size_t body_goal)
 
 ssize_t read_towards(Client *client, size_t goal)
 {
-    const size_t have = client->rx_have;
-    const size_t body_have = have < header_len ? 0 : have - header_len;
+    const size_t body_have = wire::body_part(client->rx_have);
     size_t body_wanted = goal - header_len - body_have;
     if (body_wanted > client->rx_capacity - body_have) {
         body_wanted = client->rx_capacity - body_have;
     }
-    const ssize_t got = wire::read_on(client->sock.fd, client->rx_hdr, have, client->rx_body + body_have,
-                                      body_wanted, client->rx_fd);
+    const ssize_t got = wire::read_on(client->sock.fd, client->rx_hdr, client->rx_have,
+                                      client->rx_body + body_have, body_wanted, client->rx_fd);
     if (got > 0) {
         client->rx_have += static_cast<size_t>(got);
     }
@@ -60,27 +51,19 @@ ssize_t read_towards(Client *client, size_t goal)
 Step receive_step(Client *client)
 {
     for (;;) {
-        size_t goal = prefix_len;
-        if (client->rx_have >= prefix_len) {
-            const size_t raw_len = blob_raw_len(root(client));
-            if (raw_len < sizeof(blob_attr) || blob_pad_len(root(client)) > UBUS_MAX_MSGLEN) {
-                return Step::broken;
-            }
-            goal = header_len + raw_len;
-            if (client->rx_have == goal) {
-                return Step::message;
-            }
-        }
-        const size_t body_have = client->rx_have < header_len ? 0 : client->rx_have - header_len;
-        if (!ensure_room(client, body_have, goal - header_len)) {
+        const size_t goal = wire::goal(client->rx_have, client->rx_body);
+        if (goal == 0) {
             return Step::broken;
         }
-        const ssize_t got = read_towards(client, goal);
-        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+        if (client->rx_have == goal) {
+            return Step::message;
+        }
+        if (!ensure_room(client, wire::body_part(client->rx_have), goal - header_len)) {
             return Step::broken;
         }
-        if (got < 0 && errno == EAGAIN) {
-            return Step::nothing;
+        const Step step = wire::step_after(read_towards(client, goal));
+        if (step != Step::more) {
+            return step;
         }
     }
 }

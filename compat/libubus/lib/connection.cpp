@@ -1,5 +1,6 @@
 // Opening, restoring and closing the connection to the broker.
 #include "internal.h"
+#include "wire.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -85,16 +86,6 @@ void on_pending_timer(uloop_timeout *timer)
     bus::handle_queued_messages(ctx);
 }
 
-int compare_ids(const void *k1, const void *k2, void *)
-{
-    const uint32_t id1 = *static_cast<const uint32_t *>(k1);
-    const uint32_t id2 = *static_cast<const uint32_t *>(k2);
-    if (id1 == id2) {
-        return 0;
-    }
-    return id1 < id2 ? -1 : 1;
-}
-
 } // namespace
 
 void bus::default_connection_lost(ubus_context *ctx)
@@ -138,7 +129,7 @@ int ubus_connect_ctx(ubus_context *ctx, const char *path)
     INIT_LIST_HEAD(&ctx->requests);
     INIT_LIST_HEAD(&ctx->pending);
     INIT_LIST_HEAD(&ctx->auto_subscribers);
-    avl_init(&ctx->objects, compare_ids, false, nullptr);
+    avl_init(&ctx->objects, wire::compare_ids, false, nullptr);
     return ubus_reconnect(ctx, path) == UBUS_STATUS_OK ? 0 : -1;
 }
 

@@ -3,7 +3,6 @@
 #include "internal.h"
 #include "wire.h"
 
-#include <errno.h>
 #include <unistd.h>
 
 namespace bus {
@@ -11,13 +10,11 @@ namespace bus {
 namespace {
 
 using wire::header_len;
-using wire::prefix_len;
+using wire::Step;
 
 constexpr int messages_per_turn = 64;
 constexpr int small_messages_before_shrinking = 16;
 constexpr int max_queued = 1024;
-
-enum class Step { nothing, message, broken };
 
 ReceivedMessage *receive_buffer(ubus_context *ctx)
 {
@@ -55,7 +52,7 @@ ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
 // Reads on towards `goal` bytes of the current message.
 ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
 {
-    const size_t body_have = rx->have < header_len ? 0 : rx->have - header_len;
+    const size_t body_have = wire::body_part(rx->have);
     const ssize_t got = wire::read_on(ctx->sock.fd, ctx->msgbuf.hdr, rx->have, rx->body + body_have,
                                       goal - header_len - body_have, rx->fd);
     if (got > 0) {
@@ -71,28 +68,20 @@ Step receive_step(ubus_context *ctx)
         if (!rx) {
             return Step::broken;
         }
-        size_t goal = prefix_len;
-        if (rx->have >= prefix_len) {
-            const auto *root = reinterpret_cast<const blob_attr *>(rx->body);
-            const size_t raw_len = blob_raw_len(root);
-            if (raw_len < sizeof(blob_attr) || blob_pad_len(root) > UBUS_MAX_MSGLEN) {
-                return Step::broken;
-            }
-            goal = header_len + raw_len;
-            if (rx->have == goal) {
-                return Step::message;
-            }
-            rx = ensure_capacity(ctx, blob_pad_len(root));
-            if (!rx) {
-                return Step::broken;
-            }
-        }
-        const ssize_t got = read_towards(ctx, rx, goal);
-        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+        const size_t goal = wire::goal(rx->have, rx->body);
+        if (goal == 0) {
             return Step::broken;
         }
-        if (got < 0 && errno == EAGAIN) {
-            return Step::nothing;
+        if (rx->have == goal) {
+            return Step::message;
+        }
+        rx = ensure_capacity(ctx, goal - header_len);
+        if (!rx) {
+            return Step::broken;
+        }
+        const Step step = wire::step_after(read_towards(ctx, rx, goal));
+        if (step != Step::more) {
+            return step;
         }
     }
 }

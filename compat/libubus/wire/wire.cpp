@@ -1,5 +1,6 @@
 #include "wire.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -29,6 +30,24 @@ void keep_one_fd(msghdr &msg, int &kept_fd)
 }
 
 } // namespace
+
+size_t goal(size_t have, const char *body)
+{
+    if (have < prefix_len) {
+        return prefix_len;
+    }
+    const auto *root = reinterpret_cast<const blob_attr *>(body);
+    const size_t raw_len = blob_raw_len(root);
+    return raw_len < sizeof(blob_attr) || blob_pad_len(root) > UBUS_MAX_MSGLEN ? 0 : header_len + raw_len;
+}
+
+Step step_after(ssize_t got)
+{
+    if (got > 0 || (got < 0 && errno == EINTR)) {
+        return Step::more;
+    }
+    return got < 0 && errno == EAGAIN ? Step::nothing : Step::broken;
+}
 
 ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd)
 {
@@ -63,6 +82,16 @@ void parse(blob_attr *msg, blob_attr **attributes)
         {BLOB_ATTR_STRING, 0, 0, nullptr}, {BLOB_ATTR_STRING, 0, 0, nullptr}, // USER, GROUP
     };
     blob_parse(msg, attributes, info, UBUS_ATTR_MAX);
+}
+
+int compare_ids(const void *k1, const void *k2, void *)
+{
+    const uint32_t id1 = *static_cast<const uint32_t *>(k1);
+    const uint32_t id2 = *static_cast<const uint32_t *>(k2);
+    if (id1 == id2) {
+        return 0;
+    }
+    return id1 < id2 ? -1 : 1;
 }
 
 } // namespace wire
