@@ -2,6 +2,7 @@
 #include "platform/netdev.h"
 
 #include <cerrno>
+#include <utility>
 
 namespace {
 
@@ -30,16 +31,15 @@ TEST_F(AddressTest, TheDevicesOnlyAddressBecomesTheGivenOne)
 
 TEST_F(AddressTest, ANewAddressStartsWithItsClassfulMask)
 {
-    ASSERT_EQ(netlib_intf_set_ip("v0", "10.1.2.3"), 0);
-    EXPECT_EQ(addresses("v0"), "10.1.2.3/8");
-    ASSERT_EQ(netlib_intf_set_ip("v0", "127.255.255.254"), 0);
-    EXPECT_EQ(addresses("v0"), "127.255.255.254/8");
-    ASSERT_EQ(netlib_intf_set_ip("v0", "128.0.0.1"), 0);
-    EXPECT_EQ(addresses("v0"), "128.0.0.1/16");
-    ASSERT_EQ(netlib_intf_set_ip("v0", "191.255.0.1"), 0);
-    EXPECT_EQ(addresses("v0"), "191.255.0.1/16");
-    ASSERT_EQ(netlib_intf_set_ip("v0", "192.168.1.1"), 0);
-    EXPECT_EQ(addresses("v0"), "192.168.1.1/24");
+    const std::pair<const char *, const char *> cases[] = {{"10.1.2.3", "8"},
+                                                           {"127.255.255.254", "8"},
+                                                           {"128.0.0.1", "16"},
+                                                           {"191.255.0.1", "16"},
+                                                           {"192.168.1.1", "24"}};
+    for (const auto &[address, length] : cases) {
+        ASSERT_EQ(netlib_intf_set_ip("v0", address), 0) << address;
+        EXPECT_EQ(addresses("v0"), std::string(address) + "/" + length);
+    }
 }
 
 TEST_F(AddressTest, HasTheBroadcastAddressOfItsMask)
@@ -90,12 +90,7 @@ TEST_F(AddressTest, TheOldAddressGoesAfterTheNewOneIsThere)
     ip("address add 10.0.0.1/8 dev v0");
     Monitor monitor;
     ASSERT_EQ(netlib_intf_set_ip("v0", "192.168.1.1"), 0);
-    auto events = monitor.events();
-    int added = position(events, "+address 192.168.1.1/24 v0");
-    int removed = position(events, "-address 10.0.0.1/8 v0");
-    ASSERT_GE(added, 0);
-    ASSERT_GE(removed, 0);
-    EXPECT_LT(added, removed);
+    expect_order(monitor.events(), "+address 192.168.1.1/24 v0", "-address 10.0.0.1/8 v0");
 }
 
 TEST_F(AddressTest, RoutesThroughTheDeviceSurviveANewAddress)
@@ -118,8 +113,7 @@ TEST_F(AddressTest, RoutesSurviveANewAddressOfTheSameNetwork)
     EXPECT_FALSE(contains(ip("address show v0"), "secondary"));
     EXPECT_TRUE(contains(ip("route show table 10000"), "172.31.0.0/16 via 192.168.1.254"));
     EXPECT_TRUE(contains(ip("route show dev v0"), "192.168.1.0/24")) << "the connected network is there";
-    auto events = monitor.events();
-    EXPECT_LT(position(events, "+address 192.168.1.2/24 v0"), position(events, "-address 192.168.1.1/24 v0"));
+    expect_order(monitor.events(), "+address 192.168.1.2/24 v0", "-address 192.168.1.1/24 v0");
 }
 
 TEST_F(AddressTest, TheMaskOfTheAddressChangesNewBeforeOld)
@@ -130,12 +124,7 @@ TEST_F(AddressTest, TheMaskOfTheAddressChangesNewBeforeOld)
     Monitor monitor;
     ASSERT_EQ(netlib_intf_set_netmask("v0", "255.255.255.0"), 0);
     EXPECT_EQ(addresses("v0"), "10.0.0.1/24");
-    auto events = monitor.events();
-    int added = position(events, "+address 10.0.0.1/24 v0");
-    int removed = position(events, "-address 10.0.0.1/8 v0");
-    ASSERT_GE(added, 0);
-    ASSERT_GE(removed, 0);
-    EXPECT_LT(added, removed);
+    expect_order(monitor.events(), "+address 10.0.0.1/24 v0", "-address 10.0.0.1/8 v0");
     EXPECT_TRUE(contains(ip("route show table 10000"), "via 10.0.0.254"));
 }
 
@@ -151,12 +140,12 @@ TEST_F(AddressTest, TheSameMaskAgainTouchesNothing)
 TEST_F(AddressTest, EveryContiguousMaskWorks)
 {
     ip("address add 10.0.0.1/24 dev v0");
-    ASSERT_EQ(netlib_intf_set_netmask("v0", "255.255.255.255"), 0);
-    EXPECT_EQ(addresses("v0"), "10.0.0.1/32");
-    ASSERT_EQ(netlib_intf_set_netmask("v0", "255.255.255.254"), 0);
-    EXPECT_EQ(addresses("v0"), "10.0.0.1/31");
-    ASSERT_EQ(netlib_intf_set_netmask("v0", "128.0.0.0"), 0);
-    EXPECT_EQ(addresses("v0"), "10.0.0.1/1");
+    const std::pair<const char *, const char *> cases[] = {
+        {"255.255.255.255", "32"}, {"255.255.255.254", "31"}, {"128.0.0.0", "1"}};
+    for (const auto &[mask, length] : cases) {
+        ASSERT_EQ(netlib_intf_set_netmask("v0", mask), 0) << mask;
+        EXPECT_EQ(addresses("v0"), std::string("10.0.0.1/") + length);
+    }
 }
 
 TEST_F(AddressTest, AChangeOfMaskThatWasCutShortIsCompleted)

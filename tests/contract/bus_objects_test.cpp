@@ -68,6 +68,13 @@ private:
 };
 int OwnObjects::served = 0;
 
+// Connects and registers all of them.
+int offer(OwnObjects &own)
+{
+    const int result = ubuslib_connect_init();
+    return result != 0 ? result : ubuslib_invoke_init(1, own.list(), own.count());
+}
+
 bool on_the_bus(const std::string &object)
 {
     return contains("\n" + objects_on_the_bus(), "\n" + object + "\n");
@@ -114,8 +121,7 @@ TEST_F(BusObjectsTest, ObjectsAreRegisteredAndServed)
 {
     Broker broker;
     OwnObjects own = {"own.one", "own.two"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     EXPECT_TRUE(on_the_bus("own.one"));
     EXPECT_TRUE(on_the_bus("own.two"));
     EXPECT_EQ(call_from_outside("own.two"), 0);
@@ -153,8 +159,7 @@ TEST_F(BusObjectsTest, ObjectsAreTakenBack)
 {
     Broker broker;
     OwnObjects own = {"own.one", "own.two"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     ASSERT_EQ(ubuslib_invoke_exit(1, own.list(), 1), 0);
     EXPECT_FALSE(on_the_bus("own.one"));
     EXPECT_TRUE(on_the_bus("own.two"));
@@ -166,8 +171,7 @@ TEST_F(BusObjectsTest, ObjectsComeBackAfterTheBrokerWithALogLineEachWay)
 {
     Broker broker;
     OwnObjects own = {"own.one", "own.two", "own.gone"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     ASSERT_EQ(ubuslib_invoke_exit(1, own.list() + 2, 1), 0);
     StderrCapture output;
     for (int round = 0; round < 3; ++round) {
@@ -190,8 +194,7 @@ TEST_F(BusObjectsTest, ALongAbsenceOfTheBrokerIsSurvived)
 {
     Broker broker;
     OwnObjects own = {"own.one"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     broker.kill();
     run_until([] { return false; }, 1000);
     EXPECT_NE(ubuslib_invoke_call("own.one", "run", nullptr, nullptr, nullptr), 0);
@@ -204,8 +207,7 @@ TEST_F(BusObjectsTest, AnObjectTakenBackDuringAnAbsenceStaysAway)
 {
     Broker broker;
     OwnObjects own = {"own.one", "own.two"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     broker.kill();
     run_until([] { return false; }, 50);
     EXPECT_EQ(ubuslib_invoke_exit(1, own.list(), 1), 0);
@@ -218,8 +220,7 @@ TEST_F(BusObjectsTest, ANameThatIsStillTakenAfterTheReturnIsTriedAgain)
 {
     Broker broker;
     OwnObjects own = {"own.one", "own.two"};
-    ASSERT_EQ(ubuslib_connect_init(), 0);
-    ASSERT_EQ(ubuslib_invoke_init(1, own.list(), own.count()), 0);
+    ASSERT_EQ(offer(own), 0);
     broker.kill();
     broker.start();
     {

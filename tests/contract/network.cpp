@@ -128,6 +128,17 @@ void NetworkTest::SetUp()
     }
 }
 
+void TwoWansTest::SetUp()
+{
+    NetworkTest::SetUp();
+    if (!IsSkipped()) {
+        ip("link set v0 up");
+        ip("link set w0 up");
+        ip("address add 192.0.2.1/24 dev v0");
+        ip("address add 198.51.100.1/24 dev w0");
+    }
+}
+
 bool contains(const std::string &text, const std::string &part)
 {
     return text.find(part) != std::string::npos;
@@ -137,4 +148,10 @@ int position(const std::vector<std::string> &events, const std::string &event)
 {
     auto found = std::find(events.begin(), events.end(), event);
     return found == events.end() ? -1 : static_cast<int>(found - events.begin());
+}
+
+void expect_order(const std::vector<std::string> &events, const std::string &first, const std::string &then)
+{
+    EXPECT_GE(position(events, first), 0) << first;
+    EXPECT_LT(position(events, first), position(events, then)) << then;
 }

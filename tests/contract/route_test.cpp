@@ -21,21 +21,7 @@ size_t count(const std::string &text, const std::string &part)
     return found;
 }
 
-// Two WANs: v0 reaches the gateways 192.0.2.254 and .253, w0 198.51.100.254.
-class RouteTest : public NetworkTest {
-protected:
-    void SetUp() override
-    {
-        NetworkTest::SetUp();
-        if (!IsSkipped()) {
-            ip("link set v0 up");
-            ip("link set w0 up");
-            ip("address add 192.0.2.1/24 dev v0");
-            ip("address add 198.51.100.1/24 dev w0");
-        }
-    }
-};
-
+using RouteTest = TwoWansTest;
 using GatewayTest = RouteTest;
 
 TEST_F(GatewayTest, IsTheDefaultOfTheDeviceInTableP)

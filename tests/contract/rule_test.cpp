@@ -104,19 +104,7 @@ TEST_F(RuleTest, RemovingAnAbsentOneIsFine)
     EXPECT_EQ(netlib_ip_rule_del(10000), 0);
 }
 
-class WanRuleTest : public NetworkTest {
-protected:
-    void SetUp() override
-    {
-        NetworkTest::SetUp();
-        if (!IsSkipped()) {
-            ip("link set v0 up");
-            ip("link set w0 up");
-            ip("address add 192.0.2.1/24 dev v0");
-            ip("address add 198.51.100.1/24 dev w0");
-        }
-    }
-};
+using WanRuleTest = TwoWansTest;
 
 TEST_F(WanRuleTest, ConnectedNetworksComeBeforeTheWans)
 {
