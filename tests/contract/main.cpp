@@ -1,5 +1,7 @@
 // The library under test keeps sockets, mappings and views for the life of its process, and a sandbox is
 // never left: so each test gets a process of its own, also when the whole suite is run at once.
+#include "../argv.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -40,11 +42,7 @@ private:
     {
         std::vector<std::string> arguments = arguments_;
         arguments.push_back("--gtest_filter=" + name);
-        std::vector<char *> words;
-        for (std::string &argument : arguments) {
-            words.push_back(argument.data());
-        }
-        words.push_back(nullptr);
+        const std::vector<char *> words = argv_of(arguments);
         fflush(stdout);
         pid_t child = fork();
         if (child == 0) {

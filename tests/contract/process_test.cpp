@@ -1,3 +1,4 @@
+#include "../argv.h"
 #include "bus_world.h"
 #include "platform/command.h"
 
@@ -173,13 +174,9 @@ public:
         pid_ = fork();
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            std::vector<char *> argv = {const_cast<char *>("sh"), const_cast<char *>("-c"),
-                                        const_cast<char *>("echo > /tmp/ready; read x < /tmp/never")};
-            for (const std::string &argument : arguments) {
-                argv.push_back(const_cast<char *>(argument.c_str()));
-            }
-            argv.push_back(nullptr);
-            execv("/bin/sh", argv.data());
+            std::vector<std::string> words = {"sh", "-c", "echo > /tmp/ready; read x < /tmp/never"};
+            words.insert(words.end(), arguments.begin(), arguments.end());
+            execv("/bin/sh", argv_of(words).data());
             _exit(127);
         }
         EXPECT_TRUE(wait_for([] { return file_exists("/tmp/ready"); }));

@@ -1,5 +1,7 @@
 #include "sandbox.h"
 
+#include "../argv.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -206,11 +208,7 @@ Finished run_program(const std::vector<std::string> &argv)
 {
     int out = memfd_create("out", MFD_CLOEXEC);
     int err = memfd_create("err", MFD_CLOEXEC);
-    std::vector<char *> words;
-    for (const std::string &word : argv) {
-        words.push_back(const_cast<char *>(word.c_str()));
-    }
-    words.push_back(nullptr);
+    const std::vector<char *> words = argv_of(argv);
     pid_t child = fork();
     if (child == 0) {
         dup2(out, STDOUT_FILENO);

@@ -1,5 +1,7 @@
 #include "process.h"
 
+#include "../argv.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -87,12 +89,7 @@ Process::Process(const std::vector<std::string> &command, const std::vector<std:
     for (const std::string &variable : variables) {
         putenv(const_cast<char *>(variable.c_str()));
     }
-    std::vector<char *> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string &word : command) {
-        arguments.push_back(const_cast<char *>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
+    const std::vector<char *> arguments = argv_of(command);
     execv(arguments[0], arguments.data());
     _exit(127);
 }

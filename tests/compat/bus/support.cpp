@@ -1,5 +1,7 @@
 #include "support.h"
 
+#include "../../argv.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -188,11 +190,7 @@ Child::Child(const std::function<int()> &body)
 
 Child::Child(const std::vector<std::string> &command, int stdout_fd, int stderr_fd)
 {
-    std::vector<char *> argv;
-    for (const std::string &word : command) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = argv_of(command);
     pid_ = fork();
     if (pid_ == 0) {
         if (stdout_fd >= 0) {

@@ -1,3 +1,4 @@
+#include "../../argv.h"
 #include "fixture.h"
 
 #include <filesystem>
@@ -28,11 +29,7 @@ protected:
         std::string out_path = stdout_path ? stdout_path : path("out");
         std::string err_path = path("err");
         arguments.insert(arguments.begin(), "uci");
-        std::vector<char *> words;
-        for (std::string &argument : arguments) {
-            words.push_back(argument.data());
-        }
-        words.push_back(nullptr);
+        const std::vector<char *> words = argv_of(arguments);
         fflush(stdout);
         pid_t child = fork();
         if (child == 0) {
