@@ -1,17 +1,15 @@
-// vswitch: the emulated Ethernet switch of the lab. See usage() for its options.
+// vswitch: the emulated Ethernet switch of the lab. See usage for its options.
 //
 // Exit status: 0 after SIGTERM or SIGINT, 1 when something could not be set up (told on standard error), 2
 // for wrong options. Prints "ready" on standard output when devices and control socket exist.
+#include "command_line.h"
 #include "control_server.h"
 #include "mapped_file.h"
 #include "virtual_switch.h"
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <getopt.h>
 #include <string>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
@@ -32,76 +30,40 @@ struct Options {
     bool taps = true;
 };
 
-void usage(FILE *to)
-{
-    fputs("usage: vswitch --regs FILE --phys FILE [options]\n"
-          "Forwards Ethernet frames between TAP devices port0..port4 and eth0 (eth1), as the\n"
-          "switch registers in FILE and the emulated PHYs say.\n\n"
-          "  --regs FILE      register file, laid out as physical memory; made if absent\n"
-          "  --phys FILE      state of the five PHYs; made if absent\n"
-          "  --control PATH   serve commands on this UNIX socket: link, power, status, mac, flush, capture\n"
-          "  --cpu-ports N    1: eth0 is switch port 6; 2: and eth1 is switch port 5 (default 1)\n"
-          "  --phy-speed N    100 or 1000: the best the PHYs can do (default 100)\n"
-          "  --no-tap         make no devices (control socket only)\n"
-          "  --help           this text\n",
-          to);
-}
-
-[[noreturn]] void wrong_options(const char *text)
-{
-    fprintf(stderr, "vswitch: %s\n", text);
-    usage(stderr);
-    exit(2);
-}
+constexpr const char *usage =
+    "usage: vswitch --regs FILE --phys FILE [options]\n"
+    "Forwards Ethernet frames between TAP devices port0..port4 and eth0 (eth1), as the\n"
+    "switch registers in FILE and the emulated PHYs say.\n\n"
+    "  --regs FILE      register file, laid out as physical memory; made if absent\n"
+    "  --phys FILE      state of the five PHYs; made if absent\n"
+    "  --control PATH   serve commands on this UNIX socket: link, power, status, mac, flush, capture\n"
+    "  --cpu-ports N    1: eth0 is switch port 6; 2: and eth1 is switch port 5 (default 1)\n"
+    "  --phy-speed N    100 or 1000: the best the PHYs can do (default 100)\n"
+    "  --no-tap         make no devices (control socket only)\n"
+    "  --help           this text\n";
 
 Options parse(int argc, char **argv)
 {
-    static const option known[] = {{"regs", required_argument, nullptr, 'r'},
-                                   {"phys", required_argument, nullptr, 'p'},
-                                   {"control", required_argument, nullptr, 'c'},
-                                   {"cpu-ports", required_argument, nullptr, 'n'},
-                                   {"phy-speed", required_argument, nullptr, 's'},
-                                   {"no-tap", no_argument, nullptr, 't'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
     Options options;
-    for (int option = 0; (option = getopt_long(argc, argv, "h", known, nullptr)) >= 0;) {
-        const std::string value = optarg ? optarg : "";
-        switch (option) {
-        case 'r':
-            options.regs = value;
-            break;
-        case 'p':
-            options.phys = value;
-            break;
-        case 'c':
-            options.control = value;
-            break;
-        case 'n':
-            if (value != "1" && value != "2") {
-                wrong_options("--cpu-ports is 1 or 2");
-            }
-            options.cpu_ports = value == "2" ? 2 : 1;
-            break;
-        case 's':
-            if (value != "100" && value != "1000") {
-                wrong_options("--phy-speed is 100 or 1000");
-            }
-            options.gigabit = value == "1000";
-            break;
-        case 't':
-            options.taps = false;
-            break;
-        case 'h':
-            usage(stdout);
-            exit(0);
-        default:
-            usage(stderr);
-            exit(2);
+    lab::CommandLine line("vswitch", usage);
+    line.text("regs", options.regs);
+    line.text("phys", options.phys);
+    line.text("control", options.control);
+    line.value("cpu-ports", [&](const std::string &value) {
+        if (value != "1" && value != "2") {
+            line.wrong("--cpu-ports is 1 or 2");
         }
-    }
-    if (optind != argc || options.regs.empty() || options.phys.empty()) {
-        wrong_options("--regs and --phys are needed, and nothing but options");
+        options.cpu_ports = value == "2" ? 2 : 1;
+    });
+    line.value("phy-speed", [&](const std::string &value) {
+        if (value != "100" && value != "1000") {
+            line.wrong("--phy-speed is 100 or 1000");
+        }
+        options.gigabit = value == "1000";
+    });
+    line.flag("no-tap", options.taps, false);
+    if (!line.parse(argc, argv) || options.regs.empty() || options.phys.empty()) {
+        line.wrong("--regs and --phys are needed, and nothing but options");
     }
     return options;
 }

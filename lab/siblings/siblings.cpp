@@ -4,12 +4,12 @@
 //
 // Exit status: 0 after SIGTERM or SIGINT, once every supervised process has ended; 1 when an object's name is
 // taken; 2 for wrong options. Prints "ready" on standard output when the objects are on the bus.
+#include "command_line.h"
 #include "dhcp_recorder.h"
 #include "service_object.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <getopt.h>
 #include <string>
 
 namespace {
@@ -22,73 +22,34 @@ struct Options {
     bool ombrine = true;
 };
 
-void usage(FILE *to)
-{
-    fputs("usage: lab-siblings [options]\n"
-          "Offers the bus objects service, ombrine.run and dnsmasq.dhcp.\n\n"
-          "  --socket PATH        the broker's socket (default: the library's)\n"
-          "  --log FILE           append the output of supervised processes here (default: standard error)\n"
-          "  --dhcp-record FILE   append what dnsmasq.dhcp is given here, a line of JSON each\n"
-          "  --ombrine-delay MS   offer ombrine.run only after this time\n"
-          "  --no-ombrine         never offer ombrine.run\n"
-          "  --help               this text\n",
-          to);
-}
-
-[[noreturn]] void wrong_options(const char *text)
-{
-    fprintf(stderr, "lab-siblings: %s\n", text);
-    usage(stderr);
-    exit(2);
-}
-
-int parse_delay(const char *text)
-{
-    char *end = nullptr;
-    const long value = strtol(text, &end, 10);
-    if (end == text || *end || value < 0 || value > 3'600'000) {
-        wrong_options("--ombrine-delay takes milliseconds, at most an hour");
-    }
-    return static_cast<int>(value);
-}
+constexpr const char *usage =
+    "usage: lab-siblings [options]\n"
+    "Offers the bus objects service, ombrine.run and dnsmasq.dhcp.\n\n"
+    "  --socket PATH        the broker's socket (default: the library's)\n"
+    "  --log FILE           append the output of supervised processes here (default: standard error)\n"
+    "  --dhcp-record FILE   append what dnsmasq.dhcp is given here, a line of JSON each\n"
+    "  --ombrine-delay MS   offer ombrine.run only after this time\n"
+    "  --no-ombrine         never offer ombrine.run\n"
+    "  --help               this text\n";
 
 Options parse(int argc, char **argv)
 {
-    static const option known[] = {{"socket", required_argument, nullptr, 's'},
-                                   {"log", required_argument, nullptr, 'l'},
-                                   {"dhcp-record", required_argument, nullptr, 'r'},
-                                   {"ombrine-delay", required_argument, nullptr, 'd'},
-                                   {"no-ombrine", no_argument, nullptr, 'n'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
     Options options;
-    for (int choice = 0; (choice = getopt_long(argc, argv, "h", known, nullptr)) >= 0;) {
-        switch (choice) {
-        case 's':
-            options.socket = optarg;
-            break;
-        case 'l':
-            options.log = optarg;
-            break;
-        case 'r':
-            options.record = optarg;
-            break;
-        case 'd':
-            options.ombrine_delay_ms = parse_delay(optarg);
-            break;
-        case 'n':
-            options.ombrine = false;
-            break;
-        case 'h':
-            usage(stdout);
-            exit(0);
-        default:
-            usage(stderr);
-            exit(2);
+    lab::CommandLine line("lab-siblings", usage);
+    line.text("socket", options.socket);
+    line.text("log", options.log);
+    line.text("dhcp-record", options.record);
+    line.value("ombrine-delay", [&](const std::string &text) {
+        char *end = nullptr;
+        const long value = strtol(text.c_str(), &end, 10);
+        if (end == text.c_str() || *end || value < 0 || value > 3'600'000) {
+            line.wrong("--ombrine-delay takes milliseconds, at most an hour");
         }
-    }
-    if (optind != argc) {
-        wrong_options("nothing but options");
+        options.ombrine_delay_ms = static_cast<int>(value);
+    });
+    line.flag("no-ombrine", options.ombrine, false);
+    if (!line.parse(argc, argv)) {
+        line.wrong("nothing but options");
     }
     return options;
 }
