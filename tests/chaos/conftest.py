@@ -13,10 +13,12 @@ import pytest
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parent / "system"), str(HERE.parents[1] / "lab/board")]
-from labctl import client, topology  # noqa: E402
+from labctl import topology  # noqa: E402
 
 import havoc  # noqa: E402
+import held_lab  # noqa: E402
 import snapshot  # noqa: E402
+from held_lab import pytest_runtest_makereport  # noqa: E402, F401
 
 PRELOAD = "/usr/lib/short-sleep.so"
 
@@ -41,50 +43,24 @@ def pytest_terminal_summary(terminalreporter, config):
     terminalreporter.write_line("%d rounds, IVARODE_SEED=%d" % (len(config.story), config.seed))
 
 
-class Machine:
+class Machine(held_lab.Machine):
     """One lab for all rounds; a board that a round has failed on is raised anew."""
 
     def __init__(self):
-        self.lab = client.Lab("chaos")
-        if self.lab.alive():
-            self.lab.stop()
-        self.lab.start(os.environ.get("IVARODE_LAB_MODE", ""), tied=True)
-        self.board = self.clean = None
+        super().__init__("chaos")
+        self.clean = None
 
     def ready(self):
-        if self.board is None:
+        if self.up is None:
             described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + PRELOAD])
             self.lab.said(havoc.READY, havoc.LIMIT)
             self.lab.topology = topology.Topology(described, "three-lans")
             havoc.prepare(self.lab)
             self.clean = snapshot.first(self.lab)
-            self.board = havoc.Board(self.lab)
-        return self.board
-
-    def spoiled(self):
-        self.board = None
+            self.up = havoc.Board(self.lab)
+        return self.up
 
 
 @pytest.fixture(scope="session")
 def machine():
-    try:
-        held = Machine()
-    except client.LabError as error:
-        pytest.fail("the lab does not come up: %s" % error)
-    yield held
-    held.lab.stop()
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item, call):
-    """The router's log beside a failure."""
-    outcome = yield
-    report = outcome.get_result()
-    held = item.funcargs.get("machine") if hasattr(item, "funcargs") else None
-    if report.failed and call.when == "call" and held is not None:
-        held.spoiled()
-        try:
-            log = held.lab.shell("router", "tail -n 40 /var/log/messages /var/log/daemon.log", timeout=10).out
-        except client.LabError as error:
-            log = str(error)
-        report.sections.append(("the router's log", log))
+    yield from held_lab.hold(Machine)

@@ -1,7 +1,6 @@
 """One lab for a whole run of these tests; boards are raised in it as the tests need them.
 
-IVARODE_LAB_MODE chooses "native", "vm" or "mips" (default: native where this kernel has what it takes). A worker of its own
-gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
+A worker of its own gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
 """
 
 import os
@@ -13,26 +12,18 @@ import pytest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab" / "board"))
 from labctl import client, paths, topology  # noqa: E402
 
+import held_lab  # noqa: E402
+from held_lab import pytest_runtest_makereport  # noqa: E402, F401
+
 READY = "ivarode init success"
 
 
-class Machine:
+class Machine(held_lab.Machine):
     """The lab, and which board is up in it."""
 
     def __init__(self):
-        worker = os.environ.get("PYTEST_XDIST_WORKER", "")
-        self.lab = client.Lab("tests" + worker)
-        if self.lab.alive():
-            self.lab.stop()
-        self.mode, self.why = self.lab.start(os.environ.get("IVARODE_LAB_MODE", ""), tied=True)
-        self.up = None
+        super().__init__("tests" + os.environ.get("PYTEST_XDIST_WORKER", ""))
         self.failed = {}
-
-    def log(self):
-        try:
-            return self.lab.shell("router", "tail -n 40 /var/log/messages /var/log/daemon.log", timeout=10).out
-        except client.LabError as error:
-            return str(error)
 
     def board(self, board, config, fresh=False, extra_plan=()):
         wanted = (board, config, tuple(extra_plan))
@@ -50,18 +41,10 @@ class Machine:
             self.up = wanted
         return self.lab
 
-    def spoiled(self):
-        self.up = None
-
 
 @pytest.fixture(scope="session")
 def machine():
-    try:
-        held = Machine()
-    except client.LabError as error:
-        pytest.fail("the lab does not come up: %s" % error)
-    yield held
-    held.lab.stop()
+    yield from held_lab.hold(Machine)
 
 
 @pytest.fixture(scope="session")
@@ -83,14 +66,3 @@ def fresh_home(machine):
     """The same, raised for this test alone."""
     yield machine.board("one-cpu", "home", fresh=True)
     machine.spoiled()
-
-
-@pytest.hookimpl(hookwrapper=True)
-def pytest_runtest_makereport(item, call):
-    """The router's log beside a failure."""
-    outcome = yield
-    report = outcome.get_result()
-    held = item.funcargs.get("machine") if hasattr(item, "funcargs") else None
-    if report.failed and call.when == "call" and held is not None:
-        held.spoiled()
-        report.sections.append(("the router's log", held.log()))
