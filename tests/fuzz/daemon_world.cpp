@@ -6,9 +6,7 @@
 #include "double.h"
 #include "input.h"
 #include "platform/output.h"
-#include "route/table.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -26,23 +24,13 @@ void double_strict()
     promise(once, "set once");
 }
 
-void routes_forget()
-{
-    const list_head *head = &route_cfg_list_get().head;
-    while (head->next != head) {
-        route_cfg_entry *entry = list_entry(head->next, route_cfg_entry, links);
-        list_del(&entry->links);
-        std::free(entry);
-    }
-}
-
 } // namespace
 
 void daemon_fresh(bool two_cpu_ports)
 {
     double_strict();
     unit::registry_drop();
-    routes_forget();
+    unit::routes_drop();
     unit::double_reset();
     g_netd_dbg_shm = nullptr;
     unit::world.packages = {"lan_intf", "wan_intf", "route_config", "dhcp"};

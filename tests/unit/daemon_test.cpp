@@ -52,8 +52,6 @@ void registry_drop()
     netintf_wan_port_mask = 0;
 }
 
-namespace {
-
 void routes_drop()
 {
     const list_head *head = &route_cfg_list_get().head;
@@ -63,8 +61,6 @@ void routes_drop()
         std::free(entry);
     }
 }
-
-} // namespace
 
 Lines error(const std::string &text)
 {

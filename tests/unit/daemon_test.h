@@ -73,5 +73,7 @@ uint32_t address(const char *text);
 
 // As before the registry is built.
 void registry_drop();
+// No static routes any more.
+void routes_drop();
 
 } // namespace unit
