@@ -1,5 +1,6 @@
 // Messages to a client: at once as far as its socket takes them, the rest from a queue of limited size.
 #include "broker.h"
+#include "wire.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -14,19 +15,13 @@ namespace {
 // Bytes the socket took; 0 also when it is full or dead. The descriptor goes with the first byte.
 size_t write_some(int sock, iovec *parts, size_t count, int fd)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    wire::FdControl control;
     msghdr msg = {};
 
     msg.msg_iov = parts;
     msg.msg_iovlen = count;
     if (fd >= 0) {
-        msg.msg_control = control;
-        msg.msg_controllen = sizeof(control);
-        cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
-        cmsg->cmsg_level = SOL_SOCKET;
-        cmsg->cmsg_type = SCM_RIGHTS;
-        cmsg->cmsg_len = CMSG_LEN(sizeof(int));
-        memcpy(CMSG_DATA(cmsg), &fd, sizeof(fd));
+        wire::attach_fd(msg, control, fd);
     }
     ssize_t sent;
     do {

@@ -1,5 +1,6 @@
 // Sending a message, as a whole, to the broker.
 #include "internal.h"
+#include "wire.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -11,22 +12,6 @@ namespace {
 
 // A broker that takes nothing for this long is as good as gone.
 constexpr int stalled_ms = 10000;
-
-struct FdControl {
-    alignas(cmsghdr) char space[CMSG_SPACE(sizeof(int))];
-};
-
-void attach_fd(msghdr &msg, FdControl &control, int fd)
-{
-    control = {};
-    msg.msg_control = control.space;
-    msg.msg_controllen = sizeof(control.space);
-    cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
-    cmsg->cmsg_level = SOL_SOCKET;
-    cmsg->cmsg_type = SCM_RIGHTS;
-    cmsg->cmsg_len = CMSG_LEN(sizeof(int));
-    memcpy(CMSG_DATA(cmsg), &fd, sizeof(fd));
-}
 
 void skip(msghdr &msg, size_t sent)
 {
@@ -56,12 +41,12 @@ bool wait_writable(int fd)
 bool send_all(int sock, iovec *parts, size_t count, int fd)
 {
     msghdr msg = {};
-    FdControl control;
+    wire::FdControl control;
 
     msg.msg_iov = parts;
     msg.msg_iovlen = count;
     if (fd >= 0) {
-        attach_fd(msg, control, fd);
+        wire::attach_fd(msg, control, fd);
     }
     while (msg.msg_iovlen) {
         const ssize_t sent = sendmsg(sock, &msg, MSG_NOSIGNAL);

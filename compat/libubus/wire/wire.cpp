@@ -70,6 +70,18 @@ ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body
     return got;
 }
 
+void attach_fd(msghdr &msg, FdControl &control, int fd)
+{
+    control = {};
+    msg.msg_control = control.space;
+    msg.msg_controllen = sizeof(control.space);
+    cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
+    cmsg->cmsg_level = SOL_SOCKET;
+    cmsg->cmsg_type = SCM_RIGHTS;
+    cmsg->cmsg_len = CMSG_LEN(sizeof(int));
+    memcpy(CMSG_DATA(cmsg), &fd, sizeof(fd));
+}
+
 void parse(blob_attr *msg, blob_attr **attributes)
 {
     static const blob_attr_info info[UBUS_ATTR_MAX] = {

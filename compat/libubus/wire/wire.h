@@ -3,6 +3,7 @@
 #pragma once
 
 #include <libubus.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 namespace wire {
@@ -28,6 +29,12 @@ Step step_after(ssize_t got);
 // bytes to `body`, its first byte that is missing. Returns what recvmsg returns. The first descriptor
 // that comes is put into `kept_fd` if that is negative, all others are closed.
 ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd);
+
+// Makes a descriptor go along with a message that is sent; the control part must last as long.
+struct FdControl {
+    alignas(cmsghdr) char space[CMSG_SPACE(sizeof(int))];
+};
+void attach_fd(msghdr &msg, FdControl &control, int fd);
 
 // The attributes of a message by their numbers, UBUS_ATTR_MAX of them; those of the wrong type count as
 // absent.
