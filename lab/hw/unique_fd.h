@@ -13,18 +13,23 @@ public:
     UniqueFd(UniqueFd &&other) noexcept : fd(std::exchange(other.fd, -1)) {}
     UniqueFd &operator=(UniqueFd &&other) noexcept
     {
-        std::swap(fd, other.fd);
+        if (this != &other) {
+            reset();
+            fd = std::exchange(other.fd, -1);
+        }
         return *this;
     }
-    ~UniqueFd()
+    ~UniqueFd() { reset(); }
+
+    int get() const { return fd; }
+    explicit operator bool() const { return fd >= 0; }
+    void reset()
     {
         if (fd >= 0) {
             close(fd);
         }
+        fd = -1;
     }
-
-    int get() const { return fd; }
-    explicit operator bool() const { return fd >= 0; }
 
 private:
     int fd = -1;
