@@ -29,6 +29,7 @@ struct parsed_command {
     const char *chain = nullptr;
     size_t rule = 0; // first word of the rule
     bool waits = false;
+    bool by_path = false;
 };
 
 // Whether a word may name the table: "-t", "-tnat", "-vtnat", "--table=nat", or as much as is left of
@@ -47,6 +48,7 @@ bool may_name_table(const char *word)
 parsed_command parse(const argument_list &command)
 {
     parsed_command result;
+    result.by_path = command.count() > 0 && strchr(command[0], '/');
     size_t at = 1;
     auto is = [&](const char *word) { return at < command.count() && !strcmp(command[at], word); };
     for (;;) {
@@ -79,7 +81,7 @@ parsed_command parse(const argument_list &command)
 bool streamed(const argument_list &command)
 {
     const parsed_command parsed = parse(command);
-    return parsed.option && !strchr(command[0], '/') && stream_change(parsed.table, command, parsed.rule - 2);
+    return parsed.option && !parsed.by_path && stream_change(parsed.table, command, parsed.rule - 2);
 }
 
 // Carries out a command and reports its failure with the first line of what it said.

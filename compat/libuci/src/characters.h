@@ -37,7 +37,7 @@ constexpr std::array<uint8_t, 256> make_traits()
     add("\"\\", stops_bare | stops_double);
     add("'", stops_bare | stops_single);
     // Wrong in any word; behind the text it keeps a run from leaving it.
-    add({"", 1}, stops_bare | stops_single | stops_double);
+    add({"\0", 1}, stops_bare | stops_single | stops_double);
     add("0123456789_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", in_name | in_package_name);
     add("-", in_package_name);
     for (char c = '!'; c <= '~'; c++) {
