@@ -61,7 +61,7 @@ def parser():
     log.add_argument("-f", "--follow", action="store_true", help="go on as it grows")
     log.add_argument("--stderr", action="store_true", help="what the daemon wrote to standard error instead")
     cap = add("capture", "show the frames of a front port, or write them to a pcap file")
-    cap.add_argument("port", help="0 to 4, or eth0, eth1 for the CPU ports")
+    cap.add_argument("port", choices=[*"01234", "eth0", "eth1"], metavar="PORT", help="0 to 4, or eth0, eth1 for the CPU ports")
     cap.add_argument("-c", "--count", type=int, default=0, metavar="N", help="end after N frames")
     cap.add_argument("-w", "--write", metavar="FILE", help="write a pcap file")
     for name, text in (("start", "start one of the board's own programs"), ("stop", "end one of them"),
