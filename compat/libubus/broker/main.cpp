@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <getopt.h>
 #include <stdio.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -20,7 +21,7 @@ void usage(FILE *out)
             "Usage: ubusd [-A <dir>] [-s <socket>]\n"
             "  -A <dir>     access files for users other than root (default: %s)\n"
             "  -s <socket>  socket to listen on (default: %s)\n"
-            "  -h           this text\n"
+            "  -h, --help   this text\n"
             "SIGHUP reads the access files again.\n",
             acl_dir, UBUS_UNIX_SOCKET);
 }
@@ -60,11 +61,12 @@ void watch_hangup()
 
 int main(int argc, char **argv)
 {
+    static const option long_options[] = {{"help", no_argument, nullptr, 'h'}, {}};
     const char *socket_path = UBUS_UNIX_SOCKET;
-    int option;
+    int letter;
 
-    while ((option = getopt(argc, argv, "A:s:h")) != -1) {
-        switch (option) {
+    while ((letter = getopt_long(argc, argv, "A:s:h", long_options, nullptr)) != -1) {
+        switch (letter) {
         case 'A':
             acl_dir = optarg;
             break;
