@@ -2,9 +2,11 @@
  * Starting a program of the system: with ordinary signals, and with no descriptor of ours but those it is
  * given.
  *
- * find_program()   The file that a name stands for: a name with a slash is its own path, others are looked
- * for in PATH and then in the folders of system programs, since a daemon may be started with a PATH that has
- * none. spawn()          Starts it. Waiting for its end is the caller's.
+ * find_program(): The file that a name stands for: a name with a slash is its own path, others are looked for
+ * in PATH and then in the folders of system programs, since a daemon may be started with a PATH that has
+ * none.
+ *
+ * spawn(): Starts it. Waiting for its end is the caller's.
  *
  * Both give 0 or a positive errno value.
  */

@@ -1,11 +1,14 @@
 /*
  * A private bus for one test.
  *
- * Broker   Runs ubusd on the bus's usual socket (the sandbox has a /run of its own). Constructed means: it
- * answers. Peer     Another process on the bus with one object. Each request is noted as "METHOD JSON". The
- * methods: "add", "delete", "run" and "echo" give the status that was set for the object, at first 0; "echo"
- * also sends its message back; "mute" never ends. BusTest  A sandbox; the test is skipped where there is
- * none.
+ * Broker: Runs ubusd on the bus's usual socket (the sandbox has a /run of its own). Constructed means: it
+ * answers.
+ *
+ * Peer: Another process on the bus with one object. Each request is noted as "METHOD JSON". The methods:
+ * "add", "delete", "run" and "echo" give the status that was set for the object, at first 0; "echo" also
+ * sends its message back; "mute" never ends.
+ *
+ * BusTest: A sandbox; the test is skipped where there is none.
  */
 #pragma once
 

@@ -1,10 +1,11 @@
 /*
  * iptables as the library finds it, with a record of every process of it.
  *
- * IptablesTest    A sandbox whose PATH begins with a command `iptables` that records its words in /tmp/runs,
+ * IptablesTest: A sandbox whose PATH begins with a command `iptables` that records its words in /tmp/runs,
  * and then is the real one. offer_stream() puts a program of many names in its place; the number of its last
- * process is in /tmp/last. runs() gives the command lines since it was called before. iptables_table()   A
- * table as the system's own iptables lists it.
+ * process is in /tmp/last. runs() gives the command lines since it was called before.
+ *
+ * iptables_table(): A table as the system's own iptables lists it.
  */
 #pragma once
 
