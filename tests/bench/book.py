@@ -68,8 +68,8 @@ names, a change costs a process.
 
 {missed}
 
-What remains above the limits: a route is looked for by walking the list; a platform call that changes a device asks
-for it first; the emulated switch takes two system calls for each frame.
+Where time goes beyond the limits, met or missed: a route is looked for by walking the list; a platform call that changes
+a device asks for it first; the emulated switch takes two system calls for each frame.
 
 ## Files
 
