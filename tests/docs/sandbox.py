@@ -47,6 +47,20 @@ exec chroot "$root" /usr/bin/env -i PATH=/stub:/usr/sbin:/usr/bin:/sbin:/bin sh 
 """
 
 
+# Makes "ubus" list instances of two services, as the supervisor does in one line; one of them is not a WAN's.
+SUPERVISOR = r"""
+cat >/stub/ubus <<'UBUS'
+#!/bin/sh
+echo "ubus $*" >>/root/calls
+case "$*" in
+*'service list {"name":"dhcp"}') echo '{"dhcp":{"instances":{"wan1":{"running":true,"pid":9,"command":["/sbin/udhcpc","-i","wan1"],"respawn":{"threshold":3600}},"server":{"running":true,"command":["wan9"]},"wan1_n2":{"running":false}}}}' ;;
+*'service list {"name":"pppoe"}') echo '{"pppoe":{"instances":{"wan2":{"running":true}}}}' ;;
+*list*) echo '{}' ;;
+esac
+UBUS
+"""
+
+
 def missing():
     """Why the sandbox cannot be entered here, or None."""
     if os.geteuid() != 0:

@@ -296,11 +296,13 @@ ip rule add pref 20500 lookup main
 ip route add 10.0.0.0/8 via 192.168.1.2 table 10000 proto 105; ip route add 11.0.0.0/8 via 192.168.1.2 proto static
 ip route add default via 192.168.1.2 dev lan1 metric 20001 table 20001 proto 105
 row wan1 dhcp
-""" + lay_chains() + "/lib/ivarode/cleanup.sh\n" + DUMP + "ip -4 rule show; ip -br link; ls /run/ivarode/wan; cat /root/calls", tmp_path)
+""" + sandbox.SUPERVISOR + lay_chains() + "/lib/ivarode/cleanup.sh\n" + DUMP + "ip -4 rule show; ip -br link; ls /run/ivarode/wan; cat /root/calls", tmp_path)
     assert [line for line in out.splitlines() if line.startswith(("-N", "-A"))] == ["-N theirs", "-A FORWARD -j theirs"]
     assert "20001" not in out and "10000" not in out and "10001:" not in out and "20500:" in out
     assert "lan1" not in out and "default_br0" in out
-    assert 'call service delete {"name":"dhcp","instance":"wan1"}' in out
+    deleted = re.findall(r"call service delete (.*)", out)
+    assert deleted == ['{"name":"dhcp","instance":"wan1"}', '{"name":"dhcp","instance":"wan1_n2"}',
+                       '{"name":"pppoe","instance":"wan2"}'], "with a row or without, and nobody else's"
     assert not re.search(r"^wan1$", out, re.M)
 
 

@@ -56,7 +56,7 @@ def test_start_goes_on_without_the_database(tmp_path):
 
 
 def test_stop_ends_the_service_and_removes_what_it_laid(tmp_path):
-    out = run("""
+    out = run(sandbox.SUPERVISOR + """
 ip link add lan1 type bridge; ip link set lan1 up; ip addr add 192.168.1.1/24 dev lan1
 ip rule add pref 10000 lookup 10000; ip route add 10.0.0.0/8 via 192.168.1.2 table 10000 proto 105
 mkdir -p /run/ivarode/wan; echo proto=static >/run/ivarode/wan/wan1
@@ -67,7 +67,7 @@ cat /root/calls; echo ==; ip -4 rule; ip -br link; ls /run/ivarode/wan
     requests = calls(said, "ubus")
     assert requests[1] == 'call service delete {"name":"ivarode"}'
     # clients of a daemon that was killed, after the daemon itself
-    assert '{"name":"dhcp","instance":"wan1"}' in requests[2]
+    assert '-t 5 -S call service delete {"name":"dhcp","instance":"wan1"}' in requests[2:]
     assert "lan1" not in left and "10000" not in left and "wan1" not in left
 
 
@@ -77,7 +77,8 @@ def test_stop_twice_and_without_a_start(tmp_path):
 
 def test_restart_is_a_stop_and_a_start(tmp_path):
     requests = calls(run("$init restart; cat /root/calls", tmp_path), "ubus")
-    assert [request.split()[2] for request in requests] == ["delete", "set"]
+    asked = [request.split("call service ")[1].split()[0] for request in requests]
+    assert asked == ["delete", "list", "list", "set"], "the lists are for clients that a killed daemon has left"
 
 
 def test_starts_before_whatever_needs_a_network(tmp_path):

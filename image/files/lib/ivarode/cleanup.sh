@@ -77,12 +77,16 @@ wait_for_end() {
     done
 }
 
-# A daemon that was killed could not end its clients itself. A WAN has a row, and its name is its instance's.
+# The supervisor's instances of a service that are named as WANs are. A WAN's row does not tell of them: a daemon that is
+# killed may have started a client and not yet made the row, or removed the row while the bus was away.
+clients() {
+    ubus -t 5 -S call service list "{\"name\":\"$1\"}" 2>/dev/null | grep -o '"wan[^"]*": *{' | cut -d '"' -f 2
+}
+
+# A daemon that was killed could not end its clients itself.
 remove_clients() {
-    for row in "$WAN_ROWS"/*; do
-        [ -f "$row" ] || continue
-        name=${row##*/}
-        for service in dhcp pppoe; do
+    for service in dhcp pppoe; do
+        for name in $(clients "$service"); do
             ubus -t 5 -S call service delete "{\"name\":\"$service\",\"instance\":\"$name\"}" >/dev/null 2>&1
         done
     done
