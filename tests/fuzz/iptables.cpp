@@ -179,7 +179,8 @@ bool __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const char *tabl
         promise(command.add(word) == 0, "memory is there");
     }
     for (size_t i = first; i < words.count(); i++) {
-        promise(strncmp(words[i], "-t", 2) != 0 && strncmp(words[i], "--t", 3) != 0,
+        const std::string_view word = words[i];
+        promise(!word.starts_with("-t") && word != "--table" && !word.starts_with("--table="),
                 "a stream has its table");
         promise(command.add(words[i]) == 0, "memory is there");
     }
