@@ -77,49 +77,6 @@ parsed_command parse(const argument_list &command)
     return result;
 }
 
-// Whether the change is made without a process. A program that is named by its path is the one to be run.
-bool streamed(const argument_list &command)
-{
-    const parsed_command parsed = parse(command);
-    return parsed.option && !parsed.by_path && stream_change(parsed.table, command, parsed.rule - 2);
-}
-
-// Carries out a command and reports its failure with the first line of what it said.
-int execute(const char *operation, const argument_list &command, const char *shown_as)
-{
-    if (streamed(command)) {
-        return 0;
-    }
-    text_buffer said;
-    int status = 0;
-    int error = run(command, capture::everything, &said, &status);
-    if (!error && status == 0) {
-        return 0;
-    }
-    view.forget_all();
-    if (!error) {
-        said.get()[strcspn(said.get(), "\n")] = '\0';
-        // What iptables means by its exit status: 2 wrong usage, 4 the table was locked; 1 anything else.
-        error = status == 2 ? EINVAL : status == 4 ? EBUSY : EIO;
-        return fail(error, operation, "%s [status %d: %s]", shown_as, status, said.get());
-    }
-    return fail(error, operation, "%s", shown_as);
-}
-
-int change_chain(const char *operation, const char *table, const char *option, const char *chain)
-{
-    char shown_as[128];
-    snprintf(shown_as, sizeof(shown_as), "%s, %s", shown(table), shown(chain));
-    argument_list command;
-    int error = is_name(table) && is_name(chain) ? 0 : EINVAL;
-    if (!error) {
-        for (const char *word : {"iptables", "-w", "-t", table, option, chain}) {
-            error = error ? error : command.add(word);
-        }
-    }
-    return error ? fail(error, operation, "%s", shown_as) : execute(operation, command, shown_as);
-}
-
 // Whether the command has no words but those of `parsed`.
 bool ends_with_chain(const parsed_command &parsed, const argument_list &command)
 {
@@ -137,6 +94,57 @@ void follow(const parsed_command &parsed, const argument_list &command)
     } else {
         view.chain_flushed(parsed.table, parsed.chain);
     }
+}
+
+// A program that is named by its path is the one to be run.
+bool streamed(const parsed_command &parsed, const argument_list &command)
+{
+    return parsed.option && !parsed.by_path && stream_change(parsed.table, command, parsed.rule - 2);
+}
+
+// Reports a failure with the first line of what the command said.
+int run_command(const char *operation, const argument_list &command, const char *shown_as)
+{
+    text_buffer said;
+    int status = 0;
+    int error = run(command, capture::everything, &said, &status);
+    if (!error && status == 0) {
+        return 0;
+    }
+    view.forget_all();
+    if (!error) {
+        said.get()[strcspn(said.get(), "\n")] = '\0';
+        // What iptables means by its exit status: 2 wrong usage, 4 the table was locked; 1 anything else.
+        error = status == 2 ? EINVAL : status == 4 ? EBUSY : EIO;
+        return fail(error, operation, "%s [status %d: %s]", shown_as, status, said.get());
+    }
+    return fail(error, operation, "%s", shown_as);
+}
+
+// Carries out a command, by the stream where that will do, and lets the view follow. What has been done is
+// read from the words, since those of a rule may name another table than the caller.
+int execute(const char *operation, const argument_list &command, const char *shown_as)
+{
+    const parsed_command parsed = parse(command);
+    int result = streamed(parsed, command) ? 0 : run_command(operation, command, shown_as);
+    if (result == 0) {
+        follow(parsed, command);
+    }
+    return result;
+}
+
+int change_chain(const char *operation, const char *table, const char *option, const char *chain)
+{
+    char shown_as[128];
+    snprintf(shown_as, sizeof(shown_as), "%s, %s", shown(table), shown(chain));
+    argument_list command;
+    int error = is_name(table) && is_name(chain) ? 0 : EINVAL;
+    if (!error) {
+        for (const char *word : {"iptables", "-w", "-t", table, option, chain}) {
+            error = error ? error : command.add(word);
+        }
+    }
+    return error ? fail(error, operation, "%s", shown_as) : execute(operation, command, shown_as);
 }
 
 bool names_iptables(const char *program)
@@ -158,11 +166,7 @@ int run_line(const char *operation, const char *line)
     if (!parse(command).waits) {
         error = command.insert(1, "-w");
     }
-    int result = error ? fail(error, operation, "%s", line) : execute(operation, command, line);
-    if (result == 0) {
-        follow(parse(command), command);
-    }
-    return result;
+    return error ? fail(error, operation, "%s", line) : execute(operation, command, line);
 }
 
 } // namespace
@@ -201,11 +205,7 @@ int iptlib_chain_new(const char *table, const char *chain)
     if (is_name(table) && is_name(chain) && view.has_chain(table, chain, &there) == 0 && there) {
         return 0;
     }
-    int result = change_chain(__func__, table, "-N", chain);
-    if (result == 0) {
-        view.chain_added(table, chain);
-    }
-    return result;
+    return change_chain(__func__, table, "-N", chain);
 }
 
 int iptlib_rule_append(const char *table, const char *chain, const char *rule)
@@ -220,24 +220,12 @@ int iptlib_rule_append(const char *table, const char *chain, const char *rule)
         }
     }
     error = error ? error : command.add_words(rule);
-    if (error) {
-        return fail(error, __func__, "%s", shown_as);
-    }
-    int result = execute(__func__, command, shown_as);
-    if (result == 0) {
-        // Read back from the words, since those of the rule may name another table.
-        follow(parse(command), command);
-    }
-    return result;
+    return error ? fail(error, __func__, "%s", shown_as) : execute(__func__, command, shown_as);
 }
 
 int iptlib_rules_flush(const char *table, const char *chain)
 {
-    int result = change_chain(__func__, table, "-F", chain);
-    if (result == 0) {
-        view.chain_flushed(table, chain);
-    }
-    return result;
+    return change_chain(__func__, table, "-F", chain);
 }
 
 int cmdlib_do_iptables_cmd(const char *fmt, ...)

@@ -7,8 +7,8 @@
  * change still has an answer of its own, and costs a few messages instead of a process. Listings come the
  * same way.
  *
- * The process is started when it is first needed, and let go when it has had nothing to do for a second. It
- * reads the kernel's tables anew for each request, so what others do in between counts.
+ * The process is started when it is first needed, and let go by the event loop when it has had nothing to do
+ * for a second. It reads the kernel's tables anew for each request, so what others do in between counts.
  *
  * Each function is false when a command has to do it: the stream refused, and a command tells why; or there
  * are words that the two might read differently; or the program offers no stream.
