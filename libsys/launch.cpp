@@ -14,7 +14,7 @@ namespace libsys {
 
 namespace {
 
-constexpr char system_folders[] = "/usr/sbin:/sbin";
+constexpr char system_folders[] = "/usr/sbin:/sbin:/usr/bin:/bin";
 
 int find_in(const char *folders, const char *name, char (&path)[PATH_MAX])
 {
