@@ -159,6 +159,17 @@ TEST_F(IptablesStreamTest, StatusAndOutcomeAreThoseOfCommands)
     EXPECT_EQ(all_tables(), outcome);
 }
 
+// A stream's lines have a limit that command lines have not.
+TEST_F(IptablesStreamTest, AVeryLongRuleGoesByACommand)
+{
+    const std::string comment = " -m comment --comment " + std::string(250, 'x');
+    ASSERT_EQ(iptlib_rule_append("filter", "INPUT", (comment + comment + " -j DROP").c_str()), 0);
+    ASSERT_EQ(runs().size(), 1U);
+    ASSERT_EQ(iptlib_rule_append("filter", "INPUT", (comment + " -j ACCEPT").c_str()), 0);
+    EXPECT_EQ(runs(), Lines{stream});
+    EXPECT_TRUE(contains(iptables_table("filter"), "-j DROP\n-A INPUT"));
+}
+
 TEST_F(IptablesStreamTest, ARefusedChangeIsTriedByACommandThatTellsWhy)
 {
     StderrCapture output;
