@@ -1,5 +1,6 @@
 #include "model.h"
 
+#include "script.h"
 #include "trace.h"
 
 #include <cstdlib>
@@ -47,6 +48,42 @@ std::string Model::dump(const std::string &prefix) const
         if (key.compare(0, prefix.size(), prefix) == 0) {
             out += value.empty() ? key + "\n" : key + " = " + value + "\n";
         }
+    }
+    return out;
+}
+
+uint32_t Model::field(uint32_t offset, uint32_t shift, uint32_t mask) const
+{
+    return register_get(register_key(offset)) >> shift & mask;
+}
+
+std::string Model::vlans() const
+{
+    std::string out;
+    for (uint32_t i = 0; i < 16; i++) {
+        const uint32_t vid = field(0x50 + 4 * (i / 2), 12 * (i % 2), 0xfff);
+        const uint32_t members = field(0x70 + 4 * (i / 4), 8 * (i % 4), 0xff);
+        if (vid == 0 && members == 0) {
+            continue;
+        }
+        out += std::to_string(i) + ": " + std::to_string(vid) + " members";
+        for (uint32_t port = 0, first = 1; port < 8; port++) {
+            if ((members >> port & 1) != 0) {
+                out += (first != 0 ? " " : ",") + std::to_string(port);
+                first = 0;
+            }
+        }
+        out += "\n";
+    }
+    return out;
+}
+
+std::string Model::pvids() const
+{
+    std::string out;
+    for (uint32_t port = 0; port < 5; port++) {
+        const uint32_t vid = field(0x40 + 4 * (port / 2), 12 * (port % 2), 0xfff);
+        out += std::to_string(port) + ": " + std::to_string(vid) + "\n";
     }
     return out;
 }

@@ -15,6 +15,10 @@ class Model {
 public:
     // Facts as text, one for each line; what begins with `prefix` only.
     std::string dump(const std::string &prefix) const;
+    // The switch's registers decoded, a line for each entry of the VLAN table that is in use
+    // ("1: 4091 members 1,2,6"), or for each front port ("2: 4091").
+    std::string vlans() const;
+    std::string pvids() const;
     void load(const std::string &path);
     void save(const std::string &path) const;
     // "key = value" or "key"; "-key" takes a fact away.
@@ -48,6 +52,8 @@ public:
     void register_set(const std::string &key, uint32_t value);
 
 private:
+    uint32_t field(uint32_t offset, uint32_t shift, uint32_t mask) const;
+
     std::map<std::string, std::string> facts_;
 };
 

@@ -57,7 +57,9 @@ void show_objects()
 
 void show_model(const std::string &prefix)
 {
-    std::string text = model.dump(prefix);
+    const std::string text = prefix == "vlans"   ? model.vlans()
+                             : prefix == "pvids" ? model.pvids()
+                                                 : model.dump(prefix);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = text.find('\n', begin);
         trace_line(text.substr(begin, end - begin));
