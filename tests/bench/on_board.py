@@ -15,7 +15,7 @@ import on_host
 from row import Row, compared, figures
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "lab/board"))
+sys.path.insert(0, str(ROOT / "lab"))
 from labctl import carrier, client  # noqa: E402
 
 READY = "ivarode init success"
@@ -72,12 +72,12 @@ def own_config(folder, **packages):
 
 # --- without VLAN devices ----------------------------------------------------------------------------------------
 def call_rows(session, quick):
-    found = session.bench("relay %d" % (500 if quick else 5000))
+    found = session.bench(f"relay {500 if quick else 5000}")
     rows = [compared("broker: one call and its answer", *found["relay.latency"][:2], "socketpair ping-pong", 3,
                      found["relay.latency"][2], where=session.where),
             compared("broker: a call, 16 on their way at once", *found["relay.many"][:2], "socketpair ping-pong", 3,
                      found["relay.many"][2], where=session.where)]
-    found = session.bench("call run %d ivarode.run run" % (500 if quick else 5000))
+    found = session.bench(f"call run {500 if quick else 5000} ivarode.run run")
     rows.append(compared("call run", *found["call.run.empty"][:2], "empty object", 1.3, found["call.run.empty"][2],
                          where=session.where))
     return rows
@@ -86,15 +86,15 @@ def call_rows(session, quick):
 def route_rows(session, quick):
     """Rows of the longest table, and for the plot: operation -> size -> (ours, limit)."""
     session.lab.ok("router", "ip", "address", "add", "203.0.113.2/24", "dev", "eth0")
-    found = session.bench("routes %d %s" % (40 if quick else 300, " ".join(map(str, SIZES))))
-    plot = {operation: {size: found["route.%s.%d" % (operation, size)] for size in SIZES}
+    found = session.bench(f"routes {40 if quick else 300} {' '.join(map(str, SIZES))}")
+    plot = {operation: {size: found[f"route.{operation}.{size}"] for size in SIZES}
             for operation in ("add", "find", "edit", "del")}
     texts = {"add": "added", "find": "found and installed again", "edit": "edited", "del": "deleted"}
     rows = []
     for size in (1000, 10000):
         for operation, text in texts.items():
             ours, limit, ratio = plot[operation][size]
-            rows.append(compared("route %s over the bus, %d in the table" % (text, size), ours, limit,
+            rows.append(compared(f"route {text} over the bus, {size} in the table", ours, limit,
                                  "empty call + raw netlink", 1.2, ratio, where=session.where))
     return rows, plot
 
@@ -103,7 +103,7 @@ def memory_row(session):
     text = session.lab.ok("router", "sh", "-c", "cat /proc/$(busybox pidof ivarode)/status")
     values = dict(re.findall(r"^(VmRSS|RssAnon):\s+(\d+) kB", text, re.M))
     anonymous = int(values["RssAnon"])
-    return Row("memory after the start, resident / anonymous", "%s kB / %d kB" % (values["VmRSS"], anonymous),
+    return Row("memory after the start, resident / anonymous", f"{values['VmRSS']} kB / {anonymous} kB",
                aim="anonymous ≤ 350 kB", held="yes" if anonymous <= 350 else "no", where=session.where)
 
 
@@ -132,9 +132,9 @@ def switch_row(session, quick):
         spent = float(lab.shell("pc1", send % (seconds, macs["pc2"], macs["pc1"]), check=True).out.split()[2])
         pairs.append(((received() - before) / spent * 1e6, limit))
     ours, limit = (median(column) for column in zip(*pairs))
-    return Row("vswitch: 64-byte frames from port to port", "%.0f kframes/s" % (ours / 1e3),
-               "kernel bridge between veths %.0f kframes/s" % (limit / 1e3),
-               "%.2f" % median(one / other for one, other in pairs), "≥ 200 kframes/s",
+    return Row("vswitch: 64-byte frames from port to port", f"{ours / 1e3:.0f} kframes/s",
+               f"kernel bridge between veths {limit / 1e3:.0f} kframes/s",
+               f"{median(one / other for one, other in pairs):.2f}", "≥ 200 kframes/s",
                "yes" if ours >= 200_000 else "no", where=session.where)
 
 
@@ -161,22 +161,20 @@ def batch_of(lab):
     for link in links:
         info = link.get("linkinfo", {})
         if info.get("info_kind") == "vlan":
-            lines.append("link add link %s name %s address %s type vlan id %d" % (
-                link["link"], link["ifname"], link["address"], info["info_data"]["id"]))
+            lines.append(f"link add link {link['link']} name {link['ifname']} address {link['address']} type vlan id {info['info_data']['id']}")
         elif info.get("info_kind") == "bridge":
-            lines.append("link add %s address %s type bridge stp_state 0 forward_delay 0" % (link["ifname"], link["address"]))
+            lines.append(f"link add {link['ifname']} address {link['address']} type bridge stp_state 0 forward_delay 0")
         if "UP" in link["flags"] and link["ifname"] != "lo":
-            up.append("link set %s up" % link["ifname"])
-    lines += ["link set %s master %s" % (link["ifname"], link["master"]) for link in links if "master" in link]
+            up.append(f"link set {link['ifname']} up")
+    lines += [f"link set {link['ifname']} master {link['master']}" for link in links if "master" in link]
     lines += up
     for link in asked("address"):
-        lines += ["address add %s/%d broadcast + dev %s" % (address["local"], address["prefixlen"], link["ifname"])
+        lines += [f"address add {address['local']}/{address['prefixlen']} broadcast + dev {link['ifname']}"
                   for address in link["addr_info"] if address["family"] == "inet" and link["ifname"] != "lo"]
     for route in asked("-4", "route", "show", "table", "all"):
         if route.get("protocol") != "kernel":
-            lines.append("route add %s via %s dev %s metric %d table %s" % (
-                route["dst"], route["gateway"], route["dev"], route.get("metric", 0), route.get("table", "main")))
-    lines += ["rule add preference %d from all lookup %s" % (rule["priority"], rule["table"])
+            lines.append(f"route add {route['dst']} via {route['gateway']} dev {route['dev']} metric {route.get('metric', 0)} table {route.get('table', 'main')}")
+    lines += [f"rule add preference {rule['priority']} from all lookup {rule['table']}"
               for rule in asked("rule") if rule["priority"] not in (0, 32766, 32767)]
     return "\n".join(lines) + "\n"
 
@@ -207,7 +205,7 @@ def start_rows(session, quick):
 
 
 def interface_rows(session, quick):
-    found = session.bench("interfaces %d" % (8 if quick else 40))
+    found = session.bench(f"interfaces {8 if quick else 40}")
     return [compared("interface added over the bus", *found["interface.direct"][:2], "raw netlink", 1.2,
                      found["interface.direct"][2], where=session.where),
             compared("the same", *found["interface.call-and-direct"][:2], "empty call + raw netlink", None,
@@ -220,12 +218,12 @@ def statist_rows(session, quick):
     rows, made = [], 0
     for count in (8, 64):
         script = "".join(
-            "ubus call ivarode.intf add '{\"intf\":\"lan3_s%d\",\"vlanid1\":200,\"vlanid2\":%d,\"ipaddr\":\"10.1.%d.1\","
-            "\"netmask\":\"255.255.255.0\"}'\n" % (number, number + 1, number) for number in range(made, count))
+            f"ubus call ivarode.intf add '{{\"intf\":\"lan3_s{number}\",\"vlanid1\":200,\"vlanid2\":{number + 1},\"ipaddr\":\"10.1.{number}.1\","
+            "\"netmask\":\"255.255.255.0\"}'\n" for number in range(made, count))
         session.lab.shell("router", script, check=True, timeout=300)
         made = count
-        found = session.bench("call statist %d ivarode.intf statist" % (100 if quick else 400))
-        rows.append(compared("call statist, %d interfaces and those of the start" % count, *found["call.statist.same"][:2],
+        found = session.bench(f"call statist {100 if quick else 400} ivarode.intf statist")
+        rows.append(compared(f"call statist, {count} interfaces and those of the start", *found["call.statist.same"][:2],
                              "an object with the same answer ready", 1.5, found["call.statist.same"][2],
                              where=session.where))
     return rows
@@ -247,7 +245,7 @@ def on_mips(build):
     with Session(build, "mips") as session:
         session.lab.raise_board("two-wan", "three-lans")
         taken, _ = session.lab.said(READY, 900)
-        return [Row("start less its pause, 3 LANs and 2 WANs, emulated MIPS", "%.1f s" % (taken - PAUSE),
+        return [Row("start less its pause, 3 LANs and 2 WANs, emulated MIPS", f"{taken - PAUSE:.1f} s",
                     where="small MIPS machine")]
 
 

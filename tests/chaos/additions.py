@@ -13,7 +13,7 @@ FIRST_VLAN = 300                # no number of an address, and below the 4090s o
 class Addition:
     def __init__(self, name, call, marks, proofs):
         self.name, self.call = name, call
-        self.marks = re.compile(r"(?<![\w.])(?:%s)(?![\w])" % "|".join(marks))
+        self.marks = re.compile(fr"(?<![\w.])(?:{'|'.join(marks)})(?![\w])")
         self.proofs = proofs        # kinds of the facts that must be there once it has been granted
         self.status = None          # as it was answered; None: nobody heard
 
@@ -26,35 +26,35 @@ class Addition:
 
     def command(self, patience=300):
         """A line for a shell: the call, and its status behind its name."""
-        return "ubus -S -t %d call %s; echo %s $?" % (patience, " ".join(shlex.quote(word) for word in self.call), self.name)
+        return f"ubus -S -t {patience} call {' '.join((shlex.quote(word) for word in self.call))}; echo {self.name} $?"
 
     def heard(self, output):
-        if found := re.search(r"^%s (\d+)$" % re.escape(self.name), output, re.M):
+        if found := re.search(fr"^{re.escape(self.name)} (\d+)$", output, re.M):
             self.status = int(found[1])
 
 
 def lan(number, port):
     """A LAN on a VLAN of its own."""
-    vlan, net, name = FIRST_VLAN + number, network(number), "lan%d_n%d" % (port, number)
+    vlan, net, name = FIRST_VLAN + number, network(number), f"lan{port}_n{number}"
     return Addition(name, ("ivarode.intf", "add", json.dumps({"intf": name, "vlanid1": vlan, "ipaddr": net + ".1",
                                                              "netmask": "255.255.255.0"})),
-                    [name, str(vlan), r"eth0\.%d" % vlan, re.escape(net) + r"\.\d+(?:/\d+)?"], {"device", "address"})
+                    [name, str(vlan), fr"eth0\.{vlan}", re.escape(net) + r"\.\d+(?:/\d+)?"], {"device", "address"})
 
 
 def wan(number):
     """A WAN on a VLAN of its own that asks for its address: a process of the supervisor's."""
-    vlan, name = FIRST_VLAN + number, "wan1_n%d" % number
+    vlan, name = FIRST_VLAN + number, f"wan1_n{number}"
     return Addition(name, ("ivarode.intf", "add", json.dumps({"intf": name, "vlanid1": vlan, "proto": "dhcp", "defrt_pri": "20001"})),
-                    [name, str(vlan), r"eth0\.%d" % vlan], {"device", "client", "row"})
+                    [name, str(vlan), fr"eth0\.{vlan}"], {"device", "client", "row"})
 
 
 def route(number):
     """A way to a network of its own, by a PC of LAN 1."""
-    net, name = network(number), "n%d" % number
+    net, name = network(number), f"n{number}"
     return Addition(name, ("ivarode.route", "add", json.dumps({"name": name, "line": "lan1", "dstaddr": net + ".0", "metric": "5",
                                                               "netmask": "255.255.255.0", "gateway": "192.168.1.11"})),
                     [re.escape(net) + r"\.\d+(?:/\d+)?"], {"route"})
 
 
 def network(number):
-    return "10.%d.%d" % (number // 250, number % 250)
+    return f"10.{number // 250}.{number % 250}"

@@ -7,18 +7,13 @@ seed brings the same rounds; what the daemon was just doing when a kill came is 
 import os
 import pathlib
 import random
-import sys
 
 import pytest
 
-HERE = pathlib.Path(__file__).resolve().parent
-sys.path[:0] = [str(HERE), str(HERE.parent / "system"), str(HERE.parents[1] / "lab/board")]
-from labctl import topology  # noqa: E402
-
-import havoc  # noqa: E402
-import held_lab  # noqa: E402
-import snapshot  # noqa: E402
-from held_lab import pytest_runtest_makereport  # noqa: E402, F401
+from labctl import topology
+from tests.chaos import havoc, snapshot
+from tests.system import held_lab
+from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 PRELOAD = "/usr/lib/short-sleep.so"
 
@@ -40,7 +35,7 @@ def pytest_generate_tests(metafunc):
 def pytest_terminal_summary(terminalreporter, config):
     for line in config.story:
         terminalreporter.write_line(line)
-    terminalreporter.write_line("%d rounds, IVARODE_SEED=%d" % (len(config.story), config.seed))
+    terminalreporter.write_line(f"{len(config.story)} rounds, IVARODE_SEED={config.seed}")
 
 
 class Machine(held_lab.Machine):

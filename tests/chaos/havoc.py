@@ -3,9 +3,8 @@
 import json
 import time
 
-import additions
-import snapshot
 from labctl import paths
+from tests.chaos import additions, snapshot
 
 READY = "ivarode init success"
 # Seconds of the board's own clock, for what must come. In an emulated machine that clock may run several times too fast.
@@ -78,14 +77,14 @@ class Board:
 
     def in_flight(self, lines, then):
         """Lets requests run side by side and does something in the midst of them; what they printed."""
-        return self.lab.shell("router", "\n".join("(%s) &" % line for line in lines) + "\n" + then + "\nwait\n", timeout=LIMIT).out
+        return self.lab.shell("router", "\n".join(f"({line}) &" for line in lines) + "\n" + then + "\nwait\n", timeout=LIMIT).out
 
 
 def touch(board, rng):
     name, method, arguments = rng.choice(TOUCHES)
     if method == "port_del":
         board.unsure.update(one.name for one in board.current if one.name.startswith(arguments["name"]))
-    return "ubus -S -t 5 call %s %s '%s' >/dev/null 2>&1" % (name, method, json.dumps(arguments))
+    return f"ubus -S -t 5 call {name} {method} '{json.dumps(arguments)}' >/dev/null 2>&1"
 
 
 def kill_in_flight(board, rng, victims):
@@ -94,15 +93,15 @@ def kill_in_flight(board, rng, victims):
     lines = [one.command(patience=5) for one in wanted]
     if "daemon" in victims and rng.random() < 0.6:
         lines.append(touch(board, rng))
-    pids = " ".join("$(pidof %s)" % {"daemon": "ivarode", "broker": "ubusd"}[victim] for victim in victims)
-    kill = "kill -9 %s; kill -9 $(pidof ubus)" % pids       # nobody will answer those who still wait
+    pids = " ".join(f"$(pidof { {'daemon': 'ivarode', 'broker': 'ubusd'}[victim]})" for victim in victims)
+    kill = f"kill -9 {pids}; kill -9 $(pidof ubus)"       # nobody will answer those who still wait
     if "daemon" in victims and rng.random() < 0.4:
         output = board.in_flight(lines, "kill -STOP $(pidof ivarode); sleep 0.3; " + kill)
-        how = "while %d requests wait for it" % len(wanted)
+        how = f"while {len(wanted)} requests wait for it"
     else:
         moment = rng.choice((0, 0.02, 0.05, 0.1, 0.2, 0.3, 0.5))
-        output = board.in_flight(lines, "sleep %s; %s" % (moment, kill))
-        how = "%.2f s after %d requests" % (moment, len(wanted))
+        output = board.in_flight(lines, f"sleep {moment}; {kill}")
+        how = f"{moment:.2f} s after {len(wanted)} requests"
     for one in wanted:
         one.heard(output)
     for victim in victims:
@@ -153,7 +152,7 @@ def child(board, rng):
     while client_process(board, "dhcp", made.name) in (None, pid):
         assert time.monotonic() < deadline, "nobody started the client again"
         time.sleep(0.2)
-    return "DHCP client of %s killed" % made.name
+    return f"DHCP client of {made.name} killed"
 
 
 def bus_clients(board, rng):
@@ -165,7 +164,7 @@ def bus_clients(board, rng):
                              "kill -STOP $(pidof ivarode); sleep 0.3; kill -9 $(pidof ubus); kill -CONT $(pidof ivarode)")
     for one in wanted:
         one.heard(output)
-    return "%d bus clients killed" % len(lines)
+    return f"{len(lines)} bus clients killed"
 
 
 def flaps(board, rng, count=None):
@@ -180,7 +179,7 @@ def flaps(board, rng, count=None):
             board.ask(board.new(rng, ("route", "lan")))
     for port in sorted(down):
         board.lab.link(port, True)
-    return "%d times a cable pulled or plugged" % (changes + len(down))
+    return f"{changes + len(down)} times a cable pulled or plugged"
 
 
 def pulled_and_killed(board, rng):
@@ -188,7 +187,7 @@ def pulled_and_killed(board, rng):
     ports = rng.sample(range(5), rng.randint(1, 3))
     for port in ports:
         board.lab.link(port, False)
-    how = "cables %s out, daemon killed " % ports + kill_in_flight(board, rng, ["daemon"])
+    how = f"cables {ports} out, daemon killed " + kill_in_flight(board, rng, ["daemon"])
     late = rng.random() < 0.5
     if late:
         mend(board)

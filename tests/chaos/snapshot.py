@@ -10,8 +10,7 @@ import json
 import re
 import time
 
-import bus
-import state
+from tests.system import bus, state
 
 # Kinds of what the daemon and the switch keep to themselves: a new start begins with these anew.
 OWN = {"registry", "traffic", "vlan", "pvid", "untag"}
@@ -120,7 +119,7 @@ def first(lab):
     deadline = time.monotonic() + 60 * lab.pace
     while True:
         facts = take(lab)
-        if {("rule", "2000%d: from all lookup 2000%d" % (number, number)) for number in lab.topology.wans} <= set(facts):
+        if {("rule", f"2000{number}: from all lookup 2000{number}") for number in lab.topology.wans} <= set(facts):
             return facts
         assert time.monotonic() < deadline, show(facts)
 

@@ -2,9 +2,9 @@
 
 import json
 
-import havoc
 import pytest
-import test_rounds
+
+from tests.chaos import havoc, test_rounds
 
 
 @pytest.mark.parametrize("calls, holder", [

@@ -2,10 +2,9 @@
 
 import collections
 
-import additions
-import havoc
 import pytest
-import test_rounds
+
+from tests.chaos import additions, havoc, test_rounds
 
 CLEAN = collections.Counter([("device", "lan1", "bridge"), ("rule", "10000: from all lookup 10000"), ("registry", 1, "lan1 vid1=0 vid2=0")])
 

@@ -8,8 +8,7 @@ next start is as clean as the first.
 import random
 import time
 
-import havoc
-import snapshot
+from tests.chaos import havoc, snapshot
 
 STRETCH = 5         # rounds until the stop action
 PATIENCE = 60       # seconds until everything has settled
@@ -19,8 +18,8 @@ def plan(seed, turn):
     """The kind of a round, and its dice. Each kind has its turn, in another order each time around."""
     cycle, place = divmod(turn - 1, len(havoc.KINDS))
     deck = list(havoc.KINDS)
-    random.Random("%d/%d" % (seed, cycle)).shuffle(deck)
-    return deck[place], random.Random("%d:%d" % (seed, turn))
+    random.Random(f"{seed}/{cycle}").shuffle(deck)
+    return deck[place], random.Random(f"{seed}:{turn}")
 
 
 def judge(board, clean, now):
@@ -39,7 +38,7 @@ def judge(board, clean, now):
         kinds = {fact[0] for fact in one.left(extra)}
         wanted = one.proofs | ({"registry"} if one in board.current and "device" in one.proofs else set())
         if one.granted() and one.name not in board.unsure and not wanted <= kinds:
-            wrong.append("lost %s of %s, which was granted" % (", ".join(sorted(wanted - kinds)), one.name))
+            wrong.append(f"lost {', '.join(sorted(wanted - kinds))} of {one.name}, which was granted")
     return wrong, explained
 
 
@@ -56,7 +55,7 @@ def settle(board, clean, verdict):
 def exactly(_, clean, now):
     wrong = []
     if clean != now:
-        wrong.append("lacks\n%s\nholds beyond\n%s" % (snapshot.show(clean - now), snapshot.show(now - clean)))
+        wrong.append(f"lacks\n{snapshot.show(clean - now)}\nholds beyond\n{snapshot.show(now - clean)}")
     return wrong, set()
 
 
@@ -68,7 +67,7 @@ def test_round(machine, turn, request):
     left = settle(board, machine.clean, judge)
     names = sorted(fact[1] for fact in left if fact[0] == "device")
     names += sorted(fact[1].split()[0] for fact in left if fact[0] == "route" and "proto 105" in fact[1])
-    told = "round %d: %s; beyond the configuration: %s" % (turn, how, " ".join(names) or "nothing")
+    told = f"round {turn}: {how}; beyond the configuration: {' '.join(names) or 'nothing'}"
     if turn % STRETCH == 0 or turn == request.config.getoption("rounds"):
         havoc.stop_action(board, rng)
         havoc.mend(board)

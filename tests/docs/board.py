@@ -6,7 +6,7 @@ import shlex
 import subprocess
 import time
 
-import sandbox
+from tests.docs import sandbox
 
 LAB = sandbox.ROOT / "lab/lab"
 NAME = "examples"

@@ -2,7 +2,7 @@
 
 import re
 
-import sandbox
+from tests.docs import sandbox
 
 DOCS = sandbox.ROOT / "docs"
 

@@ -2,7 +2,7 @@
 
 import pytest
 
-import board
+from tests.docs import board
 
 
 @pytest.fixture(scope="session")

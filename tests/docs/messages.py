@@ -6,7 +6,7 @@ it begins with them. Other values stay as they are in the format ("%s", "%d").
 
 import re
 
-import sandbox
+from tests.docs import sandbox
 
 LEVELS = {"ERROR": "error", "WARNING": "warning", "NOTICE": "notice", "INFO": "info", "DEBUG": "debug"}
 REPORT = re.compile(r'\bNET_(ERROR|WARNING|NOTICE|INFO|DEBUG)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)')
@@ -50,7 +50,7 @@ def messages():
             values = arguments(text, call.end())[1:]
             if message.startswith("%s %d"):
                 name = enclosing(text, call.start()) if values[0] == "__func__" else values[0].strip('"')
-                message = message.replace("%s %d", "%s %s" % (name, values[1]), 1)
+                message = message.replace("%s %d", f"{name} {values[1]}", 1)
             place = (str(path.relative_to(sandbox.ROOT)), text.count("\n", 0, call.start()) + 1)
             found.setdefault((message, LEVELS[call.group(1)]), []).append(place)
     return found
@@ -58,4 +58,4 @@ def messages():
 
 if __name__ == "__main__":
     for (text, level), places in sorted(messages().items(), key=lambda item: item[1]):
-        print("%-8s %s    %s" % (level, text, " ".join("%s:%d" % place for place in places)))
+        print(f"{level:<8} {text}    {' '.join(('%s:%d' % place for place in places))}")

@@ -77,7 +77,7 @@ def run(script, tmp_path, timeout=60):
                "sh", "-c", ENTER, "sandbox", str(folder), script]
     done = subprocess.run(command, capture_output=True, text=True, timeout=timeout,
                           env={**os.environ, "IMAGE": str(IMAGE)})
-    assert done.returncode == 0, "status %d\n%s\n%s" % (done.returncode, done.stdout, done.stderr)
+    assert done.returncode == 0, f"status {done.returncode}\n{done.stdout}\n{done.stderr}"
     return done.stdout
 
 

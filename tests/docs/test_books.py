@@ -5,9 +5,7 @@ import re
 
 import pytest
 
-import books
-import messages
-import sandbox
+from tests.docs import books, messages, sandbox
 
 
 def message_rows():
@@ -73,7 +71,7 @@ def test_every_object_method_and_field_is_in_the_bus_book():
     objects = bus_objects()
     assert sum(len(methods) for methods in objects.values()) == 17
     for name, methods in objects.items():
-        table = next(t for t in books.tables(sections["`%s`" % name]) if t[0][0] == "method")
+        table = next(t for t in books.tables(sections[f"`{name}`"]) if t[0][0] == "method")
         listed = {}
         for row in table[1:]:
             fields = re.findall(r"`(\w+)`(?: \[)?[^,;<]*?: (text|number|array of texts)", row[1])
@@ -86,7 +84,7 @@ def test_every_bus_method_has_an_example():
     text = books.text("bus.md")
     for name, methods in bus_objects().items():
         for method in methods:
-            assert re.search(r"lab/lab ubus call %s %s\b" % (re.escape(name), method), text), (name, method)
+            assert re.search(fr"lab/lab ubus call {re.escape(name)} {method}\b", text), (name, method)
 
 
 def uci_options():
@@ -103,7 +101,7 @@ def uci_options():
 
 @pytest.mark.parametrize("package", ["lan_intf", "wan_intf", "route_config", "dhcp"])
 def test_every_option_that_is_read_is_in_the_configuration_book(package):
-    section = books.sections(books.text("configuration.md"))["Package `%s`" % package]
+    section = books.sections(books.text("configuration.md"))[f"Package `{package}`"]
     table = next(t for t in books.tables(section) if t[0][0] == "option")
     assert table[0] == ["option", "type", "default", "meaning", "example"]
     read = uci_options()[package]
@@ -124,7 +122,7 @@ def anchors(markdown):
         slug = re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
         count = seen.get(slug, 0)
         seen[slug] = count + 1
-        found.add(slug if count == 0 else "%s-%d" % (slug, count))
+        found.add(slug if count == 0 else f"{slug}-{count}")
     return found
 
 
@@ -225,7 +223,7 @@ def test_every_label_of_a_test_is_run():
     labels = {label for text in lists for label in re.findall(r"\bLABELS ([\w-]+)", text)}
     assert {"unit", "fuzz", "contract"} <= labels
     for label in labels:
-        assert 'ctest("%s"' % label in kinds or "tests/%s/run" % label in kinds, label
+        assert f'ctest("{label}"' in kinds or f"tests/{label}/run" in kinds, label
 
 
 TEXT = r'((?:"(?:[^"\\]|\\.)*"|\s|PRId64)+)'

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-import sandbox
+from tests.docs import sandbox
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 
@@ -86,7 +86,7 @@ LEASE = "interface=wan1 ip=203.0.113.50 mask=24 subnet=255.255.255.0 router='203
 
 
 def event(name, number=20001, dns="198.51.100.9", device="wan1"):
-    return (LEASE % dns).replace("wan1", device) + "IVARODE_WAN_NUMBER=%d /lib/ivarode/empty.sh %s\n" % (number, name)
+    return (LEASE % dns).replace("wan1", device) + f"IVARODE_WAN_NUMBER={number} /lib/ivarode/empty.sh {name}\n"
 
 
 def test_renewal_with_another_address_keeps_the_routes_through_the_device(tmp_path):
@@ -173,19 +173,19 @@ def test_resolvers_are_in_the_order_of_the_wans_numbers(tmp_path):
 def test_wrapper_takes_the_number_out(tmp_path, words, handed_on, number):
     out = sandbox.run("printf '#!/bin/sh\\necho \"$*|$IVARODE_WAN_NUMBER|$#\"\\n' >/stub/busybox; chmod 755 /stub/busybox; /sbin/udhcpc "
                       + words, tmp_path)
-    assert out == "udhcpc %s|%s|%d\n" % (handed_on, number, len(handed_on.replace("a b", "ab").split()) + 1)
+    assert out == f"udhcpc {handed_on}|{number}|{len(handed_on.replace('a b', 'ab').split()) + 1}\n"
 
 
 @pytest.mark.parametrize("words", ["-i wan1 -m", "-m x", "-m 1x"])
 def test_wrapper_refuses_a_missing_or_malformed_number(tmp_path, words):
-    assert "status 1" in sandbox.run("/sbin/udhcpc %s || echo status $?" % words, tmp_path)
+    assert "status 1" in sandbox.run(f"/sbin/udhcpc {words} || echo status $?", tmp_path)
 
 
 PPP = WAN + "ip link del wan1; ip link add wan1 type veth peer name eth1 netns isp; ip link set wan1 up\n"
 
 
 def ppp(script, param, environment=""):
-    return "%s /etc/ppp/ip-%s wan1 /dev/pts/9 0 100.64.0.7 100.64.0.1 '%s'\n" % (environment, script, param)
+    return f"{environment} /etc/ppp/ip-{script} wan1 /dev/pts/9 0 100.64.0.7 100.64.0.1 '{param}'\n"
 
 
 def test_a_dialled_wan_gets_route_resolver_and_row_and_loses_them(tmp_path):
@@ -253,7 +253,7 @@ def skeleton_chains():
     body = text[text.index("skeleton[] = {"):text.index("};", text.index("skeleton[] = {"))]
     word = r'\s*("[^"]+"|\w+)\s*'
     return [tuple(names.get(w, w.strip('"')) for w in found)
-            for found in re.findall(r"hook\(%s,%s,%s[,)]" % (word, word, word), body)]
+            for found in re.findall(fr"hook\({word},{word},{word}[,)]", body)]
 
 
 def test_clean_up_knows_every_chain_in_the_reverse_order():
@@ -272,7 +272,7 @@ iptables -w -t filter -N theirs; iptables -w -t filter -A FORWARD -j theirs
 def lay_chains():
     lines = [LAY]
     for table, parent, chain in skeleton_chains():
-        lines.append("iptables -w -t %s -N %s; iptables -w -t %s -A %s -j %s" % (table, chain, table, parent, chain))
+        lines.append(f"iptables -w -t {table} -N {chain}; iptables -w -t {table} -A {parent} -j {chain}")
     lines.append("iptables -w -A input_filter_rules_drop -j DROP -i wan+")
     lines.append("iptables -w -t nat -A intf_sip_mesquerade -j MASQUERADE")
     return "\n".join(lines) + "\n"

@@ -7,9 +7,8 @@ import time
 
 import pytest
 
-import books
-import sandbox
-from board import LAB, PATIENCE, PAUSE, run, until
+from tests.docs import books, sandbox
+from tests.docs.board import LAB, PATIENCE, PAUSE, run, until
 
 
 def examples(book):
@@ -82,7 +81,7 @@ def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab):
 def book_configuration(folder):
     """The packages that the configuration book gives as examples."""
     for package in ("lan_intf", "wan_intf", "route_config"):
-        section = books.sections(books.text("configuration.md"))["Package `%s`" % package]
+        section = books.sections(books.text("configuration.md"))[f"Package `{package}`"]
         (folder / package).write_text(re.search(r"```\n(config .*?)```", section, re.S).group(1))
 
 

@@ -3,16 +3,11 @@
 import json
 import re
 import shlex
-import sys
 
 import pytest
 
-import board
-import books
-import sandbox
-
-sys.path.insert(0, str(sandbox.ROOT / "lab/board"))
-from labctl import client  # noqa: E402
+from labctl import client
+from tests.docs import board, books
 
 # What each command of the book's table is tried with, and what must be in its output.
 TRIED = {
@@ -128,7 +123,7 @@ def test_the_porting_books_board_comes_up(lab, tmp_path):
     board.until(lambda: re.search(r"eth1\.\d+@eth1 +UP", board.run("lab/lab exec router ip -br link")[1]))
     device = board.run("lab/lab exec router ip -br link show eth0.4091")[1]
     first, rest = described["system"]["label_macaddr"].split(":", 1)
-    assert "%02x:%s" % (int(first, 16) + 2, rest) in device
+    assert f"{int(first, 16) + 2:02x}:{rest}" in device
 
 
 def test_a_lab_that_is_down_is_gone(lab):

@@ -8,8 +8,7 @@ import subprocess
 
 import pytest
 
-import sandbox
-import test_books
+from tests.docs import sandbox, test_books
 
 ROOT = sandbox.ROOT
 
@@ -39,7 +38,7 @@ UNWANTED = re.compile("|".join([
 
 
 def test_no_unwanted_word_in_the_tree():
-    found = ["%s:%d: %s" % (path.relative_to(ROOT), number, line.strip()[:120])
+    found = [f"{path.relative_to(ROOT)}:{number}: {line.strip()[:120]}"
              for path, text in texts() for number, line in enumerate(text.splitlines(), 1) if UNWANTED.search(line)]
     assert found == []
 
@@ -150,7 +149,7 @@ def schema(connection):
 
 def test_the_shipped_database_is_made_of_the_schema():
     folder = sandbox.IMAGE / "usr/share/ivarode"
-    shipped = sqlite3.connect("file:%s?mode=ro&immutable=1" % (folder / "net_stat.db"), uri=True)
+    shipped = sqlite3.connect(f"file:{folder / 'net_stat.db'}?mode=ro&immutable=1", uri=True)
     fresh = sqlite3.connect(":memory:")
     fresh.executescript((folder / "net_stat.sql").read_text())
     assert schema(shipped) == schema(fresh) != []

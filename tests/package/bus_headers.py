@@ -7,7 +7,7 @@ guards in any of them, and static initialisers of trees name their members out o
 import re
 import shutil
 
-import common
+from tests.package import common
 
 TREE_MACROS = """
 #define AVL_TREE_INIT(_name, _comp, _dups, _ptr) \\
@@ -67,7 +67,7 @@ TODAY = [
 OLDEST = [
     ("libubox/avl.h", r"\Z", TREE_MACROS),
     ("ubus_common.h", r"\Z", METHOD_MACROS["oldest"] + METHOD_USERS),
-    ("ubus_common.h", r'(#define UBUS_UNIX_SOCKET) "[^"]*"', r'\1 "%s"' % OLD_SOCKET),
+    ("ubus_common.h", r'(#define UBUS_UNIX_SOCKET) "[^"]*"', fr'\1 "{OLD_SOCKET}"'),
     ("libubus.h", r"    unsigned long tags;\n", ""),
     ("libubus.h", r"#define UBUS_TAG_\w+ \d\n", ""),
     ("libubus.h", r"    union \{\n        struct \{\n            struct list_head auto_subscribers;.*?\n    \};\n", ""),

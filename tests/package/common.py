@@ -15,7 +15,7 @@ BUS_HEADERS = [ROOT / "compat" / name / "include" for name in ("libubox", "libub
 def run(*words, **options):
     """A command's output; fails the test, with everything the command said, when the command fails."""
     done = subprocess.run([str(word) for word in words], capture_output=True, text=True, **options)
-    assert done.returncode == 0, "%s: status %d\n%s\n%s" % (words, done.returncode, done.stdout[-6000:], done.stderr[-6000:])
+    assert done.returncode == 0, f"{words}: status {done.returncode}\n{done.stdout[-6000:]}\n{done.stderr[-6000:]}"
     return done.stdout
 
 

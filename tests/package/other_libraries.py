@@ -4,8 +4,7 @@ optimisation, and with the broker's socket where older images have it."""
 import re
 import shutil
 
-import bus_headers
-import common
+from tests.package import bus_headers, common
 
 SOURCES = {"libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_build", "blobmsg_parse", "uloop", "uloop_fd",
                                       "uloop_process", "uloop_timeout"], []),
@@ -21,7 +20,7 @@ def build(folder, compiler=()):
     headers = folder / "include"
     for source in common.BUS_HEADERS:
         shutil.copytree(source, headers, dirs_exist_ok=True)
-    text, count = re.subn(r'(#define UBUS_UNIX_SOCKET) "[^"]*"', r'\1 "%s"' % bus_headers.OLD_SOCKET,
+    text, count = re.subn(r'(#define UBUS_UNIX_SOCKET) "[^"]*"', fr'\1 "{bus_headers.OLD_SOCKET}"',
                           (headers / "ubus_common.h").read_text())
     assert count == 1
     (headers / "ubus_common.h").write_text(text)

@@ -6,7 +6,7 @@ import shutil
 
 import pytest
 
-import common
+from tests.package import common
 
 FEED = common.ROOT / "packaging/openwrt"
 SDK = pathlib.Path(__file__).with_name("sdk")
@@ -27,8 +27,8 @@ def laid(tmp_path_factory):
     (staging / "lib").mkdir()
     for name in common.BUS_LIBRARIES:
         shutil.copy(common.BUILD / "lib" / name, staging / "lib")
-    common.run("make", "-C", FEED / "ivarode", "TOPDIR=%s" % SDK, "BUILD_DIR=%s" % (folder / "build"),
-               "STAGING_DIR=%s" % (folder / "staging"), "OUT=%s" % (folder / "out"))
+    common.run("make", "-C", FEED / "ivarode", f"TOPDIR={SDK}", f"BUILD_DIR={folder / 'build'}",
+               f"STAGING_DIR={folder / 'staging'}", f"OUT={folder / 'out'}")
     return {path.name: path for path in (folder / "out").iterdir()}
 
 
@@ -124,7 +124,7 @@ def test_dependencies_cover_every_command(laid):
     text = "\n".join(path.read_text() for path in common.IMAGE.rglob("*") if path.is_file() and path.suffix != ".db")
     text += "\n".join(path.read_text() for path in (common.ROOT / "src").rglob("*.cpp"))
     for command, package in COMMANDS.items():
-        assert re.search(r"\b%s\b" % command, text), command
+        assert re.search(fr"\b{command}\b", text), command
         assert package in depends(laid["ivarode"]), package
     assert {"ppp-mod-pppoe", "kmod-ppp"} <= depends(laid["ivarode"])
     # loaded at run time only
@@ -139,6 +139,6 @@ def test_who_would_fight_over_chains_is_a_conflict(laid):
 def test_without_bus_libraries_there_is_no_package(tmp_path):
     """The stand-ins stay out even where the real ones are missing: then the build ends."""
     with pytest.raises(AssertionError, match="compat"):
-        common.run("make", "-C", FEED / "ivarode", "TOPDIR=%s" % SDK, "BUILD_DIR=%s" % tmp_path,
-                   "STAGING_DIR=%s" % (tmp_path / "empty"), "OUT=%s" % (tmp_path / "out"),
+        common.run("make", "-C", FEED / "ivarode", f"TOPDIR={SDK}", f"BUILD_DIR={tmp_path}",
+                   f"STAGING_DIR={tmp_path / 'empty'}", f"OUT={tmp_path / 'out'}",
                    "CMAKE_OPTIONS=-DIVARODE_LAB=OFF -DIVARODE_STANDINS=ON")

@@ -9,8 +9,7 @@ import subprocess
 
 import pytest
 
-import bus_headers
-import common
+from tests.package import bus_headers, common
 
 FLAGS = ["-std=gnu++20", "-Wall", "-Wextra", "-Wshadow", "-Wconversion", "-Werror", "-fno-exceptions", "-fno-rtti",
          "-fno-threadsafe-statics", "-fvisibility=hidden", "-fPIC"]
@@ -63,7 +62,7 @@ def test_every_source_compiles(headers, compiler, variant):
     wanted = [path for path in SOURCES if variant == "today" or sees_the_bus(path)]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         done = list(pool.map(lambda path: compile_one(compiler, headers[variant], path, "-fsyntax-only"), wanted))
-    failed = ["%s\n%s" % (path.relative_to(common.ROOT), result.stderr[:2000])
+    failed = [f"{path.relative_to(common.ROOT)}\n{result.stderr[:2000]}"
               for path, result in zip(wanted, done) if result.returncode != 0]
     assert not failed, "\n".join(failed)
 

@@ -2,14 +2,11 @@
 
 import json
 import pathlib
-import sys
 
 import pytest
 
-import common
-
-sys.path.insert(0, str(common.ROOT / "tests/docs"))
-import sandbox  # noqa: E402
+from tests.docs import sandbox
+from tests.package import common
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 

@@ -8,7 +8,7 @@ import subprocess
 
 import pytest
 
-import common
+from tests.package import common
 
 PROGRAMS = ["bin/lab-agent", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode", "sbin/ivarode-dbg",
             "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
@@ -43,7 +43,7 @@ def test_the_image_is_laid_as_it_is(root):
 
 
 def test_the_lab_is_laid_as_in_the_tree(root):
-    for folder in ("image/files", "lab/boards", "lab/configs", "lab/vm", "lab/board/labctl"):
+    for folder in ("image/files", "lab/boards", "lab/configs", "lab/vm", "lab/labctl"):
         wanted = [name for name in common.files(common.ROOT / folder) if "__pycache__" not in name]
         assert wanted and common.files(root / "usr/share/ivarode" / folder) == wanted
 
@@ -101,7 +101,7 @@ def control(path, field):
 @dpkg
 def test_debian_package_names_itself(package):
     path, _ = package
-    assert path.name == "ivarode_%s_%s.deb" % (control(path, "Version"), control(path, "Architecture"))
+    assert path.name == f"ivarode_{control(path, 'Version')}_{control(path, 'Architecture')}.deb"
     assert control(path, "Description").startswith("network-interface manager")
 
 

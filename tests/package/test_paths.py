@@ -1,14 +1,11 @@
 """Fixed paths in folders that everybody may write to: nobody who was there first leads root's programs astray."""
 
 import base64
-import sys
 
 import pytest
 
-import common
-
-sys.path.insert(0, str(common.ROOT / "tests/docs"))
-import sandbox  # noqa: E402
+from tests.docs import sandbox
+from tests.package import common
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 

@@ -4,16 +4,12 @@ A worker of its own gets a lab of its own. A test leaves the board as it found i
 """
 
 import os
-import pathlib
-import sys
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "lab" / "board"))
-from labctl import client, paths, topology  # noqa: E402
-
-import held_lab  # noqa: E402
-from held_lab import pytest_runtest_makereport  # noqa: E402, F401
+from labctl import client, paths, topology
+from tests.system import held_lab
+from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 READY = "ivarode init success"
 
@@ -35,7 +31,7 @@ class Machine(held_lab.Machine):
             try:
                 self.lab.said(READY, 90)
             except client.LabError as error:
-                self.failed[wanted] = client.LabError("%s\n%s" % (error, self.log()))
+                self.failed[wanted] = client.LabError(f"{error}\n{self.log()}")
                 raise self.failed[wanted] from error
             self.lab.topology = topology.Topology(described, config)
             self.up = wanted

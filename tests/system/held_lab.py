@@ -6,6 +6,7 @@ IVARODE_LAB_MODE chooses "native", "vm" or "mips" (default: native where this ke
 import os
 
 import pytest
+
 from labctl import client
 
 
@@ -34,7 +35,7 @@ def hold(kind):
     try:
         held = kind()
     except client.LabError as error:
-        pytest.fail("the lab does not come up: %s" % error)
+        pytest.fail(f"the lab does not come up: {error}")
     yield held
     held.lab.stop()
 

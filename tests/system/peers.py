@@ -2,14 +2,14 @@
 
 import re
 
-import state
+from tests.system import state
 
 PATIENCE = 90       # seconds for anything that a peer's own timers decide; a quiet machine needs a few of them
 
 
 def until(lab, host, condition, seconds=PATIENCE):
     """Waits until a shell condition holds in a host."""
-    lab.shell(host, "until %s; do sleep 0.2; done" % condition, check=True, timeout=seconds)
+    lab.shell(host, f"until {condition}; do sleep 0.2; done", check=True, timeout=seconds)
 
 
 def row(lab, name):
@@ -18,7 +18,7 @@ def row(lab, name):
 
 
 def default_routes(lab, number):
-    text = lab.ok("router", "sh", "-c", "ip -4 route show table %d 2>/dev/null || :" % number)
+    text = lab.ok("router", "sh", "-c", f"ip -4 route show table {number} 2>/dev/null || :")
     return [re.sub(r"\s+", " ", line).strip() for line in text.splitlines() if line.startswith("default")]
 
 
@@ -70,7 +70,7 @@ class Dhcp:
 
     def wait(self, kind, count, seconds=PATIENCE):
         """Waits until the server's log holds a kind of message that many times."""
-        until(self.lab, self.host, "[ \"$(grep -c 'DHCP%s(' /var/log/dhcp-provider)\" -ge %d ]" % (kind, count), seconds)
+        until(self.lab, self.host, f"[ \"$(grep -c 'DHCP{kind}(' /var/log/dhcp-provider)\" -ge {count} ]", seconds)
 
     def count(self, kind):
         return len([1 for found, _ in self.messages() if found == kind])

@@ -28,7 +28,7 @@ def addresses(lab):
     found = {}
     for link in lab.run("router", "ip", "-j", "-4", "addr", check=True).json():
         for address in link["addr_info"]:
-            found.setdefault(link["ifname"], []).append("%s/%d" % (address["local"], address["prefixlen"]))
+            found.setdefault(link["ifname"], []).append(f"{address['local']}/{address['prefixlen']}")
     return found
 
 
@@ -68,8 +68,7 @@ def everything(lab):
 def settled(lab):
     """A start is over only when the links have been seen: the first WAN has its way out then."""
     for number in sorted(lab.topology.wans):
-        lab.shell("router", "for i in $(seq 300); do ip -4 rule | grep -q '^2000%d:' && exit; sleep 0.1; done; exit 1"
-                  % number, check=True, timeout=60)
+        lab.shell("router", f"for i in $(seq 300); do ip -4 rule | grep -q '^2000{number}:' && exit; sleep 0.1; done; exit 1", check=True, timeout=60)
     return everything(lab)
 
 

@@ -1,8 +1,9 @@
 """The other boards: two WANs, and a WAN on a CPU port of its own."""
 
 import pytest
-import state
+
 from labctl import checks
+from tests.system import state
 
 
 @pytest.fixture
@@ -29,7 +30,7 @@ def test_two_wans_devices(two_wan):
     # numbers of the ports: LANs by their place, a WAN-only port from the top down
     for name, vlan, last in (("lan1", 4091, 0x40), ("lan2", 4092, 0x41), ("lan3", 4093, 0x42),
                              ("wan1", 4090, 0x44), ("wan2", 4094, 0x43)):
-        assert found["eth0.%d" % vlan][3:5] == (name, "02:0c:43:10:20:%02x" % last)
+        assert found[f"eth0.{vlan}"][3:5] == (name, f"02:0c:43:10:20:{last:02x}")
         assert found[name][0] == "bridge"
 
 

@@ -3,10 +3,10 @@
 import itertools
 import time
 
-import bus
 import pytest
-import state
+
 from labctl import checks
+from tests.system import bus, state
 
 PORTS = {"lan2": 2, "lan3": 3, "lan4": 4}
 SHARED = 4091
@@ -46,16 +46,16 @@ def test_ports_leave_and_return_in_every_order(lab, order):
         assert apart(lab, name)
     devices = state.devices(lab)
     for name, port in PORTS.items():
-        assert devices["eth0.%d" % (4090 + port)][3] == name + "_default"
+        assert devices[f"eth0.{4090 + port}"][3] == name + "_default"
         # the bridge has the port's MAC as the board counts it, its member two more in the first byte
-        assert devices[name + "_default"][4] == "00:0c:43:10:20:3%d" % (port - 1)
-        assert devices["eth0.%d" % (4090 + port)][4] == "02:0c:43:10:20:3%d" % (port - 1)
+        assert devices[name + "_default"][4] == f"00:0c:43:10:20:3{port - 1}"
+        assert devices[f"eth0.{4090 + port}"][4] == f"02:0c:43:10:20:3{port - 1}"
     for name in order:
         assert bus.intf(lab, "port_del", name=name) == (0, None)
         left.remove(PORTS[name])
         assert together(lab, name)
         for other in left:
-            assert apart(lab, "lan%d" % other)
+            assert apart(lab, f"lan{other}")
     assert state.switch(lab) == before
     assert not [name for name in state.devices(lab) if name.endswith("_default")]
 
@@ -137,6 +137,6 @@ def test_statistics_under_a_steady_stream(lab):
     while True:
         script = "cat /sys/class/net/lan1/statistics/rx_bytes; ubus -S call ivarode.intf statist; cat /sys/class/net/lan1/statistics/rx_bytes"
         before, reply, after = lab.shell("router", script, check=True).out.splitlines()
-        if before == after and '"%s"' % before in reply:
+        if before == after and f'"{before}"' in reply:
             break
         assert time.monotonic() < deadline, (before, reply, after)

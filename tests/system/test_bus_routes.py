@@ -1,8 +1,9 @@
 """Static routes over the bus: where they show, which way traffic takes, and what brings them back."""
 
-import bus
 import pytest
+
 from labctl import checks
+from tests.system import bus
 
 TARGET = "192.0.2.1"            # only the second WAN's provider has it
 ROUTE = {"line": "wan2", "dstaddr": "192.0.2.0", "netmask": "255.255.255.0", "gateway": "203.0.114.1", "metric": "7"}
@@ -14,8 +15,7 @@ def lab(machine):
     lab = machine.board("two-wan", "three-lans", fresh=True)
     machine.spoiled()
     for number in (1, 2):
-        lab.shell("router", "for i in $(seq 300); do ip -4 rule | grep -q '^2000%d:' && exit; sleep 0.1; done; exit 1"
-                  % number, check=True, timeout=60)
+        lab.shell("router", f"for i in $(seq 300); do ip -4 rule | grep -q '^2000{number}:' && exit; sleep 0.1; done; exit 1", check=True, timeout=60)
     assert bus.route(lab, "del", name=["partner"]) == (0, None)
     assert table(lab) == []
     return lab

@@ -1,9 +1,9 @@
 """LAN interfaces on VLANs of a port: added, reached with tagged frames, reconfigured, switched, deleted."""
 
-import bus
 import pytest
-import state
+
 from labctl import checks
+from tests.system import bus, state
 
 LAN2 = 2                    # switch port
 MASK = "255.255.255.0"
@@ -24,11 +24,11 @@ def tagged(lab, host, address, *vlans):
     below = "eth0"
     lines = []
     for vlan in vlans:
-        name = "%s.%d" % (below, vlan)
-        lines.append("ip link show %s >/dev/null 2>&1 || ip link add link %s name %s type vlan id %d" % (name, below, name, vlan))
-        lines.append("ip link set %s up" % name)
+        name = f"{below}.{vlan}"
+        lines.append(f"ip link show {name} >/dev/null 2>&1 || ip link add link {below} name {name} type vlan id {vlan}")
+        lines.append(f"ip link set {name} up")
         below = name
-    lines.append("ip addr replace %s/24 dev %s" % (address, below))
+    lines.append(f"ip addr replace {address}/24 dev {below}")
     lab.shell(host, " && ".join(lines), check=True)
 
 

@@ -1,10 +1,10 @@
 """A WAN turned from each protocol into each other over the bus, and what reaches the supervisor and the stores."""
 
 
-import bus
 import pytest
-import state
+
 from labctl import checks
+from tests.system import bus, state
 
 STATIC = {"proto": "static", "ipaddr": "203.0.113.2", "netmask": "255.255.255.0", "gateway": "203.0.113.1", "defrt_pri": "20001"}
 DHCP = {"proto": "dhcp", "defrt_pri": "20001"}
@@ -25,8 +25,7 @@ def config(lab, old, new, arguments):
 
 
 def wait_instances(lab, service, names):
-    lab.shell("router", "until [ \"$(ubus call service list '{\"name\":\"%s\"}' | grep -c '\"running\": true')\" = %d ]; do sleep 0.1; done"
-              % (service, len(names)), check=True, timeout=30)
+    lab.shell("router", f"until [ \"$(ubus call service list '{{\"name\":\"{service}\"}}' | grep -c '\"running\": true')\" = {len(names)} ]; do sleep 0.1; done", check=True, timeout=30)
     assert set(bus.instances(lab, service)) == set(names)
 
 
@@ -39,19 +38,19 @@ def look(lab, protocol, name="wan1"):
     wait_instances(lab, "dhcp", [name] if protocol == "dhcp" else [])
     wait_instances(lab, "pppoe", [name] if protocol == "pppoe" else [])
     rows = state.rows(lab)
-    assert rows.startswith("[%s]\nname=%s\nproto=%s\n" % (name, name, protocol)) and rows.count("[") == 1
+    assert rows.startswith(f"[{name}]\nname={name}\nproto={protocol}\n") and rows.count("[") == 1
     if protocol == "static":
         assert state.addresses(lab)[name] == ["203.0.113.2/24"]
         assert checks.ping(lab, "pc1", checks.INTERNET)
     elif protocol == "dhcp":
         assert bus.instances(lab, "dhcp")[name][0] == [
             "/sbin/udhcpc", "-t", "0", "-i", name, "-s", "/lib/ivarode/empty.sh", "-C", "-p",
-            "/var/run/udhcpc-%s.pid" % name, "-f", "-m", "20001"]
+            f"/var/run/udhcpc-{name}.pid", "-f", "-m", "20001"]
     else:
         assert bus.instances(lab, "pppoe")[name][0] == [
             "/usr/sbin/pppd", "nodetach", "ipparam", "pppoec,20001", "ifname", name, "+ipv6", "nodefaultroute",
             "usepeerdns", "persist", "maxfail", "0", "user", "user1", "password", "secret1", "mtu", "1492", "mru", "1492",
-            "plugin", "rp-pppoe.so", "rp_pppoe_service", "isp", "nic-%s_pe" % name]
+            "plugin", "rp-pppoe.so", "rp_pppoe_service", "isp", f"nic-{name}_pe"]
 
 
 @pytest.mark.parametrize("path", [("dhcp", "static"), ("pppoe", "static"), ("dhcp", "pppoe", "dhcp", "static"),

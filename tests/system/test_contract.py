@@ -5,6 +5,7 @@ import subprocess
 import xml.etree.ElementTree as ElementTree
 
 import pytest
+
 from labctl import paths
 
 NAME = re.compile(r"^\[ +(OK|SKIPPED|FAILED) +\] ([\w/]+\.[\w/]+)(?:, where .*?)?(?: \(\d+ ms\))?$", re.M)
@@ -35,7 +36,7 @@ def test_everything_passes_on_mips(machine):
         pytest.skip("the board is no MIPS machine")
     result = machine.lab.run("machine", "/prog/bin/contract_test", timeout=900)
     found = outcomes(result.out)
-    assert result.status == 0, "%s\n%s" % (found.get("FAILED"), result.out[-4000:])
+    assert result.status == 0, f"{found.get('FAILED')}\n{result.out[-4000:]}"
     assert set(found) == {"OK"} and len(found["OK"]) > 100, found
 
 

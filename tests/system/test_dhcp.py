@@ -1,13 +1,12 @@
 """A WAN of DHCP beside a real server behind the emulated switch: client, event script and server as they ship."""
 
-import bus
-import peers
 import pytest
-import state
+
 from labctl import checks
 from labctl.capture import Capture
+from tests.system import bus, peers, state
 
-POOL = ["203.0.113.%d" % last for last in range(50, 61)]
+POOL = [f"203.0.113.{last}" for last in range(50, 61)]
 GATEWAY = "203.0.113.1"
 MAC = "02:0c:43:10:20:34"       # of the router's first WAN port
 
@@ -33,7 +32,7 @@ def server(lab):
 def look_bound(lab, address):
     assert address in POOL
     assert peers.address(lab, "wan1") == [address + "/24"]
-    assert peers.default_routes(lab, 20001) == ["default via %s dev wan1 proto 105 metric 20001" % GATEWAY]
+    assert peers.default_routes(lab, 20001) == [f"default via {GATEWAY} dev wan1 proto 105 metric 20001"]
     assert [rule for rule in state.rules(lab) if rule.startswith(("10001", "20001"))] == [
         "10001: from all lookup main suppress_prefixlength 0", "20001: from all lookup 20001"]
     assert peers.resolvers(lab) == ["198.51.100.53"]
@@ -191,7 +190,7 @@ def test_pool_exhausted_until_the_neighbour_goes(lab, server):
         with lab.spawn("isp", *CLIENT) as neighbour:
             server.wait("ACK", acks + 1)
             lab.link(0, True)
-            peers.until(lab, "isp", "[ $(grep -c 'DHCPDISCOVER.*%s no address available' /var/log/dhcp-provider) -ge 2 ]" % MAC)
+            peers.until(lab, "isp", f"[ $(grep -c 'DHCPDISCOVER.*{MAC} no address available' /var/log/dhcp-provider) -ge 2 ]")
             look_unbound(lab)
             assert bus.instances(lab, "dhcp")["wan1"][1]
             neighbour.kill(15)

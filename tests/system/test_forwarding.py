@@ -1,6 +1,7 @@
 """Real frames through the emulated switch and the router's kernel."""
 
 import pytest
+
 from labctl import checks
 from labctl.capture import Capture
 
@@ -67,8 +68,7 @@ def test_pulled_cable_is_seen_at_both_ends(home, port, host, other):
 
 def wait_rule(lab, there):
     """Waits until the WAN's policy rule is there (or gone)."""
-    lab.shell("router", "for i in $(seq 200); do ip -4 rule | grep -q '^20001:' %s exit 0; sleep 0.1; done; exit 1"
-              % ("&&" if there else "||"), check=True, timeout=60)
+    lab.shell("router", f"for i in $(seq 200); do ip -4 rule | grep -q '^20001:' {'&&' if there else '||'} exit 0; sleep 0.1; done; exit 1", check=True, timeout=60)
 
 
 def test_wan_follows_its_cable(home):

@@ -4,6 +4,7 @@ import threading
 import time
 
 import pytest
+
 from labctl import client
 
 
@@ -37,7 +38,7 @@ def test_much_output_by_many_at_once(home):
     results = {}
 
     def fetch(number):
-        results[number] = home.run("pc1", "sh", "-c", "yes %d | head -c 1500000" % number, timeout=60).raw
+        results[number] = home.run("pc1", "sh", "-c", f"yes {number} | head -c 1500000", timeout=60).raw
 
     threads = [threading.Thread(target=fetch, args=(number,)) for number in range(4)]
     for thread in threads:

@@ -4,6 +4,7 @@ import json
 import random
 
 import pytest
+
 from labctl import boards, capture, cli, frames, topology
 
 

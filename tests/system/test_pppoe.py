@@ -4,12 +4,11 @@ import json
 import re
 import time
 
-import bus
-import peers
 import pytest
-import state
+
 from labctl import checks
 from labctl.capture import Capture
+from tests.system import bus, peers, state
 
 ARGUMENTS = {"proto": "pppoe", "defrt_pri": "20001", "username": "user1", "password": "secret1", "server": "isp"}
 REMOTE = "198.51.100.254"
@@ -46,7 +45,7 @@ def clients_output(lab):
 
 def wait_output(lab, text, count=1):
     """Waits until the client has said something that many times."""
-    peers.until(lab, "router", "[ \"$(grep -F '[pppoe/wan1]' /var/log/siblings.log | grep -cF '%s')\" -ge %d ]" % (text, count))
+    peers.until(lab, "router", f"[ \"$(grep -F '[pppoe/wan1]' /var/log/siblings.log | grep -cF '{text}')\" -ge {count} ]")
 
 
 def pppoe_frames(frames, ethertype=0x8864):
@@ -145,27 +144,27 @@ def segment_sizes(frames, acknowledges):
 
 SIZE = 1500000
 SERVE = "while :; do busybox nc -l -p 9000 -e cat /tmp/big; done"
-TAKE = "busybox timeout 5 busybox nc %s 9000 < /dev/null | wc -c" % peers.BEHIND
+TAKE = f"busybox timeout 5 busybox nc {peers.BEHIND} 9000 < /dev/null | wc -c"
 
 
 def test_large_transfers_fit_the_session(lab, session):
     """From full-size frames to full-size frames, with a link of 1492 bytes between, past a provider that tells nobody of
     packets that were too big. Without the clamp the same download does not get through: this is what it is for."""
-    lab.shell("isp", "busybox dd if=/dev/urandom of=/tmp/big bs=1000 count=%d 2> /dev/null" % (SIZE // 1000), check=True)
+    lab.shell("isp", f"busybox dd if=/dev/urandom of=/tmp/big bs=1000 count={SIZE // 1000} 2> /dev/null", check=True)
     with lab.spawn("isp", "ip", "netns", "exec", "behind", "sh", "-c", SERVE) as server:
         listening = "ip netns exec behind busybox netstat -ltn | grep -q :9000"
         peers.until(lab, "isp", listening, 20)
         with Capture(lab, 0) as wan, Capture(lab, 1) as lan:
-            assert lab.shell("pc1", "busybox nc %s 9000 < /dev/null | head -c 1000 | wc -c" % peers.BEHIND,
+            assert lab.shell("pc1", f"busybox nc {peers.BEHIND} 9000 < /dev/null | head -c 1000 | wc -c",
                              timeout=30).out.strip() == "1000"
             outside = wan.frames(lambda fs: segment_sizes(fs, False) and segment_sizes(fs, True))
             inside = lan.frames(lambda fs: segment_sizes(fs, False))
         assert segment_sizes(inside, False) == {1460} and segment_sizes(outside, False) == {1452}
         peers.until(lab, "isp", listening, 20)
         began = time.monotonic()
-        whole = lab.shell("pc1", "busybox nc %s 9000 < /dev/null | md5sum" % peers.BEHIND, timeout=120)
+        whole = lab.shell("pc1", f"busybox nc {peers.BEHIND} 9000 < /dev/null | md5sum", timeout=120)
         took = time.monotonic() - began
-        assert whole.out.split()[0] == lab.ok("isp", "md5sum", "/tmp/big").split()[0], "after %.1f s" % took
+        assert whole.out.split()[0] == lab.ok("isp", "md5sum", "/tmp/big").split()[0], f"after {took:.1f} s"
         peers.until(lab, "isp", listening, 20)
         clamp = lab.ok("router", "iptables", "-t", "mangle", "-S", "ipt_fwd_mangle_rules_def").splitlines()[-1].split()[1:]
         assert "--clamp-mss-to-pmtu" in clamp
@@ -179,10 +178,10 @@ def test_large_transfers_fit_the_session(lab, session):
 
 def test_large_upload_fits_the_session(lab, session):
     """The other way the router itself tells the station what is too big."""
-    lab.shell("pc1", "busybox dd if=/dev/urandom of=/tmp/big bs=1000 count=%d 2> /dev/null" % (SIZE // 1000), check=True)
+    lab.shell("pc1", f"busybox dd if=/dev/urandom of=/tmp/big bs=1000 count={SIZE // 1000} 2> /dev/null", check=True)
     with lab.spawn("isp", "ip", "netns", "exec", "behind", "busybox", "nc", "-l", "-p", "9001", "-e", "busybox", "md5sum"):
         peers.until(lab, "isp", "ip netns exec behind busybox netstat -ltn | grep -q :9001", 20)
-        answer = lab.shell("pc1", "busybox nc %s 9001 < /tmp/big" % peers.BEHIND, timeout=120)
+        answer = lab.shell("pc1", f"busybox nc {peers.BEHIND} 9001 < /tmp/big", timeout=120)
     assert answer.out.split()[0] == lab.ok("pc1", "md5sum", "/tmp/big").split()[0]
 
 
@@ -223,7 +222,7 @@ def config(lab, before=":"):
     """(status, seconds) of the call, with something done in the router at the same moment."""
     words = json.dumps({"intf": "wan1", "old_intf": "wan1", **ARGUMENTS})
     began = time.monotonic()
-    result = lab.shell("router", "%s\nubus -S -t 60 call ivarode.intf config '%s'" % (before, words), timeout=90)
+    result = lab.shell("router", f"{before}\nubus -S -t 60 call ivarode.intf config '{words}'", timeout=90)
     return result.status, time.monotonic() - began
 
 

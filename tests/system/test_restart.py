@@ -3,8 +3,9 @@
 import time
 
 import pytest
-import state
+
 from labctl import checks
+from tests.system import state
 
 
 def restart(lab):
@@ -51,8 +52,7 @@ def test_killed_in_mid_start(machine, undisturbed, text):
     machine.spoiled()
     lab = machine.lab
     lab.raise_board("one-cpu", "home", ["no-daemon"])
-    with lab.spawn("router", "sh", "-c", "while ! grep -q '%s' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)"
-                   % text) as killer:
+    with lab.spawn("router", "sh", "-c", f"while ! grep -q '{text}' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)") as killer:
         lab.ok("agent", "start", "daemon")
         assert killer.collect(time.monotonic() + 60 * lab.pace)
     wait_service(lab, "daemon ended signal 9")

@@ -4,8 +4,9 @@ import re
 import shutil
 
 import pytest
-import state
+
 from labctl import paths
+from tests.system import state
 
 # Those with WANs that need somebody at the other end are raised beside him: test_dhcp, test_pppoe, test_two_wans_live.
 SAMPLES = sorted(path.name for path in (paths.LAB / "configs").iterdir()

@@ -3,16 +3,13 @@
 import json
 import re
 import subprocess
-import sys
 import time
 
 import pytest
-import state
-from labctl import paths
 
-sys.path.insert(0, str(paths.ROOT / "tests/package"))
-import bus_headers  # noqa: E402
-import other_libraries  # noqa: E402
+from labctl import paths
+from tests.package import bus_headers, other_libraries
+from tests.system import state
 
 READY = "ivarode init success"
 SHIM = "/usr/lib/lab-shim.so"
@@ -46,7 +43,7 @@ def daemon(lab):
 
 
 def facts(lab, pid):
-    return dict(re.findall(r"^(\w+):\s*(\S+)", lab.ok("router", "cat", "/proc/%d/status" % pid), re.M))
+    return dict(re.findall(r"^(\w+):\s*(\S+)", lab.ok("router", "cat", f"/proc/{pid}/status"), re.M))
 
 
 # --- capabilities ------------------------------------------------------------------------------------------
@@ -89,7 +86,7 @@ def test_listed_capabilities_are_enough(bare, usual, confine):
     with confined(bare, confine, kept) as running:
         bare.said(READY, 90)
         about = facts(bare, daemon(bare))
-        mask = "%016x" % sum(1 << number for number in kept)
+        mask = f"{sum(1 << number for number in kept):016x}"
         assert (about["CapEff"], about["CapPrm"], about["CapBnd"], about["NoNewPrivs"]) == (mask, mask, mask, "1")
         assert comparable(state.settled(bare)) == usual
         for name, method, arguments in CALLS:
@@ -126,7 +123,7 @@ def test_runs_with_other_builds_of_the_bus_libraries(bare, usual, compiler, tmp_
     bare.ok("router", "ln", "-s", "ubus/ubus.sock", bus_headers.OLD_SOCKET)
     with bare.spawn("router", "env", "LD_PRELOAD=" + SHIM, "LD_LIBRARY_PATH=/opt", "/usr/sbin/ivarode") as running:
         bare.said(READY, 90)
-        maps = bare.ok("router", "cat", "/proc/%d/maps" % daemon(bare))
+        maps = bare.ok("router", "cat", f"/proc/{daemon(bare)}/maps")
         loaded = set(re.findall(r"/\S+/lib(?:ubox|ubus|uci)\.so", maps))
         assert loaded == {"/opt/libubox.so", "/opt/libubus.so", "/opt/libuci.so"}
         assert bare.run("router", "ubus", "-S", "call", "ivarode.run", "run").status == 0
@@ -147,7 +144,7 @@ def test_init_script_starts_guards_and_removes_it(bare, usual):
     first = daemon(bare)
     bare.ok("router", "kill", "-9", str(first))
     # the supervisor waits five seconds, and the start takes five
-    bare.shell("router", "for i in $(seq 600); do test $(grep -c '%s' /var/log/messages) = 2 && exit; sleep 0.1; done; exit 1" % READY,
+    bare.shell("router", f"for i in $(seq 600); do test $(grep -c '{READY}' /var/log/messages) = 2 && exit; sleep 0.1; done; exit 1",
                check=True, timeout=90)
     assert daemon(bare) != first
     assert comparable(state.settled(bare)) == usual

@@ -2,7 +2,7 @@
 
 import re
 
-import state
+from tests.system import state
 
 LAN1, LAN3, WAN1 = 4091, 4093, 4090
 ALL_PORTS_UNTAGGED = [0, 1, 2, 3, 4, 5]
@@ -34,7 +34,7 @@ def test_devices_and_bridges(home):
     assert found["eth0"][5]
     for name, vlan, mac in (("lan1", LAN1, "02:0c:43:10:20:30"), ("lan3", LAN3, "02:0c:43:10:20:32"),
                             ("wan1", WAN1, "02:0c:43:10:20:34")):
-        assert found["eth0.%d" % vlan] == ("vlan", vlan, "eth0", name, mac, True)
+        assert found[f"eth0.{vlan}"] == ("vlan", vlan, "eth0", name, mac, True)
         assert found[name] == ("bridge", None, None, None, mac, True)
     assert set(found) == {"lo", "eth0", "eth0.4090", "eth0.4091", "eth0.4093", "lan1", "lan3", "wan1"}
 
@@ -68,7 +68,7 @@ def test_forwarding_is_on(home):
 ESTABLISHED = "-m conntrack --ctstate RELATED,ESTABLISHED -j ACCEPT"
 CHAINS = {
     "mangle": {
-        "PREROUTING": [ESTABLISHED] + ["-j ipt_prert_mangle_rules_%d" % n for n in (1, 2, 3)],
+        "PREROUTING": [ESTABLISHED] + [f"-j ipt_prert_mangle_rules_{n}" for n in (1, 2, 3)],
         "ipt_prert_mangle_rules_1": ["-j urlctrl_prert_mangle_rule", "-j wanload_prert_mangle_rule"],
         "ipt_prert_mangle_rules_2": [], "ipt_prert_mangle_rules_3": [],
         "urlctrl_prert_mangle_rule": [], "wanload_prert_mangle_rule": [],
@@ -78,19 +78,19 @@ CHAINS = {
         "POSTROUTING": ["-j ipt_postrt_mangle_rules_1"], "ipt_postrt_mangle_rules_1": [],
         "INPUT": [], "OUTPUT": []},
     "nat": {
-        "PREROUTING": ["-j ipt_prert_nat_rules_%d" % n for n in (1, 2, 3)],
+        "PREROUTING": [f"-j ipt_prert_nat_rules_{n}" for n in (1, 2, 3)],
         "ipt_prert_nat_rules_1": ["-j pmap_rules_user"], "ipt_prert_nat_rules_2": [], "ipt_prert_nat_rules_3": [],
         "pmap_rules_user": [],
-        "POSTROUTING": ["-j ipt_postrt_nat_rules_%d" % n for n in (1, 2, 3)],
+        "POSTROUTING": [f"-j ipt_postrt_nat_rules_{n}" for n in (1, 2, 3)],
         "ipt_postrt_nat_rules_1": ["-j intf_sip_mesquerade"], "ipt_postrt_nat_rules_2": [],
         "ipt_postrt_nat_rules_3": [], "intf_sip_mesquerade": ["-j MASQUERADE"],
         "INPUT": [], "OUTPUT": []},
     "filter": {
-        "FORWARD": [ESTABLISHED] + ["-j ipt_fwd_filter_rules_%d" % n for n in (1, 2, 3)],
+        "FORWARD": [ESTABLISHED] + [f"-j ipt_fwd_filter_rules_{n}" for n in (1, 2, 3)],
         "ipt_fwd_filter_rules_1": [], "ipt_fwd_filter_rules_3": [],
         "ipt_fwd_filter_rules_2": ["-j ipt_fwd_filter_rules_all", "-j ipt_fwd_filter_mac", "-j acl_fwd_filter_rules_user"],
         "ipt_fwd_filter_rules_all": [], "ipt_fwd_filter_mac": [], "acl_fwd_filter_rules_user": [],
-        "INPUT": ["-j ipt_input_filter_rules_%d" % n for n in (1, 2, 3)],
+        "INPUT": [f"-j ipt_input_filter_rules_{n}" for n in (1, 2, 3)],
         "ipt_input_filter_rules_1": [], "ipt_input_filter_rules_2": ["-j ipt_input_filter_rules_all"],
         "ipt_input_filter_rules_all": [ESTABLISHED, "-p tcp -m tcp --dport 7547 -j ACCEPT"],
         "ipt_input_filter_rules_3": ["-j acl_input_filter_rules_user", "-j input_filter_rules_drop"],
@@ -104,7 +104,7 @@ def test_firewall_tree(home):
     found = state.firewall(home)
     for table, chains in CHAINS.items():
         for chain, rules in chains.items():
-            assert found[table].get(chain) == rules, "%s %s" % (table, chain)
+            assert found[table].get(chain) == rules, f"{table} {chain}"
         assert set(found[table]) == set(chains), table
 
 

@@ -7,10 +7,11 @@ import sys
 import time
 
 import pytest
+
 from labctl import cli, client, paths, tour
 
 UP = [str(paths.LAB / "lab"), "up"]
-RUN = [sys.executable, str(paths.LAB / "board/labctl/tour.py"), "--check"]
+RUN = ["env", f"PYTHONPATH={paths.LAB}", sys.executable, "-m", "labctl.tour", "--check"]
 TEST = [sys.executable, str(paths.ROOT / "tests/driver.py")]
 
 

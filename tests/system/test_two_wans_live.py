@@ -2,12 +2,11 @@
 
 import itertools
 
-import bus
-import peers
 import pytest
-import state
+
 from labctl import checks
 from labctl.capture import Capture
+from tests.system import bus, peers, state
 
 PORTS = {"wan1": 0, "wan2": 4}
 HOSTS = {"wan1": "isp", "wan2": "isp2"}
@@ -54,11 +53,11 @@ def ways_taken(lab):
         for name, capture in (("wan1", first), ("wan2", second)):
             wanted = lambda frames: True        # without a cable there is nobody to be seen
             if plugged(lab, PORTS[name]):
-                nobody = "%s.%d" % (NETWORKS[name], next(nobodies))
+                nobody = f"{NETWORKS[name]}.{next(nobodies)}"
                 lab.run(HOSTS[name], "busybox", "ping", "-c", "1", "-W", "1", nobody)
                 wanted = lambda frames, n=nobody: any(f.kind == "ARP" and f.ip_dst == n for f in frames)
             frames = capture.frames(wanted)
-            assert frames is not None, "the capture of %s's port shows nothing" % name
+            assert frames is not None, f"the capture of {name}'s port shows nothing"
             if pings(frames):
                 found.add(name)
     return found
@@ -70,24 +69,24 @@ def plugged(lab, port):
 
 def carried_by(lab, name):
     """Waits until traffic takes this way, and this way alone."""
-    peers.until(lab, "router", "ip -4 route get 198.51.100.1 | grep -q 'dev %s '" % name)
+    peers.until(lab, "router", f"ip -4 route get 198.51.100.1 | grep -q 'dev {name} '")
     assert ways_taken(lab) == {name}
 
 
 def lost(lab, name):
     lab.link(PORTS[name], False)
-    peers.until(lab, "router", "! ip -4 route show table all | grep -q 'default.* dev %s '" % name)
+    peers.until(lab, "router", f"! ip -4 route show table all | grep -q 'default.* dev {name} '")
 
 
 def back(lab, name):
     lab.link(PORTS[name], True)
-    peers.until(lab, "router", "ip -4 route show table all | grep -q 'default.* dev %s '" % name)
+    peers.until(lab, "router", f"ip -4 route show table all | grep -q 'default.* dev {name} '")
 
 
 def config(lab, name, number, arguments):
     assert bus.intf(lab, "config", intf=name, old_intf=name, defrt_pri=str(number), **arguments) == (0, None)
     peers.bound(lab, name)
-    peers.until(lab, "router", "ip -4 route show table %d | grep -q 'default.* dev %s '" % (number, name))
+    peers.until(lab, "router", f"ip -4 route show table {number} | grep -q 'default.* dev {name} '")
 
 
 def wan_rules(lab):

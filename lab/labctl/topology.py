@@ -1,5 +1,7 @@
 """Who can be expected to reach whom on a raised board: its configuration read next to its board."""
 
+from __future__ import annotations
+
 import re
 
 from . import boards
@@ -8,12 +10,15 @@ from . import boards
 class Topology:
     """lans: number -> names of its hosts; wans: number -> name; address and port of each host."""
 
-    def __init__(self, board, config):
+    def __init__(self, board: boards.Board, config: str) -> None:
         source = boards.find("configs", config)
         own = {int(n) for n in re.findall(r"^config interface '?lan(\d+)'?$", (source / "lan_intf").read_text(), re.M)}
-        self.board, self.port, self.address = board, {}, {}
-        self.lans, self.wans = {}, {}
-        self.router = {}                                      # LAN number -> the router's address in it
+        self.board = board
+        self.port: dict[str, int] = {}
+        self.address: dict[str, str] = {}
+        self.lans: dict[int, list[str]] = {}
+        self.wans: dict[int, str] = {}
+        self.router: dict[int, str] = {}                      # LAN number -> the router's address in it
         text = (source / "lan_intf").read_text()
         for number, address in re.findall(r"^config interface '?lan(\d+)'?\n(?:\toption (?!ipaddr).*\n)*"
                                           r"\toption ipaddr '?([\d.]+)", text, re.M):
@@ -21,7 +26,7 @@ class Topology:
         text = (source / "wan_intf").read_text()
         self.wan_address = {int(n): a for n, a in re.findall(
             r"^config interface '?wan(\d+)'?\n(?:\toption (?!ipaddr).*\n)*\toption ipaddr '?([\d.]+)", text, re.M)}
-        name = None
+        name: str | None = None
         for line in (source / "hosts").read_text().splitlines():
             words = line.split("#")[0].split()
             if not words:
@@ -31,8 +36,9 @@ class Topology:
                     self.address[name] = words[2].split("/")[0]
                 continue
             port = board.port(words[1])
-            name = words[0] if port is not None else None
-            if name:
+            name = None
+            if port is not None:
+                name = words[0]
                 self.port[name] = port
                 kind, number = words[1][:3], int(words[1][3:])
                 if kind == "wan":
@@ -41,18 +47,18 @@ class Topology:
                     # a LAN port that is not set up on its own shares the first LAN
                     self.lans.setdefault(number if number in own else 1, []).append(name)
 
-    def same_lan(self):
+    def same_lan(self) -> tuple[str, str] | None:
         """Two hosts of one LAN, or None."""
         return next(((names[0], names[1]) for names in self.lans.values() if len(names) > 1), None)
 
-    def two_lans(self):
+    def two_lans(self) -> tuple[str, str] | None:
         """Two hosts of different LANs, or None."""
         firsts = [names[0] for names in self.lans.values()]
         return (firsts[0], firsts[1]) if len(firsts) > 1 else None
 
-    def pcs(self):
+    def pcs(self) -> list[str]:
         return [name for names in self.lans.values() for name in names]
 
-    def mac(self, name):
+    def mac(self, name: str) -> str:
         """What the board's supervisor gives each host by its port."""
-        return "02:1a:00:00:00:%02x" % self.port[name]
+        return f"02:1a:00:00:00:{self.port[name]:02x}"

@@ -1,14 +1,14 @@
 """What ./run does once everything is built: raise the board, check it, show it, stay until Ctrl-C."""
 
+from __future__ import annotations
+
 import argparse
 import contextlib
-import os
 import signal
 import sys
 import time
 
-sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-from labctl import boards, carrier, checks, client, paths, topology, view  # noqa: E402
+from . import boards, carrier, checks, client, machine, paths, topology, view
 
 HINTS = """
 The board stays up. Try from another terminal:
@@ -22,22 +22,24 @@ Ctrl-C here ends it, without a trace."""
 
 
 class Report:
-    def __init__(self, colour):
+    def __init__(self, colour: bool) -> None:
         self.colour, self.failed, self.passed = colour, 0, 0
 
-    def line(self, good, text):
+    def line(self, good: bool, text: str) -> None:
         mark, code = ("ok  ", "32") if good else ("FAIL", "31")
         self.passed += good
         self.failed += not good
-        print("\x1b[%sm%s\x1b[0m %s" % (code, mark, text) if self.colour else "%s %s" % (mark, text), flush=True)
+        print(f"\x1b[{code}m{mark}\x1b[0m {text}" if self.colour else f"{mark} {text}", flush=True)
 
 
-def options(argv):
-    top = argparse.ArgumentParser(prog="./run", description="Builds everything, boots the virtual board with the daemon on it, "
+def options(argv: list[str]) -> argparse.Namespace:
+    top = argparse.ArgumentParser(prog="./run",
+                                  description="Builds everything, boots the virtual board with the daemon on it, "
                                   "checks it with real frames, and leaves it up to be played with.")
     top.add_argument("--check", action="store_true", help="end after the checks, with their verdict")
     how = top.add_mutually_exclusive_group()
-    how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine, whatever this kernel has")
+    how.add_argument("--vm", dest="mode", action="store_const", const="vm",
+                     help="inside the small machine, whatever this kernel has")
     how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
     how.add_argument("--mips", dest="mode", action="store_const", const="mips",
                      help="inside a small little-endian MIPS machine, with all programs built for it")
@@ -47,15 +49,15 @@ def options(argv):
     return top.parse_args(argv)
 
 
-def tour(lab, args, report, colour):
+def tour(lab: client.Lab, args: argparse.Namespace, report: Report, colour: bool) -> None:
     began = time.monotonic()
     if lab.alive():
-        print("A lab named %s is up: ending it first." % lab.name, flush=True)
+        print(f"A lab named {lab.name} is up: ending it first.", flush=True)
         lab.stop()
     mode, why = lab.start(args.mode or "", tied=True, notes=sys.stdout)
     info = lab.info()
-    print("The board runs %s%s (%.1f s)." % (info["text"], "" if args.mode or mode == "native" else ": " + why,
-                                              time.monotonic() - began), flush=True)
+    print(f"The board runs {info['text']}{'' if args.mode or mode == 'native' else ': ' + why} "
+          f"({time.monotonic() - began:.1f} s).", flush=True)
     board = lab.raise_board(args.board, args.config)
     since, _ = lab.said("ivarode init success", 90)
     report.line(True, checks.footprint(lab, since))
@@ -65,15 +67,15 @@ def tour(lab, args, report, colour):
         try:
             results.append((True, check(lab, about)))
         except (checks.Failure, client.LabError, TimeoutError) as error:
-            results.append((False, "%s: %s" % (name, error)))
+            results.append((False, f"{name}: {error}"))
         report.line(*results[-1])
     print("\n" + view.status(lab, colour) + "\n")
     print(lab.run("router", "ubus", "list", "-v").out)
-    verdict = "%d checks passed, %d failed" % (report.passed, report.failed)
-    print("%s, %.0f s after the build." % (verdict, time.monotonic() - began), flush=True)
+    verdict = f"{report.passed} checks passed, {report.failed} failed"
+    print(f"{verdict}, {time.monotonic() - began:.0f} s after the build.", flush=True)
 
 
-def print_log(lab):
+def print_log(lab: client.Lab) -> None:
     """What the board said last, for who must find out why a check failed."""
     with contextlib.suppress(client.LabError, TimeoutError):
         print("\nThe end of the logs:\n" + lab.shell("router", LAST_WORDS, timeout=10).out, flush=True)
@@ -84,7 +86,7 @@ for pid in $(pidof ivarode); do grep -H State /proc/$pid/status; cat /proc/$pid/
 busybox ps"""
 
 
-def main(argv):
+def main(argv: list[str]) -> int:
     args = options(argv)
     colour = sys.stdout.isatty()
     stay = not args.check and sys.stdin.isatty() and sys.stdout.isatty()
@@ -99,7 +101,7 @@ def main(argv):
                 time.sleep(1)
     except KeyboardInterrupt:
         print()
-    except (client.LabError, boards.ConfigError, carrier.CarrierError, carrier.machine.MachineError) as error:
+    except (client.LabError, boards.ConfigError, carrier.CarrierError, machine.MachineError) as error:
         report.line(False, str(error))
     finally:
         if report.failed:

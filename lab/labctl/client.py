@@ -1,17 +1,20 @@
 """Using a lab: starting its hub, raising boards, running commands in its hosts."""
 
+from __future__ import annotations
+
 import contextlib
 import fcntl
 import json
 import os
-import pathlib
 import socket
 import subprocess
 import sys
 import threading
 import time
+from collections.abc import Iterator, Sequence
+from typing import Any, TextIO
 
-from . import boards, carrier, frames, paths
+from . import boards, carrier, frames, machine, paths
 
 
 class LabError(Exception):
@@ -21,49 +24,49 @@ class LabError(Exception):
 class Result:
     """How a command ended: status as a shell gives it (128 + signal), out and err as text."""
 
-    def __init__(self, words, status, out, err):
+    def __init__(self, words: Sequence[object], status: int, out: bytes, err: bytes) -> None:
         self.words, self.status, self.raw, self.err = words, status, out, err.decode(errors="replace")
         self.out = out.decode(errors="replace")
 
-    def __bool__(self):
+    def __bool__(self) -> bool:
         return self.status == 0
 
-    def __repr__(self):
-        return "%s: status %d\n%s%s" % (" ".join(map(str, self.words)), self.status, self.out, self.err)
+    def __repr__(self) -> str:
+        return f"{' '.join(map(str, self.words))}: status {self.status}\n{self.out}{self.err}"
 
-    def json(self):
+    def json(self) -> Any:
         return json.loads(self.out)
 
 
 class Command:
     """A command that runs in a host. Reading and writing are up to the caller; closing it kills the command."""
 
-    def __init__(self, lab, host, words, timeout=None):
+    def __init__(self, lab: Lab, host: str, words: Sequence[object], timeout: float | None = None) -> None:
         self.lab, self.words = lab, list(words)
         self.sock = lab.connect()
         self.reader = frames.Reader()
         self.lock = threading.Lock()
         self.out, self.err = bytearray(), bytearray()
-        self.status = None
+        self.status: int | None = None
         self.failure = ""
         limit = str(int((timeout or 0) * 1000))
         self._send(frames.EXEC, frames.words(host, limit, *words))
 
-    def _send(self, kind, payload=b""):
+    def _send(self, kind: int, payload: bytes = b"") -> None:
         with self.lock, contextlib.suppress(BrokenPipeError, ConnectionResetError):
             self.sock.sendall(frames.pack(kind, 1, payload))
 
-    def write(self, data):
+    def write(self, data: bytes) -> None:
         for at in range(0, len(data), frames.CHUNK):
             self._send(frames.STDIN, data[at:at + frames.CHUNK])
 
-    def end_input(self):
+    def end_input(self) -> None:
         self._send(frames.STDIN)
 
-    def kill(self, number=9):
+    def kill(self, number: int = 9) -> None:
         self._send(frames.KILL, bytes([number]))
 
-    def frames(self, deadline=None):
+    def frames(self, deadline: float | None = None) -> Iterator[tuple[int, bytes]]:
         """Output as (stream, bytes), stream 1 or 2, until the command has ended; TimeoutError at the deadline."""
         while self.status is None and not self.failure:
             left = None if deadline is None else deadline - time.monotonic()
@@ -83,7 +86,7 @@ class Command:
                 elif kind == frames.EXIT:
                     self._over(payload.decode(errors="replace"))
 
-    def _over(self, text):
+    def _over(self, text: str) -> None:
         how, _, rest = text.partition(" ")
         if how == "exit":
             self.status = int(rest)
@@ -94,57 +97,57 @@ class Command:
         else:
             self.failure = rest or text
 
-    def collect(self, deadline=None):
+    def collect(self, deadline: float | None = None) -> Result:
         for stream, data in self.frames(deadline):
             (self.out if stream == 1 else self.err).extend(data)
-        if self.failure:
+        if self.failure or self.status is None:
             raise LabError(self.failure)
         return Result(self.words, self.status, bytes(self.out), bytes(self.err))
 
-    def read_until(self, text, seconds):
+    def read_until(self, text: str, seconds: float) -> bool:
         """Collects standard output until it holds text; False when the command ended or time was up before."""
-        text = text.encode()
-        if text in self.out:
+        wanted = text.encode()
+        if wanted in self.out:
             return True
         with contextlib.suppress(TimeoutError):
             for stream, data in self.frames(time.monotonic() + seconds * self.lab.pace):
                 (self.out if stream == 1 else self.err).extend(data)
-                if text in self.out:
+                if wanted in self.out:
                     return True
-        return text in self.out
+        return wanted in self.out
 
-    def close(self):
+    def close(self) -> None:
         self.sock.close()
 
-    def __enter__(self):
+    def __enter__(self) -> Command:
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.close()
 
 
 class Lab:
-    def __init__(self, name=paths.DEFAULT_LAB):
+    def __init__(self, name: str = paths.DEFAULT_LAB) -> None:
         self.name = name
         self.state = paths.state_dir(name)
-        self._pace = None
+        self._pace: int | None = None
 
     # --- the hub -------------------------------------------------------------------------------------------
-    def connect(self):
+    def connect(self) -> socket.socket:
         """A socket to the hub. By way of a descriptor of its folder, whose path may be too long for a socket."""
         sock = socket.socket(socket.AF_UNIX)
         try:
             folder = os.open(self.state, os.O_PATH | os.O_DIRECTORY)
             try:
-                sock.connect("/proc/self/fd/%d/hub.sock" % folder)
+                sock.connect(f"/proc/self/fd/{folder}/hub.sock")
             finally:
                 os.close(folder)
         except OSError as error:
             sock.close()
-            raise LabError("lab %s is not up (lab/lab up)" % self.name) from error
+            raise LabError(f"lab {self.name} is not up (lab/lab up)") from error
         return sock
 
-    def alive(self):
+    def alive(self) -> bool:
         try:
             self.connect().close()
             return True
@@ -152,31 +155,32 @@ class Lab:
             return False
 
     @contextlib.contextmanager
-    def _lock(self):
+    def _lock(self) -> Iterator[None]:
         self.state.mkdir(parents=True, exist_ok=True)
         with open(self.state / "lock", "w", encoding="utf-8") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
             yield
 
-    def start(self, mode="", tied=False, notes=sys.stderr, verbose=False):
+    def start(self, mode: str = "", tied: bool = False, notes: TextIO = sys.stderr,
+              verbose: bool = False) -> tuple[str, str]:
         """Starts the hub and its carrier. tied: the lab ends with this process."""
         mode, why = carrier.choose(mode)
         programs = paths.programs_dir(mode)
         if not (programs / "bin/lab-agent").exists():
-            raise LabError("%s has no programs of the board: build the project first (./run%s does)"
-                           % (programs, " --mips" if mode == "mips" else ""))
+            raise LabError(f"{programs} has no programs of the board: build the project first "
+                           f"(./run{' --mips' if mode == 'mips' else ''} does)")
         with self._lock():
             if self.alive():
-                raise LabError("lab %s is up already" % self.name)
+                raise LabError(f"lab {self.name} is up already")
             if mode != "native":
-                carrier.machine.prepare(carrier.machine.target_of(mode), notes)
+                machine.prepare(machine.target_of(mode), notes)
             ready_read, ready_write = os.pipe()
             tie_read, tie_write = os.pipe() if tied else (-1, -1)
             keep = [fd for fd in (ready_write, tie_read) if fd >= 0]
-            hub = pathlib.Path(__file__).with_name("hub.py")
             with open(self.state / "hub.log", "wb") as log:
                 process = subprocess.Popen(
-                    [sys.executable, str(hub), str(self.state), mode, str(programs), str(ready_write), str(tie_read)],
+                    [sys.executable, "-m", "labctl.hub", str(self.state), mode, str(programs), str(ready_write),
+                     str(tie_read)], env={**os.environ, "PYTHONPATH": str(paths.LAB)},
                     stdin=subprocess.DEVNULL, stdout=log, stderr=log, pass_fds=keep, start_new_session=True)
             for fd in keep:
                 os.close(fd)
@@ -191,18 +195,18 @@ class Lab:
         self._pace = None
         return mode, why
 
-    def info(self):
+    def info(self) -> dict[str, Any]:
         with Command(self, "hub", ["info"]) as command:
             return command.collect(time.monotonic() + 30).json()
 
     @property
-    def pace(self):
+    def pace(self) -> int:
         """What every limit of time is multiplied by; where a caller has a limit of its own, by the caller."""
         if self._pace is None:
-            self._pace = carrier.machine.PACE[self.info()["mode"]]
+            self._pace = machine.PACE[self.info()["mode"]]
         return self._pace
 
-    def stop(self):
+    def stop(self) -> bool:
         """Ends the lab; nothing of it is left but its logs."""
         if not self.alive():
             return False
@@ -211,7 +215,7 @@ class Lab:
         self.wait_gone()
         return True
 
-    def wait_gone(self, seconds=20):
+    def wait_gone(self, seconds: int = 20) -> None:
         """Waits until the hub has let go of its lock: nothing of the lab is left then."""
         deadline = time.monotonic() + seconds
         with open(self.state / "hub.lock", "w", encoding="ascii") as lock:
@@ -221,10 +225,11 @@ class Lab:
                     return
                 except BlockingIOError:
                     time.sleep(0.02)
-        raise LabError("lab %s does not end: see %s" % (self.name, self.state / "hub.log"))
+        raise LabError(f"lab {self.name} does not end: see {self.state / 'hub.log'}")
 
     # --- boards --------------------------------------------------------------------------------------------
-    def raise_board(self, board="one-cpu", config="home", extra_plan=(), folder="lab"):
+    def raise_board(self, board: str = "one-cpu", config: str = "home", extra_plan: Sequence[str] = (),
+                    folder: str = "lab") -> boards.Board:
         """Raises a board (ending the one before) and returns it; the daemon has been started then."""
         described = boards.Board(board)
         (self.state / "lab.json").unlink(missing_ok=True)
@@ -245,61 +250,62 @@ class Lab:
                         (self.state / "lab.json").write_text(json.dumps(about))
                         return described
 
-    def about(self):
+    def about(self) -> dict[str, str]:
         try:
             return json.loads((self.state / "lab.json").read_text())
         except OSError as error:
             raise LabError("no board is up") from error
 
-    def board(self):
+    def board(self) -> boards.Board:
         return boards.Board(self.about()["board"])
 
-    def config(self):
+    def config(self) -> str:
         return self.about()["config"]
 
     # --- commands ------------------------------------------------------------------------------------------
-    def spawn(self, host, *words, timeout=None):
+    def spawn(self, host: str, *words: object, timeout: float | None = None) -> Command:
         return Command(self, host, words, timeout)
 
-    def run(self, host, *words, stdin=None, timeout=30, check=False):
-        """Runs a command to its end. timeout: seconds at pace 1. check: LabError with its output when its status is not 0."""
-        timeout = timeout and timeout * self.pace
-        with Command(self, host, words, timeout) as command:
+    def run(self, host: str, *words: object, stdin: str | bytes | None = None, timeout: float | None = 30,
+            check: bool = False) -> Result:
+        """Runs a command to its end. timeout: seconds at pace 1. check: LabError with its output for a status not 0."""
+        limit = timeout and timeout * self.pace
+        with Command(self, host, words, limit) as command:
             if stdin:
                 command.write(stdin if isinstance(stdin, bytes) else stdin.encode())
             command.end_input()
-            result = command.collect(time.monotonic() + timeout + 15 if timeout else None)
+            result = command.collect(time.monotonic() + limit + 15 if limit else None)
         if check and not result:
-            raise LabError("%s: %r" % (host, result))
+            raise LabError(f"{host}: {result!r}")
         return result
 
-    def ok(self, host, *words, **more):
+    def ok(self, host: str, *words: object, **more: Any) -> str:
         return self.run(host, *words, check=True, **more).out
 
-    def shell(self, host, script, **more):
+    def shell(self, host: str, script: str, **more: Any) -> Result:
         return self.run(host, "sh", "-c", script, **more)
 
-    def put(self, host, path, data, mode=0o644):
-        self.run(host, "sh", "-c", 'cat > "$1" && chmod "$2" "$1"', "put", path, "%o" % mode, stdin=data, check=True)
+    def put(self, host: str, path: str, data: str | bytes, mode: int = 0o644) -> None:
+        self.run(host, "sh", "-c", 'cat > "$1" && chmod "$2" "$1"', "put", path, f"{mode:o}", stdin=data, check=True)
 
-    def get(self, host, path):
+    def get(self, host: str, path: str) -> bytes:
         return self.run(host, "cat", path, check=True).raw
 
-    def said(self, text, seconds=30):
+    def said(self, text: str, seconds: int = 30) -> tuple[float | None, str]:
         """Waits until the system log holds text; (seconds since the daemon's start, line)."""
         result = self.run("agent", "wait", seconds * self.pace, text, timeout=seconds + 10)
         if not result:
-            why = result.err.strip() if result.status == 3 else "%s s have passed" % (seconds * self.pace)
-            raise LabError("%r was not logged, %s; the log tells more" % (text, why))
+            why = result.err.strip() if result.status == 3 else f"{seconds * self.pace} s have passed"
+            raise LabError(f"{text!r} was not logged, {why}; the log tells more")
         since, _, line = result.out.strip().partition(" ")
         return (float(since) if since != "-" else None), line
 
-    def switch(self, *words):
+    def switch(self, *words: object) -> Any:
         """Puts a command to the emulated switch."""
         answer = self.run("router", "lab-agent", "ask", "/run/lab/switch.sock", *words, check=True).json()
         if isinstance(answer, dict) and "error" in answer:
             raise LabError("switch: " + answer["error"])
         return answer
 
-    def link(self, port, up):
+    def link(self, port: int, up: bool) -> None:
         self.switch("link", port, "up" if up else "down")

@@ -1,7 +1,14 @@
 """The lab drawn for a person: front ports, VLAN table, interfaces, iptables chains."""
 
+from __future__ import annotations
+
 import json
 import time
+from typing import Any
+
+from . import boards, client
+
+Rates = dict[str, tuple[float, float]]
 
 SHIM = "/usr/lib/lab-shim.so"
 SAMPLE = 0.6          # seconds between the two readings that rates come from
@@ -9,52 +16,54 @@ COLOURS = {"up": "32", "down": "31", "head": "1", "dim": "2"}
 
 
 class Paint:
-    def __init__(self, colour):
+    def __init__(self, colour: bool) -> None:
         self.colour = colour
 
-    def __call__(self, style, text):
-        return "\x1b[%sm%s\x1b[0m" % (COLOURS[style], text) if self.colour else text
+    def __call__(self, style: str, text: str) -> str:
+        return f"\x1b[{COLOURS[style]}m{text}\x1b[0m" if self.colour else text
 
 
-def rate(bits):
+def rate(bits: float) -> str:
     for unit in ("bit/s", "kbit/s", "Mbit/s"):
         if bits < 1000:
             break
         bits /= 1000
     else:
         unit = "Gbit/s"
-    return "%.0f %s" % (bits, unit) if bits >= 10 or bits == 0 else "%.1f %s" % (bits, unit)
+    return f"{bits:.0f} {unit}" if bits >= 10 or bits == 0 else f"{bits:.1f} {unit}"
 
 
-def counters(ports, links):
-    table = {"port%d" % p["port"]: (p["rx_bytes"], p["tx_bytes"]) for p in ports if not p["cpu"]}
+def counters(ports: list[dict[str, Any]], links: list[dict[str, Any]]) -> dict[str, tuple[int, int]]:
+    table = {f"port{p['port']}": (p["rx_bytes"], p["tx_bytes"]) for p in ports if not p["cpu"]}
     for link in links:
         stats = link.get("stats64", {})
         table[link["ifname"]] = (stats.get("rx", {}).get("bytes", 0), stats.get("tx", {}).get("bytes", 0))
     return table
 
 
-def read(lab):
+def read(lab: client.Lab) -> tuple[Any, Any, Any, Any, float]:
     """Everything the picture needs, in one visit to the board."""
-    script = ("lab-agent ask /run/lab/switch.sock status; ip -j -s -s link; ip -j -4 addr; ip -j -4 route show table all;"
+    script = ("lab-agent ask /run/lab/switch.sock status; ip -j -s -s link; ip -j -4 addr; ip -j -4 route show table "
+              "all;"
               "cat /proc/uptime")
     lines = lab.shell("router", script).out.splitlines()
     switch, links, addresses, routes = (json.loads(line) for line in lines[:4])
     return switch, links, addresses, routes, float(lines[4].split()[0])
 
 
-def draw_ports(paint, board, hosts, ports, rates):
+def draw_ports(paint: Paint, board: boards.Board, hosts: dict[int, str], ports: list[dict[str, Any]],
+               rates: Rates) -> list[str]:
     boxes = []
     for port in ports:
         if port["cpu"]:
             continue
         number = port["port"]
         up = port["link"]
-        speed = "%d%s" % (port["speed"], "" if port["full_duplex"] else " half") if up else ""
-        rx, tx = rates.get("port%d" % number, (0, 0))
-        lines = ["port %d" % number, " / ".join(board.serves(number)) or "unused",
+        speed = f"{port['speed']}{'' if port['full_duplex'] else ' half'}" if up else ""
+        rx, tx = rates.get(f"port{number}", (0, 0))
+        lines = [f"port {number}", " / ".join(board.serves(number)) or "unused",
                  ("link " + speed) if up else ("link down" if port["power"] else "power off"),
-                 "PVID %d" % port["pvid"], hosts.get(number, "nobody"),
+                 f"PVID {port['pvid']}", hosts.get(number, "nobody"),
                  "in " + rate(rx), "out " + rate(tx)]
         boxes.append((up, lines))
     width = max(13, max(len(line) for _, lines in boxes for line in lines) + 2)
@@ -70,24 +79,25 @@ def draw_ports(paint, board, hosts, ports, rates):
     return rows
 
 
-def draw_vlans(paint, switch):
+def draw_vlans(paint: Paint, switch: dict[str, Any]) -> list[str]:
     rows = [paint("head", "  entry   VID  members            leave untagged")]
     for vlan in switch["vlans"]:
         if not vlan["members"]:
             continue
         names = ["CPU" if m == 6 else str(m) for m in vlan["members"]]
         untag = [m for m in vlan["untag"] if m in vlan["members"] and m < 5] if switch["untag_enabled"] else []
-        rows.append("  %5d  %4d  %-17s  %s" % (vlan["entry"], vlan["vid"], " ".join(names),
-                                               " ".join(map(str, untag)) or "-"))
+        rows.append(f"  {vlan['entry']:5d}  {vlan['vid']:4d}  {' '.join(names):<17}  "
+                    f"{' '.join(map(str, untag)) or '-'}")
     free = sum(1 for v in switch["vlans"] if v["entry"] >= 5 and v["free"])
-    rows.append(paint("dim", "  %d entries free for VLANs of the user; %d addresses learned" % (free, switch["macs"])))
+    rows.append(paint("dim", f"  {free} entries free for VLANs of the user; {switch['macs']} addresses learned"))
     return rows
 
 
-def draw_interfaces(paint, links, addresses, routes, rates):
-    inet = {a["ifname"]: ["%s/%d" % (i["local"], i["prefixlen"]) for i in a["addr_info"]] for a in addresses}
-    rows = [paint("head", "  %-16s %-6s %-19s %-18s %-12s %-12s %s" % ("interface", "state", "address", "MAC", "in", "out",
-                                                                      "members / default route"))]
+def draw_interfaces(paint: Paint, links: list[dict[str, Any]], addresses: list[dict[str, Any]],
+                    routes: list[dict[str, Any]], rates: Rates) -> list[str]:
+    inet = {a["ifname"]: [f"{i['local']}/{i['prefixlen']}" for i in a["addr_info"]] for a in addresses}
+    rows = [paint("head", f"  {'interface':<16} {'state':<6} {'address':<19} {'MAC':<18} {'in':<12} {'out':<12} "
+                          f"{'members / default route'}")]
     for link in links:
         name = link["ifname"]
         if name == "lo" or link.get("link_type") != "ether" and not name.startswith(("lan", "wan", "ppp")):
@@ -96,17 +106,17 @@ def draw_interfaces(paint, links, addresses, routes, rates):
         if state == "up" and "LOWER_UP" not in link["flags"]:
             state = "nolink"
         more = [m["ifname"] for m in links if m.get("master") == name]
-        more += ["default via %s (table %s)" % (r.get("gateway", "-"), r.get("table", "main"))
+        more += [f"default via {r.get('gateway', '-')} (table {r.get('table', 'main')})"
                  for r in routes if r.get("dst") == "default" and r.get("dev") == name]
         rx, tx = rates.get(name, (0, 0))
-        text = "%-6s" % state
-        rows.append("  %-16s %s %-19s %-18s %-12s %-12s %s" % (
-            name, paint("up" if state == "up" else "down", text), " ".join(inet.get(name, [])) or "-",
-            link.get("address", "-"), rate(rx), rate(tx), ", ".join(more)))
+        text = f"{state:<6}"
+        rows.append(f"  {name:<16} {paint('up' if state == 'up' else 'down', text)} "
+                    f"{' '.join(inet.get(name, [])) or '-':<19} {link.get('address', '-'):<18} {rate(rx):<12} "
+                    f"{rate(tx):<12} {', '.join(more)}")
     return rows
 
 
-def status(lab, colour=False, sample=SAMPLE):
+def status(lab: client.Lab, colour: bool = False, sample: float = SAMPLE) -> str:
     paint = Paint(colour)
     info, board = lab.info(), lab.board()
     switch, links, *_, first = read(lab)
@@ -114,12 +124,14 @@ def status(lab, colour=False, sample=SAMPLE):
     time.sleep(sample)
     switch, links, addresses, routes, second = read(lab)
     span = max(second - first, 0.01)
-    rates = {name: tuple((now - then) * 8 / span for now, then in zip(value, before.get(name, value)))
-             for name, value in counters(switch["ports"], links).items()}
-    hosts = dict(reversed(line.split()) for line in lab.ok("agent", "hosts").splitlines() if " " in line)
-    hosts = {int(port): name for port, name in hosts.items()}
+    rates = {}
+    for name, (rx, tx) in counters(switch["ports"], links).items():
+        old_rx, old_tx = before.get(name, (rx, tx))
+        rates[name] = ((rx - old_rx) * 8 / span, (tx - old_tx) * 8 / span)
+    places = (line.split() for line in lab.ok("agent", "hosts").splitlines() if " " in line)
+    hosts = {int(port): name for name, port in places}
     services = lab.ok("agent", "services").splitlines()
-    text = ["lab %s: board %s, configuration %s, %s" % (lab.name, board.name, lab.config(), info["text"]), ""]
+    text = [f"lab {lab.name}: board {board.name}, configuration {lab.config()}, {info['text']}", ""]
     text += draw_ports(paint, board, hosts, switch["ports"], rates) + [""]
     text += draw_vlans(paint, switch) + [""]
     text += draw_interfaces(paint, links, addresses, routes, rates) + [""]
@@ -127,11 +139,11 @@ def status(lab, colour=False, sample=SAMPLE):
     return "\n".join(text)
 
 
-def chains(lab):
+def chains(lab: client.Lab) -> str:
     """The router's chains as trees below the built-in ones, table by table."""
     text = []
     for table in ("mangle", "nat", "filter"):
-        rules = {}
+        rules: dict[str, list[str]] = {}
         for line in lab.ok("router", "iptables", "-w", "-t", table, "-S").splitlines():
             words = line.split()
             rules.setdefault(words[1], [])
@@ -140,7 +152,7 @@ def chains(lab):
         text.append(table)
         seen = set()
 
-        def show(chain, depth):
+        def show(chain: str, depth: int) -> None:
             seen.add(chain)
             for rule in rules[chain]:
                 text.append("  " * depth + rule)

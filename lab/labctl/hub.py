@@ -1,16 +1,19 @@
 """The lab's hub: holds the control channel of one carrier and lets any number of clients use it.
 
-Run by the client module as a process of its own:  hub.py STATE-DIR MODE PROGRAMS READY-FD TIE-FD
+The client module runs it as a separate process:  python3 -m labctl.hub STATE-DIR MODE PROGRAMS READY-FD TIE-FD
 MODE is "native", "vm" or "mips". It serves STATE-DIR/hub.sock; a client speaks frames with ids of its own
 choice. Beside the board's hosts there is the host "hub" with the commands "info" and "end".
 READY-FD gets one line when the lab can be used, or why it cannot. When TIE-FD (-1: none) reaches its end, as it
 does when the process that wanted the lab dies, the lab ends too.
 """
 
+from __future__ import annotations
+
 import collections
 import fcntl
 import json
 import os
+import pathlib
 import selectors
 import shutil
 import signal
@@ -18,8 +21,7 @@ import socket
 import sys
 import time
 
-sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-from labctl import carrier, frames  # noqa: E402
+from . import carrier, frames, machine
 
 CLIENT_LIMIT = 64 << 20      # what a client that does not read may leave lying
 START_LIMIT = 90.0           # at pace 1
@@ -28,18 +30,19 @@ START_LIMIT = 90.0           # at pace 1
 class Peer:
     """A non-blocking socket with a queue in front of it."""
 
-    def __init__(self, hub, sock):
+    def __init__(self, hub: Hub, sock: socket.socket) -> None:
         self.hub, self.sock, self.reader = hub, sock, frames.Reader()
-        self.queue, self.size = collections.deque(), 0
+        self.queue: collections.deque[bytes] = collections.deque()
+        self.size = 0
         sock.setblocking(False)
         hub.selector.register(sock, selectors.EVENT_READ, self)
 
-    def send(self, data):
+    def send(self, data: bytes) -> None:
         self.queue.append(data)
         self.size += len(data)
         self.flush()
 
-    def flush(self):
+    def flush(self) -> None:
         try:
             while self.queue:
                 data = self.queue[0]
@@ -58,7 +61,7 @@ class Peer:
             events = selectors.EVENT_READ | (selectors.EVENT_WRITE if self.queue else 0)
             self.hub.selector.modify(self.sock, events, self)
 
-    def receive(self):
+    def receive(self) -> None:
         try:
             data = self.sock.recv(frames.CHUNK)
         except BlockingIOError:
@@ -74,29 +77,29 @@ class Peer:
         except ValueError:
             self.hub.lost(self)
 
-    def close(self):
+    def close(self) -> None:
         if self.sock.fileno() >= 0:
             self.hub.selector.unregister(self.sock)
             self.sock.close()
 
 
 class Hub:
-    def __init__(self, state, mode, programs, ready_fd, tie_fd):
+    def __init__(self, state: str, mode: str, programs: str, ready_fd: int, tie_fd: int) -> None:
         self.state, self.mode, self.ready_fd = state, mode, ready_fd
         self.selector = selectors.DefaultSelector()
         self.running, self.ready, self.failure = True, False, ""
-        self.began, self.limit = time.monotonic(), START_LIMIT * carrier.machine.PACE[mode]
-        self.next_id, self.routes = 1, {}        # our id -> (client, its id)
-        self.clients = set()
-        self.carrier = carrier.start(mode, state, programs, sys.stderr)
+        self.began, self.limit = time.monotonic(), START_LIMIT * machine.PACE[mode]
+        self.next_id = 1
+        self.routes: dict[int, tuple[Peer | None, int]] = {}      # our id -> (client, its id)
+        self.clients: set[Peer] = set()
+        self.carrier = carrier.start(mode, pathlib.Path(state), pathlib.Path(programs), sys.stderr)
         self.channel = Peer(self, self.carrier.channel)
         if tie_fd >= 0:
             self.selector.register(tie_fd, selectors.EVENT_READ, "tie")
-        self.listener = None
-
-    def listen(self):
-        """Binds below the state folder by a relative name: its own path may be too long for a socket."""
         self.listener = socket.socket(socket.AF_UNIX)
+
+    def listen(self) -> None:
+        """Binds below the state folder by a relative name: its own path may be too long for a socket."""
         os.chdir(self.state)
         if os.path.exists("hub.sock"):
             os.unlink("hub.sock")
@@ -105,13 +108,13 @@ class Hub:
         self.listener.listen(64)
         self.selector.register(self.listener, selectors.EVENT_READ, "listener")
 
-    def tell(self, text):
+    def tell(self, text: str) -> None:
         if self.ready_fd >= 0:
             os.write(self.ready_fd, text.encode() + b"\n")
             os.close(self.ready_fd)
             self.ready_fd = -1
 
-    def run(self):
+    def run(self) -> None:
         while self.running:
             for key, events in self.selector.select(0.5):
                 if key.data == "listener":
@@ -127,11 +130,11 @@ class Hub:
                     if events & selectors.EVENT_READ and key.data.sock.fileno() >= 0:
                         key.data.receive()
             if not self.ready and time.monotonic() - self.began > self.limit:
-                self.failure = "the carrier did not come up in %d s" % self.limit
+                self.failure = f"the carrier did not come up in {self.limit:.0f} s"
                 self.running = False
         self.tell("failed " + (self.failure or "the lab has ended"))
 
-    def lost(self, peer):
+    def lost(self, peer: Peer) -> None:
         peer.close()
         if peer is self.channel:
             self.failure = self.failure or "the carrier has ended: " + self.carrier.last_words()
@@ -143,7 +146,7 @@ class Hub:
                 self.routes[ours] = (None, 0)
                 self.channel.send(frames.pack(frames.KILL, ours, bytes([signal.SIGKILL])))
 
-    def take(self, peer, kind, ident, payload):
+    def take(self, peer: Peer, kind: int, ident: int, payload: bytes) -> None:
         if peer is self.channel:
             self.from_board(kind, ident, payload)
         elif kind == frames.EXEC and payload.startswith(b"hub\0"):
@@ -160,7 +163,7 @@ class Hub:
                     self.channel.send(frames.pack(kind, ours, payload))
                     break
 
-    def from_board(self, kind, ident, payload):
+    def from_board(self, kind: int, ident: int, payload: bytes) -> None:
         if kind == frames.NOTE:
             for line in payload.decode(errors="replace").splitlines():
                 print("lab: " + line, file=sys.stderr, flush=True)
@@ -177,7 +180,7 @@ class Hub:
             if client.size > CLIENT_LIMIT:
                 self.lost(client)
 
-    def own_command(self, peer, ident, command):
+    def own_command(self, peer: Peer, ident: int, command: list[bytes]) -> None:
         status = b"exit 0"
         if command == [b"info"]:
             info = {"mode": self.mode, "pid": os.getpid(), "carrier": self.carrier.pid(),
@@ -189,7 +192,7 @@ class Hub:
             status = b"failed the hub knows no such command"
         peer.send(frames.pack(frames.EXIT, ident, status))
 
-    def end(self):
+    def end(self) -> None:
         self.channel.close()
         self.carrier.end()
         for name in ("hub.sock", "hub.json"):
@@ -202,7 +205,7 @@ class Hub:
             client.close()
 
 
-def main():
+def main() -> None:
     state, mode, programs, ready_fd, tie_fd = sys.argv[1:6]
     for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(0))
@@ -215,7 +218,7 @@ def main():
         hub = Hub(state, mode, programs, int(ready_fd), int(tie_fd))
         hub.run()
     except carrier.CarrierError as error:
-        os.write(int(ready_fd), ("failed %s\n" % error).encode())
+        os.write(int(ready_fd), f"failed {error}\n".encode())
     finally:
         if hub:
             hub.end()

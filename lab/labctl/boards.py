@@ -1,8 +1,12 @@
 """Boards and configurations: what lab/boards and lab/configs hold, and the folder that the board is raised from."""
 
+from __future__ import annotations
+
 import json
 import pathlib
 import shutil
+from collections.abc import Sequence
+from typing import Any
 
 from . import paths
 
@@ -13,26 +17,26 @@ class ConfigError(Exception):
     pass
 
 
-def find(kind, name):
+def find(kind: str, name: str) -> pathlib.Path:
     """A sample by name, or a path of the user's own."""
     for path in (paths.LAB / kind / name, paths.LAB / kind / (name + ".json"), pathlib.Path(name)):
         if path.exists() and (kind == "boards") == path.is_file():
             return path
     have = sorted(p.stem for p in (paths.LAB / kind).iterdir())
-    raise ConfigError("no %s is named %s (there are %s)" % (kind[:-1], name, ", ".join(have)))
+    raise ConfigError(f"no {kind[:-1]} is named {name} (there are {', '.join(have)})")
 
 
 class Board:
     """Which switch port serves which LAN and WAN: the same numbering that the router's own library gives them."""
 
-    def __init__(self, name):
+    def __init__(self, name: str) -> None:
         self.path = find("boards", name)
         self.name = self.path.stem
         try:
             data = json.loads(self.path.read_text())
             entries = data["switch"]["switch0"]["ports"]
         except (ValueError, KeyError, TypeError) as error:
-            raise ConfigError("%s: %s" % (self.path, error)) from error
+            raise ConfigError(f"{self.path}: {error}") from error
         self.cpu_ports = sum(1 for entry in entries if "device" in entry)
         slots = self._slots([entry for entry in entries if "role" in entry and "num" in entry])
         self.lans = {index + 1: port for index, (roles, port) in slots.items() if LAN in roles}
@@ -40,7 +44,7 @@ class Board:
         self.wans = {number + 1: port for number, port in enumerate(wans)}
 
     @staticmethod
-    def _slots(entries):
+    def _slots(entries: list[dict[str, Any]]) -> dict[int, tuple[list[str], int]]:
         """Ethernet index -> (roles, port): LAN-capable ports from 0 up, WAN-only ports from 15 down."""
         slots, low, high = {}, 0, 15
         for entry in entries:
@@ -54,18 +58,18 @@ class Board:
             slots[index] = (roles, entry["num"])
         return slots
 
-    def port(self, name):
+    def port(self, name: str) -> int | None:
         """Switch port of "lan2" or "wan1"; None when this board has no such port."""
         table = {LAN: self.lans, WAN: self.wans}.get(name[:3], {})
         return table.get(int(name[3:])) if name[3:].isdigit() else None
 
-    def serves(self, port):
+    def serves(self, port: int) -> list[str]:
         """Names a person knows a port by, such as ["LAN 4", "WAN 2"]."""
-        return (["LAN %d" % n for n, p in self.lans.items() if p == port]
-                + ["WAN %d" % n for n, p in self.wans.items() if p == port])
+        return ([f"LAN {n}" for n, p in self.lans.items() if p == port]
+                + [f"WAN {n}" for n, p in self.wans.items() if p == port])
 
 
-def read_hosts(path, board):
+def read_hosts(path: pathlib.Path, board: Board) -> list[str]:
     """Plan lines from a "hosts" file: "NAME PORT-NAME", then indented lines for ip(8) in that host."""
     lines, host = [], None
     for at, text in enumerate(path.read_text().splitlines(), 1):
@@ -74,17 +78,17 @@ def read_hosts(path, board):
             continue
         if not text[0].isspace():
             if len(words) != 2:
-                raise ConfigError("%s:%d: expected a host's name and its port" % (path, at))
+                raise ConfigError(f"{path}:{at}: expected a host's name and its port")
             port = board.port(words[1])
             host = words[0] if port is not None else None      # this board has no such port: nobody sits there
             if host:
-                lines.append("host %s %d" % (host, port))
+                lines.append(f"host {host} {port}")
         elif host:
-            lines.append("ip %s %s" % (host, " ".join(words)))
+            lines.append(f"ip {host} {' '.join(words)}")
     return lines
 
 
-def write_lab(folder, board, config, extra_plan=()):
+def write_lab(folder: pathlib.Path, board: Board, config: str, extra_plan: Sequence[str] = ()) -> None:
     """Fills folder with what the board's supervisor raises a lab from; replaces what was there."""
     source = find("configs", config)
     shutil.rmtree(folder, ignore_errors=True)
@@ -98,8 +102,8 @@ def write_lab(folder, board, config, extra_plan=()):
     for item in source.iterdir():
         if item.name != "hosts":
             shutil.copy(item, rootfs / "etc/config" / item.name)
-    plan = ["# written by lab/lab for board %s, configuration %s" % (board.name, source.name),
-            "cpu-ports %d" % (2 if board.cpu_ports >= 2 else 1)]
+    plan = [f"# written by lab/lab for board {board.name}, configuration {source.name}",
+            f"cpu-ports {2 if board.cpu_ports >= 2 else 1}"]
     plan += read_hosts(source / "hosts", board)
     plan += extra_plan
     (folder / "plan").write_text("\n".join(plan) + "\n")

@@ -1,13 +1,16 @@
 """The commands of lab/lab."""
 
+from __future__ import annotations
+
 import argparse
 import contextlib
 import os
 import signal
 import sys
 import threading
+from collections.abc import Sequence
 
-from . import capture, client, paths, view
+from . import boards, capture, carrier, client, machine, paths, view
 
 EPILOG = """examples:
   lab/lab up --board two-wan --config three-lans   another board and configuration
@@ -21,18 +24,17 @@ hosts, boards, configurations, and what to look at when something is odd: docs/l
 """
 
 
-def parser():
+def parser() -> argparse.ArgumentParser:
     top = argparse.ArgumentParser(prog="lab/lab", description="Raise, see and drive the virtual board.",
                                   epilog=EPILOG, formatter_class=argparse.RawDescriptionHelpFormatter)
     common = argparse.ArgumentParser(add_help=False, argument_default=argparse.SUPPRESS)
-    for one, more in ((top, {"default": False}), (common, {})):
-        one.add_argument("-v", "--verbose", action="store_true", help="print each privileged step", **more)
-    for one, more in ((top, {"default": paths.DEFAULT_LAB}), (common, {})):
-        one.add_argument("--name", metavar="LAB", help="which lab (default: %s)" % paths.DEFAULT_LAB, **more)
+    for one, verbose, name in ((top, False, paths.DEFAULT_LAB), (common, argparse.SUPPRESS, argparse.SUPPRESS)):
+        one.add_argument("-v", "--verbose", action="store_true", help="print each privileged step", default=verbose)
+        one.add_argument("--name", metavar="LAB", help=f"which lab (default: {paths.DEFAULT_LAB})", default=name)
     sub = top.add_subparsers(dest="command", metavar="COMMAND", required=True)
 
-    def add(name, text, **more):
-        return sub.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".", parents=[common], **more)
+    def add(name: str, text: str) -> argparse.ArgumentParser:
+        return sub.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".", parents=[common])
 
     up = add("up", "raise the lab, or raise its board anew")
     up.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
@@ -40,7 +42,8 @@ def parser():
     how = up.add_mutually_exclusive_group()
     how.add_argument("--vm", dest="mode", action="store_const", const="vm", help="inside the small machine")
     how.add_argument("--native", dest="mode", action="store_const", const="native", help="on this kernel")
-    how.add_argument("--mips", dest="mode", action="store_const", const="mips", help="inside a small MIPS machine (./run --mips builds for it)")
+    how.add_argument("--mips", dest="mode", action="store_const", const="mips",
+                     help="inside a small MIPS machine (./run --mips builds for it)")
     add("down", "end the lab and everything in it")
     add("status", "draw ports, VLANs and interfaces")
     link = add("link", "plug or pull the cable of a front port")
@@ -61,7 +64,8 @@ def parser():
     log.add_argument("-f", "--follow", action="store_true", help="go on as it grows")
     log.add_argument("--stderr", action="store_true", help="what the daemon wrote to standard error instead")
     cap = add("capture", "show the frames of a front port, or write them to a pcap file")
-    cap.add_argument("port", choices=[*"01234", "eth0", "eth1"], metavar="PORT", help="0 to 4, or eth0, eth1 for the CPU ports")
+    cap.add_argument("port", choices=[*"01234", "eth0", "eth1"], metavar="PORT",
+                     help="0 to 4, or eth0, eth1 for the CPU ports")
     cap.add_argument("-c", "--count", type=int, default=0, metavar="N", help="end after N frames")
     cap.add_argument("-w", "--write", metavar="FILE", help="write a pcap file")
     for name, text in (("start", "start one of the board's own programs"), ("stop", "end one of them"),
@@ -74,10 +78,10 @@ def parser():
     return top
 
 
-def relay(lab, host, words):
+def relay(lab: client.Lab, host: str, words: Sequence[str]) -> int:
     """Runs a command with our own standard streams; its status."""
     with lab.spawn(host, *words) as command:
-        def feed():
+        def feed() -> None:
             with contextlib.suppress(OSError):      # we may be at our end already
                 while data := os.read(0, 65536):
                     command.write(data)
@@ -97,38 +101,38 @@ def relay(lab, host, words):
                 break
             except KeyboardInterrupt:
                 command.kill(signal.SIGINT)
-        if command.failure:
+        if command.failure or command.status is None:
             raise client.LabError(command.failure)
         return command.status
 
 
-def up(lab, args):
+def up(lab: client.Lab, args: argparse.Namespace) -> int:
     if not lab.alive():
         mode, why = lab.start(args.mode or "", notes=sys.stderr, verbose=args.verbose)
-        print("lab %s runs %s%s" % (lab.name, lab.info()["text"], "" if args.mode else ": " + why))
+        print(f"lab {lab.name} runs {lab.info()['text']}{'' if args.mode else ': ' + why}")
     elif args.mode and args.mode != lab.info()["mode"]:
-        raise client.LabError("lab %s is up in another way already: lab/lab down first" % lab.name)
+        raise client.LabError(f"lab {lab.name} is up in another way already: lab/lab down first")
     log = lab.state / "hub.log"
     told = log.stat().st_size
     board = lab.raise_board(args.board, args.config)
     if args.verbose:
         print(log.read_bytes()[told:].decode(errors="replace"), end="")
     since, _ = lab.said("ivarode init success", 90)
-    print("board %s, configuration %s: the daemon was ready %.1f s after its start" % (board.name, args.config, since))
+    print(f"board {board.name}, configuration {args.config}: the daemon was ready {since:.1f} s after its start")
     return 0
 
 
-def simple(lab, *words, host="router"):
+def simple(lab: client.Lab, *words: str, host: str = "router") -> int:
     return relay(lab, host, words)
 
 
-def dispatch(args):
+def dispatch(args: argparse.Namespace) -> int:
     lab = client.Lab(args.name)
     command = args.command
     if command == "up":
         return up(lab, args)
     if command == "down":
-        print("lab %s is down" % lab.name if lab.stop() else "lab %s was not up" % lab.name)
+        print(f"lab {lab.name} is down" if lab.stop() else f"lab {lab.name} was not up")
         return 0
     if command == "status":
         print(view.status(lab, colour=sys.stdout.isatty()))
@@ -165,7 +169,7 @@ def dispatch(args):
     return simple(lab, command, args.what, host="agent")
 
 
-def parse(argv):
+def parse(argv: list[str]) -> argparse.Namespace:
     """Everything behind "ubus", "switch" and "exec HOST" is theirs, options too; "kill -9 daemon" as one types it."""
     at = 0
     while at < len(argv) and argv[at].startswith("-"):
@@ -181,13 +185,12 @@ def parse(argv):
     return parser().parse_args(argv[:at] + command + rest)
 
 
-def main(argv):
+def main(argv: list[str]) -> int:
     args = parse(argv)
     try:
         return dispatch(args)
-    except (client.LabError, client.boards.ConfigError, client.carrier.CarrierError,
-            client.carrier.machine.MachineError) as error:
-        print("lab/lab: %s" % error, file=sys.stderr)
+    except (client.LabError, boards.ConfigError, carrier.CarrierError, machine.MachineError) as error:
+        print(f"lab/lab: {error}", file=sys.stderr)
         return 1
     except KeyboardInterrupt:
         return 130

@@ -1,9 +1,12 @@
 """The small machine: fetching it, asking whether hardware acceleration works, and QEMU's command line."""
 
+from __future__ import annotations
+
 import os
 import pathlib
 import platform
 import subprocess
+from typing import TextIO
 
 from . import paths
 
@@ -13,7 +16,7 @@ PROBE_LIMIT = 12
 PACE = {"native": 1, "vm": 1, "mips": 3}
 
 
-def target_of(mode):
+def target_of(mode: str) -> str:
     return "mipsel" if mode == "mips" else "x86"
 
 
@@ -21,7 +24,7 @@ class MachineError(Exception):
     pass
 
 
-def prepare(target, notes):
+def prepare(target: str, notes: TextIO) -> None:
     """Fetches and builds what is missing; says what it downloads."""
     if platform.machine() != "x86_64":
         raise MachineError("the small machine needs an x86-64 host")
@@ -29,7 +32,7 @@ def prepare(target, notes):
     process = subprocess.Popen([str(paths.LAB / "vm" / "setup.sh"), target], env=env, text=True,
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     lines = []
-    for line in process.stdout:
+    for line in process.stdout or ():
         lines.append(line.rstrip())
         if "cached" not in line:
             print("lab: " + line.rstrip(), file=notes, flush=True)
@@ -37,21 +40,22 @@ def prepare(target, notes):
         raise MachineError("the small machine could not be prepared: " + " | ".join(lines[-3:]))
 
 
-def base(target):
+def base(target: str) -> tuple[list[str], dict[str, str]]:
     """Emulator, its environment and the parts of the command line that every start shares."""
     tools = paths.cache_dir() / "tools"
     image = paths.cache_dir() / "image" / target
     env = dict(os.environ)
     env["LD_LIBRARY_PATH"] = ":".join(str(tools / d) for d in ("usr/lib/x86_64-linux-gnu", "lib/x86_64-linux-gnu"))
     name = "qemu-system-x86_64" if target == "x86" else "qemu-system-mipsel"
-    command = [str(tools / "usr/bin" / name), "-L", str(tools / "usr/share/qemu"), "-L", str(tools / "usr/share/seabios"),
+    command = [str(tools / "usr/bin" / name), "-L", str(tools / "usr/share/qemu"), "-L",
+               str(tools / "usr/share/seabios"),
                "-nodefaults", "-no-user-config", "-display", "none", "-monitor", "none", "-no-reboot",
                "-chardev", "stdio,id=con,signal=off", "-serial", "chardev:con",
                "-kernel", str(image / "kernel"), "-initrd", str(image / "initramfs.cpio")]
     return command, env
 
 
-def accelerated():
+def accelerated() -> bool:
     """Whether KVM really runs our kernel here; asked once per boot of this host."""
     if not os.access("/dev/kvm", os.R_OK | os.W_OK):
         return False
@@ -74,12 +78,13 @@ def accelerated():
     return runs
 
 
-def nine(tag, folder, more=""):
-    option = "local,id=%s,path=%s,security_model=none%s" % (tag, str(folder).replace(",", ",,"), more)
-    return ["-fsdev", option, "-device", "virtio-9p-pci,fsdev=%s,mount_tag=%s" % (tag, tag)]
+def nine(tag: str, folder: pathlib.Path, more: str = "") -> list[str]:
+    option = f"local,id={tag},path={str(folder).replace(',', ',,')},security_model=none{more}"
+    return ["-fsdev", option, "-device", f"virtio-9p-pci,fsdev={tag},mount_tag={tag}"]
 
 
-def command(mode, share, programs, channel_fd, notes):
+def command(mode: str, share: pathlib.Path, programs: pathlib.Path, channel_fd: int,
+            notes: TextIO) -> tuple[list[str], dict[str, str], str]:
     """(command line, environment, one line for a person) of a machine whose control channel is channel_fd."""
     target = target_of(mode)
     prepare(target, notes)
@@ -100,7 +105,7 @@ def command(mode, share, programs, channel_fd, notes):
         line += ["-smp", cpus, "-m", "320"]
     line += ["-append", append, "-object", "rng-random,id=rng,filename=/dev/urandom",
              "-device", "virtio-rng-pci,rng=rng",
-             "-device", "virtio-serial-pci", "-chardev", "socket,id=lab,fd=%d" % channel_fd,
+             "-device", "virtio-serial-pci", "-chardev", f"socket,id=lab,fd={channel_fd}",
              "-device", "virtserialport,chardev=lab,name=ivarode.lab"]
     line += nine("share", share, ",readonly=on") + nine("prog", programs, ",readonly=on")
     return line, env, text

@@ -1,5 +1,7 @@
 """What a board runs on: this machine's own kernel, or a small machine under QEMU. Either gives a control channel."""
 
+from __future__ import annotations
+
 import ctypes
 import os
 import pathlib
@@ -7,6 +9,7 @@ import shutil
 import signal
 import socket
 import subprocess
+from typing import TextIO
 
 from . import machine
 
@@ -17,12 +20,12 @@ class CarrierError(Exception):
     pass
 
 
-def die_with_parent():
+def die_with_parent() -> None:
     """Makes the kernel end this process with its parent, so that nothing outlives the hub."""
     ctypes.CDLL(None, use_errno=True).prctl(PR_SET_PDEATHSIG, int(signal.SIGKILL), 0, 0, 0)
 
 
-def as_root(command):
+def as_root(command: list[str]) -> list[str] | None:
     """The command line that runs a command as root, or None when there is no way."""
     if os.geteuid() == 0:
         return command
@@ -35,25 +38,26 @@ def as_root(command):
 class Carrier:
     """A running carrier: channel (a socket), text (one line for a person)."""
 
-    def __init__(self, channel, process, text, share, log):
+    def __init__(self, channel: socket.socket, process: subprocess.Popen[bytes], text: str, share: str,
+                 log: pathlib.Path) -> None:
         self.channel, self.process, self.text = channel, process, text
         self.share, self.log = share, log
 
-    def inside(self, folder):
+    def inside(self, folder: str) -> str:
         """A folder of the lab's share as the board's supervisor sees it."""
         return str(pathlib.PurePosixPath(self.share) / folder)
 
-    def pid(self):
+    def pid(self) -> int:
         return self.process.pid
 
-    def last_words(self):
+    def last_words(self) -> str:
         try:
             lines = pathlib.Path(self.log).read_text(errors="replace").strip().splitlines()
         except OSError:
             lines = []
         return " | ".join(line.strip() for line in lines[-3:]) or "no output"
 
-    def end(self):
+    def end(self) -> None:
         # the supervisor ends by itself when its channel closes; a machine is simply switched off
         try:
             if self.process.poll() is None and self.share == "/share":
@@ -64,19 +68,19 @@ class Carrier:
             self.process.wait()
 
 
-def start(mode, state, programs, notes):
-    state, programs = pathlib.Path(state), pathlib.Path(programs)
+def start(mode: str, state: pathlib.Path, programs: pathlib.Path, notes: TextIO) -> Carrier:
     mine, theirs = socket.socketpair()
     log = state / "console.log"
     if mode == "native":
-        command = as_root([str(programs / "bin" / "lab-agent"), "--programs", str(programs)])
-        if not command:
+        own = theirs.fileno()
+        words = as_root([str(programs / "bin" / "lab-agent"), "--programs", str(programs)])
+        if not words:
             raise CarrierError("running natively needs root: neither root nor sudo without a password")
         text = "natively, in private name spaces of this kernel"
         share = str(state / "share")
         with open(log, "wb") as err:
-            print("lab: " + " ".join(command), file=notes, flush=True)
-            process = subprocess.Popen(command, stdin=theirs, stdout=theirs, stderr=err,
+            print("lab: " + " ".join(words), file=notes, flush=True)
+            process = subprocess.Popen(words, stdin=own, stdout=own, stderr=err,
                                        preexec_fn=die_with_parent, start_new_session=True)
     else:
         try:
@@ -103,7 +107,7 @@ iptables -w -t nat -L -n > /dev/null && iptables -w -t mangle -L -n > /dev/null 
 """
 
 
-def native_lack():
+def native_lack() -> str:
     """Why the lab cannot run natively here ("" when it can): asked of the kernel in name spaces that end with it."""
     command = as_root(["unshare", "--net", "--mount", "--pid", "--ipc", "--uts", "--fork", "sh", "-c", PROBE])
     if not command:
@@ -115,13 +119,13 @@ def native_lack():
     if result.returncode == 0:
         return ""
     lines = [line for line in result.stderr.strip().splitlines() if line]
-    reason = lines[-1] if lines else "status %d" % result.returncode
+    reason = lines[-1] if lines else f"status {result.returncode}"
     if "type vlan" in result.stderr or "Operation not supported" in reason or "Unknown device type" in reason:
-        reason = "its kernel lacks VLAN devices (%s)" % reason.replace("RTNETLINK answers: ", "")
+        reason = f"its kernel lacks VLAN devices ({reason.replace('RTNETLINK answers: ', '')})"
     return reason
 
 
-def choose(wanted):
+def choose(wanted: str) -> tuple[str, str]:
     """(mode, reason for a person) for what the user asked: "", "native", "vm" or "mips"."""
     if wanted:
         return wanted, "as asked"
