@@ -291,7 +291,7 @@ class Lab:
     def get(self, host: str, path: str) -> bytes:
         return self.run(host, "cat", path, check=True).raw
 
-    def said(self, text: str, seconds: int = 30) -> tuple[float | None, str]:
+    def said(self, text: str, seconds: float = 30) -> tuple[float | None, str]:
         """Waits until the system log holds text; (seconds since the daemon's start, line)."""
         result = self.run("agent", "wait", seconds * self.pace, text, timeout=seconds + 10)
         if not result:

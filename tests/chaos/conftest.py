@@ -4,48 +4,52 @@
 seed brings the same rounds; what the daemon was just doing when a kill came is up to the machine.
 """
 
+from __future__ import annotations
+
 import os
-import pathlib
 import random
+from _pytest.terminal import TerminalReporter
+from collections.abc import Iterator
 
 import pytest
 
 from labctl import topology
 from tests.chaos import havoc, snapshot
+from tests.chaos.story import SEED, STORY
 from tests.system import held_lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 PRELOAD = "/usr/lib/short-sleep.so"
 
 
-def pytest_addoption(parser):
+def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--rounds", type=int, default=25, help="how many rounds (default: %(default)s)")
 
 
-def pytest_configure(config):
-    config.seed = int(os.environ.get("IVARODE_SEED") or random.SystemRandom().randrange(1 << 32))
-    config.story = []
+def pytest_configure(config: pytest.Config) -> None:
+    config.stash[SEED] = int(os.environ.get("IVARODE_SEED") or random.SystemRandom().randrange(1 << 32))
+    config.stash[STORY] = list[str]()
 
 
-def pytest_generate_tests(metafunc):
+def pytest_generate_tests(metafunc: pytest.Metafunc) -> None:
     if "turn" in metafunc.fixturenames:
         metafunc.parametrize("turn", range(1, metafunc.config.getoption("rounds") + 1))
 
 
-def pytest_terminal_summary(terminalreporter, config):
-    for line in config.story:
+def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.Config) -> None:
+    for line in config.stash[STORY]:
         terminalreporter.write_line(line)
-    terminalreporter.write_line(f"{len(config.story)} rounds, IVARODE_SEED={config.seed}")
+    terminalreporter.write_line(f"{len(config.stash[STORY])} rounds, IVARODE_SEED={config.stash[SEED]}")
 
 
 class Machine(held_lab.Machine):
     """One lab for all rounds; a board that a round has failed on is raised anew."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         super().__init__("chaos")
-        self.clean = None
+        self.clean: snapshot.Facts | None = None
 
-    def ready(self):
+    def ready(self) -> havoc.Board:
         if self.up is None:
             described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + PRELOAD])
             self.lab.said(havoc.READY, havoc.LIMIT)
@@ -57,5 +61,5 @@ class Machine(held_lab.Machine):
 
 
 @pytest.fixture(scope="session")
-def machine():
+def machine() -> Iterator[Machine]:
     yield from held_lab.hold(Machine)

@@ -1,18 +1,24 @@
 """What a round does to the board. Each kind leaves it broken in its way; `mend` puts its programs back to work."""
 
+from __future__ import annotations
+
 import json
+import random
 import time
+from collections.abc import Callable, Iterable, Sequence
+from typing import Any
 
 from labctl import paths
 from tests.chaos import additions, snapshot
+from tests.system.held_lab import Lab
 
 READY = "ivarode init success"
-# Seconds of the board's own clock, for what must come. In an emulated machine that clock may run several times too fast.
+# Seconds of the board's own clock, for what must come. An emulated machine's clock may run several times too fast.
 LIMIT = 600
-OBJECTS = ("ivarode.intf", "ivarode.route", "ivarode.pppuser", "ivarode.pppauth", "ivarode.run", "service", "ombrine.run",
-           "dnsmasq.dhcp")
+OBJECTS = ("ivarode.intf", "ivarode.route", "ivarode.pppuser", "ivarode.pppauth", "ivarode.run", "service",
+           "ombrine.run", "dnsmasq.dhcp")
 # What changes the things that the configuration names; only the next start brings them back.
-TOUCHES = (
+TOUCHES: tuple[tuple[str, str, dict[str, Any]], ...] = (
     ("ivarode.intf", "port_del", {"name": "lan2"}),
     ("ivarode.intf", "del", {"intf": ["lan3"]}),
     ("ivarode.intf", "enable", {"intf": ["lan2"], "enable": 0}),
@@ -29,32 +35,34 @@ TOUCHES = (
 class Board:
     """The lab with what has been asked of its router since it was clean."""
 
-    def __init__(self, lab):
+    def __init__(self, lab: Lab) -> None:
         self.lab = lab
         self.number = 0
         self.clean()
 
-    def clean(self):
-        self.asked, self.current = [], []       # since it was clean; of these, what the daemon that runs now was asked
-        self.unsure = set()                     # names that something else may have removed again
+    def clean(self) -> None:
+        self.asked: list[additions.Addition] = []       # since it was clean
+        self.current: list[additions.Addition] = []     # of these, asked of the daemon that runs now
+        self.unsure: set[str] = set()                   # names that something else may have removed again
 
-    def services(self):
+    def services(self) -> dict[str, str]:
         lines = (line.split(" ", 2) for line in self.lab.ok("agent", "services").splitlines())
         return {words[0]: words[1] for words in lines}
 
-    def ended(self, name, seconds=60):
+    def ended(self, name: str, seconds: int = 60) -> None:
         deadline = time.monotonic() + seconds * self.lab.pace
         while self.services()[name] == "running":
             assert time.monotonic() < deadline, name + " does not end"
             time.sleep(0.1)
 
-    def kill(self, *names):
+    def kill(self, *names: str) -> None:
         for name in names:
             self.lab.ok("agent", "kill", name, "9")
         for name in names:
             self.ended(name)
 
-    def new(self, rng, kinds=("lan", "lan", "wan", "route", "route")):
+    def new(self, rng: random.Random,
+            kinds: Sequence[str] = ("lan", "lan", "wan", "route", "route")) -> additions.Addition:
         """Something that has not been there before. The switch has room for eleven VLANs."""
         kind = rng.choice(kinds) if len(self.current) < 9 else "route"
         self.number += 1
@@ -68,27 +76,28 @@ class Board:
         self.current.append(made)
         return made
 
-    def ask(self, *wanted):
+    def ask(self, *wanted: additions.Addition) -> None:
         """Asks for them at rest; each is granted."""
         said = self.lab.shell("router", "\n".join(one.command() for one in wanted), timeout=LIMIT).out
         for one in wanted:
             one.heard(said)
             assert one.granted(), (one.name, said)
 
-    def in_flight(self, lines, then):
+    def in_flight(self, lines: Iterable[str], then: str) -> str:
         """Lets requests run side by side and does something in the midst of them; what they printed."""
-        return self.lab.shell("router", "\n".join(f"({line}) &" for line in lines) + "\n" + then + "\nwait\n", timeout=LIMIT).out
+        return self.lab.shell("router", "\n".join(f"({line}) &" for line in lines) + "\n" + then + "\nwait\n",
+                              timeout=LIMIT).out
 
 
-def touch(board, rng):
+def touch(board: Board, rng: random.Random) -> str:
     name, method, arguments = rng.choice(TOUCHES)
     if method == "port_del":
         board.unsure.update(one.name for one in board.current if one.name.startswith(arguments["name"]))
     return f"ubus -S -t 5 call {name} {method} '{json.dumps(arguments)}' >/dev/null 2>&1"
 
 
-def kill_in_flight(board, rng, victims):
-    """Requests run, and after a moment the victims are killed; or the daemon has been stopped, and none gets an answer."""
+def kill_in_flight(board: Board, rng: random.Random, victims: list[str]) -> str:
+    """Requests run, and after a moment the victims are killed; or the daemon stands still, and none gets an answer."""
     wanted = [board.new(rng) for _ in range(rng.randint(1, 3))]
     lines = [one.command(patience=5) for one in wanted]
     if "daemon" in victims and rng.random() < 0.6:
@@ -109,39 +118,39 @@ def kill_in_flight(board, rng, victims):
     return how
 
 
-def daemon_at_rest(board, rng):
+def daemon_at_rest(board: Board, rng: random.Random) -> str:
     board.ask(*[board.new(rng) for _ in range(rng.randint(0, 2))])
     board.kill("daemon")
     return "daemon killed at rest"
 
 
-def daemon_busy(board, rng):
+def daemon_busy(board: Board, rng: random.Random) -> str:
     return "daemon killed " + kill_in_flight(board, rng, ["daemon"])
 
 
-def broker_at_rest(board, rng):
+def broker_at_rest(board: Board, rng: random.Random) -> str:
     board.ask(board.new(rng))
     board.kill("broker")
     return "broker killed at rest"
 
 
-def broker_busy(board, rng):
+def broker_busy(board: Board, rng: random.Random) -> str:
     return "broker killed " + kill_in_flight(board, rng, ["broker"])
 
 
-def both(board, rng):
+def both(board: Board, rng: random.Random) -> str:
     victims = ["daemon", "broker"]
     rng.shuffle(victims)
     return " and ".join(victims) + " killed " + kill_in_flight(board, rng, victims)
 
 
-def client_process(board, service, name):
+def client_process(board: Board, service: str, name: str) -> int | None:
     listed = json.loads(board.lab.ok("router", "ubus", "-t", "60", "call", "service", "list"))
     instance = listed.get(service, {}).get("instances", {}).get(name, {})
     return instance.get("pid") if instance.get("running") else None
 
 
-def child(board, rng):
+def child(board: Board, rng: random.Random) -> str:
     """A DHCP client, which the supervisor starts again."""
     made = board.new(rng, ("wan",))
     board.ask(made)
@@ -155,21 +164,22 @@ def child(board, rng):
     return f"DHCP client of {made.name} killed"
 
 
-def bus_clients(board, rng):
+def bus_clients(board: Board, rng: random.Random) -> str:
     """Listeners, and callers whose requests the daemon has not come to: killed while it stands still."""
     wanted = [board.new(rng) for _ in range(rng.randint(1, 2))]
     lines = ["ubus listen >/dev/null 2>&1"] * rng.randint(1, 3) + [one.command() for one in wanted]
     lines += ["ubus -S -t 60 call ivarode.intf statist >/dev/null"] * rng.randint(1, 3)
     output = board.in_flight(lines, "sleep 0.3; kill -9 $(pidof ubus)" if rng.random() < 0.5 else
-                             "kill -STOP $(pidof ivarode); sleep 0.3; kill -9 $(pidof ubus); kill -CONT $(pidof ivarode)")
+                             "kill -STOP $(pidof ivarode); sleep 0.3; kill -9 $(pidof ubus); kill -CONT $(pidof "
+                             "ivarode)")
     for one in wanted:
         one.heard(output)
     return f"{len(lines)} bus clients killed"
 
 
-def flaps(board, rng, count=None):
+def flaps(board: Board, rng: random.Random, count: int | None = None) -> str:
     """Cables pulled and plugged, faster than they are polled and slower; all are plugged at the end."""
-    down = set()
+    down: set[int] = set()
     changes = count or rng.randint(4, 10)
     for _ in range(changes):
         port = rng.randrange(5)
@@ -182,7 +192,7 @@ def flaps(board, rng, count=None):
     return f"{changes + len(down)} times a cable pulled or plugged"
 
 
-def pulled_and_killed(board, rng):
+def pulled_and_killed(board: Board, rng: random.Random) -> str:
     """Killed while cables are out, which are plugged again behind its back or after its next start."""
     ports = rng.sample(range(5), rng.randint(1, 3))
     for port in ports:
@@ -196,10 +206,12 @@ def pulled_and_killed(board, rng):
     return how + (", cables back after its start" if late else ", cables back before its start")
 
 
-KINDS = (daemon_at_rest, daemon_busy, broker_at_rest, broker_busy, both, child, bus_clients, flaps, pulled_and_killed)
+Havoc = Callable[[Board, random.Random], str]
+KINDS: tuple[Havoc, ...] = (daemon_at_rest, daemon_busy, broker_at_rest, broker_busy, both, child, bus_clients, flaps,
+                            pulled_and_killed)
 
 
-def mend(board):
+def mend(board: Board) -> None:
     """Starts what has ended. A daemon that is new remembers nothing of what the one before was asked."""
     services = board.services()
     if services["broker"] != "running":
@@ -212,19 +224,19 @@ def mend(board):
     board.lab.run("router", "ubus", "-t", str(LIMIT), "wait_for", *OBJECTS, check=True, timeout=LIMIT)
 
 
-def prepare(lab):
+def prepare(lab: Lab) -> None:
     """The frame that the image's init script runs in."""
     lab.put("router", "/etc/rc.common", (paths.ROOT / "tests/package/rc/rc.common").read_text())
 
 
-def init_stop(board):
+def init_stop(board: Board) -> None:
     """The image's stop action, of a daemon that has ended: nothing stays."""
     board.lab.ok("router", "/etc/init.d/ivarode", "stop", timeout=LIMIT)
     left = snapshot.only(snapshot.kernel(board.lab), lambda fact: not snapshot.bare(fact))
     assert not left, "left by the stop action:\n" + snapshot.show(left)
 
 
-def stop_action(board, rng):
+def stop_action(board: Board, rng: random.Random) -> None:
     """The daemon is told to end, or has just died; either way its work is removed."""
     if rng.random() < 0.5:
         board.lab.ok("agent", "stop", "daemon", timeout=LIMIT)

@@ -1,24 +1,37 @@
 """What a board holds, as a bag of facts: a fact is a tuple whose first word is its kind.
 
-A clean start's facts are what the configuration names. Two boards compare by difference: what one lacks, and what it has
-beyond the other.
+A clean start's facts are what the configuration names. Two boards compare by difference: what one lacks, and what it
+has beyond the other.
 """
+
+from __future__ import annotations
 
 import collections
 import concurrent.futures
 import json
 import re
 import time
+from collections.abc import Callable, Iterator, Sequence
+from typing import Any
 
 from tests.system import bus, state
+from tests.system.held_lab import Lab
+
+Fact = tuple[Any, ...]
+Facts = collections.Counter[Fact]
 
 # Kinds of what the daemon and the switch keep to themselves: a new start begins with these anew.
 OWN = {"registry", "traffic", "vlan", "pvid", "untag"}
-DUMP = ": > /var/log/daemon.log; for p in 0 1 2 3 4; do ubus -S -t 60 call ivarode.intf port_dump \"{\\\"port\\\":$p}\" || exit; " \
-       "echo \"port: $p\" >> /var/log/daemon.log; done; cat /var/log/daemon.log"
+DUMP = r"""
+: > /var/log/daemon.log
+for p in 0 1 2 3 4; do
+    ubus -S -t 60 call ivarode.intf port_dump "{\"port\":$p}" || exit
+    echo "port: $p" >> /var/log/daemon.log
+done
+cat /var/log/daemon.log"""
 
 
-def switch(lab):
+def switch(lab: Lab) -> Iterator[Fact]:
     found = state.switch(lab)
     for entry, (vid, members, untag) in found["vlans"].items():
         if members:
@@ -28,40 +41,40 @@ def switch(lab):
     yield "untag", found["untag_enabled"]
 
 
-def devices(lab):
+def devices(lab: Lab) -> Iterator[Fact]:
     for name, value in state.devices(lab).items():
         yield "device", name, *value
 
 
-def addresses(lab):
+def addresses(lab: Lab) -> Iterator[Fact]:
     for name, values in state.addresses(lab).items():
         for value in values:
             yield "address", name, value
 
 
-def routes(lab):
+def routes(lab: Lab) -> Iterator[Fact]:
     for line in state.routes(lab):
         yield "route", line
 
 
-def rules(lab):
+def rules(lab: Lab) -> Iterator[Fact]:
     for line in state.rules(lab):
         yield "rule", line
 
 
-def firewall(lab):
+def firewall(lab: Lab) -> Iterator[Fact]:
     """A chain is one fact: the order of its rules counts."""
     for table, chains in state.firewall(lab).items():
         for chain, held in chains.items():
             yield "chain", table, chain, tuple(held)
 
 
-def rows(lab):
+def rows(lab: Lab) -> Iterator[Fact]:
     for name, text in re.findall(r"^\[(\w.*)\]\n((?:[^\[].*\n)*)", state.rows(lab), re.M):
         yield "row", name, *text.split()
 
 
-def answers(lab):
+def answers(lab: Lab) -> Iterator[Fact]:
     """What the daemon says on the bus: its objects, the links it sees, what it counts, what is on each port."""
     for name in lab.ok("router", "ubus", "list").split():
         yield "object", name
@@ -80,7 +93,7 @@ def answers(lab):
             held.clear()
 
 
-def clients(lab):
+def clients(lab: Lab) -> Iterator[Fact]:
     listed = json.loads(lab.ok("router", "ubus", "-t", "60", "call", "service", "list"))
     for service, value in listed.items():
         for name, instance in value.get("instances", {}).items():
@@ -91,21 +104,21 @@ KERNEL = (devices, addresses, routes, rules, firewall, rows, clients)
 ALL = (switch, *KERNEL, answers)
 
 
-def take(lab, parts=ALL):
+def take(lab: Lab, parts: Sequence[Callable[[Lab], Iterator[Fact]]] = ALL) -> Facts:
     """All facts, counted. The parts are asked for side by side: most of the time is the way there and back."""
-    facts = collections.Counter()
+    facts: Facts = collections.Counter()
     with concurrent.futures.ThreadPoolExecutor(len(parts)) as pool:
         for part in pool.map(lambda read: list(read(lab)), parts):
             facts.update(part)
     return facts
 
 
-def kernel(lab):
+def kernel(lab: Lab) -> Facts:
     """Without the daemon and the switch: what a stopped daemon may have left."""
     return take(lab, KERNEL)
 
 
-def bare(fact):
+def bare(fact: Fact) -> bool:
     """Whether a router has it where this daemon has never run."""
     kind, *words = fact
     return (kind in ("device", "address") and words[0] in ("lo", "eth0")
@@ -114,7 +127,7 @@ def bare(fact):
             or kind == "chain" and words[1].isupper() and not words[2])
 
 
-def first(lab):
+def first(lab: Lab) -> Facts:
     """The facts of a clean start, once the links have been seen: each WAN has its way out then."""
     deadline = time.monotonic() + 60 * lab.pace
     while True:
@@ -124,9 +137,9 @@ def first(lab):
         assert time.monotonic() < deadline, show(facts)
 
 
-def only(facts, wanted):
+def only(facts: Facts, wanted: Callable[[Fact], bool]) -> Facts:
     return collections.Counter({fact: count for fact, count in facts.items() if wanted(fact)})
 
 
-def show(facts):
+def show(facts: Facts) -> str:
     return "\n".join(sorted("    " + " ".join(map(str, fact)) for fact in facts.elements())) or "    nothing"

@@ -3,12 +3,16 @@
 A worker of its own gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
 """
 
+from __future__ import annotations
+
 import os
+from collections.abc import Iterator, Sequence
 
 import pytest
 
 from labctl import client, paths, topology
 from tests.system import held_lab
+from tests.system.held_lab import Lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 READY = "ivarode init success"
@@ -17,11 +21,11 @@ READY = "ivarode init success"
 class Machine(held_lab.Machine):
     """The lab, and which board is up in it."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         super().__init__("tests" + os.environ.get("PYTEST_XDIST_WORKER", ""))
-        self.failed = {}
+        self.failed: dict[tuple[str, str, tuple[str, ...]], client.LabError] = {}
 
-    def board(self, board, config, fresh=False, extra_plan=()):
+    def board(self, board: str, config: str, fresh: bool = False, extra_plan: Sequence[str] = ()) -> Lab:
         wanted = (board, config, tuple(extra_plan))
         if fresh or self.up != wanted:
             self.up = None
@@ -39,12 +43,12 @@ class Machine(held_lab.Machine):
 
 
 @pytest.fixture(scope="session")
-def machine():
+def machine() -> Iterator[Machine]:
     yield from held_lab.hold(Machine)
 
 
 @pytest.fixture(scope="session")
-def compiler(machine):
+def compiler(machine: Machine) -> list[str]:
     """Words of the C++ compiler for the board's processor; none where it is this machine's own."""
     root = paths.cache_dir() / "root/sysroot-mipsel/usr"
     return ["mipsel-linux-gnu-g++", "-isystem", str(root / "include"), "-L", str(root / "lib/mipsel-linux-gnu"),
@@ -52,13 +56,13 @@ def compiler(machine):
 
 
 @pytest.fixture
-def home(machine):
+def home(machine: Machine) -> Lab:
     """One CPU port; LAN 1 over ports 1, 2 and 4, LAN 3 on port 3, a static WAN on port 0."""
     return machine.board("one-cpu", "home")
 
 
 @pytest.fixture
-def fresh_home(machine):
+def fresh_home(machine: Machine) -> Iterator[Lab]:
     """The same, raised for this test alone."""
     yield machine.board("one-cpu", "home", fresh=True)
     machine.spoiled()

@@ -1,38 +1,46 @@
 """Ports made LANs of their own and given back, with frames that prove it; link states over the bus."""
 
+from __future__ import annotations
+
 import itertools
 import time
+from collections.abc import Iterator
+from typing import Any, TYPE_CHECKING
 
 import pytest
 
 from labctl import checks
 from tests.system import bus, state
+from tests.system.held_lab import Lab
+
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
 
 PORTS = {"lan2": 2, "lan3": 3, "lan4": 4}
 SHARED = 4091
 
 
 @pytest.fixture(scope="module")
-def lab(machine):
+def lab(machine: Machine) -> Lab:
     lab = machine.board("one-cpu", "one-lan", fresh=True)
     machine.spoiled()
     return lab
 
 
-def together(lab, name):
+def together(lab: Lab, name: str) -> tuple[int, float] | None:
     """Whether the PC on a port and the one on LAN 1 hear each other."""
     host = "pc" + name[3:]
     return checks.ping(lab, "pc1", lab.topology.address[host], seconds=10)
 
 
-def apart(lab, name):
+def apart(lab: Lab, name: str) -> bool:
     address = lab.topology.address["pc" + name[3:]]
     lab.run("pc1", "ip", "neigh", "flush", "all")
     return not lab.run("pc1", "busybox", "ping", "-c", "1", "-W", "1", address, timeout=20)
 
 
 @pytest.mark.parametrize("order", list(itertools.permutations(PORTS)), ids="-".join)
-def test_ports_leave_and_return_in_every_order(lab, order):
+def test_ports_leave_and_return_in_every_order(lab: Lab, order: tuple[str, ...]) -> None:
     before = state.switch(lab)
     left = []
     for name in order:
@@ -60,7 +68,7 @@ def test_ports_leave_and_return_in_every_order(lab, order):
     assert not [name for name in state.devices(lab) if name.endswith("_default")]
 
 
-def test_port_dump_lists_what_is_on_a_port(lab):
+def test_port_dump_lists_what_is_on_a_port(lab: Lab) -> None:
     assert bus.intf(lab, "port_add", name="lan3") == (0, None)
     try:
         lab.ok("router", "sh", "-c", ": > /var/log/daemon.log")
@@ -73,13 +81,13 @@ def test_port_dump_lists_what_is_on_a_port(lab):
 
 
 @pytest.mark.parametrize("name, status", [("lan10", 1), ("lan", 1), ("lan9", 1), ("dmz1", 1), ("", 1)])
-def test_names_that_are_no_port(lab, name, status):
+def test_names_that_are_no_port(lab: Lab, name: str, status: int) -> None:
     before = state.switch(lab)
     assert bus.intf(lab, "port_add", name=name) == (status, None)
     assert state.switch(lab) == before
 
 
-def wait_status(lab, wanted, seconds=15):
+def wait_status(lab: Lab, wanted: list[int], seconds: float = 15) -> Any:
     deadline = time.monotonic() + seconds * lab.pace
     while True:
         status, reply = bus.intf(lab, "status")
@@ -88,7 +96,7 @@ def wait_status(lab, wanted, seconds=15):
         assert time.monotonic() < deadline, (status, reply)
 
 
-def test_status_follows_the_cables(lab):
+def test_status_follows_the_cables(lab: Lab) -> None:
     reply = wait_status(lab, [1, 1, 1, 1, 1, 0, 0, 0])
     assert reply["speed"] == [1, 1, 1, 1, 1, 0, 0, 0]       # 1: 100 Mbit/s
     assert reply["duplex"] == [1, 1, 1, 1, 1, 0, 0, 0]
@@ -103,21 +111,21 @@ def test_status_follows_the_cables(lab):
     lab.switch("link", 3, "up", "100", "full")
 
 
-def samples(lab, name):
+def samples(lab: Lab, name: str) -> Iterator[tuple[int, ...]]:
     """(received, sent, receive rate, send rate) of each new sample of an interface."""
-    last = None
+    last: tuple[int, ...] = ()
     while True:
         status, reply = bus.intf(lab, "statist")
         assert status == 0
-        label, *figures = reply[name]
+        label, *words = reply[name]
         assert label == name
-        figures = tuple(int(figure) for figure in figures)
+        figures = tuple(int(word) for word in words)
         if figures != last:
             last = figures
             yield figures
 
 
-def test_statistics_under_a_steady_stream(lab):
+def test_statistics_under_a_steady_stream(lab: Lab) -> None:
     """Totals are the kernel's own at the time of a sample; a rate is a third of what came in since the one before."""
     with lab.spawn("pc1", "busybox", "ping", "-i", "0.2", "-s", "900", "192.168.1.1") as stream:
         taken = samples(lab, "lan1")
@@ -135,7 +143,8 @@ def test_statistics_under_a_steady_stream(lab):
     # at rest the totals stand still, and are exactly the kernel's
     deadline = time.monotonic() + 20 * lab.pace
     while True:
-        script = "cat /sys/class/net/lan1/statistics/rx_bytes; ubus -S call ivarode.intf statist; cat /sys/class/net/lan1/statistics/rx_bytes"
+        script = ("cat /sys/class/net/lan1/statistics/rx_bytes; ubus -S call ivarode.intf statist; cat "
+                  "/sys/class/net/lan1/statistics/rx_bytes")
         before, reply, after = lab.shell("router", script, check=True).out.splitlines()
         if before == after and f'"{before}"' in reply:
             break

@@ -1,35 +1,45 @@
 """A WAN turned from each protocol into each other over the bus, and what reaches the supervisor and the stores."""
 
+from __future__ import annotations
+
+from collections.abc import Sequence
+from typing import Any, TYPE_CHECKING
 
 import pytest
 
 from labctl import checks
 from tests.system import bus, state
+from tests.system.held_lab import Lab
 
-STATIC = {"proto": "static", "ipaddr": "203.0.113.2", "netmask": "255.255.255.0", "gateway": "203.0.113.1", "defrt_pri": "20001"}
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
+
+STATIC = {"proto": "static", "ipaddr": "203.0.113.2", "netmask": "255.255.255.0", "gateway": "203.0.113.1",
+          "defrt_pri": "20001"}
 DHCP = {"proto": "dhcp", "defrt_pri": "20001"}
 PPPOE = {"proto": "pppoe", "defrt_pri": "20001", "username": "user1", "password": "secret1", "server": "isp"}
 PROTOCOLS = {"static": STATIC, "dhcp": DHCP, "pppoe": PPPOE}
 
 
 @pytest.fixture(scope="module")
-def lab(machine):
+def lab(machine: Machine) -> Lab:
     lab = machine.board("one-cpu", "one-lan", fresh=True)
     machine.spoiled()
     state.settled(lab)
     return lab
 
 
-def config(lab, old, new, arguments):
+def config(lab: Lab, old: str, new: str, arguments: Any) -> None:
     assert bus.intf(lab, "config", intf=new, old_intf=old, **arguments) == (0, None)
 
 
-def wait_instances(lab, service, names):
-    lab.shell("router", f"until [ \"$(ubus call service list '{{\"name\":\"{service}\"}}' | grep -c '\"running\": true')\" = {len(names)} ]; do sleep 0.1; done", check=True, timeout=30)
+def wait_instances(lab: Lab, service: str, names: Sequence[str]) -> None:
+    lab.shell("router", f"until [ \"$(ubus call service list '{{\"name\":\"{service}\"}}' | grep -c '\"running\": "
+                        f"true')\" = {len(names)} ]; do sleep 0.1; done", check=True, timeout=30)
     assert set(bus.instances(lab, service)) == set(names)
 
 
-def look(lab, protocol, name="wan1"):
+def look(lab: Lab, protocol: str, name: str = "wan1") -> None:
     """What each protocol must show once it is set up."""
     devices = state.devices(lab)
     bridge = name + "_pe" if protocol == "pppoe" else name
@@ -49,27 +59,28 @@ def look(lab, protocol, name="wan1"):
     else:
         assert bus.instances(lab, "pppoe")[name][0] == [
             "/usr/sbin/pppd", "nodetach", "ipparam", "pppoec,20001", "ifname", name, "+ipv6", "nodefaultroute",
-            "usepeerdns", "persist", "maxfail", "0", "user", "user1", "password", "secret1", "mtu", "1492", "mru", "1492",
-            "plugin", "rp-pppoe.so", "rp_pppoe_service", "isp", f"nic-{name}_pe"]
+            "usepeerdns", "persist", "maxfail", "0", "user", "user1", "password", "secret1", "mtu", "1492", "mru",
+            "1492", "plugin", "rp-pppoe.so", "rp_pppoe_service", "isp", f"nic-{name}_pe"]
 
 
 @pytest.mark.parametrize("path", [("dhcp", "static"), ("pppoe", "static"), ("dhcp", "pppoe", "dhcp", "static"),
-                                  ("pppoe", "pppoe", "static"), ("dhcp", "dhcp", "static"), ("dhcp", "dhcp", "dhcp", "static")], ids="-".join)
-def test_from_each_protocol_into_each_other(lab, path):
+                                  ("pppoe", "pppoe", "static"), ("dhcp", "dhcp", "static"),
+                                  ("dhcp", "dhcp", "dhcp", "static")], ids="-".join)
+def test_from_each_protocol_into_each_other(lab: Lab, path: tuple[str, ...]) -> None:
     look(lab, "static")
     for protocol in path:
         config(lab, "wan1", "wan1", PROTOCOLS[protocol])
         look(lab, protocol)
 
 
-def test_renamed(lab):
+def test_renamed(lab: Lab) -> None:
     config(lab, "wan1", "wan1.x", STATIC)
     look(lab, "static", "wan1.x")
     config(lab, "wan1.x", "wan1", STATIC)
     look(lab, "static")
 
 
-def test_disabled_and_enabled(lab):
+def test_disabled_and_enabled(lab: Lab) -> None:
     assert bus.intf(lab, "enable", intf=["wan1"], enable=0) == (0, None)
     assert not [rule for rule in state.rules(lab) if rule.startswith("20001:")]
     assert not lab.run("pc1", "busybox", "ping", "-c", "1", "-W", "1", checks.INTERNET, timeout=20)
@@ -77,7 +88,7 @@ def test_disabled_and_enabled(lab):
     look(lab, "static")
 
 
-def test_deleted_and_added_again(lab):
+def test_deleted_and_added_again(lab: Lab) -> None:
     assert bus.intf(lab, "del", intf=["wan1"]) == (0, None)
     assert "wan1" not in state.devices(lab)
     assert bus.intf(lab, "add", intf="wan1", **STATIC) == (0, None)
@@ -87,11 +98,11 @@ def test_deleted_and_added_again(lab):
 SECRETS = "/etc/ppp/chap-secrets"
 
 
-def secret_lines(lab):
+def secret_lines(lab: Lab) -> list[list[str]]:
     return [line.split() for line in lab.ok("router", "cat", SECRETS).splitlines()]
 
 
-def test_ppp_users_in_the_secrets_file(lab):
+def test_ppp_users_in_the_secrets_file(lab: Lab) -> None:
     lab.put("router", SECRETS, "# by hand\nother * word *\n", 0o600)
     user = {"username": "joe", "provider": "lns", "password": "pass word", "ipaddr": "10.1.2.3"}
     assert bus.call(lab, "ivarode.pppuser", "add", **user) == (0, None)
@@ -107,10 +118,10 @@ def test_ppp_users_in_the_secrets_file(lab):
     assert bus.call(lab, "ivarode.pppuser", "add", username="joe") == (2, None)
 
 
-def test_logins_in_the_database(lab):
+def test_logins_in_the_database(lab: Lab) -> None:
     login = {"type": "pppoe", "username": "ann", "ipaddr": "10.0.0.5", "dial_mac": "02:00:00:00:00:01"}
 
-    def notify(**more):
+    def notify(**more: Any) -> tuple[int, Any]:
         return bus.call(lab, "ivarode.pppauth", "notify", **{**login, **more})
 
     assert notify(action="up") == (0, None)

@@ -1,18 +1,24 @@
 """The lab's own tools, without a board."""
 
+from __future__ import annotations
+
 import json
+import pathlib
 import random
+from typing import Any
 
 import pytest
 
 from labctl import boards, capture, cli, frames, topology
 
 
-def test_frames_survive_any_cut():
+def test_frames_survive_any_cut() -> None:
     rng = random.Random(7)
-    sent = [(rng.randrange(1, 20), rng.randrange(1 << 32), rng.randbytes(rng.choice([0, 1, 9, 5000]))) for _ in range(200)]
+    sent = [(rng.randrange(1, 20), rng.randrange(1 << 32),
+             rng.randbytes(rng.choice([0, 1, 9, 5000]))) for _ in range(200)]
     stream = b"".join(frames.pack(*item) for item in sent)
-    reader, received = frames.Reader(), []
+    reader = frames.Reader()
+    received: list[tuple[int, int, bytes]] = []
     while stream:
         size = rng.choice([1, 3, 8, 9, 10, 4096])
         received += reader.feed(stream[:size])
@@ -20,7 +26,7 @@ def test_frames_survive_any_cut():
     assert received == sent
 
 
-def test_a_frame_that_claims_too_much_is_refused():
+def test_a_frame_that_claims_too_much_is_refused() -> None:
     with pytest.raises(ValueError):
         list(frames.Reader().feed(frames.HEADER.pack(frames.PAYLOAD_MAX + 1, 1, 1)))
     with pytest.raises(ValueError):
@@ -32,12 +38,12 @@ def test_a_frame_that_claims_too_much_is_refused():
     ("two-wan", {1: 1, 2: 2, 3: 3, 4: 4}, {1: 0, 2: 4}, 1),
     ("two-cpu", {1: 1, 2: 2, 3: 3, 4: 4}, {1: 0}, 2),
 ])
-def test_numbers_of_the_sample_boards(name, lans, wans, cpu_ports):
+def test_numbers_of_the_sample_boards(name: str, lans: dict[int, int], wans: dict[int, int], cpu_ports: int) -> None:
     board = boards.Board(name)
     assert (board.lans, board.wans, board.cpu_ports) == (lans, wans, cpu_ports)
 
 
-def test_a_board_may_number_its_ports_itself(tmp_path):
+def test_a_board_may_number_its_ports_itself(tmp_path: pathlib.Path) -> None:
     path = tmp_path / "own.json"
     ports = [{"num": 4, "role": "lan", "index": 2}, {"num": 3, "role": "lan"}, {"num": 0, "role": "wan", "index": 7},
              {"num": 1, "role": "wan"}, {"num": 6, "device": "eth0"}]
@@ -50,19 +56,19 @@ def test_a_board_may_number_its_ports_itself(tmp_path):
 
 
 @pytest.mark.parametrize("text", ["", "{", "{}", '{"switch": 1}'])
-def test_a_bad_board_file_is_named(tmp_path, text):
+def test_a_bad_board_file_is_named(tmp_path: pathlib.Path, text: str) -> None:
     path = tmp_path / "bad.json"
     path.write_text(text)
     with pytest.raises(boards.ConfigError, match="bad.json"):
         boards.Board(str(path))
 
 
-def test_an_unknown_sample_is_told_with_those_there_are():
+def test_an_unknown_sample_is_told_with_those_there_are() -> None:
     with pytest.raises(boards.ConfigError, match="one-cpu, two-cpu, two-wan"):
         boards.Board("three-cpu")
 
 
-def test_who_shares_a_lan():
+def test_who_shares_a_lan() -> None:
     about = topology.Topology(boards.Board("one-cpu"), "home")
     assert about.lans == {1: ["pc1", "pc2", "pc4"], 3: ["pc3"]}
     assert about.same_lan() == ("pc1", "pc2") and about.two_lans() == ("pc1", "pc3")
@@ -73,7 +79,7 @@ def test_who_shares_a_lan():
     assert apart.wans == {1: "isp", 2: "isp2"}
 
 
-def test_a_double_tagged_frame_is_read():
+def test_a_double_tagged_frame_is_read() -> None:
     frame = bytes.fromhex("ffffffffffff" "021a00000001" "81000064" "81000007" "0806" "0001080006040001"
                           "021a00000001c0a80701" "000000000000c0a80702")
     seen = capture.Decoded(frame)
@@ -82,7 +88,7 @@ def test_a_double_tagged_frame_is_read():
 
 
 @pytest.mark.parametrize("size", range(0, 60, 7))
-def test_a_cut_frame_is_read_as_far_as_it_goes(size):
+def test_a_cut_frame_is_read_as_far_as_it_goes(size: int) -> None:
     frame = (bytes(12) + b"\x81\x00\x00\x01\x08\x00\x45" + bytes(60))[:size]
     str(capture.Decoded(frame))
 
@@ -94,6 +100,6 @@ def test_a_cut_frame_is_read_as_far_as_it_goes(size):
     ("kill -9 daemon", {"signal": 9, "what": "daemon"}),
     ("--name x kill broker", {"signal": 15, "what": "broker"}),
 ])
-def test_command_lines(line, expected):
+def test_command_lines(line: str, expected: Any) -> None:
     args = vars(cli.parse(line.split()))
     assert {key: args[key] for key in expected} == expected

@@ -1,14 +1,21 @@
 """A WAN of PPPoE beside a real access concentrator behind the emulated switch, and accounts for those who dial in."""
 
+from __future__ import annotations
+
 import json
 import re
 import time
+from typing import Any, TYPE_CHECKING
 
 import pytest
 
 from labctl import checks
-from labctl.capture import Capture
+from labctl.capture import Capture, Decoded
 from tests.system import bus, peers, state
+from tests.system.held_lab import Lab
+
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
 
 ARGUMENTS = {"proto": "pppoe", "defrt_pri": "20001", "username": "user1", "password": "secret1", "server": "isp"}
 REMOTE = "198.51.100.254"
@@ -18,7 +25,7 @@ OPTIONS = "/etc/ppp/options.wan1_pe"
 
 
 @pytest.fixture(scope="module")
-def lab(machine):
+def lab(machine: Machine) -> Lab:
     lab = machine.board("one-cpu", "pppoe", fresh=True)
     machine.spoiled()
     lab.shell("isp", peers.BEHIND_SCRIPT, check=True)
@@ -26,12 +33,12 @@ def lab(machine):
 
 
 @pytest.fixture(scope="module")
-def provider(lab):
+def provider(lab: Lab) -> peers.Pppoe:
     return peers.Pppoe(lab)
 
 
 @pytest.fixture
-def session(lab, provider):
+def session(lab: Lab, provider: peers.Pppoe) -> peers.Pppoe:
     """A session that is up."""
     if not provider.running():
         provider.start()
@@ -39,20 +46,21 @@ def session(lab, provider):
     return provider
 
 
-def clients_output(lab):
+def clients_output(lab: Lab) -> str:
     return "\n".join(line for line in peers.said_by_clients(lab) if line.startswith("[pppoe/wan1]"))
 
 
-def wait_output(lab, text, count=1):
+def wait_output(lab: Lab, text: str, count: int = 1) -> None:
     """Waits until the client has said something that many times."""
-    peers.until(lab, "router", f"[ \"$(grep -F '[pppoe/wan1]' /var/log/siblings.log | grep -cF '{text}')\" -ge {count} ]")
+    peers.until(lab, "router",
+                f"[ \"$(grep -F '[pppoe/wan1]' /var/log/siblings.log | grep -cF '{text}')\" -ge {count} ]")
 
 
-def pppoe_frames(frames, ethertype=0x8864):
+def pppoe_frames(frames: list[Decoded], ethertype: int = 0x8864) -> list[Decoded]:
     return [f for f in frames if f.ethertype == ethertype]
 
 
-def look_up(lab):
+def look_up(lab: Lab) -> None:
     link = lab.run("router", "ip", "-j", "-d", "-4", "addr", "show", "wan1", check=True).json()[0]
     assert link["mtu"] == 1492 and link["link_type"] == "ppp" and link["operstate"] in ("UNKNOWN", "UP")
     row = peers.row(lab, "wan1")
@@ -66,14 +74,14 @@ def look_up(lab):
     assert peers.resolvers(lab) == ["198.51.100.53", "198.51.100.54"]
 
 
-def look_down(lab):
+def look_down(lab: Lab) -> None:
     peers.until(lab, "router", GONE, 30)
     assert peers.row(lab, "wan1")["ipaddr"] == "0.0.0.0"
     assert peers.default_routes(lab, 20001) == []
     peers.until(lab, "router", "! grep -q nameserver /etc/resolv.conf", 20)
 
 
-def test_provider_silent(lab):
+def test_provider_silent(lab: Lab) -> None:
     """Nobody answers: the client goes on looking by wan1_pe, and the daemon is content."""
     look_down(lab)
     assert peers.errors(lab) == []
@@ -86,7 +94,7 @@ def test_provider_silent(lab):
     assert bus.instances(lab, "pppoe")["wan1"][1]
 
 
-def test_wrong_password_and_then_the_right_one(lab, provider):
+def test_wrong_password_and_then_the_right_one(lab: Lab, provider: peers.Pppoe) -> None:
     provider.start(secrets="user1 * other *\n")
     wait_output(lab, "CHAP authentication failed", 2)      # not once and for all: it has tried again
     look_down(lab)
@@ -96,10 +104,11 @@ def test_wrong_password_and_then_the_right_one(lab, provider):
     look_up(lab)
 
 
-def test_session_as_the_command_line_asks(lab, session):
+def test_session_as_the_command_line_asks(lab: Lab, session: peers.Pppoe) -> None:
     given, running = bus.instances(lab, "pppoe")["wan1"]
     assert running and given == [
-        "/usr/sbin/pppd", "nodetach", "ipparam", "pppoec,20001", "ifname", "wan1", "+ipv6", "nodefaultroute", "usepeerdns",
+        "/usr/sbin/pppd", "nodetach", "ipparam", "pppoec,20001", "ifname", "wan1", "+ipv6", "nodefaultroute",
+        "usepeerdns",
         "persist", "maxfail", "0", "user", "user1", "password", "secret1", "mtu", "1492", "mru", "1492", "plugin",
         "rp-pppoe.so", "rp_pppoe_service", "isp", "nic-wan1_pe"]
     assert lab.ok("router", "cat", "/run/wan1.pid").strip() == str(
@@ -112,27 +121,28 @@ def test_session_as_the_command_line_asks(lab, session):
     assert state.addresses(lab).get("wan1_pe") is None and state.devices(lab)["wan1_pe"][0] == "bridge"
 
 
-def test_traffic_goes_through_the_session(lab, session):
+def test_traffic_goes_through_the_session(lab: Lab, session: peers.Pppoe) -> None:
     address = peers.row(lab, "wan1")["ipaddr"]
     with Capture(lab, 0) as wan:
         assert checks.ping(lab, "pc1", peers.BEHIND)
         frames = wan.frames(lambda fs: len([f for f in fs if inner(f) and inner(f)[9] == 1]) >= 2)
     assert frames is not None, "the ping went another way"
-    ends = {(inner(f)[12:16], inner(f)[16:20]) for f in frames if inner(f) and inner(f)[9] == 1}
+    packets = [packet for f in frames if (packet := inner(f)) and packet[9] == 1]
+    ends = {(packet[12:16], packet[16:20]) for packet in packets}
     own, other = packed(address), packed(peers.BEHIND)
     assert ends == {(own, other), (other, own)}
 
 
-def packed(address):
+def packed(address: str) -> bytes:
     return bytes(int(part) for part in address.split("."))
 
 
-def inner(frame):
-    """The IPv4 packet of a session frame: 6 bytes of PPPoE, 2 of PPP in front."""
-    return frame.payload[8:] if frame.ethertype == 0x8864 and frame.payload[6:8] == b"\0\x21" else None
+def inner(frame: Decoded) -> bytes:
+    """The IPv4 packet of a session frame, or nothing: 6 bytes of PPPoE, 2 of PPP in front."""
+    return frame.payload[8:] if frame.ethertype == 0x8864 and frame.payload[6:8] == b"\0\x21" else b""
 
 
-def segment_sizes(frames, acknowledges):
+def segment_sizes(frames: list[Decoded], acknowledges: bool) -> set[int]:
     """Segment sizes that the SYNs (or the SYNs that acknowledge) offer."""
     found = set()
     for packet in (inner(f) or (f.payload if f.ethertype == 0x0800 else b"") for f in frames):
@@ -147,9 +157,9 @@ SERVE = "while :; do busybox nc -l -p 9000 -e cat /tmp/big; done"
 TAKE = f"busybox timeout 5 busybox nc {peers.BEHIND} 9000 < /dev/null | wc -c"
 
 
-def test_large_transfers_fit_the_session(lab, session):
-    """From full-size frames to full-size frames, with a link of 1492 bytes between, past a provider that tells nobody of
-    packets that were too big. Without the clamp the same download does not get through: this is what it is for."""
+def test_large_transfers_fit_the_session(lab: Lab, session: peers.Pppoe) -> None:
+    """From full-size frames to full-size frames, with a link of 1492 bytes between, past a provider that reports no
+    packet as too big. Without the clamp the same download does not get through: this is what it is for."""
     lab.shell("isp", f"busybox dd if=/dev/urandom of=/tmp/big bs=1000 count={SIZE // 1000} 2> /dev/null", check=True)
     with lab.spawn("isp", "ip", "netns", "exec", "behind", "sh", "-c", SERVE) as server:
         listening = "ip netns exec behind busybox netstat -ltn | grep -q :9000"
@@ -159,6 +169,7 @@ def test_large_transfers_fit_the_session(lab, session):
                              timeout=30).out.strip() == "1000"
             outside = wan.frames(lambda fs: segment_sizes(fs, False) and segment_sizes(fs, True))
             inside = lan.frames(lambda fs: segment_sizes(fs, False))
+        assert inside and outside
         assert segment_sizes(inside, False) == {1460} and segment_sizes(outside, False) == {1452}
         peers.until(lab, "isp", listening, 20)
         began = time.monotonic()
@@ -166,31 +177,34 @@ def test_large_transfers_fit_the_session(lab, session):
         took = time.monotonic() - began
         assert whole.out.split()[0] == lab.ok("isp", "md5sum", "/tmp/big").split()[0], f"after {took:.1f} s"
         peers.until(lab, "isp", listening, 20)
-        clamp = lab.ok("router", "iptables", "-t", "mangle", "-S", "ipt_fwd_mangle_rules_def").splitlines()[-1].split()[1:]
+        clamp = lab.ok("router", "iptables", "-t", "mangle", "-S",
+                       "ipt_fwd_mangle_rules_def").splitlines()[-1].split()[1:]
         assert "--clamp-mss-to-pmtu" in clamp
         lab.ok("router", "iptables", "-t", "mangle", "-D", *clamp)
         try:
-            assert int(lab.shell("pc1", TAKE, timeout=60).out) < SIZE, "nothing was too big: the clamp is not what helped"
+            assert int(lab.shell("pc1", TAKE,
+                                 timeout=60).out) < SIZE, "nothing was too big: the clamp is not what helped"
         finally:
             lab.ok("router", "iptables", "-t", "mangle", "-A", *clamp)
         server.kill()
 
 
-def test_large_upload_fits_the_session(lab, session):
+def test_large_upload_fits_the_session(lab: Lab, session: peers.Pppoe) -> None:
     """The other way the router itself tells the station what is too big."""
     lab.shell("pc1", f"busybox dd if=/dev/urandom of=/tmp/big bs=1000 count={SIZE // 1000} 2> /dev/null", check=True)
-    with lab.spawn("isp", "ip", "netns", "exec", "behind", "busybox", "nc", "-l", "-p", "9001", "-e", "busybox", "md5sum"):
+    with lab.spawn("isp", "ip", "netns", "exec", "behind", "busybox", "nc", "-l", "-p", "9001", "-e", "busybox",
+                   "md5sum"):
         peers.until(lab, "isp", "ip netns exec behind busybox netstat -ltn | grep -q :9001", 20)
         answer = lab.shell("pc1", f"busybox nc {peers.BEHIND} 9001 < /tmp/big", timeout=120)
     assert answer.out.split()[0] == lab.ok("pc1", "md5sum", "/tmp/big").split()[0]
 
 
-def wait_session_lost(lab):
+def wait_session_lost(lab: Lab) -> None:
     peers.unbound(lab, "wan1")
     look_down(lab)
 
 
-def test_cable_pulled_and_back(lab, session):
+def test_cable_pulled_and_back(lab: Lab, session: peers.Pppoe) -> None:
     before = bus.instances(lab, "pppoe")["wan1"][1], lab.ok("router", "cat", "/run/wan1.pid")
     lab.link(0, False)
     wait_session_lost(lab)
@@ -202,7 +216,7 @@ def test_cable_pulled_and_back(lab, session):
     assert checks.ping(lab, "pc1", peers.BEHIND)
 
 
-def test_provider_killed_and_back(lab, session):
+def test_provider_killed_and_back(lab: Lab, session: peers.Pppoe) -> None:
     """No goodbye comes: the client finds out by itself, by the echo requests that the image's options file asks for."""
     assert "lcp-echo-interval" in lab.ok("router", "cat", OPTIONS)
     lost = clients_output(lab).count("No response to")
@@ -210,7 +224,7 @@ def test_provider_killed_and_back(lab, session):
         session.kill()
         wait_session_lost(lab)
         wait_output(lab, "No response to", lost + 1)
-        ends = [f for f in wan.frames(lambda fs: True) if f.ethertype == 0x8863 and f.payload[1] == 0xA7]
+        ends = [f for f in wan.frames(lambda fs: True) or () if f.ethertype == 0x8863 and f.payload[1] == 0xA7]
         assert [f for f in ends if f.src == lab.topology.mac("isp")] == [], "the provider has said goodbye"
     session.start()
     peers.bound(lab, "wan1")
@@ -218,7 +232,7 @@ def test_provider_killed_and_back(lab, session):
     assert checks.ping(lab, "pc1", peers.BEHIND)
 
 
-def config(lab, before=":"):
+def config(lab: Lab, before: str = ":") -> tuple[int, float]:
     """(status, seconds) of the call, with something done in the router at the same moment."""
     words = json.dumps({"intf": "wan1", "old_intf": "wan1", **ARGUMENTS})
     began = time.monotonic()
@@ -226,7 +240,7 @@ def config(lab, before=":"):
     return result.status, time.monotonic() - began
 
 
-def watch_links(lab):
+def watch_links(lab: Lab) -> Any:
     """The kernel's announcements about links, once they are heard for sure."""
     watch = lab.spawn("router", "ip", "-o", "monitor", "link")
     for mtu in range(65535, 65505, -1):
@@ -237,7 +251,7 @@ def watch_links(lab):
     raise AssertionError("nothing is heard")
 
 
-def test_config_of_a_live_session_waits_for_the_old_link(lab, session):
+def test_config_of_a_live_session_waits_for_the_old_link(lab: Lab, session: peers.Pppoe) -> None:
     old = lab.ok("router", "cat", "/run/wan1.pid")
     with watch_links(lab) as watch:
         # the client is held up for a second, and with it its link
@@ -256,9 +270,10 @@ def test_config_of_a_live_session_waits_for_the_old_link(lab, session):
     assert removed[0] < gone[0] < made[0], lines
 
 
-def test_config_gives_up_when_the_old_link_stays(lab, session):
+def test_config_gives_up_when_the_old_link_stays(lab: Lab, session: peers.Pppoe) -> None:
     """As long as something has the name, it counts as the old link; after two seconds of asking the call is refused."""
-    lab.shell("router", "ip link set wan1 down && ip link set wan1 name other && ip link add wan1 type bridge", check=True)
+    lab.shell("router", "ip link set wan1 down && ip link set wan1 name other && ip link add wan1 type bridge",
+              check=True)
     status, took = config(lab)
     assert status == 2 and took >= 2
     assert any("old ppp interface exist error" in line for line in peers.errors(lab))
@@ -274,7 +289,7 @@ DIAL = ["pppd", "plugin", "rp-pppoe.so", "nic-eth0", "user", "joe", "password", 
         "noipdefault", "nodefaultroute", "noipv6"]
 
 
-def test_account_added_over_the_bus_can_dial_in(lab):
+def test_account_added_over_the_bus_can_dial_in(lab: Lab) -> None:
     """The router is the access concentrator of its LAN; the login is in the records for as long as it lasts."""
     own = peers.Pppoe(lab, "router", "lan1", "10.9.0.1", "10.9.0.10")
     own.start("ipparam pppoe,192.168.1.11", secrets=None)

@@ -1,42 +1,49 @@
 """Deaths and restarts: of the daemon at any time, and of the bus broker."""
 
+from __future__ import annotations
+
 import time
+from typing import Any, TYPE_CHECKING
 
 import pytest
 
 from labctl import checks
 from tests.system import state
+from tests.system.held_lab import Lab
+
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
 
 
-def restart(lab):
+def restart(lab: Lab) -> None:
     lab.ok("agent", "start", "daemon", timeout=30)
     lab.said("ivarode init success", 90)
 
 
-def kill_daemon(lab):
+def kill_daemon(lab: Lab) -> None:
     lab.ok("agent", "kill", "daemon", "9")
     wait_service(lab, "daemon ended signal 9")
 
 
-def wait_service(lab, line, seconds=10):
+def wait_service(lab: Lab, line: str, seconds: int = 10) -> None:
     deadline = time.monotonic() + seconds * lab.pace
     while line not in lab.ok("agent", "services").splitlines():
         assert time.monotonic() < deadline, lab.ok("agent", "services")
 
 
-def comparable(found):
+def comparable(found: dict[str, Any]) -> dict[str, Any]:
     """Without the CPU port's own MAC, which is another on each board."""
     devices = {name: value for name, value in found["devices"].items() if name != "eth0"}
     return {**found, "devices": devices}
 
 
 @pytest.fixture(scope="module")
-def undisturbed(machine):
+def undisturbed(machine: Machine) -> dict[str, Any]:
     """What a start leaves that nobody disturbs."""
     return comparable(state.settled(machine.board("one-cpu", "home", fresh=True)))
 
 
-def test_killed_and_started_again_finds_the_same_state(fresh_home):
+def test_killed_and_started_again_finds_the_same_state(fresh_home: Lab) -> None:
     before = state.settled(fresh_home)
     kill_daemon(fresh_home)
     # the kernel and the switch go on without it
@@ -47,12 +54,13 @@ def test_killed_and_started_again_finds_the_same_state(fresh_home):
 
 
 @pytest.mark.parametrize("text", ["base-mac", "i=0 link"])
-def test_killed_in_mid_start(machine, undisturbed, text):
+def test_killed_in_mid_start(machine: Machine, undisturbed: dict[str, Any], text: str) -> None:
     """Killed when its output has reached a certain line, on a board where nothing has been laid yet."""
     machine.spoiled()
     lab = machine.lab
     lab.raise_board("one-cpu", "home", ["no-daemon"])
-    with lab.spawn("router", "sh", "-c", f"while ! grep -q '{text}' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)") as killer:
+    with lab.spawn("router", "sh", "-c",
+                   f"while ! grep -q '{text}' /var/log/daemon.log; do :; done; kill -9 $(pidof ivarode)") as killer:
         lab.ok("agent", "start", "daemon")
         assert killer.collect(time.monotonic() + 60 * lab.pace)
     wait_service(lab, "daemon ended signal 9")
@@ -62,14 +70,14 @@ def test_killed_in_mid_start(machine, undisturbed, text):
         assert comparable(found)[part] == value, part
 
 
-def test_terminated_it_ends_well(fresh_home):
+def test_terminated_it_ends_well(fresh_home: Lab) -> None:
     fresh_home.ok("agent", "stop", "daemon", timeout=30)
     wait_service(fresh_home, "daemon ended exit 0")
     restart(fresh_home)
     assert fresh_home.run("router", "ubus", "-S", "call", "ivarode.run", "run").status == 0
 
 
-def test_broker_killed_and_restarted(fresh_home):
+def test_broker_killed_and_restarted(fresh_home: Lab) -> None:
     before = fresh_home.ok("router", "ubus", "list").split()
     for _ in range(3):
         fresh_home.ok("agent", "kill", "broker", "9")

@@ -1,12 +1,21 @@
 """Every sample configuration brings up a board as it is: those of the lab, and the one that goes into an image."""
 
+from __future__ import annotations
+
+import pathlib
 import re
 import shutil
+from collections.abc import Iterable
+from typing import TYPE_CHECKING
 
 import pytest
 
 from labctl import paths
 from tests.system import state
+from tests.system.held_lab import Lab
+
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
 
 # Those with WANs that need somebody at the other end are raised beside him: test_dhcp, test_pppoe, test_two_wans_live.
 SAMPLES = sorted(path.name for path in (paths.LAB / "configs").iterdir()
@@ -14,9 +23,10 @@ SAMPLES = sorted(path.name for path in (paths.LAB / "configs").iterdir()
 IMAGE = paths.ROOT / "image/files/etc/config"
 
 
-def sections(text):
+def sections(text: str) -> dict[str, dict[str, str]]:
     """Name -> its options, of the sections that are not commented out."""
-    found, options = {}, None
+    found: dict[str, dict[str, str]] = {}
+    options: dict[str, str] = {}
     for line in text.splitlines():
         if match := re.match(r"config \w+ '?(\w+)'?$", line):
             options = found.setdefault(match.group(1), {})
@@ -25,7 +35,7 @@ def sections(text):
     return found
 
 
-def loaded(lab, files):
+def loaded(lab: Lab, files: Iterable[pathlib.Path]) -> int:
     """The board has the files unchanged, and an address on each interface that they give one."""
     there = state.addresses(lab)
     given = 0
@@ -42,7 +52,7 @@ def loaded(lab, files):
 
 
 @pytest.mark.parametrize("name", SAMPLES)
-def test_sample_of_the_lab(machine, name):
+def test_sample_of_the_lab(machine: Machine, name: str) -> None:
     folder = paths.LAB / "configs" / name
     second = "wan2" in sections((folder / "wan_intf").read_text())
     lab = machine.board("two-wan" if second else "one-cpu", name)
@@ -61,14 +71,15 @@ isp wan1
 """
 
 
-def test_sample_of_the_image(machine, tmp_path):
+def test_sample_of_the_image(machine: Machine, tmp_path: pathlib.Path) -> None:
     """Its WAN asks for an address: it gets one, a way out and a resolver."""
     shutil.copytree(IMAGE, tmp_path / "image")
     (tmp_path / "image/hosts").write_text(HOSTS)
     lab = machine.board("one-cpu", str(tmp_path / "image"), fresh=True)
     machine.spoiled()
     assert loaded(lab, sorted(IMAGE.iterdir())) == 1
-    with lab.spawn("isp", "dnsmasq", "--keep-in-foreground", "--port=0", "--bind-interfaces", "--interface=eth0", "--leasefile-ro",
+    with lab.spawn("isp", "dnsmasq", "--keep-in-foreground", "--port=0", "--bind-interfaces", "--interface=eth0",
+                   "--leasefile-ro",
                    "--dhcp-range=203.0.113.50,203.0.113.50,255.255.255.0,600", "--dhcp-option=3,203.0.113.1",
                    "--dhcp-option=6,203.0.113.9", "--dhcp-authoritative", "--user=root", "--group=root",
                    "--conf-file=/dev/null", "--pid-file=") as server:

@@ -1,35 +1,44 @@
 """The daemon as an image runs it: few capabilities, the image's own bus libraries, started by its init script."""
 
+from __future__ import annotations
+
 import json
+import pathlib
 import re
 import subprocess
 import time
+from collections.abc import Iterable, Iterator
+from typing import Any, TYPE_CHECKING
 
 import pytest
 
-from labctl import paths
+from labctl import client, paths
 from tests.package import bus_headers, other_libraries
 from tests.system import state
+from tests.system.held_lab import Lab
+
+if TYPE_CHECKING:
+    from tests.system.conftest import Machine
 
 READY = "ivarode init success"
 SHIM = "/usr/lib/lab-shim.so"
 HERE = paths.ROOT / "tests/system"
 
 
-def comparable(found):
+def comparable(found: dict[str, Any]) -> dict[str, Any]:
     """Without what is another on each board: the CPU port's own MAC."""
     found["devices"].pop("eth0")
     return found
 
 
 @pytest.fixture(scope="module")
-def usual(machine):
+def usual(machine: Machine) -> dict[str, Any]:
     """The state after an ordinary start."""
     return comparable(state.settled(machine.board("one-cpu", "home", fresh=True)))
 
 
 @pytest.fixture
-def bare(machine, usual):
+def bare(machine: Machine, usual: dict[str, Any]) -> Iterator[Lab]:
     """The same board with the daemon not started."""
     machine.spoiled()
     machine.lab.raise_board("one-cpu", "home", ["no-daemon"])
@@ -37,18 +46,19 @@ def bare(machine, usual):
     machine.spoiled()
 
 
-def daemon(lab):
+def daemon(lab: Lab) -> int:
     """The daemon's process number; waits until its name is the program's, not a launcher's."""
-    return int(lab.shell("router", "for i in $(seq 100); do pidof ivarode && exit; sleep 0.1; done; exit 1", check=True).out)
+    return int(lab.shell("router", "for i in $(seq 100); do pidof ivarode && exit; sleep 0.1; done; exit 1",
+                         check=True).out)
 
 
-def facts(lab, pid):
+def facts(lab: Lab, pid: int) -> dict[str, str]:
     return dict(re.findall(r"^(\w+):\s*(\S+)", lab.ok("router", "cat", f"/proc/{pid}/status"), re.M))
 
 
 # --- capabilities ------------------------------------------------------------------------------------------
 
-def numbers():
+def numbers() -> dict[str, int]:
     """Names of the capability file -> their numbers."""
     known = dict(re.findall(r"^#define (CAP_[A-Z_]+)\s+(\d+)$", open("/usr/include/linux/capability.h").read(), re.M))
     names = json.loads((paths.ROOT / "image/files/etc/capabilities/ivarode.json").read_text())["bounding"]
@@ -56,17 +66,18 @@ def numbers():
 
 
 @pytest.fixture(scope="module")
-def confine(tmp_path_factory, compiler):
+def confine(tmp_path_factory: pytest.TempPathFactory, compiler: list[str]) -> bytes:
     """A launcher that needs nothing of the machine it runs on."""
     program = tmp_path_factory.mktemp("confine") / "confine"
-    subprocess.run([*(compiler or ["g++"]), "-std=gnu++20", "-Wall", "-Wextra", "-Werror", "-O1", "-static", "-o", str(program),
-                    str(HERE / "confine.cpp")], check=True)
+    subprocess.run([*(compiler or ["g++"]), "-std=gnu++20", "-Wall", "-Wextra", "-Werror", "-O1", "-static", "-o",
+                    str(program), str(HERE / "confine.cpp")], check=True)
     return program.read_bytes()
 
 
-def confined(lab, confine, kept):
+def confined(lab: Lab, confine: bytes, kept: Iterable[int]) -> client.Command:
     lab.put("router", "/run/confine", confine, 0o755)
-    return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/run/confine", ",".join(map(str, kept)), "/usr/sbin/ivarode")
+    return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/run/confine", ",".join(map(str, kept)),
+                     "/usr/sbin/ivarode")
 
 
 CALLS = [
@@ -80,7 +91,7 @@ CALLS = [
 ]
 
 
-def test_listed_capabilities_are_enough(bare, usual, confine):
+def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any], confine: bytes) -> None:
     """All others are given up: it starts as ever, and does what changes files, routes, the switch and databases."""
     kept = numbers().values()
     with confined(bare, confine, kept) as running:
@@ -94,17 +105,19 @@ def test_listed_capabilities_are_enough(bare, usual, confine):
             assert answer.status == 0, (name, method, answer)
         assert "10.9.0.0/16" in bare.ok("router", "ip", "-4", "route", "show", "table", "10000")
         secrets = bare.ok("router", "ls", "-ln", "/etc/ppp/chap-secrets").split()
-        assert secrets[:4] == ["-rw-------", "1", "0", "0"] and "alice" in bare.ok("router", "cat", "/etc/ppp/chap-secrets")
+        assert secrets[:4] == ["-rw-------", "1", "0", "0"] and "alice" in bare.ok("router", "cat",
+                                                                                   "/etc/ppp/chap-secrets")
         # nobody else may write to what it has made; one file that is not its shows that the search finds such
         bare.ok("router", "sh", "-c", "umask 0; : >/tmp/calmora/loose")
-        loose = bare.ok("router", "find", "/run/ivarode", "/dev/shm", "/tmp/calmora", "-perm", "/022", "!", "-type", "l", "!",
+        loose = bare.ok("router", "find", "/run/ivarode", "/dev/shm", "/tmp/calmora", "-perm", "/022", "!", "-type",
+                        "l", "!",
                         "-path", "/dev/shm")
         assert loose == "/tmp/calmora/loose\n"
         running.kill(15)
 
 
 @pytest.mark.parametrize("name", ["CAP_NET_ADMIN", "CAP_NET_RAW"])
-def test_neither_can_be_left_out(bare, confine, name):
+def test_neither_can_be_left_out(bare: Lab, confine: bytes, name: str) -> None:
     kept = [number for other, number in numbers().items() if other != name]
     with confined(bare, confine, kept) as running:
         result = running.collect(time.monotonic() + 90 * bare.pace)
@@ -114,7 +127,8 @@ def test_neither_can_be_left_out(bare, confine, name):
 
 # --- other bus libraries -----------------------------------------------------------------------------------
 
-def test_runs_with_other_builds_of_the_bus_libraries(bare, usual, compiler, tmp_path):
+def test_runs_with_other_builds_of_the_bus_libraries(bare: Lab, usual: dict[str, Any], compiler: list[str],
+                                                     tmp_path: pathlib.Path) -> None:
     names = other_libraries.build(tmp_path, compiler)
     bare.ok("router", "mkdir", "-p", "/opt")
     for name in names:
@@ -133,7 +147,7 @@ def test_runs_with_other_builds_of_the_bus_libraries(bare, usual, compiler, tmp_
 
 # --- the init script ---------------------------------------------------------------------------------------
 
-def test_init_script_starts_guards_and_removes_it(bare, usual):
+def test_init_script_starts_guards_and_removes_it(bare: Lab, usual: dict[str, Any]) -> None:
     frame = (paths.ROOT / "tests/package/rc/rc.common").read_text()
     bare.put("router", "/etc/rc.common", frame)
     # what the supervisor starts must see the emulated hardware, too
@@ -144,25 +158,29 @@ def test_init_script_starts_guards_and_removes_it(bare, usual):
     first = daemon(bare)
     bare.ok("router", "kill", "-9", str(first))
     # the supervisor waits five seconds, and the start takes five
-    bare.shell("router", f"for i in $(seq 600); do test $(grep -c '{READY}' /var/log/messages) = 2 && exit; sleep 0.1; done; exit 1",
+    bare.shell("router", f"for i in $(seq 600); do test $(grep -c '{READY}' /var/log/messages) = 2 && exit; sleep 0.1; "
+                         "done; exit 1",
                check=True, timeout=90)
     assert daemon(bare) != first
     assert comparable(state.settled(bare)) == usual
     bare.ok("router", "/etc/init.d/ivarode", "stop", timeout=60)
     assert not bare.run("router", "pidof", "ivarode")
     assert set(state.devices(bare)) == {"lo", "eth0"}
-    assert state.rules(bare) == ["0: from all lookup local", "32766: from all lookup main", "32767: from all lookup default"]
+    assert state.rules(bare) == ["0: from all lookup local", "32766: from all lookup main",
+                                 "32767: from all lookup default"]
     for table, chains in state.firewall(bare).items():
-        assert not any(chains.values()) and set(chains) <= {"PREROUTING", "INPUT", "FORWARD", "OUTPUT", "POSTROUTING"}, table
+        assert not any(chains.values()) and set(chains) <= {"PREROUTING", "INPUT", "FORWARD", "OUTPUT",
+                                                            "POSTROUTING"}, table
 
 
 # --- who may call what -------------------------------------------------------------------------------------
 
-def test_unprivileged_user_may_look_and_not_touch(machine):
+def test_unprivileged_user_may_look_and_not_touch(machine: Machine) -> None:
     lab = machine.board("one-cpu", "home")
 
-    def call(*words):
-        return lab.run("router", "busybox", "su", "-s", "/bin/sh", "-c", "ubus -S call " + " ".join(words), "daemon").status
+    def call(*words: str) -> Any:
+        return lab.run("router", "busybox", "su", "-s", "/bin/sh", "-c", "ubus -S call " + " ".join(words),
+                       "daemon").status
 
     assert call("ivarode.run", "run") == 0
     assert call("ivarode.intf", "statist") == 0

@@ -1,21 +1,24 @@
 """What a start leaves: switch, devices, addresses, firewall, rules, bus."""
 
+from __future__ import annotations
+
 import re
 
 from tests.system import state
+from tests.system.held_lab import Lab
 
 LAN1, LAN3, WAN1 = 4091, 4093, 4090
 ALL_PORTS_UNTAGGED = [0, 1, 2, 3, 4, 5]
 
 
-def test_says_that_it_is_ready_and_nothing_worse(home):
+def test_says_that_it_is_ready_and_nothing_worse(home: Lab) -> None:
     log = home.ok("router", "cat", "/var/log/messages")
     daemon = [line for line in log.splitlines() if " ivarode[" in line]
     assert [line.split()[1] for line in daemon] == ["notice"]
     assert daemon[0].endswith(r"ivarode init success\n")
 
 
-def test_switch_layout(home):
+def test_switch_layout(home: Lab) -> None:
     found = state.switch(home)
     assert found["untag_enabled"]
     assert found["pvids"] == {0: WAN1, 1: LAN1, 2: LAN1, 3: LAN3, 4: LAN1}
@@ -29,7 +32,7 @@ def test_switch_layout(home):
     assert all(found["vlans"][entry][2] == ALL_PORTS_UNTAGGED for entry in range(5))
 
 
-def test_devices_and_bridges(home):
+def test_devices_and_bridges(home: Lab) -> None:
     found = state.devices(home)
     assert found["eth0"][5]
     for name, vlan, mac in (("lan1", LAN1, "02:0c:43:10:20:30"), ("lan3", LAN3, "02:0c:43:10:20:32"),
@@ -39,12 +42,12 @@ def test_devices_and_bridges(home):
     assert set(found) == {"lo", "eth0", "eth0.4090", "eth0.4091", "eth0.4093", "lan1", "lan3", "wan1"}
 
 
-def test_addresses(home):
+def test_addresses(home: Lab) -> None:
     assert state.addresses(home) == {"lo": ["127.0.0.1/8"], "lan1": ["192.168.1.1/24"], "lan3": ["192.168.3.1/24"],
                                      "wan1": ["203.0.113.2/24"]}
 
 
-def test_policy_rules_and_wan_route(home):
+def test_policy_rules_and_wan_route(home: Lab) -> None:
     state.settled(home)
     assert state.rules(home) == [
         "0: from all lookup local", "10000: from all lookup 10000",
@@ -54,14 +57,14 @@ def test_policy_rules_and_wan_route(home):
     assert re.match(r"default via 203\.0\.113\.1 dev wan1 proto \S+ metric 20001\s*$", way_out)
 
 
-def test_wan_row(home):
+def test_wan_row(home: Lab) -> None:
     text = state.rows(home)
     assert text.startswith("[wan1]\n")
     for part in ("static", "203.0.113.2", "255.255.255.0", "203.0.113.1"):
         assert part in text
 
 
-def test_forwarding_is_on(home):
+def test_forwarding_is_on(home: Lab) -> None:
     assert home.ok("router", "cat", "/proc/sys/net/ipv4/ip_forward") == "1\n"
 
 
@@ -88,7 +91,8 @@ CHAINS = {
     "filter": {
         "FORWARD": [ESTABLISHED] + [f"-j ipt_fwd_filter_rules_{n}" for n in (1, 2, 3)],
         "ipt_fwd_filter_rules_1": [], "ipt_fwd_filter_rules_3": [],
-        "ipt_fwd_filter_rules_2": ["-j ipt_fwd_filter_rules_all", "-j ipt_fwd_filter_mac", "-j acl_fwd_filter_rules_user"],
+        "ipt_fwd_filter_rules_2": ["-j ipt_fwd_filter_rules_all", "-j ipt_fwd_filter_mac",
+                                   "-j acl_fwd_filter_rules_user"],
         "ipt_fwd_filter_rules_all": [], "ipt_fwd_filter_mac": [], "acl_fwd_filter_rules_user": [],
         "INPUT": [f"-j ipt_input_filter_rules_{n}" for n in (1, 2, 3)],
         "ipt_input_filter_rules_1": [], "ipt_input_filter_rules_2": ["-j ipt_input_filter_rules_all"],
@@ -100,7 +104,7 @@ CHAINS = {
 }
 
 
-def test_firewall_tree(home):
+def test_firewall_tree(home: Lab) -> None:
     found = state.firewall(home)
     for table, chains in CHAINS.items():
         for chain, rules in chains.items():
@@ -108,7 +112,7 @@ def test_firewall_tree(home):
         assert set(found[table]) == set(chains), table
 
 
-def test_bus_objects_and_their_answer(home):
+def test_bus_objects_and_their_answer(home: Lab) -> None:
     names = home.ok("router", "ubus", "list").split()
     assert [n for n in names if n.startswith("ivarode.")] == [
         "ivarode.intf", "ivarode.pppauth", "ivarode.pppuser", "ivarode.route", "ivarode.run"]
@@ -116,7 +120,7 @@ def test_bus_objects_and_their_answer(home):
     assert (answer.status, answer.out) == (0, "")
 
 
-def test_phys_are_powered_and_linked(home):
+def test_phys_are_powered_and_linked(home: Lab) -> None:
     for port in home.switch("status")["ports"]:
         if not port["cpu"]:
             assert port["power"] and port["link"], port
