@@ -1,5 +1,8 @@
 // UCI packages, read afresh for each walk: what is on disk counts, and nothing is kept in memory between
 // walks.
+//
+// A package is loaded by its path, because only so it comes without the saved, uncommitted changes: those lie
+// in /tmp/.uci, where anybody may have been first, and would be taken for the administrator's.
 #include "exports.h"
 #include "internal.h"
 
@@ -8,6 +11,8 @@
 #include <uci.h>
 
 namespace {
+
+constexpr const char *folder = "/etc/config";
 
 class context {
 public:
@@ -59,13 +64,18 @@ int ucilib_foreach_section(const char *package, const char *type, ucilib_section
     if (!package || !type || !cb) {
         return libsys::fail(EINVAL, operation, "%s, %s", libsys::shown(package), libsys::shown(type));
     }
+    char path[256];
+    int length = snprintf(path, sizeof path, "%s/%s", folder, package);
+    if (strchr(package, '/') || length >= static_cast<int>(sizeof path)) {
+        return libsys::fail(EINVAL, operation, "%s, %s", package, type);
+    }
     context owner;
     uci_context *ctx = owner.get();
     if (!ctx) {
         return libsys::fail(ENOMEM, operation, "%s, %s", package, type);
     }
     uci_package *loaded = nullptr;
-    int code = uci_load(ctx, package, &loaded);
+    int code = uci_load(ctx, path, &loaded);
     if (code != UCI_OK) {
         if (code == UCI_ERR_PARSE) {
             report_syntax(ctx, package);

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <unistd.h>
 
 namespace {
 
@@ -91,6 +92,35 @@ TEST_F(Config, EachWalkReadsTheFileAfresh)
     Walk second;
     EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", note, &second));
     EXPECT_EQ("a b ", first.seen + second.seen);
+}
+
+// A configuration is what has been committed. Saved changes are anybody's: their folder is made by who comes
+// first.
+TEST_F(Config, SavedChangesAreNotApplied)
+{
+    package("config interface wan1\n\toption id committed\n");
+    for (uid_t owner : {0U, 65534U}) {
+        write_file("/tmp/.uci/lan_intf", "lan_intf.wan1.id='saved'\nlan_intf.wan9='interface'\n");
+        ASSERT_EQ(0, chown("/tmp/.uci", owner, owner));
+        ASSERT_EQ(0, chown("/tmp/.uci/lan_intf", owner, owner));
+        Walk walk;
+        EXPECT_EQ(0, ucilib_foreach_section("lan_intf", "interface", note, &walk));
+        EXPECT_EQ("committed ", walk.seen) << owner;
+    }
+}
+
+TEST_F(Config, APackageIsAFileOfTheFolderItself)
+{
+    package("config interface lan1\n\toption id a\n");
+    StderrCapture err;
+    for (const char *name : {"", ".", "..", "../config/lan_intf", "/etc/config/lan_intf", "./lan_intf"}) {
+        Walk walk;
+        EXPECT_NE(0, ucilib_foreach_section(name, "interface", note, &walk)) << name;
+        EXPECT_EQ("", walk.seen) << name;
+    }
+    Walk walk;
+    EXPECT_NE(0, ucilib_foreach_section(std::string(300, 'x').c_str(), "interface", note, &walk));
+    EXPECT_EQ(EINVAL, errno);
 }
 
 int walk_again(uci_context *, uci_section *, void *arg)
