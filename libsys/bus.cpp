@@ -30,17 +30,6 @@ struct registration {
 registration *objects = nullptr;
 size_t object_count = 0;
 
-// The daemon cannot tell of this, so the log is written here.
-void log_change(int priority, const char *text)
-{
-    syslog(priority, "%s", text);
-    if (priority == LOG_WARNING) {
-        outlib_warning("%s\n", text);
-    } else {
-        outlib_notice("%s\n", text);
-    }
-}
-
 bool is_registered(ubus_object *object)
 {
     return avl_find(&serving->objects, &object->id) == &object->avl;
@@ -91,7 +80,7 @@ void on_connection_lost(ubus_context *context)
     if (connected) {
         connected = false;
         retry_ms = first_retry_ms;
-        log_change(LOG_WARNING, "bus connection lost, looking for the broker");
+        log_line(LOG_WARNING, "bus connection lost, looking for the broker");
         retry_later();
     }
 }
@@ -105,7 +94,7 @@ void on_retry(uloop_timeout *)
     }
     connected = true;
     ubus_add_uloop(serving);
-    log_change(LOG_NOTICE, "bus connection is back, all objects registered");
+    log_line(LOG_NOTICE, "bus connection is back, all objects registered");
 }
 
 int add_objects(ubus_object **added, int count)

@@ -4,12 +4,27 @@
 #include "exports.h"
 
 #include <cstring>
+#include <syslog.h>
 
 uint32_t *g_netd_dbg_shm = nullptr;
 
 namespace {
 
 libsys::record_area *records = nullptr;
+
+// The object, or where it cannot be had memory of this process alone: the daemon ends for good without any,
+// and anybody who may write to /dev/shm could see to that.
+void *map_object_or_own(const char *name)
+{
+    if (void *area = libsys::map_debug_object(name, libsys::absent::is_made)) {
+        return area;
+    }
+    libsys::log_line(LOG_WARNING, "/dev/shm%s cannot be used, ivarode-dbg sees nothing of it: %s", name,
+                     strerror(errno));
+    void *area =
+        mmap(nullptr, libsys::debug_object_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return area == MAP_FAILED ? nullptr : area;
+}
 
 bool is_place(const libsys::null_record &place, const char *function, int line)
 {
@@ -21,7 +36,7 @@ bool is_place(const libsys::null_record &place, const char *function, int line)
 int netdbg_shm_init(void)
 {
     if (!g_netd_dbg_shm) {
-        g_netd_dbg_shm = static_cast<uint32_t *>(libsys::map_debug_object(libsys::debug_object));
+        g_netd_dbg_shm = static_cast<uint32_t *>(map_object_or_own(libsys::debug_object));
     }
     return g_netd_dbg_shm ? 0 : libsys::fail(errno, "netdbg_shm_init", "%s", libsys::debug_object);
 }
@@ -29,7 +44,7 @@ int netdbg_shm_init(void)
 int libsys_dbg_init(void)
 {
     if (!records) {
-        records = static_cast<libsys::record_area *>(libsys::map_debug_object(libsys::record_object));
+        records = static_cast<libsys::record_area *>(map_object_or_own(libsys::record_object));
     }
     return records ? 0 : libsys::fail(errno, "libsys_dbg_init", "%s", libsys::record_object);
 }

@@ -1,8 +1,8 @@
 /*
  * The shared memory objects of the debug facility, as the library and the tool ivarode-dbg see them. Both are
- * meaningful when filled with zeros, so whoever comes first creates them and nothing needs a version or an
- * owner process. They outlive the daemon: an operator can set the debug word before a start and read the
- * records after a crash.
+ * meaningful when filled with zeros, so the daemon or an operator as root may make them first, and nothing
+ * needs a version or an owner process. They outlive the daemon: an operator can set the debug word before a
+ * start and read the records after a crash.
  */
 #pragma once
 
@@ -42,11 +42,17 @@ struct record_area {
 };
 static_assert(sizeof(record_area) <= debug_object_size);
 
-// Maps an object for reading and writing, making it if needed; null with errno set. The memory is reserved
-// here, so that a full /dev/shm is an error now and not a bus error later.
-inline void *map_debug_object(const char *name)
+// What an object is to those who find none: only who may lay one for the daemon makes it.
+enum class absent { is_made, is_error };
+
+// Maps an object for reading and writing; null with errno set. Everybody may write to the folder of these
+// objects, so only a regular file of the caller's own counts, one that nobody else has under another name or
+// could shrink. The memory is reserved here, so that a full /dev/shm is an error now and not a bus error
+// later.
+inline void *map_debug_object(const char *name, absent policy)
 {
-    unique_fd fd(shm_open(name, O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    unique_fd fd(shm_open(name, O_RDWR | O_CLOEXEC | O_NONBLOCK | (policy == absent::is_made ? O_CREAT : 0),
+                          S_IRUSR | S_IWUSR));
     if (!fd) {
         return nullptr;
     }
@@ -54,8 +60,8 @@ inline void *map_debug_object(const char *name)
     if (fstat(fd.get(), &info) != 0) {
         return nullptr;
     }
-    if (info.st_uid != geteuid()) {
-        errno = EPERM; // somebody else's, who could shrink it under us
+    if (!S_ISREG(info.st_mode) || info.st_nlink != 1 || info.st_uid != geteuid()) {
+        errno = EPERM;
         return nullptr;
     }
     int error = 0;

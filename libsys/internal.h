@@ -2,7 +2,10 @@
 //
 // fail() is the one way to report that an operation did not work: it sets errno, writes one outlib_debug line
 // "operation(arguments): reason" and gives -1 to return. Whether that is worth an error message is the
-// caller's to decide; the library itself stays quiet above debug level.
+// caller's to decide.
+//
+// log_line() is for the few things that only the library knows of and that an operator must hear: one line in
+// the system log and on the output, as a warning or a notice.
 //
 // unique_fd and unique_file own a descriptor and a stdio stream. Both close at the end of the scope and leave
 // errno alone, so a guard may go out of scope after fail(). retry_eintr() repeats a system call that a signal
@@ -20,6 +23,9 @@ namespace libsys {
 
 // Always -1. `error` is an errno value; 0 is taken as EIO, for libraries that fail without saying why.
 [[gnu::format(printf, 3, 4)]] int fail(int error, const char *operation, const char *arguments, ...);
+
+// LOG_WARNING or LOG_NOTICE; the text without a newline.
+[[gnu::format(printf, 2, 3)]] void log_line(int priority, const char *format, ...);
 
 // The text to print for a string argument that may be null.
 inline const char *shown(const char *text)

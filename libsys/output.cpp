@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <syslog.h>
 
 namespace {
 
@@ -113,6 +114,21 @@ int outlib_debug(const char *fmt, ...)
     int result = put("debug", fmt, args);
     va_end(args);
     return result;
+}
+
+void libsys::log_line(int priority, const char *format, ...)
+{
+    char line[512];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    syslog(priority, "%s", line);
+    if (priority == LOG_WARNING) {
+        outlib_warning("%s\n", line);
+    } else {
+        outlib_notice("%s\n", line);
+    }
 }
 
 int libsys::fail(int error, const char *operation, const char *arguments, ...)

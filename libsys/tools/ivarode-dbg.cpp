@@ -35,7 +35,8 @@ void usage(FILE *stream)
           stream);
 }
 
-// Two objects, made if they are not there yet: setting bits ahead of the daemon's start is a use.
+// Two objects. Setting bits ahead of the daemon's start is a use, so root makes those that are not there yet;
+// anybody else's would be in the daemon's way.
 struct areas {
     libsys::debug_area *debug;
     libsys::record_area *records;
@@ -43,7 +44,8 @@ struct areas {
 
 void *map(const char *name)
 {
-    void *area = libsys::map_debug_object(name);
+    void *area =
+        libsys::map_debug_object(name, geteuid() == 0 ? libsys::absent::is_made : libsys::absent::is_error);
     if (!area) {
         fprintf(stderr, "ivarode-dbg: /dev/shm%s: %s\n", name, strerror(errno));
     }

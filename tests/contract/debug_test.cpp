@@ -1,4 +1,5 @@
 #include "platform/output.h"
+#include "platform/safestr.h"
 #include "sandbox.h"
 
 #include <cerrno>
@@ -105,38 +106,111 @@ TEST_F(Debug, ObjectsArePrivateToTheirOwner)
     }
 }
 
-TEST_F(Debug, SomebodyElsesObjectIsRefused)
+constexpr uid_t nobody = 65534;
+
+// Ways to be first with a name in a folder that everybody may write to.
+struct Obstacle {
+    const char *name;
+    void (*lay)(const char *path);
+    const char *reason;
+};
+
+const Obstacle obstacles[] = {
+    {"a file of somebody else",
+     [](const char *path) {
+         write_file(path, "theirs", 0666);
+         ASSERT_EQ(0, chown(path, nobody, nobody));
+     },
+     "Operation not permitted"},
+    {"a link to a file of root's",
+     [](const char *path) { std::filesystem::create_symlink("/tmp/keep", path); },
+     "Too many levels of symbolic links"},
+    {"a dangling link", [](const char *path) { std::filesystem::create_symlink("/tmp/absent", path); },
+     "Too many levels of symbolic links"},
+    {"a link to a folder", [](const char *path) { std::filesystem::create_symlink("/tmp", path); },
+     "Too many levels of symbolic links"},
+    {"another name of a file of root's",
+     [](const char *path) {
+         write_file("/dev/shm/keep", "keep");
+         ASSERT_EQ(0, link("/dev/shm/keep", path));
+     },
+     "Operation not permitted"},
+    {"a folder", [](const char *path) { ASSERT_EQ(0, mkdir(path, 0777)); }, ""}, // C libraries differ
+    {"a pipe", [](const char *path) { ASSERT_EQ(0, mkfifo(path, 0666)); }, "Operation not permitted"},
+};
+
+class DebugObstacle : public Debug, public testing::WithParamInterface<size_t> {};
+
+INSTANTIATE_TEST_SUITE_P(All, DebugObstacle, testing::Range(size_t{0}, std::size(obstacles)));
+
+// The daemon ends for good where these calls fail.
+TEST_P(DebugObstacle, IsReplacedByPrivateMemoryWithOneWarningEach)
 {
-    write_file("/dev/shm/ivarode-debug", "", 0666);
-    ASSERT_EQ(0, chown("/dev/shm/ivarode-debug", 12345, 12345));
+    const Obstacle &obstacle = obstacles[GetParam()];
+    SCOPED_TRACE(obstacle.name);
+    write_file("/tmp/keep", "keep");
+    obstacle.lay("/dev/shm/ivarode-debug");
     StderrCapture err;
-    EXPECT_NE(0, netdbg_shm_init());
-    EXPECT_EQ(EPERM, errno);
-    EXPECT_EQ(nullptr, g_netd_dbg_shm);
-    EXPECT_EQ("debug: netdbg_shm_init(/ivarode-debug): Operation not permitted\n", err.text());
+    ASSERT_EQ(0, netdbg_shm_init());
+    ASSERT_NE(nullptr, g_netd_dbg_shm);
+    EXPECT_EQ(0u, g_netd_dbg_shm[0]);
+    g_netd_dbg_shm[0] = 4;
+    EXPECT_EQ(0, netdbg_shm_init());
+    EXPECT_EQ(4u, g_netd_dbg_shm[0]);
+    const std::string said = err.text();
+    EXPECT_EQ(0u, said.find(std::string("warning: /dev/shm/ivarode-debug cannot be used, "
+                                        "ivarode-dbg sees nothing of it: ") +
+                            obstacle.reason));
+    EXPECT_EQ(said.size() - 1, said.find('\n')) << said;
+    EXPECT_EQ("keep", read_file("/tmp/keep"));
+    EXPECT_FALSE(file_exists("/tmp/absent"));
+    if (file_exists("/dev/shm/keep")) {
+        EXPECT_EQ("keep", read_file("/dev/shm/keep"));
+    }
+    Finished shown = tool({"show"});
+    EXPECT_EQ(1, shown.status);
+    EXPECT_NE(std::string::npos, shown.err.find("ivarode-dbg: /dev/shm/ivarode-debug: "));
 }
 
-TEST_F(Debug, LinkInTheWayIsNotFollowed)
+TEST_P(DebugObstacle, OfTheRecordsToo)
 {
-    write_file("/tmp/target", "keep");
-    std::filesystem::create_symlink("/tmp/target", "/dev/shm/ivarode-records");
+    const Obstacle &obstacle = obstacles[GetParam()];
+    SCOPED_TRACE(obstacle.name);
+    write_file("/tmp/keep", "keep");
+    obstacle.lay("/dev/shm/ivarode-records");
     StderrCapture err;
-    EXPECT_NE(0, libsys_dbg_init());
-    EXPECT_EQ(ELOOP, errno);
-    EXPECT_EQ("keep", read_file("/tmp/target"));
+    EXPECT_EQ(0, libsys_dbg_init());
+    char to[8] = "";
+    strncpy_safe_record(to, nullptr, sizeof to, "here", 7);
+    EXPECT_EQ(0u, err.text().find("warning: /dev/shm/ivarode-records cannot be used, "));
+    EXPECT_EQ("keep", read_file("/tmp/keep"));
 }
 
-TEST_F(Debug, FullMemoryIsAnErrorNow)
+TEST_F(Debug, ToolOfAnotherUserMakesNothing)
+{
+    ASSERT_EQ(0, chmod("/dev/shm", 01777));
+    const std::string program = program_folder() + "/ivarode-dbg";
+    for (const char *object : {"/dev/shm/ivarode-debug", "/dev/shm/ivarode-records"}) {
+        Finished done = run_program({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                     program, "on", "daemon"});
+        EXPECT_EQ(1, done.status);
+        EXPECT_NE(std::string::npos, done.err.find(std::string(object) + ": No such file or directory\n"));
+        EXPECT_FALSE(file_exists(object));
+    }
+}
+
+TEST_F(Debug, FullMemoryIsReplacedByPrivateMemory)
 {
     ASSERT_EQ(0, mount("tmpfs", "/dev/shm", "tmpfs", 0, "size=8k"));
     write_file("/dev/shm/filler", std::string(8192, 'x'));
     StderrCapture err;
-    EXPECT_NE(0, netdbg_shm_init());
-    EXPECT_EQ(ENOSPC, errno);
-    EXPECT_EQ(nullptr, g_netd_dbg_shm);
+    EXPECT_EQ(0, netdbg_shm_init());
+    ASSERT_NE(nullptr, g_netd_dbg_shm);
+    g_netd_dbg_shm[0] = 4;
+    EXPECT_NE(std::string::npos, err.text().find("No space left on device\n"));
     EXPECT_EQ(1, tool({"show"}).status);
     unlink("/dev/shm/filler");
-    EXPECT_EQ(0, netdbg_shm_init());
+    EXPECT_EQ(0, tool({"show"}).status);
 }
 
 TEST_F(Debug, ForgetDropsTheRecords)

@@ -243,7 +243,7 @@ def test_every_line_of_the_library_is_in_the_book():
     section = books.sections(books.text("messages.md"))["Lines of the platform library"]
     lines, reasons = books.tables(section)
     assert {books.code(row[0])[0] for row in lines[1:]} == library_texts(
-        r"(?:outlib_(?:error|warning|notice|info)\(|log_change\(\w+, )" + TEXT)
+        r"(?:outlib_(?:error|warning|notice|info)\(|log_line\(\w+, )" + TEXT)
     # The reason is the second argument, and may be chosen between two.
     wanted = library_texts(r"board_error\((?:[^(),]|\([^()]*\))+,(?: ports \?)? " + TEXT) | {"is missing"}
     assert {books.code(row[0])[0] for row in reasons[1:]} == wanted
