@@ -12,9 +12,6 @@ namespace libsys {
 
 namespace {
 
-// Far above what any listing of a router takes.
-constexpr size_t longest_output = 4 << 20;
-
 bool is_separator(char c)
 {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
@@ -67,22 +64,24 @@ private:
     bool changed_ = false;
 };
 
-// Reads to the end even when the text no longer fits, so that the program never waits for a reader.
-int read_all(int fd, text_buffer *into)
+// Reads to the end even when memory is short, so that the program does not wait for a reader.
+int read_all(int fd, pid_t process, const char *program, text_buffer *into)
 {
     int error = 0;
     char block[4096];
-    for (;;) {
+    for (size_t total = 0; says_more(fd, process, program);) {
         ssize_t got = retry_eintr([&] { return read(fd, block, sizeof(block)); });
         if (got <= 0) {
             return got < 0 ? errno : error;
         }
-        if (into->length() + static_cast<size_t>(got) > longest_output) {
-            error = EFBIG;
-        } else if (!error) {
-            error = into->append(block, static_cast<size_t>(got));
+        total += static_cast<size_t>(got);
+        if (total > longest_output) {
+            kill(process, SIGKILL);
+            return EFBIG;
         }
+        error = error ? error : into->append(block, static_cast<size_t>(got));
     }
+    return ETIMEDOUT;
 }
 
 } // namespace
@@ -189,7 +188,7 @@ int run(const argument_list &arguments, capture what, text_buffer *into, int *st
         return error;
     }
     writer.reset();
-    error = read_all(reader.get(), into);
+    error = read_all(reader.get(), pid, arguments[0], into);
     reader.reset();
     int raw = 0;
     if (retry_eintr([&] { return waitpid(pid, &raw, 0); }) < 0) {

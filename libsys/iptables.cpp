@@ -96,10 +96,41 @@ void follow(const parsed_command &parsed, const argument_list &command)
     }
 }
 
-// A program that is named by its path is the one to be run.
-bool streamed(const parsed_command &parsed, const argument_list &command)
+// Whether a change has been made whose answer is missing. `before` is the number of the chain's rules ahead
+// of it. A chain that is empty now needs no second flushing, and one that is there was made by us: the
+// program would have refused to make it twice.
+int look_up(const parsed_command &parsed, size_t before, bool *made)
 {
-    return parsed.option && !parsed.by_path && stream_change(parsed.table, command, parsed.rule - 2);
+    size_t now = 0;
+    view.forget(parsed.table);
+    int error = view.count_rules(parsed.table, parsed.chain, &now);
+    if (!strcmp(parsed.option, "-N")) {
+        return error ? error : view.has_chain(parsed.table, parsed.chain, made);
+    }
+    *made = !strcmp(parsed.option, "-A") ? now > before : now == 0;
+    return error;
+}
+
+// Makes a change by the stream: true in *made, with the view up to date. False leaves it to a command.
+int by_stream(const parsed_command &parsed, const argument_list &command, bool *made)
+{
+    *made = false;
+    const size_t first = parsed.rule - 2;
+    size_t before = 0;
+    // A program that is named by its path is the one to be run.
+    if (!parsed.option || parsed.by_path || !stream_takes(parsed.table, command, first) ||
+        (!strcmp(parsed.option, "-A") && view.count_rules(parsed.table, parsed.chain, &before) != 0)) {
+        return 0;
+    }
+    const change answer = stream_change(parsed.table, command, first);
+    if (answer == change::unknown) {
+        return look_up(parsed, before, made);
+    }
+    if (answer == change::made) {
+        *made = true;
+        follow(parsed, command);
+    }
+    return 0;
 }
 
 // Reports a failure with the first line of what the command said.
@@ -126,7 +157,15 @@ int run_command(const char *operation, const argument_list &command, const char 
 int execute(const char *operation, const argument_list &command, const char *shown_as)
 {
     const parsed_command parsed = parse(command);
-    int result = streamed(parsed, command) ? 0 : run_command(operation, command, shown_as);
+    bool made = false;
+    if (int error = by_stream(parsed, command, &made)) {
+        view.forget_all();
+        return fail(error, operation, "%s [the answer is missing, and the table cannot be listed]", shown_as);
+    }
+    if (made) {
+        return 0;
+    }
+    int result = run_command(operation, command, shown_as);
     if (result == 0) {
         follow(parsed, command);
     }

@@ -17,9 +17,12 @@ namespace libsys {
 
 class table_view {
 public:
-    // Both list the table when the view has nothing (certain) to say.
+    // These list the table when the view has nothing (certain) to say.
     int has_chain(const char *table, const char *chain, bool *answer);
     int has_rule(const char *table, const char *chain, const char *text, bool *answer);
+
+    // Rules of a chain; 0 when there is no such chain.
+    int count_rules(const char *table, const char *chain, size_t *count);
 
     // What we have just done. Nothing is learnt about a table that has not been listed.
     void chain_added(const char *table, const char *chain);

@@ -6,7 +6,6 @@
 #include <cctype>
 #include <csignal>
 #include <cstring>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
@@ -20,23 +19,41 @@ namespace {
 
 constexpr int idle_ms = 1000;
 constexpr int first_answer_ms = 5000;
-constexpr int without_end = -1;      // a command, too, waits for the lock of the tables as long as it takes
 constexpr size_t longest_line = 512; // half of what the program takes as one word
 
 struct {
     unique_fd channel;
     pid_t process = 0;
     unsigned comments = 0;
-    bool mute = false; // the program does not repeat comments
+    bool mute = false; // the program is not asked again
 } stream;
 
 uloop_timeout idle;
 
-// The program ends with its input.
-void let_go(uloop_timeout *)
+constexpr const char *program = "iptables-restore";
+
+void give_up()
 {
+    stream.mute = true;
+    kill(stream.process, SIGKILL);
+}
+
+// The program ends with its input. How it ended, as waitpid() says it; -1 when that is not known.
+int let_go()
+{
+    shutdown(stream.channel.get(), SHUT_WR);
+    char block[256];
+    while (says_more(stream.channel.get(), stream.process, program) &&
+           retry_eintr([&] { return read(stream.channel.get(), block, sizeof(block)); }) > 0) {
+    }
     stream.channel.reset();
-    retry_eintr([] { return waitpid(stream.process, nullptr, 0); });
+    int status = 0;
+    return retry_eintr([&] { return waitpid(stream.process, &status, 0); }) > 0 ? status : -1;
+}
+
+void let_idle_go(uloop_timeout *)
+{
+    let_go();
 }
 
 // Words that a command line and the stream read alike, whatever the version of the program. Of an option that
@@ -75,12 +92,15 @@ bool has_many_names(const char *path)
 }
 
 // Reads until the comment, which is the last thing said; what is said before it goes to `said`.
-bool await(std::string_view comment, text_buffer *said, int patience_ms)
+bool await(std::string_view comment, text_buffer *said, int longest_ms)
 {
-    pollfd channel = {stream.channel.get(), POLLIN, 0};
     char block[4096];
-    while (retry_eintr([&] { return poll(&channel, 1, patience_ms); }) == 1) {
-        const ssize_t length = retry_eintr([&] { return read(channel.fd, block, sizeof(block)); });
+    for (;;) {
+        if (!says_more(stream.channel.get(), stream.process, program, longest_ms)) {
+            give_up();
+            return false;
+        }
+        const ssize_t length = retry_eintr([&] { return read(stream.channel.get(), block, sizeof(block)); });
         if (length <= 0 || said->append(block, static_cast<size_t>(length)) != 0) {
             return false;
         }
@@ -92,8 +112,11 @@ bool await(std::string_view comment, text_buffer *said, int patience_ms)
                 return true;
             }
         }
+        if (all.size() > longest_output) {
+            give_up();
+            return false;
+        }
     }
-    return false;
 }
 
 bool send_all(std::string_view bytes)
@@ -110,14 +133,17 @@ bool send_all(std::string_view bytes)
 }
 
 // Sends lines with a comment behind them, and waits for the comment.
-bool exchange(std::string_view lines, text_buffer *said, int patience_ms)
+change exchange(std::string_view lines, text_buffer *said, int longest_ms = longest_silence_ms)
 {
     char comment[16];
     snprintf(comment, sizeof(comment), "#%u\n", ++stream.comments);
     text request;
     request.append(lines);
     request.append(comment);
-    return request.ok() && send_all(request.view()) && await(comment, said, patience_ms);
+    if (!request.ok() || !send_all(request.view())) {
+        return change::refused;
+    }
+    return await(comment, said, longest_ms) ? change::made : change::unknown;
 }
 
 bool open_stream()
@@ -134,7 +160,7 @@ bool open_stream()
     }
     unique_fd ours(ends[0]);
     const unique_fd its(ends[1]);
-    constexpr const char *command[] = {"iptables-restore", "-w", "--noflush", "--verbose"};
+    constexpr const char *command[] = {program, "-w", "--noflush", "--verbose"};
     argument_list arguments;
     for (const char *word : command) {
         if (arguments.add(word) != 0) {
@@ -158,46 +184,52 @@ bool is_open()
         return false;
     }
     text_buffer said;
-    if (!exchange("", &said, first_answer_ms)) {
-        stream.mute = true;
-        if (waitpid(stream.process, nullptr, WNOHANG) == 0) {
-            kill(stream.process, SIGKILL);
-        }
-        let_go(nullptr);
+    if (exchange("", &said, first_answer_ms) != change::made) {
+        give_up();
+        let_go();
         return false;
     }
     return true;
 }
 
-bool ask(std::string_view lines, text_buffer *said)
+// A program that refuses ends by itself, with a status that says so.
+change ask(std::string_view lines, text_buffer *said)
 {
     if (!is_open()) {
-        return false;
+        return change::refused;
     }
-    if (!exchange(lines, said, without_end)) {
-        uloop_timeout_cancel(&idle);
-        let_go(nullptr);
-        return false;
+    change answer = exchange(lines, said);
+    if (answer == change::made) {
+        idle.cb = let_idle_go;
+        uloop_timeout_set(&idle, idle_ms);
+        return answer;
     }
-    idle.cb = let_go;
-    uloop_timeout_set(&idle, idle_ms);
-    return true;
+    uloop_timeout_cancel(&idle);
+    const int status = let_go();
+    return WIFEXITED(status) && WEXITSTATUS(status) != 0 ? change::refused : answer;
 }
 
 } // namespace
 
-bool stream_change(const char *table, const argument_list &words, size_t first)
+bool stream_takes(const char *table, const argument_list &words, size_t first)
 {
-    text change;
+    text lines;
+    return compose(lines, table, words, first) && is_open();
+}
+
+change stream_change(const char *table, const argument_list &words, size_t first)
+{
+    text lines;
     text_buffer said;
-    return compose(change, table, words, first) && ask(change.view(), &said);
+    return compose(lines, table, words, first) ? ask(lines.view(), &said) : change::refused;
 }
 
 bool stream_list(const char *table, text_buffer *into)
 {
     argument_list words;
     text question;
-    return words.add("-S") == 0 && compose(question, table, words, 0) && ask(question.view(), into);
+    return words.add("-S") == 0 && compose(question, table, words, 0) &&
+           ask(question.view(), into) == change::made;
 }
 
 } // namespace libsys

@@ -10,8 +10,9 @@
  * The process is started when it is first needed, and let go by the event loop when it has had nothing to do
  * for a second. It reads the kernel's tables anew for each request, so what others do in between counts.
  *
- * Each function is false when a command has to do it: the stream refused, and a command tells why; or there
- * are words that the two might read differently; or the program offers no stream.
+ * A command has to do what the stream does not take (words that the two might read differently, a program
+ * that offers no stream), and what it has refused, since a command tells why. A program that has hung, or
+ * would not stop talking, is not asked for a stream again.
  */
 #pragma once
 
@@ -19,9 +20,12 @@
 
 namespace libsys {
 
-// Makes the change that the words from `first` on describe ("-A CHAIN RULE", "-N CHAIN", ...). True: the
-// kernel has it.
-bool stream_change(const char *table, const argument_list &words, size_t first);
+// Unknown: the program has gone without an answer, perhaps after the change was made.
+enum class change { made, refused, unknown };
+
+bool stream_takes(const char *table, const argument_list &words, size_t first);
+// Makes the change that the words from `first` on describe ("-A CHAIN RULE", "-N CHAIN", ...).
+change stream_change(const char *table, const argument_list &words, size_t first);
 // Appends the table as `iptables -S` lists it. What is appended by a listing that fails is of no use.
 bool stream_list(const char *table, text_buffer *into);
 

@@ -40,6 +40,11 @@ bool declares(const char *line, const char *chain)
     return behind(line, "-N ", chain) || behind(line, "-P ", chain);
 }
 
+bool is_rule_of(const char *line, const char *chain)
+{
+    return behind(line, "-A ", chain) || behind(line, "? ", chain);
+}
+
 bool any_line_declares(const argument_list &lines, const char *chain)
 {
     for (size_t i = 0; i < lines.count(); ++i) {
@@ -195,6 +200,17 @@ int table_view::has_rule(const char *table, const char *chain, const char *text,
     return error;
 }
 
+int table_view::count_rules(const char *table, const char *chain, size_t *count)
+{
+    *count = 0;
+    known_table *known = nullptr;
+    int error = recent(table, &known);
+    for (size_t i = 0; !error && i < known->lines.count(); ++i) {
+        *count += is_rule_of(known->lines[i], chain);
+    }
+    return error;
+}
+
 // A view that cannot follow for want of memory is no view.
 void table_view::learn(known_table *known, const char *format, const char *chain, const char *rest)
 {
@@ -238,7 +254,7 @@ void table_view::chain_flushed(const char *table, const char *chain)
 {
     known_table *known = find(table);
     for (size_t i = known ? known->lines.count() : 0; i-- > 0;) {
-        if (behind(known->lines[i], "-A ", chain) || behind(known->lines[i], "? ", chain)) {
+        if (is_rule_of(known->lines[i], chain)) {
             known->lines.remove(i);
         }
     }

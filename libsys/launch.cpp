@@ -1,5 +1,7 @@
 #include "launch.h"
 
+#include "internal.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -7,12 +9,16 @@
 #include <cstring>
 #include <fcntl.h>
 #include <initializer_list>
+#include <poll.h>
 #include <spawn.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace libsys {
 
 namespace {
+
+constexpr int noticed_silence_ms = 5000;
 
 constexpr char system_folders[] = "/usr/sbin:/sbin:/usr/bin:/bin";
 
@@ -101,6 +107,22 @@ int spawn(pid_t *pid, const char *path, char *const *argv, const standard_files 
     error = error ? error : conditions.set_file(STDOUT_FILENO, files.output);
     error = error ? error : conditions.set_file(STDERR_FILENO, files.errors);
     return error ? error : conditions.start(pid, path, argv);
+}
+
+bool says_more(int output, pid_t process, const char *program, int longest_ms)
+{
+    pollfd readable = {output, POLLIN, 0};
+    const auto wait = [&](int ms) { return retry_eintr([&] { return poll(&readable, 1, ms); }); };
+    int ready = wait(noticed_silence_ms);
+    if (ready == 0 && longest_ms > noticed_silence_ms) {
+        log_line(LOG_WARNING, "%s has said nothing for %d s", program, noticed_silence_ms / 1000);
+        ready = wait(longest_ms - noticed_silence_ms);
+    }
+    if (ready == 0) {
+        log_line(LOG_WARNING, "%s has said nothing for %d s and is ended", program, longest_ms / 1000);
+        kill(process, SIGKILL);
+    }
+    return ready == 1;
 }
 
 } // namespace libsys

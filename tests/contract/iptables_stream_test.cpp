@@ -4,6 +4,7 @@
 #include "platform/command.h"
 
 #include <csignal>
+#include <sys/wait.h>
 
 extern "C" {
 #include <libubox/uloop.h>
@@ -203,6 +204,8 @@ TEST_F(IptablesStreamTest, AProcessThatDiedCostsNothingButACommand)
 {
     ASSERT_EQ(iptlib_chain_new("filter", "mine"), 0);
     ASSERT_EQ(kill(process(), SIGKILL), 0);
+    siginfo_t ended;
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process()), &ended, WEXITED | WNOWAIT), 0);
     runs();
     ASSERT_EQ(iptlib_rule_append("filter", "mine", "-j DROP"), 0);
     EXPECT_EQ(runs(), Lines{"-w -t filter -A mine -j DROP"});

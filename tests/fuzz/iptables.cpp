@@ -5,10 +5,13 @@
 // listing of the table "nat" with the library's calls between its lines:
 //   !new TABLE CHAIN     !append TABLE CHAIN RULE     !flush TABLE CHAIN     !line IPTABLES-COMMAND
 //   !fail STATUS         the next command fails
+//   !lose HOW            the next answer of the stream is lost: 1 before the change is made, 2 after it
 #include "command.h"
 #include "input.h"
+#include "iptables_stream.h"
 #include "platform/command.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
@@ -21,6 +24,7 @@ using Lines = std::vector<std::string>;
 
 std::map<std::string, Lines> tables; // as "-S" lists them
 int failing = 0;
+int losing = 0;
 
 bool possible_word(const std::string &word)
 {
@@ -53,6 +57,16 @@ bool has_rule(const std::string &table, const std::string &chain, const std::str
         }
     }
     return false;
+}
+
+size_t count_rules()
+{
+    size_t count = 0;
+    for (const auto &[name, lines] : tables) {
+        count += static_cast<size_t>(std::count_if(lines.begin(), lines.end(),
+                                                   [](const auto &line) { return line.starts_with("-A"); }));
+    }
+    return count;
 }
 
 // What the program does: 0, or the status it ends with.
@@ -135,6 +149,10 @@ void apply(std::string_view call)
         failing = words.u8() % 5;
         return;
     }
+    if (kind == "lose") {
+        losing = words.u8() % 3;
+        return;
+    }
     if (kind == "line") {
         const std::string line{words.rest()};
         cmdlib_do_iptables_cmd("%s", line.c_str());
@@ -146,7 +164,9 @@ void apply(std::string_view call)
     if (kind == "new") {
         iptlib_chain_new(table.c_str(), chain.c_str());
     } else if (kind == "append") {
-        iptlib_rule_append(table.c_str(), chain.c_str(), rule.c_str());
+        const size_t before = count_rules();
+        const bool made = iptlib_rule_append(table.c_str(), chain.c_str(), rule.c_str()) == 0;
+        promise(count_rules() == before + (made ? 1 : 0), "a rule is appended once, or not at all");
     } else if (kind == "flush") {
         iptlib_rules_flush(table.c_str(), chain.c_str());
     }
@@ -169,10 +189,16 @@ int __wrap__ZN6libsys3runERKNS_13argument_listENS_7captureEPNS_11text_bufferEPi(
     return into->append(output.data(), output.size());
 }
 
+bool __wrap__ZN6libsys12stream_takesEPKcRKNS_13argument_listEm(const char *, const libsys::argument_list &,
+                                                               size_t)
+{
+    return failing == 0;
+}
+
 // A refused change is left to a command, and so is one whose words name a table again.
-bool __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const char *table,
-                                                                const libsys::argument_list &words,
-                                                                size_t first)
+libsys::change __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const char *table,
+                                                                          const libsys::argument_list &words,
+                                                                          size_t first)
 {
     libsys::argument_list command;
     for (const char *word : {"iptables", "-t", table}) {
@@ -184,8 +210,16 @@ bool __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const char *tabl
                 "a stream has its table");
         promise(command.add(words[i]) == 0, "memory is there");
     }
+    const int lost = losing;
+    losing = 0;
     std::string output;
-    return failing == 0 && iptables(command, output) == 0;
+    if (lost == 1) {
+        return libsys::change::unknown;
+    }
+    if (iptables(command, output) != 0) {
+        return libsys::change::refused;
+    }
+    return lost == 2 ? libsys::change::unknown : libsys::change::made;
 }
 
 bool __wrap__ZN6libsys11stream_listEPKcPNS_11text_bufferE(const char *table, libsys::text_buffer *into)
@@ -206,6 +240,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::vector<std::string> calls;
     tables = {{"filter", {"-P INPUT ACCEPT", "-P FORWARD ACCEPT"}}, {"nat", {}}};
     failing = 0;
+    losing = 0;
     while (!input.empty()) {
         std::string_view line = input.until('\n');
         line = line.substr(0, line.find('\0'));

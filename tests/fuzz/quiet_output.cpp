@@ -31,6 +31,11 @@ int libsys::fail(int error, const char *, const char *arguments, ...)
     return -1;
 }
 
+void libsys::log_line(int, const char *format, ...)
+{
+    SWALLOW(format);
+}
+
 int outlib_error(const char *fmt, ...)
 {
     SWALLOW(fmt);
