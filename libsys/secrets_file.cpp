@@ -41,6 +41,8 @@ private:
     {
         return i_ + 1 < content_.size() && content_[i_] == '\\' && content_[i_ + 1] == '\n';
     }
+    // The last byte of the file; pppd drops it.
+    bool at_dangling_backslash() const { return i_ + 1 == content_.size() && content_[i_] == '\\'; }
     bool skip_blanks();
     char escape();
     bool word(std::string_view wanted);
@@ -64,7 +66,7 @@ bool entry_reader::skip_blanks()
             return false;
         }
         comment = comment || peek() == '#';
-        if (comment || is_blank(peek())) {
+        if (comment || is_blank(peek()) || at_dangling_backslash()) {
             continue;
         }
         if (!at_joint()) {
@@ -111,12 +113,16 @@ bool entry_reader::word(std::string_view wanted)
         if (!quote_ && (c == '\n' || c == '#' || is_blank(c))) {
             break;
         }
+        if (at_dangling_backslash()) {
+            i_++;
+            break;
+        }
         i_++;
         if (quote_ ? c == quote_ : c == '"' || c == '\'') {
             quote_ = quote_ ? '\0' : c;
             continue;
         }
-        if (c == '\\' && !at_end()) {
+        if (c == '\\') {
             c = escape();
         }
         equal = equal && matched < wanted.size() && wanted[matched] == c;

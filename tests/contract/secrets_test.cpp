@@ -157,6 +157,22 @@ TEST_F(Secrets, AppendedEntryIsALineOfItsOwn)
     }
 }
 
+// pppd reads such a word without the backslash, so the pair's entry is this one.
+TEST_F(Secrets, ABackslashAtTheEndOfTheFileMeansNothing)
+{
+    for (const char *end : {"joe isp\\", "joe isp \\", "joe isp 1\\"}) {
+        file("a isp 1 *\n" + std::string(end));
+        EXPECT_EQ(0, cslib_entry_add("joe", "isp", "pw", "*")) << end;
+        EXPECT_EQ("a isp 1 *\njoe isp pw *\n", now()) << end;
+        file("a isp 1 *\n" + std::string(end));
+        EXPECT_EQ(0, cslib_entry_del("joe", "isp")) << end;
+        EXPECT_EQ("a isp 1 *\n", now()) << end;
+    }
+    file("joe \\");
+    StderrCapture err;
+    EXPECT_NE(0, cslib_entry_del("joe", "")) << "one word is no pair";
+}
+
 TEST_F(Secrets, QuoteThatNeverEndsHidesWhatFollows)
 {
     const std::string before = "a isp 1 *\nb \"isp 2 *\njoe isp 3 *\n";

@@ -21,6 +21,8 @@ public:
     char peek() const { return text_[at_]; }
     size_t at() const { return at_; }
     void skip() { at_++; }
+    // A backslash with nothing behind it, which stands for nothing.
+    bool dangling() const { return text_.substr(at_) == "\\"; }
     // Steps over escaped newlines; true when there was one.
     bool joint()
     {
@@ -33,7 +35,7 @@ public:
     Char take()
     {
         const char c = text_[at_++];
-        if (c != '\\' || done()) {
+        if (c != '\\') {
             return {c, false};
         }
         return {escaped(), true};
@@ -109,6 +111,10 @@ std::string word(Line &line, char &quote)
         if (line.joint()) {
             continue;
         }
+        if (line.dangling()) {
+            line.skip();
+            break;
+        }
         const char c = line.peek();
         if (quote == '\0' && (c == '\n' || c == '#' || blank(c))) {
             return out;
@@ -136,7 +142,7 @@ Secret entry(std::string_view text)
             line.skip();
             break;
         }
-        if (comment || blank(line.peek())) {
+        if (comment || blank(line.peek()) || line.dangling()) {
             line.skip();
         } else if (line.peek() == '#') {
             comment = true;
