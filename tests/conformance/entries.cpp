@@ -1,21 +1,29 @@
-// Calls one of the daemon's operations that nothing in the daemon calls: they are part of it, kept for later
-// callers, and reached from no request or event. The result is the exit status.
+// Calls one operation of the daemon by itself and ends with its result as the exit status: operations that
+// nothing in the daemon calls, arguments that none of its callers gives, and results that its callers do not tell
+// apart.
 //
 //   entries NAME [ARGUMENT]...
 
 #include "board/board_map.h"
 #include "board/switch_mii.h"
+#include "board/switch_port.h"
 #include "board/vlan_table.h"
 #include "core/bus_objects.h"
 #include "core/exit.h"
 #include "core/log.h"
 #include "firewall/chains.h"
+#include "netintf/bridge.h"
+#include "netintf/device.h"
 #include "netintf/dhcp_pool.h"
 #include "netintf/events.h"
+#include "netintf/port_device.h"
 #include "netintf/proto.h"
 #include "netintf/registry.h"
 #include "netintf/startup.h"
+#include "netintf/vlan_intf.h"
 #include "platform/output.h"
+#include "ppp/auth_records.h"
+#include "route/table.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +42,12 @@ const char *word(int index)
 uint32_t number(int index)
 {
     return static_cast<uint32_t>(std::strtoul(word(index), nullptr, 0));
+}
+
+// The argument, or null where it is the word "null".
+const char *text(int index)
+{
+    return std::strcmp(word(index), "null") == 0 ? nullptr : word(index);
 }
 
 void show(uint32_t value)
@@ -70,6 +84,12 @@ int vlan_entry_get()
     return rv;
 }
 
+int vlan_entry_find()
+{
+    show(static_cast<uint32_t>(mtksw_vlan_entry_find(number(0), static_cast<int>(number(1)))));
+    return 0;
+}
+
 int seqport_get()
 {
     netbd_lan_wan_init();
@@ -84,17 +104,67 @@ int seqport_get()
 int wan_addr_reset()
 {
     netintf_entry *entry = configured(word(0));
-    return entry == nullptr ? 100 : netevt_wan_addr_reset(entry);
+    if (entry == nullptr) {
+        return 100;
+    }
+    entry->reserved[0] = entry->reserved[1] = 7;
+    const int rv = netevt_wan_addr_reset(entry);
+    show(entry->ipaddr | entry->netmask | entry->gateway | entry->reserved[0] | entry->reserved[1]);
+    return rv;
 }
 
-int pppoe_without_start()
+// Name, number of starts, server, user, password.
+int proto_config_pppoe()
 {
     netintf_entry *entry = configured(word(0));
     if (entry == nullptr) {
         return 100;
     }
-    const int rv = netintf_proto_config_pppoe(entry, 0, nullptr, nullptr, nullptr);
+    entry->proto = proto_none;
+    const int rv = netintf_proto_config_pppoe(entry, number(1), text(2), text(3), text(4));
     show(static_cast<uint32_t>(entry->proto));
+    return rv;
+}
+
+int device_mac_get()
+{
+    netbd_lan_wan_init();
+    uint8_t mac[mac_size] = {};
+    const int rv = netintf_device_mac_get(number(0), mac);
+    outlib_notice("mac=%02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return rv;
+}
+
+// Whatever board there is, with no interface and none of its reports in the way.
+void board_and_registry()
+{
+    netbd_lan_wan_init();
+    netintf_registry_init();
+}
+
+constexpr uint8_t some_mac[mac_size] = {2, 0, 0, 0, 0, 1};
+
+// Name, protocol, port, VLAN IDs.
+int bridge_create()
+{
+    board_and_registry();
+    return netintf_bridge_create(word(0), number(1), number(2), some_mac, static_cast<uint16_t>(number(3)),
+                                 static_cast<uint16_t>(number(4)), 1);
+}
+
+int bridge_delete()
+{
+    board_and_registry();
+    return netintf_bridge_delete(word(0), number(1), number(2), static_cast<int>(number(3)),
+                                 static_cast<int>(number(4)));
+}
+
+int vlan_users_count()
+{
+    board_and_registry();
+    uint32_t users = 7;
+    const int rv = netintf_vlan_users_count(number(0), number(1), number(2), &users);
+    show(users);
     return rv;
 }
 
@@ -138,21 +208,84 @@ constexpr operation operations[] = {
     {"netevt_proto_param_get", [] { return netevt_proto_param_get(nullptr, word(0)); }},
     {"netevt_proto_param_get_null", [] { return netevt_proto_param_get(nullptr, nullptr); }},
     {"mtksw_reg_read_null", [] { return mtksw_reg_read(number(0), nullptr); }},
+    {"mtksw_reg_write", [] { return mtksw_reg_write(number(0), number(1)); }},
     {"mtksw_mii_read", mii_read},
+    {"mtksw_mii_write", [] { return mtksw_mii_write(number(0), number(1), number(2)); }},
     {"mtksw_phy_power_down", [] { return mtksw_phy_power_down(number(0)); }},
     {"mtksw_phy_power_up", [] { return mtksw_phy_power_up(number(0)); }},
     {"mtksw_phy_power_up_all", [] { return mtksw_phy_power_up_all(); }},
     {"mtksw_vlan_entry_set", [] { return mtksw_vlan_entry_set(number(0), number(1), number(2)); }},
     {"mtksw_vlan_entry_get", vlan_entry_get},
+    {"mtksw_vlan_entry_find", vlan_entry_find},
+    {"mtksw_vlan_member_set", [] { return mtksw_vlan_member_set(number(0), number(1), number(2)); }},
+    {"mtksw_vlan_member_clear", [] { return mtksw_vlan_member_clear(number(0), number(1), number(2)); }},
+    {"mtksw_port_pvid_set", [] { return mtksw_port_pvid_set(number(0), number(1)); }},
     {"netbd_seqport_get", seqport_get},
     {"netbd_lan_hwport_get_null", [] { return netbd_lan_hwport_get(1, nullptr); }},
-    {"netintf_proto_config_pppoe_0", pppoe_without_start},
+    {"netbd_wan_hwport_get_null", [] { return netbd_wan_hwport_get(9, nullptr); }},
+    {"netbd_seqport_get_null", [] { return netbd_seqport_get(1, nullptr); }},
+    {"netintf_proto_config_pppoe", proto_config_pppoe},
     {"netintf_entry_free_head", entry_free_of_head},
     {"netintf_link_get_byname", link_get_byname},
     {"netintf_hwport_get_byname", hwport_get_byname},
     {"netpre_input_drop_rule", [] { return netpre_input_drop_rule(word(0), static_cast<int>(number(1))); }},
     {"netpre_ssh_drop_rule", [] { return netpre_ssh_drop_rule(word(0), static_cast<int>(number(1))); }},
     {"ivarode_log_null", log_null},
+    {"ivarode_log", [] { return ivarode_log(static_cast<int>(number(0)), "%s %d%%\n", word(1), 7); }},
+    {"ivarode_dbg_init", [] { return ivarode_dbg_init(); }},
+    {"NET_DEBUG",
+     [] {
+         NET_DEBUG("before the area is mapped\n");
+         return ivarode_dbg_enabled() ? 1 : 0;
+     }},
+    {"netbd_lan_wan_init", [] { return netbd_lan_wan_init(); }},
+    {"netevt_nl_init", [] { return netevt_nl_init(); }},
+    {"netpre_init", [] { return netpre_init(); }},
+    {"netintf_lan_init",
+     [] {
+         netbd_lan_wan_init();
+         return netintf_lan_init();
+     }},
+    {"netintf_vintf_init",
+     [] { return netintf_vintf_init(word(0), static_cast<int>(number(1)), some_mac); }},
+    {"netintf_vintf_delete", [] { return netintf_vintf_delete(word(0)); }},
+    {"netintf_device_mac_get", device_mac_get},
+    {"netintf_bridge_create", bridge_create},
+    {"netintf_bridge_delete", bridge_delete},
+    {"netintf_port_init",
+     [] {
+         board_and_registry();
+         return netintf_port_init(number(0), static_cast<int>(number(1)), number(2));
+     }},
+    {"netintf_hw_port_exit",
+     [] {
+         board_and_registry();
+         return netintf_hw_port_exit(number(0), number(1));
+     }},
+    {"netintf_vlan_intf_create",
+     [] {
+         board_and_registry();
+         return netintf_vlan_intf_create(number(0), number(1), static_cast<int>(number(2)),
+                                         static_cast<int>(number(3)));
+     }},
+    {"netintf_vlan_intf_delete",
+     [] {
+         board_and_registry();
+         return netintf_vlan_intf_delete(static_cast<int>(number(0)), number(1), static_cast<int>(number(2)),
+                                         static_cast<int>(number(3)));
+     }},
+    {"netintf_vlan_users_count", vlan_users_count},
+    {"netintf_vlan_users_count_null",
+     [] {
+         board_and_registry();
+         return netintf_vlan_users_count(1, 100, 7, nullptr);
+     }},
+    {"route_cfg_init", [] { return route_cfg_init(); }},
+    {"route_cfg_entry_rt_add", [] { return route_cfg_entry_rt_add(text(0), text(1), text(2), text(3), 7); }},
+    {"route_cfg_entry_rt_del", [] { return route_cfg_entry_rt_del(text(0), text(1), text(2), text(3), 7); }},
+    {"pppauth_db_insert", [] { return pppauth_db_insert(text(0), "t", "i", text(1), text(2)); }},
+    {"pppauth_db_delete", [] { return pppauth_db_delete(word(0), "t", "i", "m"); }},
+    {"ivarode_ubus_init", [] { return ivarode_ubus_init(); }},
     {"ivarode_main_exit",
      [] {
          ivarode_main_exit();

@@ -3,7 +3,7 @@
     {name: "lan2", vlanid1: 100, intf: ["a", "b"], nothing: null}
 
 Numbers are int32; 5L is an int64, 5s an int16, 5b an int8, 1.5 a double, true and false are booleans. "a"*40 is a
-text of forty characters. raw(3, "6162") is an attribute of type 3 with exactly these bytes (a text without its
+text of forty characters, ["a"]*40 a list of forty texts. raw(3, "6162") is an attribute of type 3 with exactly these bytes (a text without its
 end, here). A name may repeat; null is an attribute without type and content.
 """
 import re
@@ -16,6 +16,7 @@ TOKEN = re.compile(r"""\s*(?:
   | (?P<raw>raw\(\s*(?P<rawtype>\d+)\s*,\s*"(?P<rawhex>[0-9a-fA-F ]*)"\s*\))
   | (?P<number>-?(?:0x[0-9a-fA-F]+|\d+(?:\.\d+)?))(?P<suffix>[Lsb]?)
   | (?P<word>[A-Za-z_][A-Za-z0-9_.-]*)
+  | \*(?P<repeat>\d+)
   | (?P<mark>[{}\[\]:,])
 )""", re.X)
 
@@ -103,7 +104,10 @@ class Reader:
         elif token["mark"] in ("[", "{"):
             array = token["mark"] == "["
             self.lines.append(("open", str(ARRAY if array else TABLE), name, b""))
+            first = len(self.lines)
             self.members("]" if array else "}", not array)
+            if self.next < len(self.tokens) and self.tokens[self.next]["repeat"]:
+                self.lines += self.lines[first:] * (int(self.take()["repeat"]) - 1)
             self.lines.append(("close", "0", b"", b""))
         else:
             raise NotationError(f"no value: {token.group().strip()!r}")

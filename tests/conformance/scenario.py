@@ -16,7 +16,9 @@ class ScenarioError(ValueError):
 
 class Step:
     def __init__(self, title, where):
-        self.title = title
+        times = re.fullmatch(r"(\d+) times (.*)", title)
+        self.title = times[2] if times else title
+        self.times = int(times[1]) if times else 1
         self.where = where
         self.content = []
         self.expected = []
@@ -155,6 +157,10 @@ def statement(word, rest, content):
 
 def step_script(step):
     """The script lines of one step inside the event loop."""
+    return single_script(step) * step.times
+
+
+def single_script(step):
     word, _, rest = step.title.partition(" ")
     rest = rest.strip()
     if word == "call":
@@ -217,7 +223,7 @@ def expand_each(name, lines, where):
         values = dict(zip(columns, cells))
 
         def fill(text, values=values):
-            return re.sub(r"\$([a-z_]+[0-9]?)", lambda m: values.get(m[1], m[0]), text)
+            return re.sub(r"\$(?:\{([a-z_]+[0-9]?)\}|([a-z_]+[0-9]?))", lambda m: values.get(m[1] or m[2], m[0]), text)
 
         filled = []
         for line_number, text in lines[:at] + lines[end:]:
@@ -244,6 +250,11 @@ def indented(lines, at):
     return content, at
 
 
+def repeated(text):
+    """With each "<x*40>" written out as forty characters."""
+    return re.sub(r"<(.)\*(\d+)>", lambda m: m[1] * int(m[2]), text)
+
+
 def expectation(lines, at, step, where):
     """One expected line, or a repeated group; the index behind it."""
     text = lines[at][1].strip()
@@ -257,7 +268,7 @@ def expectation(lines, at, step, where):
             raise ScenarioError(where, "nothing to repeat")
         step.expected += [line.strip() for line in group] * int(match[1])
         return after
-    step.expected.append(text)
+    step.expected.append(repeated(text))
     return at + 1
 
 
@@ -269,7 +280,7 @@ def parse_block(name, path, start, lines, fixtures):
         number, text = lines[at]
         where = parser.where = f"{path}:{number}"
         if text.startswith("> "):
-            step = Step(text[2:].strip(), where)
+            step = Step(repeated(text[2:].strip()), where)
             scenario.steps.append(step)
             at += 1
             if step.title.split()[0] in CONTENT_STEPS:
