@@ -42,15 +42,15 @@ def fault(long):
 
 
 def sanitized(long):
-    """The in-process tests under AddressSanitizer and UBSan, in a build of their own. A long run also takes the
-    whole daemon through its scenarios and through some of its failures there, and the in-process tests through
-    valgrind."""
+    """The scenarios, and the tests in process, under AddressSanitizer and UBSan, in a build of their own. A long
+    run also takes the daemon through some of its failures there, and scenarios and tests through valgrind."""
     build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-g1", "-DIVARODE_SANITIZE=ON")
     options = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
     counts = ctest("unit", BUILD_SANITIZED, options)
     counts += ctest("fuzz", BUILD_SANITIZED, options)
+    counts += counting_runner("tests/conformance/run", "--build", BUILD_SANITIZED, "--leaks", "-j", JOBS,
+                              *([] if long else ["--scenarios"]))
     if long:
-        counts += counting_runner("tests/conformance/run", "--build", BUILD_SANITIZED, "-j", JOBS)
         counts += counting_runner("tests/fault/run", "--build", BUILD_SANITIZED, "--leaks", "-j", JOBS)
         counts += counting_runner("tests/strict/valgrind", "--build", BUILD, "-j", JOBS)
     return counts
@@ -58,7 +58,7 @@ def sanitized(long):
 
 # Kind: what it proves, and how it runs; kinds run in this order.
 KINDS = {
-    "unit": ("parts in process, against recorded seams", lambda long: ctest("unit")),
+    "unit": ("the daemon's records, the stand-ins and the emulated switch, in process", lambda long: ctest("unit")),
     "model": ("the daemon beside an oracle of ports, VLANs and interfaces, on the emulated switch",
               lambda long: ctest("model", environment={"MODEL_SEEDS": "5000"} if long else None)),
     "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
@@ -66,9 +66,9 @@ KINDS = {
                     lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
     "fault": ("every call made to fail at each of its occurrences", fault),
     "fuzz": ("hostile input to everything that takes input from outside", fuzz),
-    "mips": ("unit tests and model on little-endian and big-endian MIPS, emulated; in a long run also the scenarios",
+    "mips": ("scenarios and model on little-endian and big-endian MIPS, emulated",
              lambda long: counting_runner("tests/mips/run", "-j", JOBS, *(["--scenarios"] if long else []))),
-    "sanitize": ("the unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
+    "sanitize": ("scenarios, unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
     "strict": ("static analysis: cppcheck and clang-tidy over everything",
                lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS,
                                             *(["--deep"] if long else []))),

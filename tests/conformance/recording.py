@@ -15,13 +15,13 @@ SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notic
 class Board:
     """What is run: the daemon, the recorder, and what to start them with."""
 
-    def __init__(self, build, prefix=(), environment=None):
+    def __init__(self, build, prefix=(), leaks=False):
         build = Path(build).resolve()
         self.daemon = build / "bin" / "ivarode"
         self.recorder = build / "double" / "libsys.so"
         self.entries = build / "double" / "entries"
         self.prefix = list(prefix)
-        self.environment = dict(environment or {})
+        self.leaks = leaks
 
     def missing(self):
         return [str(path) for path in (self.daemon, self.recorder) if not path.exists()]
@@ -31,9 +31,9 @@ class Board:
         inner = {
             "LD_PRELOAD": str(self.recorder),
             "IVARODE_SCRIPT": str(script),
-            "ASAN_OPTIONS": "verify_asan_link_order=0:detect_leaks=0:abort_on_error=1:allocator_may_return_null=1",
+            "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks={int(self.leaks)}:abort_on_error={int(not self.leaks)}"
+                            ":allocator_may_return_null=1",
             "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1",
-            **self.environment,
         }
         environment = {"PATH": os.environ.get("PATH", "")}
         if self.prefix:

@@ -31,6 +31,7 @@ class Scenario:
         self.name = name
         self.path = path
         self.line = line
+        self.row = 0           # of the block's table
         self.setup = []        # script lines, as tuples
         self.first = []        # script lines of the first process alone
         self.only = []
@@ -296,8 +297,9 @@ def parse_block(name, path, start, lines, fixtures):
 def load(path, fixtures):
     out = []
     for name, start, lines in blocks(path):
-        for row_name, row_lines in expand_each(name, lines, path):
+        for row, (row_name, row_lines) in enumerate(expand_each(name, lines, path)):
             out.append(parse_block(row_name, path, start, row_lines, fixtures))
+            out[-1].row = row
     return out
 
 
