@@ -2,7 +2,9 @@
 import fnmatch
 import re
 
-from recording import collapse, filtered, key_of
+from filtering import filtered
+from recording import collapse, key_of
+from scenario import filters
 
 NORMAL_END = ["cmdlib_kill_processes() = 0", "exit 0"]
 
@@ -69,9 +71,7 @@ def lines_of(scenario, step, run):
         return None
     if step.title.split()[0] in ("model", "objects", "counter"):
         return collapse(run.parts[key])
-    if step.only or step.hide:
-        return filtered(collapse(run.parts[key]), step.only, step.hide)
-    return filtered(collapse(run.parts[key]), scenario.only, scenario.hide)
+    return filtered(collapse(run.parts[key]), *filters(scenario, step))
 
 
 def check(scenario, runs):

@@ -1,5 +1,4 @@
 """Runs the daemon under the recorder and reads its trace."""
-import fnmatch
 import os
 import re
 import subprocess
@@ -8,7 +7,6 @@ from pathlib import Path
 
 from scenario import script_text, step_script
 
-ALWAYS_SHOWN = ("status", "returned", "exit", "killed", "endless", "leak:", "script", "no", "injected")
 SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notice"): "NOTICE"}
 
 
@@ -139,22 +137,6 @@ def unescaped_length(quoted):
 def same_text(logged, said):
     """The system log cuts at 1023 characters; the platform's output does not."""
     return logged == said or (unescaped_length(logged) == 1023 and said.startswith(logged[:-1]))
-
-
-def word_of(line):
-    return re.split(r"[ (]", line, maxsplit=1)[0]
-
-
-def filtered(lines, only, hide):
-    def wanted(line):
-        word = word_of(line)
-        if word in ALWAYS_SHOWN:
-            return True
-        if only and not any(fnmatch.fnmatchcase(word, pattern) for pattern in only):
-            return False
-        return not any(fnmatch.fnmatchcase(word, pattern) for pattern in hide or ())
-
-    return [line for line in lines if wanted(line)]
 
 
 def plan(scenario, folder, extra=()):

@@ -4,14 +4,11 @@ import re
 from pathlib import Path
 
 import notation
+from blocks import NamedBlocks, ScenarioError, blocks, expand_each, inserted, named_lines, repeated, words
+from filtering import filtered
 
 ROLES = {"lan": 1, "wan": 2, "either": 3}
 CONTENT_STEPS = ("netdev", "fact")
-
-
-class ScenarioError(ValueError):
-    def __init__(self, where, text):
-        super().__init__(f"{where}: {text}")
 
 
 class Step:
@@ -22,8 +19,8 @@ class Step:
         self.where = where
         self.content = []
         self.expected = []
-        self.only = None
-        self.hide = None
+        self.only = []
+        self.hide = []
 
 
 class Scenario:
@@ -81,34 +78,34 @@ class Parser:
     def fail(self, text):
         raise ScenarioError(self.where, text)
 
-    def number_of_words(self, words, count):
-        if len(words) != count:
-            self.fail(f"{count} words expected: {' '.join(words)}")
+    def number_of_words(self, line, count):
+        if len(line) != count:
+            self.fail(f"{count} words expected: {' '.join(line)}")
 
     def board(self, content):
         for line in content:
-            words = line.split()
-            if words[0] in ("mac", "cpu"):
-                self.number_of_words(words, 2)
-                self.scenario.setup.append(tuple(words))
+            parts = line.split()
+            if parts[0] in ("mac", "cpu"):
+                self.number_of_words(parts, 2)
+                self.scenario.setup.append(tuple(parts))
             else:
-                self.number_of_words(words, 3)
-                role = ROLES.get(words[1], words[1])
-                self.scenario.setup.append(("port", words[0].rstrip(":"), str(role), words[2]))
+                self.number_of_words(parts, 3)
+                role = ROLES.get(parts[1], parts[1])
+                self.scenario.setup.append(("port", parts[0].rstrip(":"), str(role), parts[2]))
 
     def uci(self, package, content):
         lines = self.scenario.setup
         lines.append(("package", package))
         for line in content:
-            words = line.split(None, 1)
+            parts = line.split(None, 1)
             if not line.startswith(" "):
-                self.number_of_words(words, 2)
-                lines.append(("section", package, words[0], words[1].strip()))
+                self.number_of_words(parts, 2)
+                lines.append(("section", package, parts[0], parts[1].strip()))
             else:
-                value = words[1].strip() if len(words) > 1 else ""
+                value = parts[1].strip() if len(parts) > 1 else ""
                 if value.startswith('"') and value.endswith('"') and len(value) > 1:
                     value = notation.unquote(value)
-                lines.append(("option", words[0], value))
+                lines.append(("option", parts[0], value))
 
     def use(self, names):
         for name in re.split(r",\s*", names):
@@ -131,9 +128,7 @@ class Parser:
         elif word == "show":
             scenario.setup.append(("show-" + rest,))
         elif word in ("entry", "arguments"):
-            words = [notation.unquote(text).decode() if text[0] == '"' else text
-                     for text in re.findall(r'"(?:[^"\\]|\\.)*"|\S+', rest)]
-            setattr(scenario, word, words)
+            setattr(scenario, word, words(rest))
         elif word == "board":
             self.board(content)
         elif word == "uci":
@@ -190,58 +185,6 @@ def single_script(step):
     raise ScenarioError(step.where, f"unknown step {word!r}")
 
 
-def blocks(path):
-    """(name, first line number, [(line number, text)]) of each block of a file."""
-    name, start, lines = None, 0, []
-    for number, text in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-        if text.startswith("#"):
-            continue
-        if text.startswith("=== "):
-            if name is not None:
-                yield name, start, lines
-            name, start, lines = text[4:].strip(), number, []
-        elif name is not None and text.strip():
-            lines.append((number, text.rstrip()))
-    if name is not None:
-        yield name, start, lines
-
-
-def expand_each(name, lines, where):
-    """A block with a table ("each A | B" and its indented rows) becomes one block for each row."""
-    at = next((i for i, (_, text) in enumerate(lines) if text.startswith("each ")), None)
-    if at is None:
-        yield name, lines
-        return
-    columns = [column.strip() for column in lines[at][1][5:].split(" | ")]
-    end = at + 1
-    while end < len(lines) and lines[end][1].startswith(" "):
-        end += 1
-    seen = set()
-    for number, row in lines[at + 1:end]:
-        cells = [cell.strip() for cell in row.strip().split(" | ")]
-        if len(cells) != len(columns):
-            raise ScenarioError(f"{where}:{number}", f"{len(columns)} cells expected: {row.strip()}")
-        values = dict(zip(columns, cells))
-
-        def fill(text, values=values):
-            return re.sub(r"\$(?:\{([a-z_]+[0-9]?)\}|([a-z_]+[0-9]?))", lambda m: values.get(m[1] or m[2], m[0]), text)
-
-        filled = []
-        for line_number, text in lines[:at] + lines[end:]:
-            new = fill(text)
-            # A cell may hold several lines, or none.
-            if text.strip().startswith("$") and text.strip()[1:] in values:
-                indent = text[:len(text) - len(text.lstrip())]
-                filled += [(line_number, indent + part.strip()) for part in new.strip().split(" // ") if part.strip() not in ("", "-")]
-            else:
-                filled.append((line_number, new))
-        row_name = fill(name)
-        if row_name == name or row_name in seen:
-            row_name = f"{row_name} [{cells[0]}]" if f"{row_name} [{cells[0]}]" not in seen else f"{row_name} [{row.strip()}]"
-        seen.add(row_name)
-        yield row_name, filled
-
-
 def indented(lines, at):
     """The indented lines from `at` on, without their common four blanks, and the index behind them."""
     content = []
@@ -251,16 +194,15 @@ def indented(lines, at):
     return content, at
 
 
-def repeated(text):
-    """With each "<x*40>" written out as forty characters."""
-    return re.sub(r"<(.)\*(\d+)>", lambda m: m[1] * int(m[2]), text)
-
-
-def expectation(lines, at, step, where):
-    """One expected line, or a repeated group; the index behind it."""
+def expectation(lines, at, scenario, named, where):
+    """One expected line, a repeated group or a named block; the index behind it."""
     text = lines[at][1].strip()
-    if text.startswith(": only ") or text.startswith(": hide "):
+    step = scenario.steps[-1]
+    if text.startswith((": only ", ": hide ")):
         setattr(step, text[2:6], text[7:].split())
+        return at + 1
+    if text.startswith("<<"):
+        step.expected += filtered(inserted(text, named, where), *filters(scenario, step))
         return at + 1
     match = re.fullmatch(r"repeat (\d+)", text)
     if match:
@@ -273,7 +215,20 @@ def expectation(lines, at, step, where):
     return at + 1
 
 
-def parse_block(name, path, start, lines, fixtures):
+def filters(scenario, step):
+    """The patterns of lines to show, and of those to hide: the step's own, or the scenario's."""
+    return (step.only, step.hide) if step.only or step.hide else (scenario.only, scenario.hide)
+
+
+class Fixtures(dict):
+    """What scenarios share: set-ups by name, and named lines."""
+
+    def __init__(self):
+        super().__init__()
+        self.named: NamedBlocks = {}
+
+
+def parse_block(name, path, start, lines, fixtures, named):
     parser = Parser(fixtures)
     parser.scenario = scenario = Scenario(name, path, start)
     at = 0
@@ -287,26 +242,37 @@ def parse_block(name, path, start, lines, fixtures):
             if step.title.split()[0] in CONTENT_STEPS:
                 step.content, at = indented(lines, at)
         elif scenario.steps:
-            at = expectation(lines, at, scenario.steps[-1], where)
+            at = expectation(lines, at, scenario, named, where)
         else:
             content, at = indented(lines, at + 1)
             parser.directive(text, content)
     return scenario
 
 
+def scenario_blocks(path, named):
+    """The blocks of a file that are no named lines; those go into `named`, each before it is used."""
+    for name, start, lines in blocks(path):
+        block = named_lines(path, start, lines)
+        if block is None:
+            yield name, start, lines
+        else:
+            named[name] = block
+
+
 def load(path, fixtures):
     out = []
-    for name, start, lines in blocks(path):
-        for row, (row_name, row_lines) in enumerate(expand_each(name, lines, path)):
-            out.append(parse_block(row_name, path, start, row_lines, fixtures))
+    named = dict(fixtures.named)
+    for name, start, lines in scenario_blocks(path, named):
+        for row, (row_name, row_lines) in enumerate(expand_each(name, lines, path, named)):
+            out.append(parse_block(row_name, path, start, row_lines, fixtures, named))
             out[-1].row = row
     return out
 
 
 def load_fixtures(path):
-    fixtures = {}
-    for name, start, lines in blocks(path):
-        fixtures[name] = parse_block(name, path, start, lines, fixtures)
+    fixtures = Fixtures()
+    for name, start, lines in scenario_blocks(path, fixtures.named):
+        fixtures[name] = parse_block(name, path, start, lines, fixtures, fixtures.named)
     return fixtures
 
 
