@@ -1,0 +1,152 @@
+"""The suites that prove the daemon, run on the mutated tree: which test reaches which statement, and which fails."""
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+import tempfile
+import time
+from collections.abc import Iterable
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+PROCESSOR_SECONDS = 2              # of a scenario, which takes some hundredths
+PROCESSOR_SECONDS_IN_PROCESS = 30  # of a program of tests, which takes one or two
+WAITING_SECONDS = 60               # nothing waits for a clock; only what hangs comes to it
+MODEL_SEEDS = "10"
+
+
+@dataclass
+class Test:
+    """One test and what is known of it."""
+    name: str
+    reached: frozenset[int]
+    seconds: float
+
+
+@dataclass
+class Outcome:
+    killed: bool
+    by: str = ""
+    hung: bool = False             # it waited for too long, which a busy machine may do as well
+
+
+def settings(mutant: int, seconds: int, reached: Path | None = None) -> dict[str, str]:
+    out = {"IVARODE_MUTANT": str(mutant), "IVARODE_MUTANT_SECONDS": str(seconds)}
+    if reached:
+        out["IVARODE_MUTANT_REACHED"] = str(reached)
+    return out
+
+
+def temporary_folder() -> tempfile.TemporaryDirectory[str]:
+    return tempfile.TemporaryDirectory(prefix="mutation-")
+
+
+class ReachMap:
+    """The file in which a program notes the statements that it reaches."""
+
+    def __init__(self, folder: str, size: int) -> None:
+        self.path, self.size = Path(folder) / "reached", size
+
+    def clear(self) -> None:
+        self.path.write_bytes(bytes(self.size))
+
+    def read(self) -> frozenset[int]:
+        return frozenset(at for at, byte in enumerate(self.path.read_bytes()) if byte)
+
+
+class Scenarios:
+    """The daemon driven whole, with the modules of tests/conformance."""
+    name = "conformance"
+
+    def __init__(self, root: Path, build: Path) -> None:
+        folder = root / "tests" / "conformance"
+        sys.path.insert(0, str(folder))
+        import compare  # pylint: disable=import-outside-toplevel,import-error
+        import recording  # pylint: disable=import-outside-toplevel,import-error
+        import scenario  # pylint: disable=import-outside-toplevel,import-error
+        self._check, self._recording = compare.check, recording
+        self.build = build
+        self._all: dict[str, Any] = {}
+        for one in scenario.load_all(folder):
+            name = f"{one.path.parent.name}/{one.path.stem}: {one.name}"
+            while name in self._all:
+                name += "'"
+            self._all[name] = one
+
+    def names(self) -> list[str]:
+        return list(self._all)
+
+    def _run(self, name: str, build: Path, environment: dict[str, str]) -> tuple[list[str], bool]:
+        board = self._recording.Board(build, (), environment)
+        with temporary_folder() as folder:
+            runs = self._recording.record(board, self._all[name], folder, timeout=WAITING_SECONDS)
+            return self._check(self._all[name], runs), any(run.exit == "timeout" for run, _ in runs)
+
+    def learn(self, name: str, statements: int) -> tuple[Test, list[str]]:
+        with temporary_folder() as folder:
+            reach = ReachMap(folder, statements)
+            reach.clear()
+            started = time.monotonic()
+            complaints, _ = self._run(name, self.build, settings(0, PROCESSOR_SECONDS, reach.path))
+            return Test(name, reach.read(), time.monotonic() - started), complaints
+
+    def judge(self, mutant: int, names: Iterable[str], build: Path | None = None) -> Outcome:
+        for name in names:
+            complaints, hung = self._run(name, build or self.build, settings(mutant, PROCESSOR_SECONDS))
+            if complaints:
+                return Outcome(True, name, hung)
+        return Outcome(False)
+
+
+class Programs:
+    """The daemon's parts in process: programs made with GoogleTest."""
+
+    def __init__(self, name: str, program: Path) -> None:
+        self.name, self.program = name, program
+
+    def _run(self, names: list[str], environment: dict[str, str], fast: bool = True) -> tuple[bool, str, bool]:
+        options = ["--gtest_filter=" + ":".join(names), "--gtest_brief=1", *(["--gtest_fail_fast"] if fast else [])]
+        with temporary_folder() as folder:
+            try:
+                done = subprocess.run([self.program, *options], cwd=folder, stdin=subprocess.DEVNULL,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
+                                      env={**os.environ, "MODEL_SEEDS": MODEL_SEEDS, **environment},
+                                      timeout=5 * WAITING_SECONDS, check=False)
+            except subprocess.TimeoutExpired:
+                return False, "", True
+        return done.returncode == 0, done.stdout, False
+
+    def names(self) -> list[str]:
+        listed = subprocess.run([self.program, "--gtest_list_tests"], stdout=subprocess.PIPE, text=True, check=True)
+        out, suite = [], ""
+        for line in listed.stdout.splitlines():
+            word = line.split("#")[0].rstrip()
+            if word.endswith(".") and not word.startswith(" "):
+                suite = word
+            elif word.startswith("  "):
+                out.append(suite + word.strip())
+        return out
+
+    def learn(self, name: str, statements: int) -> tuple[Test, list[str]]:
+        with temporary_folder() as folder:
+            reach = ReachMap(folder, statements)
+            reach.clear()
+            started = time.monotonic()
+            good, said, _ = self._run([name], settings(0, PROCESSOR_SECONDS_IN_PROCESS, reach.path))
+            return Test(name, reach.read(), time.monotonic() - started), [] if good else [said[-2000:] or "hangs"]
+
+    def judge(self, mutant: int, names: Iterable[str], build: Path | None = None) -> Outcome:
+        chosen = list(names)
+        if not chosen or build:
+            return Outcome(False)
+        good, said, hung = self._run(chosen, settings(mutant, PROCESSOR_SECONDS_IN_PROCESS))
+        if good:
+            return Outcome(False)
+        failed = [line.split("] ")[1].split(",")[0].split(" (")[0] for line in said.splitlines()
+                  if line.startswith("[  FAILED  ] ")]
+        return Outcome(True, failed[0] if failed else "it ends early", hung)
+
+
+Suite = Scenarios | Programs
