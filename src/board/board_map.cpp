@@ -1,5 +1,6 @@
 #include "board/board_map.h"
 
+#include "board/vlan.h"
 #include "core/log.h"
 #include "core/result.h"
 #include "core/text.h"
@@ -30,7 +31,7 @@ struct port_scan {
 
     void add(const struct netbd_ether &port)
     {
-        bitmap |= 1U << (port.hw_port & 31U);
+        bitmap |= port_bit(port.hw_port);
         char digits[7];
         text_format(digits, sizeof(digits), "%d ", port.hw_port);
         // Readers of this log line expect one character for each port and nothing between them.
@@ -41,6 +42,9 @@ struct port_scan {
 int hwport_of_slot(const struct netbd_ether *const (&slots)[netbd_slot_count], uint32_t number,
                    uint32_t *hw_port)
 {
+    if (hw_port == nullptr) {
+        return rv_invalid;
+    }
     if (number < 1 || number > netbd_slot_count || slots[number - 1] == nullptr) {
         return rv_fail;
     }
@@ -67,8 +71,7 @@ int netbd_lan_wan_init()
         return rv_board;
     }
     info = {};
-    memcpy_safe_record(info.base_mac, sizeof(info.base_mac), sys_bdinfo_macbase_get(), netbd_mac_size,
-                       __func__, __LINE__);
+    mac_copy(info.base_mac, sys_bdinfo_macbase_get());
     const uint8_t *mac = info.base_mac;
     NET_INFO("base-mac:%02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
     info.board_type = sys_bdinfo_cpuid_get() == cpuid_two_cpu_ports ? board_type_two_cpu_ports : 1;
@@ -109,26 +112,20 @@ const struct netbd_info &netbd_info_get()
 
 int netbd_lan_hwport_get(uint32_t number, uint32_t *hw_port)
 {
-    if (hw_port == nullptr) {
-        return rv_invalid;
-    }
-    if (hwport_of_slot(info.lan_ports, number, hw_port) != rv_ok) {
+    const int rv = hwport_of_slot(info.lan_ports, number, hw_port);
+    if (rv == rv_fail) {
         NET_ERROR("lan %d get hw port error\n", number);
-        return rv_fail;
     }
-    return rv_ok;
+    return rv;
 }
 
 int netbd_wan_hwport_get(uint32_t number, uint32_t *hw_port)
 {
-    if (hw_port == nullptr) {
-        return rv_invalid;
-    }
-    if (hwport_of_slot(info.wan_ports, number, hw_port) != rv_ok) {
+    const int rv = hwport_of_slot(info.wan_ports, number, hw_port);
+    if (rv == rv_fail) {
         NET_ERROR("wan %d get hw port error\n", number);
-        return rv_fail;
     }
-    return rv_ok;
+    return rv;
 }
 
 int netbd_seqport_get(uint32_t hw_port, uint32_t *sequence)
@@ -159,6 +156,6 @@ uint32_t netbd_port_total_get()
 
 int netbd_basemac_get(uint8_t *mac)
 {
-    memcpy_safe_record(mac, netbd_mac_size, info.base_mac, netbd_mac_size, __func__, __LINE__);
+    mac_copy(mac, info.base_mac);
     return rv_ok;
 }

@@ -4,19 +4,19 @@
 // long as the process. LAN and WAN numbers count from 1.
 #pragma once
 
+#include "core/mac.h"
 #include "platform/board.h"
 
 #include <stdint.h>
 
 constexpr uint32_t netbd_slot_count = 16;
-constexpr uint32_t netbd_mac_size = 6;
 constexpr uint32_t board_type_two_cpu_ports = 2;
 
 enum netbd_role : uint8_t { role_lan = 1, role_wan = 2, role_lan_or_wan = 3 };
 
 struct netbd_info {
     uint32_t board_type; // 2: WANs reach the CPU through a port of their own
-    uint8_t base_mac[netbd_mac_size];
+    uint8_t base_mac[mac_size];
     // Slot i: the port of Ethernet index i where that is a LAN port, else null. There can be gaps.
     const struct netbd_ether *lan_ports[netbd_slot_count];
     // Dense, from the highest Ethernet index down.

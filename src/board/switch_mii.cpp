@@ -4,9 +4,9 @@
 #include "core/log.h"
 #include "core/result.h"
 #include "core/scope.h"
-#include "core/text.h"
+#include "platform/safestr.h"
+#include "platform/switch_driver.h"
 
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -14,25 +14,7 @@
 
 namespace {
 
-constexpr unsigned long ioctl_reg_read = SIOCDEVPRIVATE + 1;
-constexpr unsigned long ioctl_reg_write = SIOCDEVPRIVATE + 2;
-constexpr unsigned long ioctl_mii_read = SIOCDEVPRIVATE + 3;
-constexpr unsigned long ioctl_mii_write = SIOCDEVPRIVATE + 4;
-
-constexpr uint32_t mii_control = 0;
 constexpr uint32_t mii_control_power_down = 0x800;
-
-struct reg_block {
-    uint32_t offset;
-    uint32_t value;
-};
-
-struct mii_block {
-    uint32_t phy;
-    uint32_t reg;
-    uint32_t value_in;
-    uint32_t value_out;
-};
 
 // One private ioctl on "eth0". 0, rv_socket or rv_ioctl.
 int driver_call(unsigned long request, void *block)
@@ -64,8 +46,8 @@ int mtksw_reg_read(uint32_t offset, uint32_t *value)
     if (value == nullptr) {
         return rv_invalid;
     }
-    reg_block block = {offset, 0};
-    if (const int rv = driver_call(ioctl_reg_read, &block); rv != rv_ok) {
+    switch_reg_block block = {offset, 0};
+    if (const int rv = driver_call(switch_reg_read, &block); rv != rv_ok) {
         return rv;
     }
     *value = block.value;
@@ -74,14 +56,14 @@ int mtksw_reg_read(uint32_t offset, uint32_t *value)
 
 int mtksw_reg_write(uint32_t offset, uint32_t value)
 {
-    reg_block block = {offset, value};
-    return driver_call(ioctl_reg_write, &block);
+    switch_reg_block block = {offset, value};
+    return driver_call(switch_reg_write, &block);
 }
 
 int mtksw_mii_read(uint32_t phy, uint32_t reg, uint32_t *value)
 {
-    mii_block block = {phy, reg, 0, 0};
-    switch (driver_call(ioctl_mii_read, &block)) {
+    switch_mii_block block = {phy, reg, 0, 0};
+    switch (driver_call(switch_mii_read, &block)) {
     case rv_ok:
         *value = block.value_out;
         return rv_ok;
@@ -96,8 +78,8 @@ int mtksw_mii_read(uint32_t phy, uint32_t reg, uint32_t *value)
 
 int mtksw_mii_write(uint32_t phy, uint32_t reg, uint32_t value)
 {
-    mii_block block = {phy, reg, value, 0};
-    switch (driver_call(ioctl_mii_write, &block)) {
+    switch_mii_block block = {phy, reg, value, 0};
+    switch (driver_call(switch_mii_write, &block)) {
     case rv_ok:
         return rv_ok;
     case rv_socket:

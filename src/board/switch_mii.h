@@ -6,6 +6,8 @@
 
 #include <stdint.h>
 
+constexpr uint32_t mii_control = 0; // number of a PHY's control register
+
 // One switch register by its offset. 0, rv_invalid (null pointer), rv_socket or rv_ioctl.
 int mtksw_reg_read(uint32_t offset, uint32_t *value);
 int mtksw_reg_write(uint32_t offset, uint32_t value);

@@ -6,32 +6,35 @@
 #include "board/vlan_table.h"
 #include "core/log.h"
 #include "core/result.h"
+#include "platform/switch_driver.h"
 
 namespace {
 
-constexpr uint32_t mii_control = 0;
 constexpr uint32_t mii_control_start = 0x3300; // 100 Mbit/s, full duplex, auto-negotiation on and restarted
 
-constexpr uint32_t reg_untag_control = 0x98;
-constexpr uint32_t untag_enable = 0x8000;
 constexpr uint32_t untag_front_ports = 0x3f; // ports 0..5; the CPU port keeps its tags
 constexpr uint32_t untag_bits = 7;
+constexpr uint32_t pvid_bits = 12;
+constexpr uint32_t pvid_mask = 0xfff;
 
 constexpr uint32_t untag_register(uint32_t entry)
 {
-    return 0x100 + 4 * (entry / 4);
+    return switch_vlan_untag + 4 * (entry / 4);
 }
 
-struct pvid_field {
-    uint32_t address; // physical
-    uint32_t shift;
-    uint32_t kept; // bits of the register that are not this port's
-};
-
-constexpr pvid_field pvid_fields[front_port_count] = {
-    {0x10110040, 0, 0xfffff000},  {0x10110040, 12, 0xff000fff}, {0x10110044, 0, 0xfffff000},
-    {0x10110044, 12, 0xff000fff}, {0x10110048, 0, 0xfffff000},
-};
+// Two ports share a PVID register; a write keeps all bits that are not the port's.
+constexpr uint32_t pvid_address(uint32_t hw_port)
+{
+    return switch_physical_base + switch_pvid + 4 * (hw_port / 2);
+}
+constexpr uint32_t pvid_shift(uint32_t hw_port)
+{
+    return pvid_bits * (hw_port % 2);
+}
+constexpr uint32_t pvid_kept(uint32_t hw_port)
+{
+    return ~(pvid_mask << pvid_shift(hw_port));
+}
 
 int reg_set_bits(uint32_t offset, uint32_t bits)
 {
@@ -45,7 +48,7 @@ int reg_set_bits(uint32_t offset, uint32_t bits)
 // Lets frames of the port VLANs leave the front ports without a tag.
 int untag_init()
 {
-    if (const int rv = reg_set_bits(reg_untag_control, untag_enable); rv != rv_ok) {
+    if (const int rv = reg_set_bits(switch_untag_control, switch_untag_enable); rv != rv_ok) {
         return rv;
     }
     for (uint32_t entry = 0; entry < front_port_count; entry++) {
@@ -83,10 +86,10 @@ int mtksw_port_pvid_set(uint32_t hw_port, uint32_t pvid)
     if (hw_port >= front_port_count) {
         return rv_ok;
     }
-    const pvid_field &field = pvid_fields[hw_port];
+    const uint32_t address = pvid_address(hw_port);
     uint32_t value = 0;
-    if (mtklib_cpu_reg_rd(field.address, &value) != 0 ||
-        mtklib_cpu_reg_wr(field.address, (value & field.kept) | (pvid << field.shift)) != 0) {
+    if (mtklib_cpu_reg_rd(address, &value) != 0 ||
+        mtklib_cpu_reg_wr(address, (value & pvid_kept(hw_port)) | (pvid << pvid_shift(hw_port))) != 0) {
         NET_ERROR("mtk sw pvid set failed\n");
         return rv_register;
     }

@@ -13,6 +13,13 @@ constexpr uint32_t vlan_entry_count = 16;     // entries of the switch's VLAN ta
 constexpr uint32_t vlan_pool_first = 5;       // entries 5..15 are for VLANs of the user's choice
 constexpr uint32_t vlan_index_by_vid = 10000; // given as an index: find the entry by its VLAN ID
 
+// A port's bit in a member word. The switch has ports 0..6; a board that names one of 32 or more gets the
+// number modulo 32.
+constexpr uint32_t port_bit(uint32_t hw_port)
+{
+    return 1U << (hw_port & 31U);
+}
+
 constexpr uint32_t port_vlan(uint32_t hw_port)
 {
     return port_vlan_base + hw_port;

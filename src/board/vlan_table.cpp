@@ -3,6 +3,7 @@
 #include "board/switch_mii.h"
 #include "board/vlan.h"
 #include "core/result.h"
+#include "platform/switch_driver.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ constexpr uint32_t member_mask = 0x7f; // ports 0..6
 // Two VLAN IDs share a register, four member bytes do.
 constexpr uint32_t vid_register(uint32_t index)
 {
-    return 0x50 + 4 * (index / 2);
+    return switch_vlan_id + 4 * (index / 2);
 }
 constexpr uint32_t vid_shift(uint32_t index)
 {
@@ -23,7 +24,7 @@ constexpr uint32_t vid_shift(uint32_t index)
 }
 constexpr uint32_t member_register(uint32_t index)
 {
-    return 0x70 + 4 * (index / 4);
+    return switch_vlan_members + 4 * (index / 4);
 }
 constexpr uint32_t member_shift(uint32_t index)
 {
@@ -106,7 +107,7 @@ int mtksw_vlan_member_set(uint32_t index, uint32_t vid, uint32_t hw_port)
     if (const int rv = mtksw_vlan_entry_get(index, &entry_vid, &members); rv != rv_ok && rv != rv_no_entry) {
         return rv;
     }
-    return mtksw_vlan_entry_set(index, vid, members | (1U << hw_port));
+    return mtksw_vlan_entry_set(index, vid, members | port_bit(hw_port));
 }
 
 int mtksw_vlan_member_clear(uint32_t index, uint32_t vid, uint32_t hw_port)
@@ -120,7 +121,7 @@ int mtksw_vlan_member_clear(uint32_t index, uint32_t vid, uint32_t hw_port)
     if (const int rv = mtksw_vlan_entry_get(index, &entry_vid, &members); rv != rv_ok) {
         return rv;
     }
-    members &= ~(1U << hw_port);
+    members &= ~port_bit(hw_port);
     if (!by_vid) {
         return mtksw_vlan_entry_set(index, vid, members);
     }

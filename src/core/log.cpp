@@ -36,5 +36,5 @@ int ivarode_dbg_init()
 
 bool ivarode_dbg_enabled()
 {
-    return g_netd_dbg_shm != nullptr && (g_netd_dbg_shm[0] & debug_bit_daemon) != 0;
+    return g_netd_dbg_shm != nullptr && (g_netd_dbg_shm[0] & netdbg_bit_daemon) != 0;
 }

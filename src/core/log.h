@@ -1,16 +1,17 @@
 // Reporting. Errors, warnings and notices go to two channels, always in this order and with the same text:
 // the system log, then the platform's output. Information and debug texts go to the platform's output alone.
 //
-// Texts carry their own line ends. The arguments of a report are evaluated once for each channel, so they
-// must not have side effects. Reporting needs no heap.
+// Texts carry their own line ends. Many begin with a function and a number, as in "netintf_lan_add 2240": the
+// numbers are fixed parts of the texts, not lines of today's sources, and so are blanks and misspellings
+// ("enalbe", "mesquerade", "php"). Log watchers and docs/messages.md know them so.
+//
+// The arguments of a report are evaluated once for each channel, so they must not have side effects.
+// Reporting needs no heap.
 #pragma once
 
 #include "platform/output.h"
 
 #include <syslog.h>
-
-// Bit value of the debug word that switches the daemon's debug texts on.
-constexpr unsigned debug_bit_daemon = 4;
 
 // Writes one text to the system log, cut at 1023 characters. Returns -1 for a null format, else 0.
 int ivarode_log(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));

@@ -24,8 +24,7 @@
 namespace {
 
 constexpr const char *sibling = "ombrine.run";
-constexpr int sibling_timeout = 30;        // seconds
-constexpr int rtmsg_type_new_address = 20; // RTM_NEWADDR
+constexpr int sibling_timeout = 30; // seconds
 
 enum class on_failure { go_on, end, clean_up_and_end };
 
@@ -57,7 +56,7 @@ constexpr startup_step startup[] = {
     // Routes that cannot be loaded, and a refused handler, leave a router that still serves its interfaces.
     {[] { return ignore(route_cfg_init()); }, on_failure::go_on, [] {}},
     {nl_rtmsg_init, on_failure::end, [] { NET_ERROR("netlink route init error\n"); }},
-    {[] { return ignore(nl_rtmsg_handler_reg(rtmsg_type_new_address, route_addr_event_handler)); },
+    {[] { return ignore(nl_rtmsg_handler_reg(nl_rtmsg_new_address, route_addr_event_handler)); },
      on_failure::go_on, [] {}},
     {ivarode_ubus_init, on_failure::end, [] { NET_ERROR("ivarode ubus init failed\n"); }},
 };

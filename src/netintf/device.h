@@ -3,11 +3,7 @@
 // No operation undoes its earlier steps when a later one fails.
 #pragma once
 
-#include "core/text.h"
-
 #include <stdint.h>
-
-constexpr uint32_t mac_size = 6;
 
 // How an interface type reaches the CPU: LANs, and WANs on boards with one CPU port, through "eth0"; WANs on
 // boards with two through "eth1".

@@ -24,7 +24,8 @@ const struct netbd_ether *sys_bdinfo_ether_get(uint32_t index);
 int mtklib_cpu_reg_rd(uint32_t addr, uint32_t *value);
 int mtklib_cpu_reg_wr(uint32_t addr, uint32_t value);
 
-// Asks the kernel and waits for its answer. Type 0xB0000002: eight 32-bit words, one for each switch port.
+// Asks the kernel and waits for its answer.
+static const uint32_t knl_port_status = 0xB0000002; // a type: eight 32-bit words, one for each switch port
 int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len, void *reply,
                                uint32_t reply_size, uint32_t *reply_len);
 

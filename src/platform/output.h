@@ -24,9 +24,11 @@ int netdbg_shm_init(void);
 // Prepares the platform library's own debug records.
 int libsys_dbg_init(void);
 
-// The debug area: word 0 holds the debug bits (bit value 4: the daemon's debug messages); an unsigned 64-bit
-// counter lies at byte offset 16. Owned by the platform library, shared with its tools.
+// The debug area: word 0 holds the debug bits, an unsigned 64-bit counter of sampling runs lies further on.
+// Owned by the platform library, shared with its tools.
 extern uint32_t *g_netd_dbg_shm;
+static const uint32_t netdbg_bit_daemon = 4;      // bit value: the daemon's debug messages
+static const uint32_t netdbg_counter_offset = 16; // bytes
 
 // Prepares the board's GPIO lines.
 int sys_gpio_init2(void);
