@@ -1,4 +1,4 @@
-// Argument policies of the bus methods, and the indices by which handlers address the parsed fields.
+// Argument policies of the bus methods, and the indices by which handlers address the fields.
 #pragma once
 
 #include <libubus.h>
@@ -122,11 +122,3 @@ inline constexpr policy_table<2> pppuser_del_policy = {{
     {"username", BLOBMSG_TYPE_STRING},
     {"provider", BLOBMSG_TYPE_STRING},
 }};
-
-// Parses a message against a policy. A field that is missing or of another type is null. The fields lie in
-// the message and are valid only while its handler runs.
-template <size_t N>
-void policy_parse(const policy_table<N> &policy, struct blob_attr *(&fields)[N], struct blob_attr *msg)
-{
-    blobmsg_parse(policy.fields, policy.count, fields, blob_data(msg), static_cast<unsigned>(blob_len(msg)));
-}

@@ -1,7 +1,8 @@
 // Result codes of the daemon's own functions, and the statuses its bus methods answer with.
 //
 // Functions return 0 for success and one small negative code for each kind of failure. Handlers translate
-// them into bus statuses; the few that hand a negative code through say so.
+// them into bus statuses, which are a type of their own; the few places where a code leaves on the bus as it
+// is say handed_through.
 #pragma once
 
 #include <libubus.h>
@@ -25,7 +26,15 @@ constexpr int rv_route = -21;    // routing call
 constexpr int rv_database = -22; // database
 constexpr int rv_register = -25; // CPU register access
 
-constexpr int status_ok = UBUS_STATUS_OK;
-constexpr int status_invalid_command = UBUS_STATUS_INVALID_COMMAND;
-constexpr int status_invalid_argument = UBUS_STATUS_INVALID_ARGUMENT;
-constexpr int status_unknown_error = UBUS_STATUS_UNKNOWN_ERROR;
+enum bus_status : int {
+    status_ok = UBUS_STATUS_OK,
+    status_invalid_command = UBUS_STATUS_INVALID_COMMAND,
+    status_invalid_argument = UBUS_STATUS_INVALID_ARGUMENT,
+    status_unknown_error = UBUS_STATUS_UNKNOWN_ERROR,
+};
+
+// A result, 0 or a negative code, as the status of a request: callers of these methods know the codes.
+constexpr bus_status handed_through(int rv)
+{
+    return static_cast<bus_status>(rv);
+}

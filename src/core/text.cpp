@@ -15,5 +15,7 @@ void text_format(char *field, size_t size, const char *format, ...)
 void text_copy(char (&field)[name_size], const char *text, const char *func, int line)
 {
     memset(field, 0, sizeof(field));
-    strncpy_safe_record(field, text, name_max, func, line);
+    if (text != nullptr) {
+        strncpy_safe_record(field, text, name_max, func, line);
+    }
 }

@@ -10,15 +10,6 @@
 
 namespace {
 
-// LAN, WAN, or 0 for a name that is neither.
-uint32_t type_of_name(const char *name)
-{
-    if (text_begins(name, "wan", __func__, __LINE__)) {
-        return intf_type_wan;
-    }
-    return text_begins(name, "lan", __func__, __LINE__) ? intf_type_lan : 0;
-}
-
 // The two devices of an interface.
 struct bridge_devices {
     char bridge[name_size];
@@ -29,15 +20,15 @@ struct bridge_devices {
 bool devices_name(bridge_devices *devices, const char *name, uint32_t proto, uint32_t hw_port, int vid1,
                   int vid2)
 {
-    const uint32_t type = type_of_name(name);
-    if (type == 0) {
+    const uint32_t type = netintf_type_of(name);
+    if (type == intf_type_none) {
         return false;
     }
     netintf_bridge_name(devices->bridge, sizeof(devices->bridge), name, proto);
     const char *master = netintf_cpu_path(type).master;
     char(&member)[name_size] = devices->member;
     if (vid1 == vlan_none) {
-        text_format(member, sizeof(member), "%s.%d", master, port_vlan(hw_port) & 0xffffU);
+        text_format(member, sizeof(member), "%s.%d", master, port_vlan(hw_port));
     } else if (vid2 != vlan_none) {
         text_format(member, sizeof(member), "%s.%d.%d", master, vid1, vid2);
     } else {

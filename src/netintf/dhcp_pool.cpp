@@ -6,7 +6,6 @@
 #include "platform/bus.h"
 #include "platform/config.h"
 
-#include <arpa/inet.h>
 #include <stdlib.h>
 
 int netintf_dhcps_add_string(const char *field, const char *value)
@@ -31,12 +30,17 @@ int netintf_dhcps_pool_push(const char *name, const char *intf, const char *ipst
             return rv_invalid;
         }
     }
-    blob_buf_init(&netintf_reply, BLOBMSG_TYPE_TABLE);
-    for (const pool_field &field : fields) {
-        netintf_dhcps_add_string(field.name, field.value);
+    if (blob_buf_init(&netintf_reply, BLOBMSG_TYPE_TABLE) != 0) {
+        return rv_bus;
     }
-    const uint32_t lease = htonl(static_cast<uint32_t>(lease_time));
-    blobmsg_add_field(&netintf_reply, BLOBMSG_TYPE_INT32, "lease_time", &lease, sizeof(lease));
+    for (const pool_field &field : fields) {
+        if (netintf_dhcps_add_string(field.name, field.value) != 0) {
+            return rv_bus;
+        }
+    }
+    if (blobmsg_add_u32(&netintf_reply, "lease_time", static_cast<uint32_t>(lease_time)) != 0) {
+        return rv_bus;
+    }
     return ubuslib_invoke_call("dnsmasq.dhcp", "add", &netintf_reply, nullptr, nullptr) == 0 ? rv_ok : rv_bus;
 }
 

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr int event_type_link = 1;
 constexpr size_t param_size = 1024;
 constexpr int param_words_max = 2;
 
@@ -17,7 +16,7 @@ constexpr int param_words_max = 2;
 
 int netevt_nl_init()
 {
-    if (nl_init("ivarode") != 0 || nl_rx_event_reg(event_type_link, netevt_nl_link_event) != 0) {
+    if (nl_init("ivarode") != 0 || nl_rx_event_reg(nl_event_link, netevt_nl_link_event) != 0) {
         return rv_board;
     }
     return rv_ok;
@@ -45,8 +44,7 @@ int netevt_nl_link_event(const struct nl_link_event *event)
 
 int netevt_wan_addr_reset(netintf_entry *entry)
 {
-    constexpr const char *unknown = "0.0.0.0";
-    if (const int rv = netlib_intf_set_ip(entry->name, unknown); rv != 0) {
+    if (const int rv = netlib_intf_set_ip(entry->name, address_any); rv != 0) {
         return rv;
     }
     netlib_intf_plcrt_del(entry->name, entry->defrt_pri);
@@ -59,7 +57,8 @@ int netevt_wan_addr_reset(netintf_entry *entry)
     if (netintf_proto_enumtostr(entry->proto, proto_text, sizeof(proto_text)) != rv_ok) {
         return rv_fail;
     }
-    return netlib_waninfo_db_update(entry->name, proto_text, unknown, unknown, unknown, unknown, unknown);
+    return netlib_waninfo_db_update(entry->name, proto_text, address_any, address_any, address_any,
+                                    address_any, address_any);
 }
 
 int netevt_proto_param_get(void *, const char *text)

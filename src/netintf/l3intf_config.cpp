@@ -7,14 +7,11 @@
 
 #include "core/bus_handlers.h"
 #include "core/log.h"
-#include "core/result.h"
 #include "netintf/bridge.h"
-#include "netintf/device.h"
 #include "netintf/l3intf_fields.h"
-#include "netintf/l3intf_wan_config.h"
-#include "netintf/proto.h"
 #include "netintf/uci_options.h"
 #include "netintf/vlan_intf.h"
+#include "netintf/wan.h"
 #include "platform/netdev.h"
 
 #include <stdlib.h>
@@ -28,61 +25,33 @@ constexpr useconds_t ppp_gone_pause = 1000; // microseconds between two asks
 struct config_request {
     const char *name;
     const char *old_name;
+    uint32_t type; // of the new name
     uint8_t mac[mac_size];
     uint16_t vlanid1;
     uint16_t vlanid2;
 };
 
-int names_get(const intf_fields &fields, config_request *request)
+bus_status old_intf_exit(netintf_entry *entry, const config_request &request)
 {
-    if (fields[intf_name] == nullptr) {
-        NET_ERROR("l3intf_config interface name error\n");
-        return status_invalid_argument;
-    }
-    request->name = blobmsg_get_string(fields[intf_name]);
-    if (request->name == nullptr) {
-        NET_ERROR("ubus config intf param intf_name is null\n");
-        return status_invalid_argument;
-    }
-    request->old_name = blobmsg_get_string(fields[intf_old_name]);
-    if (request->old_name == nullptr) {
-        NET_ERROR("ubus config intf param old intf_name is null\n");
-        return status_invalid_argument;
-    }
-    return status_ok;
-}
-
-int old_intf_exit(netintf_entry *entry, const config_request &request)
-{
-    if (l3intf_name_is_wan(request.name)) {
+    if (request.type == intf_type_wan) {
         netintf_proto_stop(entry);
     }
-    int rv =
-        netintf_bridge_delete(request.old_name, entry->proto, entry->hw_port, entry->vlanid1, entry->vlanid2);
-    if (rv != rv_ok) {
+    if (netintf_bridge_delete(request.old_name, entry->proto, entry->hw_port, entry->vlanid1,
+                              entry->vlanid2) != rv_ok) {
         NET_ERROR("net config user old intf exit error ifname=%s port=%d v1=%d v2=%d\n", request.old_name,
                   entry->hw_port, entry->vlanid1, entry->vlanid2);
         return status_unknown_error;
     }
-    if (entry->vlanid1 == vlan_none) {
-        return status_ok;
-    }
-    rv = netintf_vlan_intf_delete(static_cast<int>(entry->intf_type), entry->hw_port, entry->vlanid1,
-                                  entry->vlanid2);
-    if (rv != rv_ok) {
+    if (entry->vlanid1 != vlan_none &&
+        netintf_vlan_intf_delete(entry->intf_type, entry->hw_port, entry->vlanid1, entry->vlanid2) != rv_ok) {
         NET_ERROR("net config port vlan intf exit error\n");
         return status_unknown_error;
     }
     return status_ok;
 }
 
-void mac_store(netintf_entry *entry, const config_request &request)
-{
-    memcpy_safe_record(entry->mac, sizeof(entry->mac), request.mac, mac_size, __func__, __LINE__);
-}
-
-// The PPP link has the interface's own name and outlives its client for a moment; a new interface of that
-// name cannot be built before it has gone.
+// The PPP link has the interface's name and outlives its client for a moment; a new interface of that name
+// cannot be built before it has gone.
 bool ppp_device_gone(const char *name)
 {
     for (int ask = 0; ask < ppp_gone_asks; ask++) {
@@ -96,7 +65,7 @@ bool ppp_device_gone(const char *name)
     return false;
 }
 
-int new_intf_init(netintf_entry *entry, const config_request &request, netintf_proto proto)
+bus_status new_intf_init(netintf_entry *entry, const config_request &request, netintf_proto proto)
 {
     if (request.vlanid1 != vlan_none && netintf_vlan_intf_create(entry->intf_type, entry->hw_port,
                                                                  request.vlanid1, request.vlanid2) != rv_ok) {
@@ -109,21 +78,17 @@ int new_intf_init(netintf_entry *entry, const config_request &request, netintf_p
                   request.vlanid1, request.vlanid2, entry->enable);
         return status_unknown_error;
     }
-    mac_store(entry, request);
+    mac_copy(entry->mac, request.mac);
     return status_ok;
 }
 
-int lan_config(netintf_entry *entry, const intf_fields &fields)
+bus_status lan_config(netintf_entry *entry, intf_arguments &args)
 {
-    if (fields[intf_ipaddr] == nullptr || fields[intf_netmask] == nullptr) {
-        NET_ERROR("l3intf_config ipaddr netmask null\n");
-        return status_invalid_argument;
-    }
-    const char *ipaddr = blobmsg_get_string(fields[intf_ipaddr]);
-    const char *netmask = blobmsg_get_string(fields[intf_netmask]);
-    if (ipaddr == nullptr || netmask == nullptr) {
-        NET_ERROR("intf_name is null\n");
-        return status_invalid_argument;
+    args.require({intf_ipaddr, intf_netmask}, "l3intf_config ipaddr netmask null\n");
+    const char *ipaddr = args.text(intf_ipaddr, "intf_name is null\n");
+    const char *netmask = args.text(intf_netmask, "intf_name is null\n");
+    if (args.status() != status_ok) {
+        return args.status();
     }
     if (const int rv = netintf_lan_addr_set(entry, ipaddr, netmask); rv != rv_ok) {
         NET_ERROR("config ip error,rv = %d\n", rv);
@@ -132,17 +97,57 @@ int lan_config(netintf_entry *entry, const intf_fields &fields)
     return status_ok;
 }
 
-int addresses_config(netintf_entry *entry, const config_request &request, const intf_fields &fields,
-                     netintf_proto proto)
+// What the protocol needs, or false. Addresses that are missing altogether have no complaint of their own.
+bool wan_settings_get(netintf_proto proto, intf_arguments &args, wan_settings *settings)
 {
-    if (l3intf_name_is_lan(request.name)) {
-        return lan_config(entry, fields);
+    if (proto == proto_static) {
+        if (args[intf_ipaddr] == nullptr || args[intf_netmask] == nullptr) {
+            return false;
+        }
+        settings->ipaddr = args.text(intf_ipaddr, "ipaddr is null\n");
+        settings->netmask = args.text(intf_netmask, "netmask is null\n");
+        settings->gateway = args.text(intf_gateway, "gateway is null\n");
+    } else if (proto == proto_pppoe) {
+        if (args[intf_username] == nullptr || args[intf_password] == nullptr) {
+            NET_ERROR("pppoe config param error %p,%p\n", static_cast<void *>(args[intf_username]),
+                      static_cast<void *>(args[intf_password]));
+            return false;
+        }
+        settings->username = args.text(intf_username, "pppoe username is null\n");
+        settings->password = args.text(intf_password, "pppoe password is null\n");
+        if (args[intf_server] != nullptr) {
+            settings->service = args.text(intf_server, "pppoe server is null\n");
+        }
     }
-    if (!l3intf_name_is_wan(request.name)) {
+    return args.status() == status_ok;
+}
+
+bool wan_config(netintf_entry *entry, const char *name, intf_arguments &args, netintf_proto proto)
+{
+    entry->proto = proto;
+    const char *priority = args.text(intf_defrt_pri, "default route priority is null\n");
+    if (priority == nullptr) {
+        return false;
+    }
+    entry->defrt_pri = atoi(priority);
+    uint32_t link = 0;
+    netintf_link_get_byname(name, &link);
+    wan_settings settings = {};
+    return wan_settings_get(proto, args, &settings) &&
+           netintf_wan_start(entry, name, settings, link, wan_by_config) == rv_ok;
+}
+
+bus_status addresses_config(netintf_entry *entry, const config_request &request, intf_arguments &args,
+                            netintf_proto proto)
+{
+    if (request.type == intf_type_lan) {
+        return lan_config(entry, args);
+    }
+    if (request.type != intf_type_wan) {
         NET_ERROR("intf_name is error\n");
         return status_invalid_command;
     }
-    if (l3intf_wan_config(entry, request.name, fields, proto) != rv_ok) {
+    if (!wan_config(entry, request.name, args, proto)) {
         NET_ERROR("wan proto config failed\n");
         return status_invalid_command;
     }
@@ -154,48 +159,50 @@ int addresses_config(netintf_entry *entry, const config_request &request, const 
 int netintf_ubus_l3intf_config(struct ubus_context *, struct ubus_object *, struct ubus_request_data *,
                                const char *, struct blob_attr *msg)
 {
-    intf_fields fields;
-    policy_parse(intf_policy, fields, msg);
+    intf_arguments args(intf_policy, msg);
+    args.require({intf_name}, "l3intf_config interface name error\n");
     config_request request = {};
-    if (const int status = names_get(fields, &request); status != status_ok) {
-        return status;
+    request.name = args.text(intf_name, "ubus config intf param intf_name is null\n");
+    request.old_name = args.text(intf_old_name, "ubus config intf param old intf_name is null\n");
+    if (args.status() != status_ok) {
+        return args.status();
     }
-    request.vlanid1 = l3intf_vlan(fields[intf_vlanid1]);
-    request.vlanid2 = l3intf_vlan(fields[intf_vlanid2]);
+    request.type = netintf_type_of(request.name);
+    request.vlanid1 = l3intf_vlan(args[intf_vlanid1]);
+    request.vlanid2 = l3intf_vlan(args[intf_vlanid2]);
     netintf_entry *entry = netintf_entry_find_byname(request.old_name);
     if (entry == nullptr) {
         NET_ERROR("net config get intf byname error\n");
         return status_unknown_error;
     }
-    if (const char *mac = blobmsg_get_string(fields[intf_mac]); mac != nullptr) {
+    if (const char *mac = args.text(intf_mac); mac != nullptr) {
         netintf_mac_parse(mac, request.mac);
     } else {
-        memcpy_safe_record(request.mac, mac_size, entry->mac, mac_size, __func__, __LINE__);
+        mac_copy(request.mac, entry->mac);
     }
 
-    if (const int status = old_intf_exit(entry, request); status != status_ok) {
+    if (const bus_status status = old_intf_exit(entry, request); status != status_ok) {
         return status;
     }
-    text_copy(entry->name, request.name, __func__, __LINE__);
+    text_copy(entry->name, request.name);
     entry->vlanid1 = request.vlanid1;
     entry->vlanid2 = request.vlanid2;
-    mac_store(entry, request);
+    mac_copy(entry->mac, request.mac);
 
-    const char *proto_text = blobmsg_get_string(fields[intf_proto]);
+    const char *proto_text = args.text(intf_proto);
     netintf_proto proto = proto_none;
     if (proto_text == nullptr || netintf_proto_strtoenum(proto_text, &proto) != rv_ok) {
         return status_invalid_argument;
     }
-    if (l3intf_name_is_wan(request.name) && entry->proto == proto_pppoe &&
-        strncmp_safe_record(request.name, request.old_name, name_size, __func__, __LINE__) == 0 &&
-        !ppp_device_gone(request.name)) {
+    if (request.type == intf_type_wan && entry->proto == proto_pppoe &&
+        name_equals(request.name, request.old_name) && !ppp_device_gone(request.name)) {
         NET_ERROR("old ppp interface exist error\n");
         return status_invalid_argument;
     }
-    if (const int status = new_intf_init(entry, request, proto); status != status_ok) {
+    if (const bus_status status = new_intf_init(entry, request, proto); status != status_ok) {
         return status;
     }
-    if (const int status = addresses_config(entry, request, fields, proto); status != status_ok) {
+    if (const bus_status status = addresses_config(entry, request, args, proto); status != status_ok) {
         return status;
     }
     NET_INFO("lan vlan wan config success,intf_name=%s\n", request.name);

@@ -1,32 +1,23 @@
 // Bus method "port_add": makes a switch port a LAN or WAN port of its own, with a default interface on it.
 
 #include "board/board_map.h"
+#include "core/arguments.h"
 #include "core/bus_handlers.h"
 #include "core/log.h"
-#include "core/policies.h"
-#include "core/result.h"
 #include "netintf/bridge.h"
 #include "netintf/device.h"
 #include "netintf/port_device.h"
-#include "netintf/port_name.h"
 #include "netintf/registry.h"
 #include "platform/netdev.h"
-
-#include <stdlib.h>
 
 int netintf_ubus_port_add(struct ubus_context *, struct ubus_object *, struct ubus_request_data *,
                           const char *, struct blob_attr *msg)
 {
-    struct blob_attr *fields[port_name_policy.count];
-    policy_parse(port_name_policy, fields, msg);
-    if (fields[port_name] == nullptr) {
-        NET_ERROR("l3 port add  interface name error\n");
-        return status_invalid_argument;
-    }
-    const char *name = blobmsg_get_string(fields[port_name]);
-    if (name == nullptr) {
-        NET_ERROR("intf_name is null\n");
-        return status_invalid_command;
+    arguments args(port_name_policy, msg);
+    args.require({port_name}, "l3 port add  interface name error\n");
+    const char *name = args.text(port_name, "intf_name is null\n", status_invalid_command);
+    if (args.status() != status_ok) {
+        return args.status();
     }
     NET_INFO("%s %d port_name=%s\n", __func__, 3084, name);
     // A name is resolved before its length is looked at: which of the two fails decides the text.
@@ -36,7 +27,7 @@ int netintf_ubus_port_add(struct ubus_context *, struct ubus_object *, struct ub
         return status_invalid_command;
     }
     const uint32_t type = netintf_port_name_type(name);
-    if (type == 0) {
+    if (type == intf_type_none) {
         NET_ERROR("intf_name is error\n");
         return status_invalid_command;
     }
@@ -55,7 +46,7 @@ int netintf_ubus_port_add(struct ubus_context *, struct ubus_object *, struct ub
     }
     entry->enable = 1;
     entry->proto = proto_static;
-    if (netintf_port_init(type, atoi(name + 3), port) != rv_ok) {
+    if (netintf_port_init(type, netintf_number_of(name), port) != rv_ok) {
         NET_ERROR("%s %d hw port init failed\n", __func__, 3123);
         return status_invalid_command;
     }

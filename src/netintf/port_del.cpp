@@ -1,29 +1,21 @@
 // Bus method "port_del": removes every interface of a port and gives the port back to LAN 1's VLAN.
 
+#include "core/arguments.h"
 #include "core/bus_handlers.h"
 #include "core/log.h"
-#include "core/policies.h"
-#include "core/result.h"
 #include "netintf/lifecycle.h"
 #include "netintf/port_device.h"
-#include "netintf/port_name.h"
 #include "netintf/registry.h"
 
 namespace {
 
 // The port's name, not the entry's, decides which removal is used.
-int interfaces_remove(uint32_t port, uint32_t type)
+bus_status interfaces_remove(uint32_t port, uint32_t type)
 {
-    const netintf_entry *head = netintf_port_head_get(port);
-    const netintf_entry *entry = head->next;
-    while (entry != head) {
-        if (entry == nullptr) {
-            NET_ERROR("intf info error\n");
-            return status_invalid_argument;
-        }
-        const netintf_entry *next = entry->next;
+    netintf_port_entries entries(netintf_port_head_get(port));
+    for (const netintf_entry *entry : entries) {
         char name[name_size];
-        text_copy(name, entry->name, __func__, __LINE__);
+        text_copy(name, entry->name);
         NET_INFO("%s vid1=%d vid2=%d type=%d\n", name, entry->vlanid1, entry->vlanid2, type);
         if (type == intf_type_lan && netintf_lan_del(name) != rv_ok) {
             NET_INFO("lan del err,intf=%s\r\n", name);
@@ -33,7 +25,10 @@ int interfaces_remove(uint32_t port, uint32_t type)
             NET_INFO("wan del err,intf=%s\r\n", name);
             return status_invalid_command;
         }
-        entry = next;
+    }
+    if (entries.broken()) {
+        NET_ERROR("intf info error\n");
+        return status_invalid_argument;
     }
     return status_ok;
 }
@@ -43,27 +38,22 @@ int interfaces_remove(uint32_t port, uint32_t type)
 int netintf_ubus_port_del(struct ubus_context *, struct ubus_object *, struct ubus_request_data *,
                           const char *, struct blob_attr *msg)
 {
-    struct blob_attr *fields[port_name_policy.count];
-    policy_parse(port_name_policy, fields, msg);
-    if (fields[port_name] == nullptr) {
-        NET_ERROR("l3 port del  interface name error\n");
-        return status_invalid_argument;
-    }
-    const char *name = blobmsg_get_string(fields[port_name]);
-    if (name == nullptr) {
-        NET_ERROR("intf_name is null\n");
-        return status_invalid_command;
+    arguments args(port_name_policy, msg);
+    args.require({port_name}, "l3 port del  interface name error\n");
+    const char *name = args.text(port_name, "intf_name is null\n", status_invalid_command);
+    if (args.status() != status_ok) {
+        return args.status();
     }
     uint32_t port = 0;
     if (netintf_hwport_get_byname(name, &port) != rv_ok) {
         return status_invalid_command;
     }
     const uint32_t type = netintf_port_name_type(name);
-    if (type == 0) {
+    if (type == intf_type_none) {
         NET_ERROR("intf_name is error\n");
         return status_invalid_command;
     }
-    if (const int status = interfaces_remove(port, type); status != status_ok) {
+    if (const bus_status status = interfaces_remove(port, type); status != status_ok) {
         return status;
     }
     if (netintf_hw_port_exit(type, port) != rv_ok) {

@@ -10,6 +10,7 @@
 #include "netintf/registry.h"
 
 #include <initializer_list>
+#include <string.h>
 
 namespace {
 
@@ -56,9 +57,14 @@ int port_vlan_exit(uint32_t type, uint32_t hw_port)
 
 } // namespace
 
+uint32_t netintf_port_name_type(const char *name)
+{
+    return strlen(name) == strlen("lan1") ? netintf_type_of(name) : intf_type_none;
+}
+
 int netintf_port_init(uint32_t type, int number, uint32_t hw_port)
 {
-    if (hw_port >= netintf_port_count || port_vlan(hw_port) == vlan_none) {
+    if (hw_port >= netintf_port_count) {
         return rv_invalid;
     }
     const cpu_path path = netintf_cpu_path(type);
@@ -104,7 +110,7 @@ int netintf_hw_port_exit(uint32_t type, uint32_t hw_port)
         return rv_fail;
     }
     // Always "lan1", whatever the port served: the port is one of LAN 1's again.
-    head->intf_type = 0;
-    text_copy(head->name, "lan1", __func__, __LINE__);
+    head->intf_type = intf_type_none;
+    text_copy(head->name, "lan1");
     return rv_ok;
 }

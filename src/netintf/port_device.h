@@ -5,6 +5,9 @@
 
 #include <stdint.h>
 
+// LAN or WAN by a port's name, "lan" or "wan" and one more character; none for any other name.
+uint32_t netintf_port_name_type(const char *name);
+
 // Makes a port a LAN or WAN port of its own, number being the LAN or WAN number: switch VLAN, PVID, port
 // device, and the mark in the port's list head. 0, rv_invalid for a port of 5 or more, or the failing step's
 // code.

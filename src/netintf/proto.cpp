@@ -10,12 +10,12 @@
 
 int netintf_proto_strtoenum(const char *text, netintf_proto *proto)
 {
-    // Prefixes of these very lengths: "dhcpv6" and "statix" are known texts.
-    if (strncmp_safe_record(text, "dhcp", 4, __func__, __LINE__) == 0) {
+    // The lengths are fixed: "dhcpv6" and "statix" are known texts.
+    if (text_begins(text, "dhcp")) {
         *proto = proto_dhcp;
     } else if (strncmp_safe_record(text, "static", 5, __func__, __LINE__) == 0) {
         *proto = proto_static;
-    } else if (strncmp_safe_record(text, "pppoe", 5, __func__, __LINE__) == 0) {
+    } else if (text_begins(text, "pppoe")) {
         *proto = proto_pppoe;
     } else {
         return rv_proto;
@@ -25,27 +25,17 @@ int netintf_proto_strtoenum(const char *text, netintf_proto *proto)
 
 int netintf_proto_enumtostr(netintf_proto proto, char *text, size_t size)
 {
-    const char *name = nullptr;
-    switch (proto) {
-    case proto_static:
-        name = "static";
-        break;
-    case proto_dhcp:
-        name = "dhcp";
-        break;
-    case proto_pppoe:
-        name = "pppoe";
-        break;
-    default:
+    constexpr const char *names[] = {nullptr, "static", "dhcp", "pppoe"};
+    if (proto < proto_static || proto > proto_pppoe) {
         return rv_proto;
     }
-    strncpy_safe_record(text, name, static_cast<unsigned>(size), __func__, __LINE__);
+    strncpy_safe_record(text, names[proto], static_cast<unsigned>(size), __func__, __LINE__);
     return rv_ok;
 }
 
 bool netintf_address_is_any(const char *text)
 {
-    return text_equals(text, "0.0.0.0", __func__, __LINE__);
+    return text_equals(text, address_any);
 }
 
 void netintf_address_text(uint32_t address, char (&text)[address_text_size])
@@ -86,7 +76,7 @@ int netintf_lan_addr_set(netintf_entry *entry, const char *ipaddr, const char *n
 
 int netintf_proto_static_stop(netintf_entry *entry)
 {
-    return netlib_intf_set_ip(entry->name, "0.0.0.0") == 0 ? rv_ok : rv_fail;
+    return netlib_intf_set_ip(entry->name, address_any) == 0 ? rv_ok : rv_fail;
 }
 
 int netintf_proto_stop(netintf_entry *entry)

@@ -41,10 +41,14 @@ int netintf_proto_pppoe_stop(netintf_entry *entry);  // 0
 // Stops whatever protocol the entry runs and deletes its WAN information row. Returns 0.
 int netintf_proto_stop(netintf_entry *entry);
 
-// Sends a signal to an interface's DHCP client. 0, or the result of the failing pid lookup.
-int netintf_dhcp_client_kill(const netintf_entry *entry, int signal_number);
+// Has an interface's DHCP client renew or release its lease. 0, or rv_proto (reported) when there is no
+// client.
+int netintf_dhcp_client_renew(const netintf_entry *entry);
+int netintf_dhcp_client_release(const netintf_entry *entry);
 
-// True for "0.0.0.0".
+// The address text of what has none.
+inline constexpr char address_any[] = "0.0.0.0";
+
 bool netintf_address_is_any(const char *text);
 
 // Writes an address in network byte order as dotted quad.

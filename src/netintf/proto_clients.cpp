@@ -54,6 +54,19 @@ void pid_file_path(const netintf_entry *entry, char (&path)[pid_file_size])
     text_format(path, sizeof(path), "/var/run/udhcpc-%s.pid", entry->name);
 }
 
+// 0, or the result of the failing pid lookup.
+int client_signal(const netintf_entry *entry, int number)
+{
+    char pid_file[pid_file_size];
+    pid_file_path(entry, pid_file);
+    int pid = 0;
+    if (const int rv = cmdlib_get_proc_id(pid_file, &pid); rv != 0) {
+        return rv;
+    }
+    kill(pid, number);
+    return rv_ok;
+}
+
 } // namespace
 
 int netintf_proto_config_dhcp(netintf_entry *entry)
@@ -114,14 +127,20 @@ int netintf_proto_pppoe_stop(netintf_entry *entry)
     return rv_ok;
 }
 
-int netintf_dhcp_client_kill(const netintf_entry *entry, int signal_number)
+int netintf_dhcp_client_renew(const netintf_entry *entry)
 {
-    char pid_file[pid_file_size];
-    pid_file_path(entry, pid_file);
-    int pid = 0;
-    if (const int rv = cmdlib_get_proc_id(pid_file, &pid); rv != 0) {
-        return rv;
+    if (client_signal(entry, SIGUSR1) != 0) {
+        NET_ERROR("intf up dhcp pid get error\n");
+        return rv_proto;
     }
-    kill(pid, signal_number);
+    return rv_ok;
+}
+
+int netintf_dhcp_client_release(const netintf_entry *entry)
+{
+    if (const int rv = client_signal(entry, SIGUSR2); rv != 0) {
+        NET_ERROR("intf down dhcp pid get error,rv=%d\n", rv);
+        return rv_proto;
+    }
     return rv_ok;
 }

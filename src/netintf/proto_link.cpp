@@ -5,14 +5,13 @@
 #include "core/result.h"
 #include "netintf/bridge.h"
 #include "netintf/proto.h"
+#include "netintf/wan.h"
 #include "platform/netdev.h"
-
-#include <signal.h>
 
 namespace {
 
-// Notes the link in the head, and says whether the port's interfaces follow it. Those of LAN 1's port never
-// do. 0, or the board lookup's error.
+// Stores the link in the list head. *followed: whether the port's interfaces follow it; those of LAN 1's port
+// never do. 0, or the board lookup's error.
 int link_note(netintf_entry *head, uint32_t link, bool *followed)
 {
     head->link = link;
@@ -33,15 +32,11 @@ int protocol_pause(const netintf_entry *head, netintf_entry *entry)
         }
         break;
     case proto_dhcp:
-        if (const int rv = netlib_intf_set_ip(entry->name, "0.0.0.0"); rv != 0) {
+        if (const int rv = netlib_intf_set_ip(entry->name, address_any); rv != 0) {
             NET_ERROR("%s %d set ip error,rv=%d\n", "netintf_proto_intf_down", 1026, rv);
             return rv_device;
         }
-        if (const int rv = netintf_dhcp_client_kill(entry, SIGUSR2); rv != 0) {
-            NET_ERROR("intf down dhcp pid get error,rv=%d\n", rv);
-            return rv_proto;
-        }
-        break;
+        return netintf_dhcp_client_release(entry);
     case proto_pppoe: // keeps dialling
         break;
     default:
@@ -56,13 +51,9 @@ void static_resume(const netintf_entry *head, const netintf_entry *entry)
     if (head->intf_type != intf_type_wan || entry->enable == 0 || entry->gateway == 0) {
         return;
     }
-    char gateway[address_text_size];
-    netintf_address_text(entry->gateway, gateway);
-    netlib_intf_gateway_add(entry->defrt_pri, gateway, entry->name, entry->defrt_pri);
+    netintf_wan_gateway_add(entry);
     netlib_intf_plcrt_del(entry->name, entry->defrt_pri);
-    if (netlib_intf_plcrt_add(entry->name, entry->defrt_pri) != 0) {
-        NET_ERROR("static if plcrt add error\n");
-    }
+    netintf_wan_rule_add(entry);
 }
 
 int protocol_resume(const netintf_entry *head, const netintf_entry *entry)
@@ -72,11 +63,7 @@ int protocol_resume(const netintf_entry *head, const netintf_entry *entry)
         static_resume(head, entry);
         break;
     case proto_dhcp:
-        if (entry->enable != 0 && netintf_dhcp_client_kill(entry, SIGUSR1) != 0) {
-            NET_ERROR("intf up dhcp pid get error\n");
-            return rv_proto;
-        }
-        break;
+        return entry->enable != 0 ? netintf_dhcp_client_renew(entry) : rv_ok;
     case proto_pppoe:
         break;
     default:
@@ -113,7 +100,7 @@ int netintf_proto_intf_down(netintf_entry *head)
     if (const int rv = link_note(head, 0, &followed); rv != rv_ok || !followed) {
         return rv;
     }
-    for (netintf_entry *entry = head->next; entry != nullptr && entry != head; entry = entry->next) {
+    for (netintf_entry *entry : netintf_port_entries(head)) {
         if (const int rv = protocol_pause(head, entry); rv != rv_ok) {
             return rv;
         }
@@ -130,7 +117,7 @@ int netintf_proto_intf_up(netintf_entry *head)
     if (const int rv = link_note(head, 1, &followed); rv != rv_ok || !followed) {
         return rv;
     }
-    for (netintf_entry *entry = head->next; entry != nullptr && entry != head; entry = entry->next) {
+    for (netintf_entry *entry : netintf_port_entries(head)) {
         if (entry->enable != 0 && netintf_intf_up(entry) != 0) {
             NET_WARNING("intf up  %s  error\n", entry->name);
         }

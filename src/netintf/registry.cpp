@@ -6,7 +6,6 @@
 
 #include <stdlib.h>
 #include <string.h>
-#include <utility>
 
 netintf_entry *netintf_registry;
 uint8_t netintf_lan_port_mask;
@@ -17,27 +16,16 @@ namespace {
 constexpr uint32_t entry_state = 2;
 constexpr uint32_t no_hw_port = 15;
 
-// Heads say hardware port 0 until their port serves a LAN or WAN of its own.
+// Heads say hardware port 0 until their port is set up as a LAN or WAN port.
 void head_init(netintf_entry *head)
 {
     head->state = entry_state;
     head->hw_port = 0;
-    head->intf_type = 0;
+    head->intf_type = intf_type_none;
     head->port_vid = static_cast<int16_t>(port_vlan_base);
     head->in_use = 1;
     head->next = head;
     head->prev = head;
-}
-
-netintf_entry *entry_find_on_port(uint32_t port, const char *name, const char *func, int line)
-{
-    netintf_entry *head = &netintf_registry[port];
-    for (netintf_entry *entry = head->next; entry != nullptr && entry != head; entry = entry->next) {
-        if (strncmp_safe_record(entry->name, name, name_size, func, line) == 0) {
-            return entry;
-        }
-    }
-    return nullptr;
 }
 
 } // namespace
@@ -60,26 +48,36 @@ int netintf_registry_init()
     return rv_ok;
 }
 
+uint32_t netintf_type_of(const char *name, const char *func, int line)
+{
+    if (name == nullptr) {
+        return intf_type_none;
+    }
+    if (text_begins(name, "lan", func, line)) {
+        return intf_type_lan;
+    }
+    return text_begins(name, "wan", func, line) ? intf_type_wan : intf_type_none;
+}
+
+int netintf_number_of(const char *name)
+{
+    return atoi(name + strlen("lan"));
+}
+
 int netintf_hwport_get_byname(const char *name, uint32_t *port)
 {
-    int rv = rv_fail;
-    *port = no_hw_port;
-    if (name == nullptr) {
-        return rv;
+    if (const uint32_t type = netintf_type_of(name); type != intf_type_none) {
+        const auto number = static_cast<uint32_t>(netintf_number_of(name));
+        const int rv =
+            type == intf_type_lan ? netbd_lan_hwport_get(number, port) : netbd_wan_hwport_get(number, port);
+        if (rv != rv_ok || *port < netintf_port_count) {
+            return rv;
+        }
     }
-    if (text_begins(name, "lan", __func__, __LINE__)) {
-        rv = netbd_lan_hwport_get(static_cast<uint32_t>(atoi(name + 3)), port);
-    } else if (text_begins(name, "wan", __func__, __LINE__)) {
-        rv = netbd_wan_hwport_get(static_cast<uint32_t>(atoi(name + 3)), port);
-    }
-    if (rv != rv_ok) {
-        return rv;
-    }
-    if (*port >= netintf_port_count) {
+    if (port != nullptr) {
         *port = no_hw_port;
-        return rv_fail;
     }
-    return rv_ok;
+    return rv_fail;
 }
 
 netintf_entry *netintf_l3intf_init(uint32_t port, const char *name, uint32_t type, const uint8_t *mac,
@@ -98,11 +96,11 @@ netintf_entry *netintf_l3intf_init(uint32_t port, const char *name, uint32_t typ
     entry->state = entry_state;
     entry->hw_port = port;
     entry->intf_type = type;
-    text_copy(entry->name, name, __func__, __LINE__);
+    text_copy(entry->name, name);
     entry->port_vid = static_cast<int16_t>(vlanid1 != vlan_none ? -1 : static_cast<int>(port_vlan(port)));
     entry->vlanid1 = vlanid1;
     entry->vlanid2 = vlanid2;
-    memcpy_safe_record(entry->mac, sizeof(entry->mac), mac, sizeof(entry->mac), __func__, __LINE__);
+    mac_copy(entry->mac, mac);
     entry->in_use = 1;
     entry->enable = 1;
     return entry;
@@ -114,38 +112,17 @@ netintf_entry *netintf_entry_find_byname(const char *name)
     if (netintf_hwport_get_byname(name, &port) != rv_ok) {
         return nullptr;
     }
-    return entry_find_on_port(port, name, __func__, __LINE__);
-}
-
-netintf_finder::netintf_finder()
-{
-    for (uint32_t port = 0; port < netintf_port_count; port++) {
-        due_[port] = netintf_registry[port].next;
+    for (netintf_entry *entry : netintf_port_entries(netintf_port_head_get(port))) {
+        if (name_equals(entry->name, name)) {
+            return entry;
+        }
     }
-}
-
-netintf_entry *netintf_finder::find(const char *name)
-{
-    uint32_t port = 0;
-    if (netintf_hwport_get_byname(name, &port) != rv_ok) {
-        return nullptr;
-    }
-    // While every record of a port was due and found, none before the next one can have the name.
-    netintf_entry *&due = due_[port];
-    if (due != nullptr && due != &netintf_registry[port] &&
-        strncmp_safe_record(due->name, name, name_size, __func__, __LINE__) == 0) {
-        return std::exchange(due, due->next);
-    }
-    netintf_entry *entry = entry_find_on_port(port, name, __func__, __LINE__);
-    if (entry != nullptr) {
-        due = nullptr;
-    }
-    return entry;
+    return nullptr;
 }
 
 netintf_entry *netintf_port_head_get(uint32_t port)
 {
-    return port < netintf_port_count ? &netintf_registry[port] : nullptr;
+    return netintf_registry != nullptr && port < netintf_port_count ? &netintf_registry[port] : nullptr;
 }
 
 int netintf_link_get_byname(const char *name, uint32_t *link)
@@ -177,7 +154,8 @@ int netintf_entry_free(netintf_entry *entry)
     }
     entry->next->prev = entry->prev;
     entry->prev->next = entry->next;
-    memset(entry, 0, sizeof(*entry));
+    // A memset before free is dropped by the compiler.
+    explicit_bzero(entry, sizeof(*entry));
     free(entry);
     return rv_ok;
 }

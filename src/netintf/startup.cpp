@@ -56,15 +56,18 @@ int netintf_lan_init()
 int netintf_init_post()
 {
     mtksw_mii_init_post();
-    sleep(link_settle_seconds);
+    // A signal ends a sleep early; the links get their five seconds all the same.
+    for (unsigned left = link_settle_seconds; left != 0;) {
+        left = sleep(left);
+    }
     for (uint32_t port = 0; port < netintf_port_count; port++) {
         uint32_t link = 0;
         if (mtksw_port_link_get(port, &link) != rv_ok) {
             continue;
         }
         NET_INFO("%s %d i=%d link=%d\n", __func__, 3025, port, link);
-        if (link != 0) {
-            netintf_proto_intf_up(netintf_port_head_get(port));
+        if (netintf_entry *head = netintf_port_head_get(port); link != 0 && head != nullptr) {
+            netintf_proto_intf_up(head);
         }
     }
     return rv_ok;

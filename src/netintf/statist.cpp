@@ -16,10 +16,13 @@
 namespace {
 
 constexpr uint64_t rate_divisor = 3; // seconds; fixed, not measured
-constexpr int numbers_between = 7;   // between a device's bytes received, its first number, and those sent
 constexpr int header_lines = 2;
-constexpr int counter_digits = 20;          // of the highest 64-bit number
-constexpr size_t debug_counter_offset = 16; // bytes into the debug area
+constexpr int counter_digits = 20; // of the highest 64-bit number
+
+// The numbers of a line: received bytes come first, sent bytes ninth; those behind are not needed.
+constexpr int rx_bytes_number = 0;
+constexpr int tx_bytes_number = 8;
+constexpr int number_count = 9;
 
 struct uloop_timeout statist_timeout;
 
@@ -27,7 +30,7 @@ struct uloop_timeout statist_timeout;
 void debug_counter_advance()
 {
     if (g_netd_dbg_shm != nullptr) {
-        uint32_t *counter = g_netd_dbg_shm + debug_counter_offset / sizeof(uint32_t);
+        uint32_t *counter = g_netd_dbg_shm + netdbg_counter_offset / sizeof(uint32_t);
         uint64_t value = 0;
         memcpy(&value, counter, sizeof(value));
         value++;
@@ -35,74 +38,41 @@ void debug_counter_advance()
     }
 }
 
-// What the table says of a device.
-struct byte_counts {
-    uint64_t rx;
-    uint64_t tx;
-};
-
-// Takes the next number of a text; where there is none, the value stays. The text behind it, or null.
-const char *number_take(const char *text, uint64_t &value)
+// A number that the line lacks keeps the value of the line before.
+void numbers_read(const char *text, uint64_t (&numbers)[number_count])
 {
-    char *end = nullptr;
-    const uint64_t number = strtoull(text, &end, 10);
-    if (end == text) {
-        return nullptr;
-    }
-    value = number;
-    return end;
-}
-
-// Passes over what number_take would take. Most numbers of the table are passed over.
-const char *number_pass(const char *text)
-{
-    while (*text == ' ' || (*text >= '\t' && *text <= '\r')) {
-        text++;
-    }
-    if (*text == '+' || *text == '-') {
-        text++;
-    }
-    const char *digits = text;
-    while (*text >= '0' && *text <= '9') {
-        text++;
-    }
-    return text != digits ? text : nullptr;
-}
-
-// Counts that the text does not hold keep the values of the line before.
-void counts_read(const char *text, byte_counts &counts)
-{
-    text = number_take(text, counts.rx);
-    for (int number = 0; number < numbers_between && text != nullptr; number++) {
-        text = number_pass(text);
-    }
-    if (text != nullptr) {
-        number_take(text, counts.tx);
+    for (uint64_t &number : numbers) {
+        char *end = nullptr;
+        const uint64_t value = strtoull(text, &end, 10);
+        if (end == text) {
+            return;
+        }
+        number = value;
+        text = end;
     }
 }
 
-void line_sample(char *line, netintf_finder &finder, byte_counts &counts)
+void line_sample(char *line, uint64_t (&numbers)[number_count])
 {
     char *rest = nullptr;
-    const char *device = strtok_r(line, " \t:", &rest);
-    netintf_entry *entry = finder.find(device);
+    netintf_entry *entry = netintf_entry_find_byname(strtok_r(line, " \t:", &rest));
     if (entry == nullptr) {
         return;
     }
     entry->rx_bytes_prev = entry->rx_bytes;
     entry->tx_bytes_prev = entry->tx_bytes;
-    counts_read(rest, counts);
-    entry->rx_bytes = counts.rx;
-    entry->tx_bytes = counts.tx;
+    numbers_read(rest, numbers);
+    entry->rx_bytes = numbers[rx_bytes_number];
+    entry->tx_bytes = numbers[tx_bytes_number];
     entry->rx_rate = (entry->rx_bytes - entry->rx_bytes_prev) / rate_divisor;
     entry->tx_rate = (entry->tx_bytes - entry->tx_bytes_prev) / rate_divisor;
 }
 
 void table_sample(FILE *table)
 {
-    netintf_finder finder;
-    byte_counts counts = {};
-    for (int number = 1;; number++) {
+    uint64_t numbers[number_count] = {};
+    for (int line_number = 1;; line_number++) {
+        // Each line has a buffer allocated for it alone, and freed with it: the sampler keeps no memory.
         char *line = nullptr;
         size_t size = 0;
         const ssize_t length = getline(&line, &size, table);
@@ -110,28 +80,31 @@ void table_sample(FILE *table)
         if (length < 0) {
             return;
         }
-        if (number > header_lines) {
-            line_sample(line, finder, counts);
+        if (line_number > header_lines) {
+            line_sample(line, numbers);
         }
     }
 }
 
-void add_counter(const char *key, uint64_t value)
+int counter_add(const char *key, uint64_t value)
 {
     char text[counter_digits + 1] = {};
     std::to_chars(text, text + counter_digits, value);
-    netintf_bmsg_add_string(key, text);
+    return netintf_bmsg_add_string(key, text);
 }
 
-void add_interface(const netintf_entry *entry)
+// False when memory is exhausted; the message is then of no use.
+bool interface_add(const netintf_entry *entry)
 {
     void *array = blobmsg_open_array(&netintf_reply, entry->name);
-    netintf_bmsg_add_string(nullptr, entry->name);
-    add_counter("rx_bytes", entry->rx_bytes);
-    add_counter("tx_bytes", entry->tx_bytes);
-    add_counter("avg_rx_bytes", entry->rx_rate);
-    add_counter("avg_tx_bytes", entry->tx_rate);
+    if (array == nullptr || netintf_bmsg_add_string(nullptr, entry->name) != 0 ||
+        counter_add("rx_bytes", entry->rx_bytes) != 0 || counter_add("tx_bytes", entry->tx_bytes) != 0 ||
+        counter_add("avg_rx_bytes", entry->rx_rate) != 0 ||
+        counter_add("avg_tx_bytes", entry->tx_rate) != 0) {
+        return false;
+    }
     blobmsg_close_array(&netintf_reply, array);
+    return true;
 }
 
 } // namespace
@@ -159,17 +132,18 @@ void netintf_statist_timer(struct uloop_timeout *timeout)
 int netintf_ubus_statist(struct ubus_context *ctx, struct ubus_object *, struct ubus_request_data *req,
                          const char *, struct blob_attr *)
 {
-    blob_buf_init(&netintf_reply, BLOBMSG_TYPE_TABLE);
+    if (blob_buf_init(&netintf_reply, BLOBMSG_TYPE_TABLE) != 0) {
+        return status_unknown_error;
+    }
     for (uint32_t port = 0; port < netintf_port_count; port++) {
-        const netintf_entry *head = netintf_port_head_get(port);
-        for (const netintf_entry *entry = head->next; entry != nullptr && entry != head;
-             entry = entry->next) {
-            // Asked until it is answered: an interface is never left out for want of an answer.
+        for (const netintf_entry *entry : netintf_port_entries(netintf_port_head_get(port))) {
+            // Repeats for ever on failure, on purpose: docs/behaviour.md, "statist asks for a link until it
+            // gets an answer".
             uint32_t link = 0;
             while (netintf_link_get_byname(entry->name, &link) != rv_ok) {
             }
-            if (entry->enable != 0 && link != 0) {
-                add_interface(entry);
+            if (entry->enable != 0 && link != 0 && !interface_add(entry)) {
+                return status_unknown_error;
             }
         }
     }

@@ -6,13 +6,11 @@
 #include "netintf/startup.h"
 #include "netintf/uci_options.h"
 
-#include <stdlib.h>
-
 int netintf_uci_lan_parse_each(struct uci_context *ctx, struct uci_section *section, void *)
 {
     const uci_options options(ctx, section);
     const char *name = options.name();
-    if (!text_begins(name, "lan", __func__, __LINE__)) {
+    if (netintf_type_of(name) != intf_type_lan) {
         return rv_ok;
     }
     const uint16_t vlanid1 = options.vlan("vlanid1");
@@ -28,7 +26,8 @@ int netintf_uci_lan_parse_each(struct uci_context *ctx, struct uci_section *sect
     if (const int rv = netintf_section_mac("lan", name, mac_text, port, mac); rv != rv_ok) {
         return rv;
     }
-    if (netintf_port_init_once(&netintf_lan_port_mask, intf_type_lan, atoi(name + 3), port) != rv_ok) {
+    if (netintf_port_init_once(&netintf_lan_port_mask, intf_type_lan, netintf_number_of(name), port) !=
+        rv_ok) {
         return rv_fail;
     }
     netintf_entry *entry = netintf_lan_add(name, mac, vlanid1, vlanid2, enable);

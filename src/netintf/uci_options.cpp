@@ -47,7 +47,7 @@ int netintf_section_mac(const char *kind, const char *section, const char *text,
     for (int number = 1; number <= default_count; number++) {
         char name[name_size];
         text_format(name, sizeof(name), "%s%d_default", kind, number);
-        if (strncmp_safe_record(section, name, name_size, __func__, __LINE__) != 0) {
+        if (!name_equals(section, name)) {
             continue;
         }
         uint32_t sequence = 0;
@@ -61,7 +61,7 @@ int netintf_section_mac(const char *kind, const char *section, const char *text,
 
 int netintf_port_init_once(uint8_t *mask, uint32_t type, int number, uint32_t hw_port)
 {
-    const auto bit = static_cast<uint8_t>(1U << hw_port);
+    const auto bit = static_cast<uint8_t>(port_bit(hw_port));
     if ((*mask & bit) != 0) {
         return rv_ok;
     }

@@ -9,6 +9,7 @@
 #include "netintf/registry.h"
 
 #include <initializer_list>
+#include <utility>
 
 namespace {
 
@@ -93,27 +94,24 @@ int netintf_vlan_users_count(uint32_t type, uint32_t vid1, uint32_t vid2, uint32
     }
     uint32_t users = 0;
     for (uint32_t port = 0; port < netintf_port_count; port++) {
-        const netintf_entry *head = netintf_port_head_get(port);
-        if (head->next == nullptr) {
-            return rv_fail;
-        }
-        // The count starts behind the first entry of each list; on an empty list that is the head itself.
-        for (const netintf_entry *entry = head->next->next; entry != head; entry = entry->next) {
-            if (entry == nullptr) {
-                return rv_fail;
-            }
-            if (uses_vlan(entry, type, vid1, vid2)) {
+        // On purpose the count starts behind the first entry of each list.
+        bool first = true;
+        netintf_port_entries entries(netintf_port_head_get(port));
+        for (const netintf_entry *entry : entries) {
+            if (!std::exchange(first, false) && uses_vlan(entry, type, vid1, vid2)) {
                 users++;
             }
+        }
+        if (entries.broken()) {
+            return rv_fail;
         }
     }
     *count = users;
     return rv_ok;
 }
 
-int netintf_vlan_intf_delete(int intf_type, uint32_t hw_port, int vid1, int vid2)
+int netintf_vlan_intf_delete(uint32_t type, uint32_t hw_port, int vid1, int vid2)
 {
-    const auto type = static_cast<uint32_t>(intf_type);
     if (!arguments_valid(type, hw_port, vid1)) {
         return rv_invalid;
     }

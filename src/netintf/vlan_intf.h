@@ -11,7 +11,7 @@ int netintf_vlan_intf_create(uint32_t type, uint32_t hw_port, int vid1, int vid2
 
 // Removes the devices when this was their last user, and the ports from the VLAN. 0, rv_invalid as above,
 // rv_fail when no registered interface counts as a user, or the failing step's code.
-int netintf_vlan_intf_delete(int type, uint32_t hw_port, int vid1, int vid2);
+int netintf_vlan_intf_delete(uint32_t type, uint32_t hw_port, int vid1, int vid2);
 
 // How many registered interfaces that reach the CPU the same way use a VLAN. The first entry of each port's
 // list never counts. 0 or rv_fail.

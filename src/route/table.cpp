@@ -18,28 +18,21 @@ route_cfg_entry *entry_of(struct list_head *links)
     return list_entry(links, route_cfg_entry, links);
 }
 
-// Null lets the kernel choose the device. A plain comparison: the checked ones of routes are those of the
-// list.
+// Null lets the kernel choose the device. Plain strncmp on purpose: only look-ups in the list go through the
+// checked one.
 const char *device_of_line(const char *line)
 {
     return line == nullptr || strncmp(line, "auto", strlen("auto")) == 0 ? nullptr : line;
 }
 
-void field_copy(char (&field)[name_size], const char *text, const char *func, int line)
+void entry_write(route_cfg_entry *entry, const route_cfg_texts &texts,
+                 const char *func = __builtin_FUNCTION())
 {
-    memset(field, 0, sizeof(field));
-    if (text != nullptr) {
-        strncpy_safe_record(field, text, name_max, func, line);
-    }
-}
-
-void entry_write(route_cfg_entry *entry, const route_cfg_texts &texts, const char *func)
-{
-    field_copy(entry->name, texts.name, func, __LINE__);
-    field_copy(entry->line, texts.line, func, __LINE__);
-    field_copy(entry->dstaddr, texts.dstaddr, func, __LINE__);
-    field_copy(entry->netmask, texts.netmask, func, __LINE__);
-    field_copy(entry->gateway, texts.gateway, func, __LINE__);
+    text_copy(entry->name, texts.name, func);
+    text_copy(entry->line, texts.line, func);
+    text_copy(entry->dstaddr, texts.dstaddr, func);
+    text_copy(entry->netmask, texts.netmask, func);
+    text_copy(entry->gateway, texts.gateway, func);
     entry->metric = texts.metric != nullptr ? atoi(texts.metric) : 0;
 }
 
@@ -106,7 +99,7 @@ int route_cfg_entry_new(uint32_t enable, const route_cfg_texts &texts)
     if (entry == nullptr) {
         return rv_no_memory;
     }
-    entry_write(entry, texts, __func__);
+    entry_write(entry, texts);
     entry->enable = enable;
     list_add_tail(&entry->links, &routes.head);
     routes.route_cfg_count++;
@@ -120,7 +113,7 @@ route_cfg_entry *route_cfg_entry_find(const char *name)
 {
     for (struct list_head *links = routes.head.next; links != &routes.head; links = links->next) {
         route_cfg_entry *entry = entry_of(links);
-        if (strncmp_safe_record(entry->name, name, name_size, __func__, __LINE__) == 0) {
+        if (name_equals(entry->name, name)) {
             return entry;
         }
     }
@@ -135,7 +128,7 @@ int route_cfg_entry_edit(const route_cfg_texts &texts)
         return rv_invalid;
     }
     withdraw(entry);
-    entry_write(entry, texts, __func__);
+    entry_write(entry, texts);
     if (entry->enable == 1) {
         install(entry);
     }

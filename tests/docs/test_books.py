@@ -17,7 +17,8 @@ def message_rows():
 
 
 def test_every_report_in_the_sources_is_read():
-    calls = sum(len(re.findall(r"\bNET_(?:ERROR|WARNING|NOTICE|INFO|DEBUG)\(", path.read_text())) for path in messages.sources())
+    report = r'\bNET_(?:ERROR|WARNING|NOTICE|INFO|DEBUG)\((?!"%s")|\bargs\.(?:text|require)\([^;"]*"'
+    calls = sum(len(re.findall(report, path.read_text())) for path in messages.sources())
     assert sum(len(places) for places in messages.messages().values()) == calls > 100
 
 
@@ -181,7 +182,8 @@ def test_every_platform_function_is_in_the_porting_book():
     for path in (sandbox.ROOT / "src/platform").glob("*.h"):
         text = re.sub(r"//.*|typedef [^;]*;|__attribute__\(\(.*?\)\)\)", "", path.read_text())
         names = re.findall(r"^[a-z][\w ]*[ *](\w+)\([^;{]*\)\s*;", text, re.M)
-        declared[path.name] = sorted(names)
+        if names:
+            declared[path.name] = sorted(names)
     assert sum(map(len, declared.values())) > 60
     assert listed == declared
 
