@@ -25,6 +25,7 @@
 #include "ppp/auth_records.h"
 #include "route/table.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -173,6 +174,22 @@ int entry_free_of_head()
     return configured("lan1") == nullptr ? 100 : netintf_entry_free(netintf_port_head_get(3));
 }
 
+// Watched while a record is given back: whether its bytes are zero by then.
+const unsigned char *watched = nullptr;
+bool cleared = false;
+
+int entry_free()
+{
+    netintf_entry *entry = configured("lan1");
+    if (entry == nullptr) {
+        return 100;
+    }
+    watched = reinterpret_cast<const unsigned char *>(entry);
+    const int rv = netintf_entry_free(entry);
+    show(cleared ? 1 : 0);
+    return rv;
+}
+
 int link_get_byname()
 {
     configured("lan1");
@@ -226,6 +243,13 @@ constexpr operation operations[] = {
     {"netbd_seqport_get_null", [] { return netbd_seqport_get(1, nullptr); }},
     {"netintf_proto_config_pppoe", proto_config_pppoe},
     {"netintf_entry_free_head", entry_free_of_head},
+    {"netintf_entry_free", entry_free},
+    {"netintf_port_head_get_without_registry", [] { return netintf_port_head_get(2) == nullptr ? 0 : 1; }},
+    {"netintf_hwport_get_byname_null",
+     [] {
+         netbd_lan_wan_init();
+         return netintf_hwport_get_byname(word(0), nullptr);
+     }},
     {"netintf_link_get_byname", link_get_byname},
     {"netintf_hwport_get_byname", hwport_get_byname},
     {"netpre_input_drop_rule", [] { return netpre_input_drop_rule(word(0), static_cast<int>(number(1))); }},
@@ -297,6 +321,20 @@ constexpr operation operations[] = {
 };
 
 } // namespace
+
+extern "C" {
+
+void __real_free(void *memory);
+
+void __wrap_free(void *memory)
+{
+    if (memory != nullptr && memory == watched) {
+        cleared = std::all_of(watched, watched + sizeof(netintf_entry), [](auto byte) { return byte == 0; });
+    }
+    __real_free(memory);
+}
+
+} // extern "C"
 
 int main(int argc, char **argv)
 {

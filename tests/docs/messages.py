@@ -10,6 +10,7 @@ from tests.docs import sandbox
 
 LEVELS = {"ERROR": "error", "WARNING": "warning", "NOTICE": "notice", "INFO": "info", "DEBUG": "debug"}
 REPORT = re.compile(r'\bNET_(ERROR|WARNING|NOTICE|INFO|DEBUG)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)')
+COMPLAINT = re.compile(r'\bargs\.(?:text|require)\([^";]*?((?:"(?:[^"\\]|\\.)*"\s*)+)')
 FUNCTION = re.compile(r"^[A-Za-z_][\w :*&<>]*?\b(\w+)\(", re.M)
 
 
@@ -55,6 +56,9 @@ def messages():
                 message = message.replace("%s %d", f"{name} {values[1]}", 1)
             place = (str(path.relative_to(sandbox.ROOT)), text.count("\n", 0, call.start()) + 1)
             found.setdefault((message, LEVELS[call.group(1)]), []).append(place)
+        for call in COMPLAINT.finditer(text):
+            place = (str(path.relative_to(sandbox.ROOT)), text.count("\n", 0, call.start()) + 1)
+            found.setdefault((plain(call.group(1)), "error"), []).append(place)
     return found
 
 

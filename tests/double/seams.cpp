@@ -101,6 +101,14 @@ int driver(const std::string &socket, unsigned long number, const ifreq &request
     }
 }
 
+// One allocation on the daemon's behalf; shown only when it is made to fail.
+bool allocation_refused()
+{
+    Call call("alloc");
+    const std::optional<long> wanted = call.demanded();
+    return wanted && *wanted != 0 && call.done(*wanted) != 0;
+}
+
 void record_syslog(int level, const char *fmt, va_list args, const void *site)
 {
     char text[4096];
@@ -250,10 +258,10 @@ sighandler_t signal(int number, sighandler_t handler) noexcept
 
 unsigned sleep(unsigned seconds)
 {
+    // A demanded result is what a signal leaves of the wait.
     Call call("sleep");
-    call.number(seconds).demanded();
-    call.done(0);
-    return 0;
+    const long left = call.number(seconds).demanded().value_or(0);
+    return static_cast<unsigned>(call.done(left > 0 ? left : 0));
 }
 
 int usleep(useconds_t us)
@@ -300,12 +308,8 @@ int ubus_send_reply(struct ubus_context *ctx, struct ubus_request_data *req, str
 void *malloc(size_t size)
 {
     static void *(*real)(size_t) = next<void *(size_t)>("malloc");
-    if (from_daemon(__builtin_return_address(0))) {
-        Call call("alloc");
-        if (const std::optional<long> wanted = call.demanded(); wanted && *wanted != 0) {
-            call.done(*wanted);
-            return nullptr;
-        }
+    if (from_daemon(__builtin_return_address(0)) && allocation_refused()) {
+        return nullptr;
     }
     return real(size);
 }
@@ -313,14 +317,33 @@ void *malloc(size_t size)
 void *calloc(size_t count, size_t size)
 {
     static void *(*real)(size_t, size_t) = next<void *(size_t, size_t)>("calloc");
-    if (from_daemon(__builtin_return_address(0))) {
-        Call call("alloc");
-        if (const std::optional<long> wanted = call.demanded(); wanted && *wanted != 0) {
-            call.done(*wanted);
-            return nullptr;
-        }
+    if (from_daemon(__builtin_return_address(0)) && allocation_refused()) {
+        return nullptr;
     }
     return real(count, size);
+}
+
+// A message that the daemon builds grows by the message library's own allocations.
+int blob_buf_init(struct blob_buf *buf, int id)
+{
+    const bool refused = from_daemon(__builtin_return_address(0)) && allocation_refused();
+    return refused ? -ENOMEM : next<int(struct blob_buf *, int)>("blob_buf_init")(buf, id);
+}
+
+int blobmsg_add_field(struct blob_buf *buf, int type, const char *name, const void *data, unsigned length)
+{
+    const bool refused = from_daemon(__builtin_return_address(0)) && allocation_refused();
+    return refused ? -1
+                   : next<int(struct blob_buf *, int, const char *, const void *, unsigned)>(
+                         "blobmsg_add_field")(buf, type, name, data, length);
+}
+
+void *blobmsg_open_nested(struct blob_buf *buf, const char *name, bool array)
+{
+    const bool refused = from_daemon(__builtin_return_address(0)) && allocation_refused();
+    return refused
+               ? nullptr
+               : next<void *(struct blob_buf *, const char *, bool)>("blobmsg_open_nested")(buf, name, array);
 }
 
 } // extern "C"
