@@ -5,6 +5,8 @@
 // another one.
 #pragma once
 
+#include "builder.h"
+
 #include <libubus.h>
 #include <stddef.h>
 
@@ -27,22 +29,6 @@ namespace bus __attribute__((visibility("hidden")))
         blob_attr *data; // freed with the entry
     };
 
-    // A message under construction, freed with the scope.
-    struct MessageBuffer : blob_buf {
-        MessageBuffer() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
-        ~MessageBuffer() { blob_buf_free(this); }
-        MessageBuffer(const MessageBuffer &) = delete;
-        MessageBuffer &operator=(const MessageBuffer &) = delete;
-
-        void check(const void *added) { ok = ok && added; }
-        void put_u32(int id, uint32_t value) { check(blob_put_u32(this, id, value)); }
-        void put_string(int id, const char *text) { check(blob_put_string(this, id, text)); }
-        // The payload of the message (may be null) as DATA.
-        void put_data(const blob_attr *msg);
-
-        bool ok;
-    };
-
     // send.cpp: 0, or -1 and the connection marked as dead. Takes over fd.
     int send_message(ubus_context * ctx, const blob_attr *msg, int type, uint16_t seq, uint32_t peer, int fd);
 
@@ -55,7 +41,7 @@ namespace bus __attribute__((visibility("hidden")))
 
     // requests.cpp: peer and other header fields in host byte order. Takes over fd.
     void handle_reply(ubus_context * ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
-    int start_request(ubus_context * ctx, ubus_request * req, const MessageBuffer &msg, int type,
+    int start_request(ubus_context * ctx, ubus_request * req, const wire::Builder &msg, int type,
                       uint32_t peer, int fd = -1);
 
     // objects.cpp: takes over fd.

@@ -8,7 +8,7 @@ namespace bus {
 
 namespace {
 
-void put_method(MessageBuffer &msg, const ubus_method &method)
+void put_method(wire::Builder &msg, const ubus_method &method)
 {
     void *table = blobmsg_open_table(&msg, method.name);
     msg.check(table);
@@ -23,7 +23,7 @@ void put_method(MessageBuffer &msg, const ubus_method &method)
     }
 }
 
-void put_type(MessageBuffer &msg, const ubus_object_type &type)
+void put_type(wire::Builder &msg, const ubus_object_type &type)
 {
     if (type.id) {
         msg.put_u32(UBUS_ATTR_OBJTYPE, type.id);
@@ -172,7 +172,7 @@ void on_lookup_result(ubus_request *req, int, blob_attr *msg)
 
 int run_lookup(ubus_context *ctx, const char *path, Lookup lookup)
 {
-    MessageBuffer msg;
+    wire::Builder msg;
     ubus_request req;
 
     if (path) {
@@ -261,7 +261,7 @@ using namespace bus;
 
 int ubus_add_object(ubus_context *ctx, ubus_object *obj)
 {
-    MessageBuffer msg;
+    wire::Builder msg;
     ubus_request req;
 
     if (obj->name && obj->type) {
@@ -293,7 +293,7 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
 
 int ubus_remove_object(ubus_context *ctx, ubus_object *obj)
 {
-    MessageBuffer msg;
+    wire::Builder msg;
     ubus_request req;
 
     msg.put_u32(UBUS_ATTR_OBJID, obj->id);
@@ -331,10 +331,10 @@ int ubus_lookup_id(ubus_context *ctx, const char *path, uint32_t *id)
 
 int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg)
 {
-    MessageBuffer buffer;
+    wire::Builder buffer;
 
     buffer.put_u32(UBUS_ATTR_OBJID, req->object);
-    buffer.put_data(msg);
+    buffer.put_data(UBUS_ATTR_DATA, msg);
     if (!buffer.ok || send_message(ctx, buffer.head, UBUS_MSG_DATA, req->seq, req->peer, -1) < 0) {
         return UBUS_STATUS_NO_DATA;
     }
@@ -343,7 +343,7 @@ int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg)
 
 void ubus_complete_deferred_request(ubus_context *ctx, ubus_request_data *req, int ret)
 {
-    MessageBuffer buffer;
+    wire::Builder buffer;
 
     buffer.put_u32(UBUS_ATTR_STATUS, static_cast<uint32_t>(ret));
     buffer.put_u32(UBUS_ATTR_OBJID, req->object);

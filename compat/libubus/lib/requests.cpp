@@ -144,7 +144,7 @@ void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int
     }
 }
 
-int start_request(ubus_context *ctx, ubus_request *req, const MessageBuffer &msg, int type, uint32_t peer,
+int start_request(ubus_context *ctx, ubus_request *req, const wire::Builder &msg, int type, uint32_t peer,
                   int fd)
 {
     memset(req, 0, sizeof(*req));
@@ -154,7 +154,7 @@ int start_request(ubus_context *ctx, ubus_request *req, const MessageBuffer &msg
     req->peer = peer;
     req->seq = ++ctx->request_seq;
     req->fd = -1;
-    if (!msg.ok || blob_pad_len(msg.head) > UBUS_MAX_MSGLEN || ctx->sock.fd < 0) {
+    if (!msg.sendable() || ctx->sock.fd < 0) {
         pass_fd(nullptr, fd);
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
@@ -237,10 +237,10 @@ int ubus_complete_request(ubus_context *ctx, ubus_request *req, int timeout)
 int ubus_invoke_async_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg,
                          ubus_request *req, int fd)
 {
-    MessageBuffer buffer;
+    wire::Builder buffer;
     buffer.put_u32(UBUS_ATTR_OBJID, obj);
     buffer.put_string(UBUS_ATTR_METHOD, method);
-    buffer.put_data(msg);
+    buffer.put_data(UBUS_ATTR_DATA, msg);
     return start_request(ctx, req, buffer, UBUS_MSG_INVOKE, obj, fd);
 }
 

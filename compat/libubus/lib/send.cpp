@@ -70,12 +70,6 @@ bool send_all(int sock, iovec *parts, size_t count, int fd)
 
 namespace bus {
 
-void MessageBuffer::put_data(const blob_attr *msg)
-{
-    check(blob_put(this, UBUS_ATTR_DATA, msg ? blob_data(msg) : nullptr,
-                   msg ? static_cast<unsigned int>(blob_len(msg)) : 0));
-}
-
 int send_message(ubus_context *ctx, const blob_attr *msg, int type, uint16_t seq, uint32_t peer, int fd)
 {
     ubus_msghdr hdr = {};
