@@ -47,8 +47,14 @@ public:
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
 
+    // One too many of a user stays outside.
     void join(bool as_root)
     {
+        broker::Account *account;
+        leave();
+        if (!broker::account_join(as_root ? 0 : nobody(), &account)) {
+            return;
+        }
         int ends[2];
         promise(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
                 "there are sockets");
@@ -57,9 +63,8 @@ public:
         identity.gid = identity.uid;
         identity.user = broker::copy_text(as_root ? "root" : "nobody");
         identity.group = broker::copy_text(as_root ? "root" : "nobody");
-        leave();
         fd_ = ends[0];
-        promise(broker::client_new(ends[1], identity) != nullptr, "there is memory");
+        promise(broker::client_new(ends[1], identity, account) != nullptr, "there is memory");
     }
     void leave()
     {
@@ -105,8 +110,10 @@ private:
 class Session {
 public:
     void step(fuzz::Input &input);
+    int joined() const { return joined_; }
 
 private:
+    int joined_ = 0;
     std::array<Peer, client_count> peers_;
     std::string last_;
 };
@@ -118,6 +125,7 @@ void Session::step(fuzz::Input &input)
     switch (what % 8) {
     case 0:
         peer.join(what < 0x80);
+        joined_++;
         break;
     case 1:
         peer.leave();
@@ -146,24 +154,42 @@ void Session::step(fuzz::Input &input)
     turn();
 }
 
-// The broker may owe turns to messages that are waiting still.
-void check_service()
+// The broker may owe turns to messages that are waiting still, also those of clients that have gone; but to
+// each client no second one before the honest one has had its own.
+void check_service(int joined)
 {
-    // Whoever knows a client's id can send it answers; nobody is to know this one.
+    // Answers can be sent to any client whose id is known; this one's is not.
     Peer honest;
     drawing = true;
-    honest.join(false);
+    honest.join(true);
     drawing = false;
     honest.send(fuzz::bus_message(UBUS_MSG_PING, 0x1234, 0, {}));
     std::string answer;
     const size_t wanted = 12 + 12 + 20; // greeting, data, status
-    for (int turns = 0; turns < 64 && answer.size() < wanted; turns++) {
+    for (int turns = 0; turns < 64 + 4 * joined && answer.size() < wanted; turns++) {
         turn();
         answer += honest.read(4096);
     }
     promise(answer.size() >= wanted, "an honest client is answered");
     promise(answer[1] == UBUS_MSG_HELLO && answer[13] == UBUS_MSG_DATA && answer[25] == UBUS_MSG_STATUS,
             "a ping is answered by data and status");
+}
+
+// A user whose clients have gone may have everything again.
+void check_budgets()
+{
+    constexpr broker::Cost first = {.connections = 1};
+    constexpr broker::Cost rest = {.connections = 31,
+                                   .descriptors = 16,
+                                   .bytes = 3 << 20,
+                                   .objects = 64,
+                                   .types = 64,
+                                   .subscriptions = 128};
+    broker::Account *account;
+    promise(broker::account_join(nobody(), &account), "nothing stays charged: connections");
+    promise(broker::charge(account, rest), "nothing stays charged");
+    broker::discharge(account, rest);
+    broker::discharge(account, first);
 }
 
 void prepare_once()
@@ -211,13 +237,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         for (int steps = 0; steps < longest_session && !input.empty(); steps++) {
             session.step(input);
         }
-        check_service();
+        check_service(session.joined());
     }
     for (int turns = 0; turns < 4; turns++) {
         turn();
     }
     broker::clients_free_all();
     promise(broker::object_first_path() == nullptr, "no object outlives its client");
+    check_budgets();
     return 0;
 }
 

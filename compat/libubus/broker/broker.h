@@ -5,13 +5,26 @@
 // to one stays good while another's message is handled. Everything in a struct here is in host byte order.
 #pragma once
 
+#include "account.h"
+#include "builder.h"
+
 #include <libubus.h>
 #include <stddef.h>
 
 namespace broker {
 
 constexpr int no_reply = -1;
+// Bytes that may wait for one client; as many again only when they come from root or from the broker.
 constexpr size_t max_queue = UBUS_MAX_MSGLEN;
+
+// What the broker is doing at the moment.
+struct Turn {
+    Account *account;  // of the client whose message is handled; null: of root, or the broker's own doing
+    unsigned int work; // messages taken and sent, and objects listed
+};
+extern Turn turn;
+// After so much work the other clients get their turn.
+constexpr unsigned int work_per_turn = 32;
 
 // A message in reception or under examination.
 struct Message {
@@ -23,6 +36,7 @@ struct Message {
 
 struct Outgoing {
     list_head list;
+    Account *payer;
     size_t len;
     size_t sent;
     int fd;
@@ -34,7 +48,7 @@ struct Listing {
     bool running;
     uint16_t seq;
     uint32_t peer;
-    char *prefix;    // null: all
+    char *prefix;    // charged to the client; null: all
     char *last_path; // the last one sent, null: none yet
 };
 
@@ -52,6 +66,7 @@ struct Client {
     uint32_t id;
     uloop_fd sock;
     Identity identity;
+    Account *account; // null: root's
     list_head objects;
 
     ubus_msghdr rx_hdr;
@@ -74,6 +89,7 @@ struct Type {
     avl_node by_id;
     uint32_t id;
     unsigned int users;
+    Account *payer;       // the one who brought it, as long as it has users
     blob_attr *signature; // the SIGNATURE attribute as it was sent
 };
 
@@ -99,24 +115,23 @@ struct Subscription {
     Object *subscriber;
 };
 
-// A message under construction, freed with the scope. A failure stays and makes send() do nothing.
-struct Builder : blob_buf {
-    Builder() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
-    ~Builder() { blob_buf_free(this); }
-    Builder(const Builder &) = delete;
-    Builder &operator=(const Builder &) = delete;
+using wire::Builder;
 
-    void check(const void *added) { ok = ok && added; }
-    void put_u8(int id, uint8_t value) { check(blob_put_u8(this, id, value)); }
-    void put_u32(int id, uint32_t value) { check(blob_put_u32(this, id, value)); }
-    void put_string(int id, const char *text) { check(blob_put_string(this, id, text)); }
-    void put_data(int id, const blob_attr *attr)
+// A message to one object or to many, the same for all but for the object's id.
+struct ObjectMessage : Builder {
+    void put_id() // its place
     {
-        check(blob_put(this, id, blob_data(attr), static_cast<unsigned int>(blob_len(attr))));
+        id_place = ok ? blob_pad_len(head) : 0;
+        put_u32(UBUS_ATTR_OBJID, 0);
     }
-    bool sendable() const { return ok && blob_raw_len(head) <= UBUS_MAX_MSGLEN; }
-
-    bool ok;
+    void address_to(uint32_t id)
+    {
+        const uint32_t on_wire = cpu_to_be32(id);
+        if (ok) {
+            memcpy(reinterpret_cast<char *>(head) + id_place + sizeof(blob_attr), &on_wire, sizeof(on_wire));
+        }
+    }
+    size_t id_place = 0; // 0: nothing is built yet
 };
 
 // ids.cpp: a tree of records by random 32-bit id.
@@ -126,17 +141,22 @@ bool file_under_new_id(avl_tree *tree, avl_node *node, uint32_t *id);
 char *copy_text(const char *text); // null without memory or text
 
 // client.cpp
-Client *client_new(int fd, const Identity &identity); // greets; takes over fd and the names in any case
+// Greets. Takes over fd, the names and the connection that was charged to the account, in any case.
+Client *client_new(int fd, const Identity &identity, Account *account);
 void client_free(Client *client);
 Client *client_find(uint32_t id);
 void clients_free_all();
 
 // receive.cpp
 void on_client_event(uloop_fd *sock, unsigned int events);
+void drop_received(Client *client);
 
-// send.cpp. A full queue drops the message.
-void send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd = nullptr);
-void send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd = nullptr);
+// send.cpp. What waits in a queue is paid for by its client, or, where that is root's, by the sender. The
+// results are false when the message is lost: the queue is full, a budget used up, or memory missing.
+bool send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd = nullptr);
+bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd = nullptr);
+// Whether a message of this length could be sent, so that none is built in vain.
+bool has_room(const Client *client, size_t len);
 void send_status(Client *client, const Message &request, int status);
 bool flush_queue(Client *client); // true when nothing is left
 void drop_queue(Client *client);
@@ -145,8 +165,8 @@ void update_interest(Client *client);
 
 // dispatch.cpp
 void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd);
-// Passes a call or a notification to the owner of an object; a status, or no_reply when it is on its way.
-int forward_call(Client *from, Object *to, const Message &msg, const char *method, bool silent);
+// A call or a notification as the owner of an object gets it.
+void build_call(ObjectMessage &call, const Client *from, const Message &msg, const char *method, bool silent);
 
 // objects.cpp
 Object *object_find(uint32_t id);

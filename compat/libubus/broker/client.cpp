@@ -1,11 +1,15 @@
 // Clients: from greeting to the removal of everything they left behind.
 #include "broker.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 namespace broker {
 
 namespace {
+
+constexpr Cost one_connection = {.connections = 1};
+constexpr int trim_ms = 1000;
 
 avl_tree *clients()
 {
@@ -22,18 +26,28 @@ void free_identity(const Identity &identity)
     free(identity.group);
 }
 
+// What clients held goes from the heap back to the system: not at the end of each of them, but soon after.
+void trim_heap(uloop_timeout *)
+{
+    malloc_trim(0);
+}
+
+uloop_timeout trim_timer = {{}, false, trim_heap, {}};
+
 } // namespace
 
-Client *client_new(int fd, const Identity &identity)
+Client *client_new(int fd, const Identity &identity, Account *account)
 {
     auto *client = static_cast<Client *>(calloc(1, sizeof(Client)));
     if (!client || !file_under_new_id(clients(), &client->by_id, &client->id)) {
         free(client);
         free_identity(identity);
+        discharge(account, one_connection);
         close(fd);
         return nullptr;
     }
     client->identity = identity;
+    client->account = account;
     client->rx_fd = -1;
     client->sock.fd = fd;
     client->sock.cb = on_client_event;
@@ -42,8 +56,8 @@ Client *client_new(int fd, const Identity &identity)
     INIT_LIST_HEAD(&client->in_monitors);
 
     Builder hello;
-    send_to(client, UBUS_MSG_HELLO, 0, client->id, hello);
-    if (uloop_fd_add(&client->sock, ULOOP_READ) < 0) {
+    if (!send_to(client, UBUS_MSG_HELLO, 0, client->id, hello) ||
+        uloop_fd_add(&client->sock, ULOOP_READ | ULOOP_ERROR_CB) < 0) {
         client_free(client);
         return nullptr;
     }
@@ -67,9 +81,13 @@ void client_free(Client *client)
         close(client->rx_fd);
     }
     close(client->sock.fd);
-    free(client->rx_body);
+    drop_received(client);
     free_identity(client->identity);
+    discharge(client->account, one_connection);
     free(client);
+    if (!trim_timer.pending) {
+        uloop_timeout_set(&trim_timer, trim_ms);
+    }
 }
 
 Client *client_find(uint32_t id)

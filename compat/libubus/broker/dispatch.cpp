@@ -33,6 +33,22 @@ int handle_answer(Client *client, const Message &msg)
     return no_reply;
 }
 
+int forward_call(Client *from, const Object *to, const Message &msg, const char *method)
+{
+    if (!has_room(to->client, blob_raw_len(msg.body))) {
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    ObjectMessage call;
+    build_call(call, from, msg, method, false);
+    call.address_to(to->id);
+    // The names may have pushed a message of just the permitted size over the limit.
+    if (call.ok && !call.sendable()) {
+        return UBUS_STATUS_INVALID_ARGUMENT;
+    }
+    return send_to(to->client, UBUS_MSG_INVOKE, msg.hdr.seq, from->id, call, msg.fd) ? no_reply
+                                                                                     : UBUS_STATUS_NO_MEMORY;
+}
+
 int call_own_object(Client *client, uint32_t id, const Message &msg, const char *method)
 {
     switch (id) {
@@ -64,7 +80,7 @@ int handle_invoke(Client *client, const Message &msg)
     if (object->path && !acl_allows(client, Access::call, object->path, method)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
-    return forward_call(client, object, msg, method, false);
+    return forward_call(client, object, msg, method);
 }
 
 using Handler = int (*)(Client *, const Message &);
@@ -76,27 +92,18 @@ constexpr Handler handlers[__UBUS_MSG_LAST] = {
 
 } // namespace
 
-int forward_call(Client *from, Object *to, const Message &msg, const char *method, bool silent)
+void build_call(ObjectMessage &call, const Client *from, const Message &msg, const char *method, bool silent)
 {
-    Builder body;
-
     if (silent) {
-        body.put_u8(UBUS_ATTR_NO_REPLY, 1);
+        call.put_u8(UBUS_ATTR_NO_REPLY, 1);
     }
-    body.put_u32(UBUS_ATTR_OBJID, to->id);
-    body.put_string(UBUS_ATTR_METHOD, method);
-    body.put_string(UBUS_ATTR_USER, from->identity.user);
-    body.put_string(UBUS_ATTR_GROUP, from->identity.group);
+    call.put_id();
+    call.put_string(UBUS_ATTR_METHOD, method);
+    call.put_string(UBUS_ATTR_USER, from->identity.user);
+    call.put_string(UBUS_ATTR_GROUP, from->identity.group);
     if (msg.attr[UBUS_ATTR_DATA]) {
-        body.put_data(UBUS_ATTR_DATA, msg.attr[UBUS_ATTR_DATA]);
+        call.put_data(UBUS_ATTR_DATA, msg.attr[UBUS_ATTR_DATA]);
     }
-    // The names may have pushed a message of just the permitted size over the limit.
-    if (!body.sendable()) {
-        return UBUS_STATUS_INVALID_ARGUMENT;
-    }
-    send_to(to->client, UBUS_MSG_INVOKE, msg.hdr.seq, from->id, body,
-            msg.hdr.type == UBUS_MSG_INVOKE ? msg.fd : nullptr);
-    return no_reply;
 }
 
 void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd)

@@ -17,6 +17,11 @@ struct Pattern {
 list_head patterns = LIST_HEAD_INIT(patterns);
 uint32_t event_count = 0;
 
+Cost cost_of(size_t pattern_len)
+{
+    return {.bytes = pattern_len, .subscriptions = 1};
+}
+
 bool matches(const Pattern *pattern, const char *name)
 {
     return pattern->prefix ? strncmp(pattern->text, name, pattern->len) == 0
@@ -26,42 +31,59 @@ bool matches(const Pattern *pattern, const char *name)
 // data: its payload becomes the event's. from is left out; null for the broker itself.
 void send_event(const Client *from, const char *name, const void *data, size_t len)
 {
-    Builder body;
-    blob_attr *id = blob_put_u32(&body, UBUS_ATTR_OBJID, 0);
-    body.check(id);
-    body.put_string(UBUS_ATTR_METHOD, name);
-    body.check(blob_put(&body, UBUS_ATTR_DATA, data, static_cast<unsigned int>(len)));
-    if (!body.sendable()) {
-        return;
-    }
-    id = static_cast<blob_attr *>(blob_data(body.head));
-    event_count++;
-
+    ObjectMessage event;
     Pattern *pattern;
+
+    event_count++;
     list_for_each_entry(pattern, &patterns, in_all)
     {
         Object *object = pattern->object;
-        if (object->client == from || object->last_event == event_count || !matches(pattern, name)) {
+        if (object->client == from || object->last_event == event_count || !matches(pattern, name) ||
+            !has_room(object->client, len)) {
             continue;
         }
+        if (event.id_place == 0) {
+            event.put_id();
+            event.put_string(UBUS_ATTR_METHOD, name);
+            event.check(blob_put(&event, UBUS_ATTR_DATA, data, static_cast<unsigned int>(len)));
+        }
         object->last_event = event_count;
-        const uint32_t id_on_wire = cpu_to_be32(object->id);
-        memcpy(blob_data(id), &id_on_wire, sizeof(id_on_wire));
-        send_to(object->client, UBUS_MSG_INVOKE, static_cast<uint16_t>(event_count), 0, body);
+        event.address_to(object->id);
+        send_to(object->client, UBUS_MSG_INVOKE, static_cast<uint16_t>(event_count), 0, event);
     }
+}
+
+bool has_pattern(const Object *object, const char *text, size_t len, bool prefix)
+{
+    Pattern *pattern;
+    list_for_each_entry(pattern, &object->patterns, of_object)
+    {
+        if (pattern->prefix == prefix && pattern->len == len && memcmp(pattern->text, text, len) == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 int add_pattern(Object *object, const char *text)
 {
-    const size_t len = strlen(text);
-    auto *pattern = static_cast<Pattern *>(calloc(1, sizeof(Pattern) + len + 1));
-    if (!pattern) {
+    const size_t text_len = strlen(text);
+    const bool prefix = text[text_len - 1] == '*';
+    const size_t len = prefix ? text_len - 1 : text_len;
+    if (has_pattern(object, text, len, prefix)) {
+        return UBUS_STATUS_OK;
+    }
+    if (!charge(object->client->account, cost_of(len))) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    memcpy(pattern->text, text, len + 1);
-    pattern->prefix = text[len - 1] == '*';
-    pattern->len = pattern->prefix ? len - 1 : len;
-    pattern->text[pattern->len] = 0;
+    auto *pattern = static_cast<Pattern *>(calloc(1, sizeof(Pattern) + len + 1));
+    if (!pattern) {
+        discharge(object->client->account, cost_of(len));
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    memcpy(pattern->text, text, len);
+    pattern->prefix = prefix;
+    pattern->len = len;
     pattern->object = object;
     list_add_tail(&pattern->in_all, &patterns);
     list_add_tail(&pattern->of_object, &object->patterns);
@@ -152,6 +174,7 @@ void drop_patterns(Object *object)
         Pattern *pattern = list_first_entry(&object->patterns, Pattern, of_object);
         list_del(&pattern->in_all);
         list_del(&pattern->of_object);
+        discharge(object->client->account, cost_of(pattern->len));
         free(pattern);
     }
 }

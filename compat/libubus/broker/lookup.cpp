@@ -13,6 +13,8 @@ bool put_signature(Builder &body, const Client *client, const Object *object)
     bool any = false;
     bool hidden = false;
 
+    // As a whole: growing for each of many methods would copy a long signature again and again.
+    body.ok = body.ok && blob_buf_grow(&body, static_cast<int>(blob_raw_len(object->type->signature)));
     void *nest = blob_nest_start(&body, UBUS_ATTR_SIGNATURE);
     body.check(nest);
     blob_for_each_attr(method, object->type->signature, rem)
@@ -30,18 +32,22 @@ bool put_signature(Builder &body, const Client *client, const Object *object)
     return any || !hidden;
 }
 
-void send_object(Client *client, const Object *object, uint16_t seq, uint32_t peer)
+// False when the object should have been sent and could not be.
+bool send_object(Client *client, const Object *object, uint16_t seq, uint32_t peer)
 {
     if (!object->type) {
-        return;
+        return true;
     }
     Builder body;
     body.put_string(UBUS_ATTR_OBJPATH, object->path);
     body.put_u32(UBUS_ATTR_OBJID, object->id);
     body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
-    if (put_signature(body, client, object)) {
-        send_to(client, UBUS_MSG_DATA, seq, peer, body);
+    const bool visible = put_signature(body, client, object);
+    // One that is too long for a message is nobody else's fault.
+    if (!visible || (body.ok && !body.sendable())) {
+        return true;
     }
+    return send_to(client, UBUS_MSG_DATA, seq, peer, body);
 }
 
 Object *next_of(const Listing &listing)
@@ -75,6 +81,9 @@ void end_listing(Client *client, int status)
 
 void drop_listing(Client *client)
 {
+    if (client->listing.prefix) {
+        discharge(client->account, {.bytes = strlen(client->listing.prefix)});
+    }
     free(client->listing.prefix);
     free(client->listing.last_path);
     client->listing = {};
@@ -86,6 +95,11 @@ void continue_listing(Client *client)
 
     // Objects may come and go between two calls, so the place is kept as a path.
     while (Object *object = next_of(listing)) {
+        if (turn.work >= work_per_turn) {
+            update_interest(client);
+            return;
+        }
+        turn.work++;
         char *path = copy_text(object->path);
         if (!path) {
             end_listing(client, UBUS_STATUS_NO_MEMORY);
@@ -93,9 +107,11 @@ void continue_listing(Client *client)
         }
         free(listing.last_path);
         listing.last_path = path;
-        send_object(client, object, listing.seq, listing.peer);
+        if (!send_object(client, object, listing.seq, listing.peer)) {
+            end_listing(client, UBUS_STATUS_NO_MEMORY);
+            return;
+        }
         if (!list_empty(&client->tx)) {
-            update_interest(client);
             return;
         }
     }
@@ -115,14 +131,19 @@ int handle_lookup(Client *client, const Message &msg)
         if (!object) {
             return UBUS_STATUS_NOT_FOUND;
         }
-        send_object(client, object, msg.hdr.seq, msg.hdr.peer);
-        return UBUS_STATUS_OK;
+        return send_object(client, object, msg.hdr.seq, msg.hdr.peer) ? UBUS_STATUS_OK
+                                                                      : UBUS_STATUS_NO_MEMORY;
     }
     drop_listing(client);
     Listing &listing = client->listing;
     if (path) {
+        const Cost cost = {.bytes = len - 1};
+        if (!charge(client->account, cost)) {
+            return UBUS_STATUS_NO_MEMORY;
+        }
         listing.prefix = strndup(path, len - 1);
         if (!listing.prefix) {
+            discharge(client->account, cost);
             return UBUS_STATUS_NO_MEMORY;
         }
         if (!next_of(listing)) {

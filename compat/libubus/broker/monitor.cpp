@@ -48,19 +48,24 @@ void monitor_message(const Client *client, const ubus_msghdr &hdr, const blob_at
         return;
     }
     Builder copy;
-    copy.put_u32(attr_client, client->id);
-    copy.put_u32(attr_peer, hdr.peer);
-    copy.put_u8(attr_send, sent_by_broker ? 1 : 0);
-    copy.put_u32(attr_seq, hdr.seq);
-    copy.put_u32(attr_type, hdr.type);
-    copy.put_data(attr_data, body);
-
+    bool built = false;
     Client *monitor;
+
     list_for_each_entry(monitor, &monitors, in_monitors)
     {
-        if (monitor != client) {
-            send_to(monitor, UBUS_MSG_MONITOR, ++monitor->monitor_seq, 0, copy);
+        if (monitor == client || !has_room(monitor, blob_raw_len(body))) {
+            continue;
         }
+        if (!built) {
+            built = true;
+            copy.put_u32(attr_client, client->id);
+            copy.put_u32(attr_peer, hdr.peer);
+            copy.put_u8(attr_send, sent_by_broker ? 1 : 0);
+            copy.put_u32(attr_seq, hdr.seq);
+            copy.put_u32(attr_type, hdr.type);
+            copy.put_data(attr_data, body);
+        }
+        send_to(monitor, UBUS_MSG_MONITOR, ++monitor->monitor_seq, 0, copy);
     }
 }
 

@@ -31,18 +31,28 @@ Object *object_of(avl_node *by_path)
     return by_path ? container_of(by_path, Object, by_path) : nullptr;
 }
 
+Cost cost_of(const blob_attr *signature)
+{
+    return {.bytes = blob_pad_len(signature), .types = 1};
+}
+
+Cost cost_of(const char *path)
+{
+    return {.bytes = path ? strlen(path) : 0, .objects = 1};
+}
+
 void type_release(Type *type)
 {
     if (!type || --type->users) {
         return;
     }
     avl_delete(&registry().types, &type->by_id);
+    discharge(type->payer, cost_of(type->signature));
     free(type->signature);
     free(type);
 }
 
-// Null when a member is not a sound, named value; such an object lives without a type.
-Type *type_new(const blob_attr *signature)
+bool is_sound(const blob_attr *signature)
 {
     const blob_attr *member;
     size_t rem;
@@ -50,38 +60,57 @@ Type *type_new(const blob_attr *signature)
     blob_for_each_attr(member, signature, rem)
     {
         if (!blobmsg_check_attr(member, true)) {
-            return nullptr;
+            return false;
         }
     }
-    auto *type = static_cast<Type *>(calloc(1, sizeof(Type)));
-    if (!type) {
+    return true;
+}
+
+// Null when a budget is used up or memory is missing.
+Type *type_new(Account *account, const blob_attr *signature)
+{
+    if (!charge(account, cost_of(signature))) {
         return nullptr;
     }
-    type->signature = blob_memdup(signature);
-    if (!type->signature || !file_under_new_id(&registry().types, &type->by_id, &type->id)) {
-        free(type->signature);
+    auto *type = static_cast<Type *>(calloc(1, sizeof(Type)));
+    if (type) {
+        type->signature = blob_memdup(signature);
+    }
+    if (!type || !type->signature || !file_under_new_id(&registry().types, &type->by_id, &type->id)) {
+        discharge(account, cost_of(signature));
+        free(type ? type->signature : nullptr);
         free(type);
         return nullptr;
     }
+    type->payer = account;
     type->users = 1;
     return type;
 }
 
-Type *type_of_request(const Message &msg)
+Type *type_shared(uint32_t id)
 {
-    if (msg.attr[UBUS_ATTR_SIGNATURE]) {
-        return type_new(msg.attr[UBUS_ATTR_SIGNATURE]);
-    }
-    if (!msg.attr[UBUS_ATTR_OBJTYPE]) {
-        return nullptr;
-    }
-    const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJTYPE]);
     Type *type;
     type = avl_find_element(&registry().types, &id, type, by_id);
     if (type) {
         type->users++;
     }
     return type;
+}
+
+// A status. *type stays null, and the object is never listed, when a member of the signature is not a sound,
+// named value, or when there is no such type.
+int type_of_request(Account *account, const Message &msg, Type **type)
+{
+    const blob_attr *signature = msg.attr[UBUS_ATTR_SIGNATURE];
+    *type = nullptr;
+    if (signature && is_sound(signature)) {
+        *type = type_new(account, signature);
+        return *type ? UBUS_STATUS_OK : UBUS_STATUS_NO_MEMORY;
+    }
+    if (!signature && msg.attr[UBUS_ATTR_OBJTYPE]) {
+        *type = type_shared(blob_get_u32(msg.attr[UBUS_ATTR_OBJTYPE]));
+    }
+    return UBUS_STATUS_OK;
 }
 
 bool file_path(Object *object, const char *path)
@@ -96,19 +125,17 @@ bool file_path(Object *object, const char *path)
     return false;
 }
 
-// With its type, which is released when there is no object.
+// Already charged to the client. Null when the path is taken or memory is missing.
 Object *object_new(Client *client, const char *path, Type *type)
 {
     auto *object = static_cast<Object *>(calloc(1, sizeof(Object)));
     if (!object || !file_under_new_id(&registry().objects, &object->by_id, &object->id)) {
         free(object);
-        type_release(type);
         return nullptr;
     }
     if (path && !file_path(object, path)) {
         avl_delete(&registry().objects, &object->by_id);
         free(object);
-        type_release(type);
         return nullptr;
     }
     object->type = type;
@@ -163,6 +190,7 @@ void object_free(Object *object)
     }
     avl_delete(&registry().objects, &object->by_id);
     list_del(&object->in_client);
+    discharge(object->client->account, cost_of(object->path));
     type_release(object->type);
     free(object->path);
     free(object);
@@ -174,9 +202,16 @@ int handle_add_object(Client *client, const Message &msg)
     if (path && (!path[0] || !acl_allows(client, Access::publish, path))) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Object *object = object_new(client, path, type_of_request(msg));
+    if (!charge(client->account, cost_of(path))) {
+        return UBUS_STATUS_NO_MEMORY;
+    }
+    Type *type;
+    const int status = type_of_request(client->account, msg, &type);
+    Object *object = status ? nullptr : object_new(client, path, type);
     if (!object) {
-        return UBUS_STATUS_INVALID_ARGUMENT;
+        discharge(client->account, cost_of(path));
+        type_release(type);
+        return status ? status : static_cast<int>(UBUS_STATUS_INVALID_ARGUMENT);
     }
     if (object->path) {
         announce_object("ubus.object.add", object);

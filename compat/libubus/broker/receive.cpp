@@ -13,9 +13,7 @@ using wire::header_len;
 using wire::Step;
 
 constexpr size_t first_capacity = 1024;
-constexpr size_t kept_capacity = 65536;
-// After so many messages the others get their turn.
-constexpr int messages_per_turn = 16;
+constexpr size_t kept_capacity = 16384;
 
 // Room behind what is there, doubling up to what the message needs.
 bool ensure_room(Client *client, size_t body_have, size_t body_goal)
@@ -24,8 +22,13 @@ bool ensure_room(Client *client, size_t body_have, size_t body_goal)
         return true;
     }
     const size_t capacity = client->rx_capacity ? client->rx_capacity * 2 : first_capacity;
+    const Cost cost = {.bytes = capacity - client->rx_capacity};
+    if (!charge(client->account, cost)) {
+        return false;
+    }
     auto *grown = static_cast<char *>(realloc(client->rx_body, capacity));
     if (!grown) {
+        discharge(client->account, cost);
         return false;
     }
     client->rx_body = grown;
@@ -84,40 +87,50 @@ void deliver(Client *client)
         close(fd);
     }
     if (client->rx_capacity > kept_capacity) {
-        free(client->rx_body);
-        client->rx_body = nullptr;
-        client->rx_capacity = 0;
+        drop_received(client);
     }
 }
 
-} // namespace
-
-void on_client_event(uloop_fd *sock, unsigned int events)
+void serve(Client *client, bool writable, bool hung_up)
 {
-    Client *client = container_of(sock, Client, sock);
-    // After a hang-up there is no further call, so everything still unread is read now.
-    const bool last_chance = sock->error;
-
-    if (events & ULOOP_WRITE) {
-        if (flush_queue(client) && client->listing.running) {
-            continue_listing(client);
-        }
+    if (hung_up) {
+        drop_listing(client);
     }
-    for (int count = 0; count < messages_per_turn || last_chance; count++) {
-        // A client that does not read its listing is not listened to either.
-        if (client->listing.running && !last_chance) {
-            return;
-        }
+    if (writable && flush_queue(client) && client->listing.running) {
+        continue_listing(client);
+    }
+    // A client that does not read its listing is not listened to either.
+    while (turn.work < work_per_turn && !client->listing.running) {
         const Step step = receive_step(client);
-        if (step == Step::nothing && !last_chance) {
+        if (step == Step::nothing && !hung_up) {
             return;
         }
         if (step != Step::message) {
             client_free(client);
             return;
         }
+        turn.work++;
         deliver(client);
     }
+}
+
+} // namespace
+
+void drop_received(Client *client)
+{
+    free(client->rx_body);
+    discharge(client->account, {.bytes = client->rx_capacity});
+    client->rx_body = nullptr;
+    client->rx_capacity = 0;
+}
+
+void on_client_event(uloop_fd *sock, unsigned int events)
+{
+    Client *client = container_of(sock, Client, sock);
+
+    turn = {client->account, 0};
+    serve(client, (events & ULOOP_WRITE) != 0, sock->error);
+    turn = {};
 }
 
 } // namespace broker

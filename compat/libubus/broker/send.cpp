@@ -10,7 +10,23 @@
 
 namespace broker {
 
+Turn turn = {};
+
 namespace {
+
+// Who pays for what is sent to a client. Nobody for what a monitor sees.
+Account *payer_of(const Client *client, int type)
+{
+    if (client->account || type == UBUS_MSG_MONITOR) {
+        return client->account;
+    }
+    return turn.account;
+}
+
+Cost cost_of(size_t len, int fd)
+{
+    return {.descriptors = fd >= 0 ? 1U : 0U, .bytes = sizeof(Outgoing) + len};
+}
 
 // Bytes the socket took; 0 also when it is full or dead. The descriptor goes with the first byte.
 size_t write_some(int sock, iovec *parts, size_t count, int fd)
@@ -30,61 +46,61 @@ size_t write_some(int sock, iovec *parts, size_t count, int fd)
     return sent > 0 ? static_cast<size_t>(sent) : 0;
 }
 
-void enqueue(Client *client, const iovec *parts, size_t count, size_t sent, int *fd)
+// The descriptor has gone with the first byte, or goes nowhere.
+void release_descriptor(Outgoing *out)
 {
-    size_t len = 0;
-    for (size_t i = 0; i < count; i++) {
-        len += parts[i].iov_len;
+    if (out->fd >= 0) {
+        close(out->fd);
+        out->fd = -1;
+        discharge(out->payer, {.descriptors = 1});
     }
-    // Half a message cannot be taken back, so it is queued whatever the limit says.
-    if (!sent && client->tx_len && client->tx_len + len > max_queue) {
-        return;
-    }
-    auto *out = static_cast<Outgoing *>(malloc(sizeof(Outgoing) + len));
-    if (!out) {
-        if (sent) {
-            // The stream has lost its framing: the client can only start afresh.
-            shutdown(client->sock.fd, SHUT_RDWR);
-        }
-        return;
-    }
-    char *at = out->bytes;
-    for (size_t i = 0; i < count; i++) {
-        memcpy(at, parts[i].iov_base, parts[i].iov_len);
-        at += parts[i].iov_len;
-    }
-    out->len = len;
-    out->sent = sent;
-    out->fd = -1;
-    if (fd && !sent) {
-        out->fd = *fd;
-        *fd = -1;
-    }
-    list_add_tail(&out->list, &client->tx);
-    client->tx_len += len - sent;
-    update_interest(client);
 }
 
 void free_outgoing(Client *client, Outgoing *out)
 {
     client->tx_len -= out->len - out->sent;
     list_del(&out->list);
-    if (out->fd >= 0) {
-        close(out->fd);
-    }
+    release_descriptor(out);
+    discharge(out->payer, cost_of(out->len, -1));
     free(out);
+}
+
+// Takes over the cost and the descriptor; false without memory.
+bool enqueue(Client *client, Account *payer, const iovec *parts, size_t len, size_t sent, int *fd)
+{
+    auto *out = static_cast<Outgoing *>(malloc(sizeof(Outgoing) + len));
+    if (!out) {
+        return false;
+    }
+    memcpy(out->bytes, parts[0].iov_base, parts[0].iov_len);
+    memcpy(out->bytes + parts[0].iov_len, parts[1].iov_base, parts[1].iov_len);
+    out->payer = payer;
+    out->len = len;
+    out->sent = sent;
+    out->fd = -1;
+    if (fd) {
+        out->fd = *fd;
+        *fd = -1;
+    }
+    if (sent) {
+        release_descriptor(out);
+    }
+    list_add_tail(&out->list, &client->tx);
+    client->tx_len += len - sent;
+    update_interest(client);
+    return true;
 }
 
 } // namespace
 
 void update_interest(Client *client)
 {
-    unsigned int flags = 0;
-    if (!list_empty(&client->tx)) {
+    unsigned int flags = ULOOP_ERROR_CB;
+    if (!list_empty(&client->tx) || client->listing.running) {
         flags |= ULOOP_WRITE;
     }
     // Reading stops during a listing, so that requests do not pile up behind it.
-    if (!flags || !client->listing.running) {
+    if (!client->listing.running) {
         flags |= ULOOP_READ;
     }
     if (client->sock.registered && flags != client->sock.flags) {
@@ -92,10 +108,26 @@ void update_interest(Client *client)
     }
 }
 
-void send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd)
+bool has_room(const Client *client, size_t len)
 {
-    if (client->leaving) {
-        return;
+    return list_empty(&client->tx) || client->tx_len + len <= (turn.account ? max_queue : 2 * max_queue);
+}
+
+bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd)
+{
+    const size_t len = wire::header_len + blob_raw_len(body);
+    Account *payer = payer_of(client, hdr.type);
+    const Cost cost = cost_of(len, fd ? *fd : -1);
+
+    turn.work++;
+    if (client->leaving || !has_room(client, len)) {
+        return false;
+    }
+    // What the socket takes as a whole costs nothing. Half a message cannot be taken back: a client without
+    // means is cut off then, but root never for a sender's want of them.
+    const bool paid = charge(payer, cost);
+    if (!paid && (!client->account || !list_empty(&client->tx))) {
+        return false;
     }
     if (hdr.type != UBUS_MSG_MONITOR) {
         monitor_message(client, hdr, body, true);
@@ -109,21 +141,29 @@ void send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int
     if (list_empty(&client->tx)) {
         sent = write_some(client->sock.fd, parts, 2, fd ? *fd : -1);
     }
-    if (sent < parts[0].iov_len + parts[1].iov_len) {
-        enqueue(client, parts, 2, sent, fd);
+    if (sent < len && paid && enqueue(client, payer, parts, len, sent, fd)) {
+        return true;
     }
+    if (paid) {
+        discharge(payer, cost);
+    }
+    if (sent > 0 && sent < len) {
+        // The stream has lost its framing: the client can only start again.
+        shutdown(client->sock.fd, SHUT_RDWR);
+    }
+    return sent == len;
 }
 
-void send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd)
+bool send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd)
 {
     if (!body.sendable()) {
-        return;
+        return false;
     }
     ubus_msghdr hdr = {};
     hdr.type = static_cast<uint8_t>(type);
     hdr.seq = seq;
     hdr.peer = peer;
-    send_raw(client, hdr, body.head, fd);
+    return send_raw(client, hdr, body.head, fd);
 }
 
 void send_status(Client *client, const Message &request, int status)
@@ -142,10 +182,7 @@ bool flush_queue(Client *client)
         if (!sent) {
             break;
         }
-        if (out->fd >= 0) {
-            close(out->fd);
-            out->fd = -1;
-        }
+        release_descriptor(out);
         out->sent += sent;
         client->tx_len -= sent;
         if (out->sent < out->len) {

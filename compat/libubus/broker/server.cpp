@@ -25,16 +25,11 @@ sockaddr_un address = {};
 // Given up for a moment when no descriptor is left, so that the waiting client can be turned away.
 int reserve_fd = -1;
 
-bool identify(int fd, Identity *identity)
+bool identify(int fd, const ucred &credentials, Identity *identity)
 {
-    ucred credentials = {};
-    socklen_t len = sizeof(credentials);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &len) < 0) {
-        return false;
-    }
     identity->uid = credentials.uid;
     identity->gid = credentials.gid;
-    len = sizeof(identity->groups);
+    socklen_t len = sizeof(identity->groups);
     if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, identity->groups, &len) == 0) {
         identity->group_count = len / sizeof(gid_t);
     }
@@ -47,14 +42,24 @@ bool identify(int fd, Identity *identity)
 
 void let_in(int fd)
 {
-    Identity identity = {};
-    if (!identify(fd, &identity)) {
-        free(identity.user);
-        free(identity.group);
+    ucred credentials = {};
+    socklen_t len = sizeof(credentials);
+    Account *account;
+    // Before the names are looked up, which costs more than all else here.
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &len) < 0 ||
+        !account_join(credentials.uid, &account)) {
         close(fd);
         return;
     }
-    client_new(fd, identity);
+    Identity identity = {};
+    if (!identify(fd, credentials, &identity)) {
+        free(identity.user);
+        free(identity.group);
+        discharge(account, {.connections = 1});
+        close(fd);
+        return;
+    }
+    client_new(fd, identity, account);
 }
 
 void turn_one_away()
@@ -117,6 +122,7 @@ int server_open(const char *path)
         return -1;
     }
     reserve_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    accounts_open();
     return 0;
 }
 

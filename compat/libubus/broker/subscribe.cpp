@@ -5,6 +5,8 @@ namespace broker {
 
 namespace {
 
+constexpr Cost one_subscription = {.subscriptions = 1};
+
 // Tells the owner that the first subscriber has come or the last one has gone.
 void tell_owner(Object *target, bool active)
 {
@@ -26,7 +28,53 @@ void unlink(Subscription *subscription)
 {
     list_del(&subscription->of_target);
     list_del(&subscription->of_subscriber);
+    discharge(subscription->subscriber->client->account, one_subscription);
     free(subscription);
+}
+
+Subscription *find_subscription(const Object *subscriber, uint32_t target_id)
+{
+    Subscription *subscription;
+    list_for_each_entry(subscription, &subscriber->subscriptions, of_subscriber)
+    {
+        if (subscription->target->id == target_id) {
+            return subscription;
+        }
+    }
+    return nullptr;
+}
+
+// The answer to a notification that a subscriber cannot get.
+void answer_for(const Object *subscriber, Client *client, const Message &msg)
+{
+    Builder body;
+    body.put_u32(UBUS_ATTR_STATUS, UBUS_STATUS_NO_MEMORY);
+    body.put_u32(UBUS_ATTR_OBJID, subscriber->id);
+    send_to(client, UBUS_MSG_STATUS, msg.hdr.seq, subscriber->id, body);
+}
+
+void notify_subscribers(Client *client, const Object *object, const Message &msg, bool silent)
+{
+    const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
+    const size_t least_len = msg.attr[UBUS_ATTR_DATA] ? blob_raw_len(msg.attr[UBUS_ATTR_DATA]) : 0;
+    ObjectMessage call;
+    Subscription *subscription;
+
+    list_for_each_entry(subscription, &object->subscribers, of_target)
+    {
+        const Object *subscriber = subscription->subscriber;
+        bool sent = false;
+        if (has_room(subscriber->client, least_len)) {
+            if (call.id_place == 0) {
+                build_call(call, client, msg, method, silent);
+            }
+            call.address_to(subscriber->id);
+            sent = send_to(subscriber->client, UBUS_MSG_INVOKE, msg.hdr.seq, client->id, call);
+        }
+        if (!sent && !silent) {
+            answer_for(subscriber, client, msg);
+        }
+    }
 }
 
 } // namespace
@@ -71,8 +119,15 @@ int handle_subscribe(Client *client, const Message &msg)
     if (target->path && !acl_allows(client, Access::subscribe, target->path)) {
         return UBUS_STATUS_NOT_FOUND;
     }
+    if (find_subscription(subscriber, target->id)) {
+        return UBUS_STATUS_OK;
+    }
+    if (!charge(client->account, one_subscription)) {
+        return UBUS_STATUS_NO_MEMORY;
+    }
     auto *subscription = static_cast<Subscription *>(calloc(1, sizeof(Subscription)));
     if (!subscription) {
+        discharge(client->account, one_subscription);
         return UBUS_STATUS_NO_MEMORY;
     }
     const bool first = list_empty(&target->subscribers);
@@ -96,20 +151,16 @@ int handle_unsubscribe(Client *client, const Message &msg)
     if (!subscriber || subscriber->client != client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Subscription *subscription;
-    list_for_each_entry(subscription, &subscriber->subscriptions, of_subscriber)
-    {
-        Object *target = subscription->target;
-        if (target->id != target_id) {
-            continue;
-        }
-        unlink(subscription);
-        if (list_empty(&target->subscribers)) {
-            tell_owner(target, false);
-        }
-        return UBUS_STATUS_OK;
+    Subscription *subscription = find_subscription(subscriber, target_id);
+    if (!subscription) {
+        return UBUS_STATUS_NOT_FOUND;
     }
-    return UBUS_STATUS_NOT_FOUND;
+    Object *target = subscription->target;
+    unlink(subscription);
+    if (list_empty(&target->subscribers)) {
+        tell_owner(target, false);
+    }
+    return UBUS_STATUS_OK;
 }
 
 int handle_notify(Client *client, const Message &msg)
@@ -143,11 +194,7 @@ int handle_notify(Client *client, const Message &msg)
         }
         send_to(client, UBUS_MSG_STATUS, msg.hdr.seq, msg.hdr.peer, body);
     }
-    const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
-    list_for_each_entry(subscription, &object->subscribers, of_target)
-    {
-        forward_call(client, subscription->subscriber, msg, method, silent);
-    }
+    notify_subscribers(client, object, msg, silent);
     return no_reply;
 }
 

@@ -290,21 +290,8 @@ TEST_F(Hostile, DescriptorsNobodyAskedFor)
     {
         RawClient client(broker.socket());
         for (int type = UBUS_MSG_STATUS; type <= UBUS_MSG_NOTIFY; type++) {
-            Bytes bytes = message(type, 1, 0x5555, attr_u32(UBUS_ATTR_OBJID, 0x5555));
-            iovec part = {bytes.data(), bytes.size()};
-            alignas(cmsghdr) char control[CMSG_SPACE(3 * sizeof(int))] = {};
-            const int fds[3] = {0, 1, 2};
-            msghdr msg = {};
-            msg.msg_iov = &part;
-            msg.msg_iovlen = 1;
-            msg.msg_control = control;
-            msg.msg_controllen = sizeof(control);
-            cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
-            cmsg->cmsg_level = SOL_SOCKET;
-            cmsg->cmsg_type = SCM_RIGHTS;
-            cmsg->cmsg_len = CMSG_LEN(sizeof(fds));
-            memcpy(CMSG_DATA(cmsg), fds, sizeof(fds));
-            ASSERT_EQ(sendmsg(client.fd(), &msg, 0), static_cast<ssize_t>(bytes.size()));
+            client.send_with_descriptors(message(type, 1, 0x5555, attr_u32(UBUS_ATTR_OBJID, 0x5555)),
+                                         {0, 1, 2});
         }
         client.send(message(UBUS_MSG_PING, 77, 0));
         while (client.receive()[3] != 77) {

@@ -277,15 +277,12 @@ TEST_F(Probe, SubscribeErrors)
     EXPECT_EQ(to_hex(owner.receive()),
               to_hex(message(UBUS_MSG_NOTIFY, 1, 0,
                              attr_u32(UBUS_ATTR_OBJID, target) + attr_bytes(UBUS_ATTR_ACTIVE, {1}))));
-    // A second subscription brings every notification twice, and has to be taken back twice.
+    // A second one is accepted and changes nothing.
     EXPECT_EQ(subscribe(UBUS_MSG_SUBSCRIBE, own, target), 0);
     owner.send(message(UBUS_MSG_NOTIFY, 3, target,
                        attr_u32(UBUS_ATTR_OBJID, target) + attr_string(UBUS_ATTR_METHOD, "n") +
                            attr_bytes(UBUS_ATTR_DATA, {}) + attr_bytes(UBUS_ATTR_NO_REPLY, {1})));
     EXPECT_EQ(client.receive()[1], UBUS_MSG_INVOKE);
-    EXPECT_EQ(client.receive()[1], UBUS_MSG_INVOKE);
-    EXPECT_EQ(subscribe(UBUS_MSG_UNSUBSCRIBE, own, target), 0);
-    EXPECT_TRUE(owner.silent(std::chrono::milliseconds(20)));
     EXPECT_EQ(subscribe(UBUS_MSG_UNSUBSCRIBE, own, target), 0);
     EXPECT_EQ(subscribe(UBUS_MSG_UNSUBSCRIBE, own, target), 4);
     EXPECT_EQ(attributes(owner.receive()).at(UBUS_ATTR_ACTIVE), Bytes{0});

@@ -160,6 +160,11 @@ int status_of(const Bytes &message)
                : -1;
 }
 
+uint32_t id_in(const Bytes &message, int attribute)
+{
+    return u32_at(attributes(message).at(attribute), 0);
+}
+
 TempDir::TempDir()
 {
     char name[] = "/tmp/compat-bus-XXXXXX";
@@ -296,6 +301,11 @@ int Broker::end()
     return child_->status();
 }
 
+void Broker::open_to_all()
+{
+    std::filesystem::permissions(dir_.path(), std::filesystem::perms(0755));
+}
+
 size_t Broker::resident_kib() const
 {
     std::ifstream file("/proc/" + std::to_string(pid()) + "/statm");
@@ -320,6 +330,19 @@ RawClient::RawClient(const std::string &socket, bool read_hello) : fd_(connect_t
         const Bytes hello = receive();
         id_ = u32_at(hello, 4);
     }
+}
+
+RawClient::RawClient(const std::string &socket, uid_t user)
+{
+    // The broker sees the effective user of the moment.
+    if (setegid(user) != 0 || seteuid(user) != 0) {
+        throw std::runtime_error("cannot become another user");
+    }
+    fd_ = connect_to(socket);
+    if (seteuid(0) != 0 || setegid(0) != 0 || fd_ < 0) {
+        throw std::runtime_error("cannot connect as another user");
+    }
+    id_ = u32_at(receive(), 4);
 }
 
 RawClient::RawClient(int connected_fd) : fd_(connected_fd) {}
@@ -349,6 +372,27 @@ void RawClient::send(const Bytes &bytes)
 {
     if (!try_send(bytes)) {
         throw std::runtime_error("connection closed while sending");
+    }
+}
+
+void RawClient::send_with_descriptors(const Bytes &bytes, const std::vector<int> &descriptors)
+{
+    Bytes copy = bytes;
+    iovec part = {copy.data(), copy.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(4 * sizeof(int))] = {};
+    const size_t size = descriptors.size() * sizeof(int);
+    msghdr msg = {};
+    msg.msg_iov = &part;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = CMSG_SPACE(size);
+    cmsghdr *cmsg = CMSG_FIRSTHDR(&msg);
+    cmsg->cmsg_level = SOL_SOCKET;
+    cmsg->cmsg_type = SCM_RIGHTS;
+    cmsg->cmsg_len = CMSG_LEN(size);
+    memcpy(CMSG_DATA(cmsg), descriptors.data(), size);
+    if (sendmsg(fd_, &msg, MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) {
+        throw std::runtime_error("message with descriptors is not taken whole");
     }
 }
 

@@ -73,6 +73,7 @@ class Broker {
 public:
     explicit Broker(std::vector<std::string> options = {});
     const std::string &socket() const { return socket_; }
+    void open_to_all(); // who may reach the socket
     pid_t pid() const { return child_->pid(); }
     bool running() { return child_->running(); }
     void stop(); // at once, as a crash would
@@ -92,6 +93,7 @@ private:
 class RawClient {
 public:
     explicit RawClient(const std::string &socket, bool read_hello = true);
+    RawClient(const std::string &socket, uid_t user); // connects as this user
     explicit RawClient(int connected_fd);
     ~RawClient();
     RawClient(const RawClient &) = delete;
@@ -99,7 +101,8 @@ public:
 
     void send(const Bytes &bytes);
     bool try_send(const Bytes &bytes); // false when the other side is gone or takes no more
-    Bytes receive();                   // the next whole message
+    void send_with_descriptors(const Bytes &bytes, const std::vector<int> &descriptors);
+    Bytes receive(); // the next whole message
     Bytes read_exactly(size_t count);
     bool silent(std::chrono::milliseconds time = std::chrono::milliseconds{100});
     bool closed_by_peer(); // within the patience; unread data is skipped
@@ -115,6 +118,8 @@ private:
 };
 
 int status_of(const Bytes &message);
+// The word that an attribute of a message holds.
+uint32_t id_in(const Bytes &message, int attribute = UBUS_ATTR_OBJID);
 
 // True as soon as the condition holds, false when the patience is over.
 bool wait_until(const std::function<bool()> &condition);

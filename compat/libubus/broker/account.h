@@ -1,0 +1,39 @@
+// Budgets: what the clients of one user may hold of the broker at a time. Root has no account and no limit.
+#pragma once
+
+#include <libubox/list.h>
+#include <stddef.h>
+#include <sys/types.h>
+
+namespace broker {
+
+struct Cost {
+    size_t connections = 0;
+    size_t descriptors = 0; // that wait in a queue
+    size_t bytes = 0;       // received in part, queued, or kept as text and signature
+    size_t objects = 0;
+    size_t types = 0;
+    size_t subscriptions = 0; // to objects and to patterns of events
+
+    bool operator==(const Cost &) const = default;
+};
+
+// Lives as long as anything is charged to it.
+struct Account {
+    list_head list;
+    uid_t uid;
+    Cost used;
+};
+
+// Sets the share of all users together by the number of descriptors that this process may have.
+void accounts_open();
+
+// Charges a user's first or next connection. *account is null for root. False when a budget is used up or
+// memory is missing.
+bool account_join(uid_t uid, Account **account);
+// Both take null for root. charge is false, and nothing is charged, when a budget of the user or the share of
+// all users does not allow it.
+bool charge(Account *account, const Cost &cost);
+void discharge(Account *account, const Cost &cost);
+
+} // namespace broker
