@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <poll.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <sys/socket.h>
@@ -19,9 +20,11 @@ namespace {
 
 constexpr int backlog = 128;
 constexpr int accepts_per_turn = 16;
+constexpr int answer_ms = 1000;
 
 uloop_fd listener = {};
 sockaddr_un address = {};
+struct stat own_file = {}; // the socket as it was made
 // Given up for a moment when no descriptor is left, so that the waiting client can be turned away.
 int reserve_fd = -1;
 
@@ -92,6 +95,86 @@ void on_connection(uloop_fd *, unsigned int)
     }
 }
 
+// Whether a broker serves the address: 0 if not, EADDRINUSE if one greets, ECONNRESET if one hangs up, or
+// what has failed.
+int probe(int fd)
+{
+    const timeval patience = {answer_ms / 1000, 0};
+    // Connecting waits, too, where a broker that stands still has not accepted those before.
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    int result;
+    do {
+        result = connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    } while (result < 0 && errno == EINTR);
+    if (result < 0) {
+        return errno == ECONNREFUSED || errno == EAGAIN || errno == ENOENT ? 0 : errno;
+    }
+    pollfd greeting = {fd, POLLIN, 0};
+    do {
+        result = poll(&greeting, 1, answer_ms);
+    } while (result < 0 && errno == EINTR);
+    if (result <= 0) {
+        return result < 0 ? errno : 0;
+    }
+    char first;
+    return recv(fd, &first, sizeof(first), MSG_DONTWAIT) > 0 ? EADDRINUSE : ECONNRESET;
+}
+
+// Removes the socket of a broker that is gone or does not answer; 0 or an errno value.
+int clear_path()
+{
+    struct stat info = {};
+    if (lstat(address.sun_path, &info) < 0) {
+        return errno == ENOENT ? 0 : errno;
+    }
+    if (!S_ISSOCK(info.st_mode)) {
+        return ENOTSOCK;
+    }
+    // One that ends just now hangs up once; one without descriptors does so each time.
+    int error = ECONNRESET;
+    for (int tries = 0; tries < 3 && error == ECONNRESET; tries++) {
+        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        error = fd < 0 ? errno : probe(fd);
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+    if (error) {
+        return error == ECONNRESET ? EADDRINUSE : error;
+    }
+    return unlink(address.sun_path) < 0 && errno != ENOENT ? errno : 0;
+}
+
+void remove_own_file()
+{
+    struct stat info = {};
+    if (lstat(address.sun_path, &info) == 0 && info.st_dev == own_file.st_dev &&
+        info.st_ino == own_file.st_ino) {
+        unlink(address.sun_path);
+    }
+}
+
+// 0 or an errno value.
+int listen_at_address()
+{
+    if (const int error = clear_path()) {
+        return error;
+    }
+    const mode_t old_mask = umask(0111);
+    const int bound = bind(listener.fd, reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    umask(old_mask);
+    if (bound < 0) {
+        return errno;
+    }
+    if (lstat(address.sun_path, &own_file) < 0 || listen(listener.fd, backlog) < 0 ||
+        uloop_fd_add(&listener, ULOOP_READ) < 0) {
+        const int error = errno;
+        remove_own_file();
+        return error;
+    }
+    return 0;
+}
+
 } // namespace
 
 int server_open(const char *path)
@@ -108,14 +191,10 @@ int server_open(const char *path)
     listener.cb = on_connection;
     listener.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
 
-    unlink(path);
-    const mode_t old_mask = umask(0111);
-    const bool open_for_business =
-        listener.fd >= 0 && bind(listener.fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0 &&
-        listen(listener.fd, backlog) == 0 && uloop_fd_add(&listener, ULOOP_READ) == 0;
-    umask(old_mask);
-    if (!open_for_business) {
-        fprintf(stderr, "ubusd: cannot listen on %s: %s\n", path, strerror(errno));
+    own_file = {};
+    const int error = listener.fd < 0 ? errno : listen_at_address();
+    if (error) {
+        fprintf(stderr, "ubusd: cannot listen on %s: %s\n", path, strerror(error));
         if (listener.fd >= 0) {
             close(listener.fd);
         }
@@ -129,11 +208,12 @@ int server_open(const char *path)
 void server_close()
 {
     uloop_fd_delete(&listener);
+    // As long as the descriptor is open, no other file can have the number of ours.
+    remove_own_file();
     close(listener.fd);
     if (reserve_fd >= 0) {
         close(reserve_fd);
     }
-    unlink(address.sun_path);
 }
 
 } // namespace broker
