@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <poll.h>
 #include <sched.h>
 #include <set>
 #include <sys/prctl.h>
@@ -60,7 +59,7 @@ public:
 
     void run()
     {
-        channel_.send(FrameType::Note, 0, "ready");
+        channel_.send(FrameType::note, 0, "ready");
         loop_.run();
     }
 
@@ -76,33 +75,33 @@ private:
     Channel channel_;
     Executor executor_;
     pid_t board_ = 0;
-    Fd board_fd_;
+    UniqueFd board_fd_;
     std::unique_ptr<Channel> board_channel_;
     std::set<uint32_t> open_; // requests that the board has not answered yet
 };
 
 void Carrier::take(Frame frame)
 {
-    if (frame.type == FrameType::Up) {
+    if (frame.type == FrameType::up) {
         raise(frame.id, split_words(frame.payload, '\0'));
-    } else if (frame.type == FrameType::Down) {
+    } else if (frame.type == FrameType::down) {
         end_board();
-        channel_.send(FrameType::Exit, frame.id, "exit 0");
-    } else if (frame.type == FrameType::Exec &&
+        channel_.send(FrameType::exit, frame.id, "exit 0");
+    } else if (frame.type == FrameType::exec &&
                frame.payload.compare(0, 8, std::string("machine\0", 8)) == 0) {
         std::vector<std::string> words = split_words(frame.payload, '\0');
         words.erase(words.begin(), words.begin() + std::min<long>(2, static_cast<long>(words.size())));
         executor_.start(frame.id, machine_, std::move(words), std::chrono::milliseconds(0));
-    } else if (frame.type == FrameType::Exec && !board_channel_) {
-        channel_.send(FrameType::Exit, frame.id, "failed no board is up");
+    } else if (frame.type == FrameType::exec && !board_channel_) {
+        channel_.send(FrameType::exit, frame.id, "failed no board is up");
     } else {
         if (frame.type == FrameType::Stdin) {
             executor_.input(frame.id, frame.payload);
-        } else if (frame.type == FrameType::Kill && !frame.payload.empty()) {
+        } else if (frame.type == FrameType::kill && !frame.payload.empty()) {
             executor_.kill(frame.id, frame.payload[0]);
         }
         if (board_channel_) {
-            if (frame.type == FrameType::Exec) {
+            if (frame.type == FrameType::exec) {
                 open_.insert(frame.id);
             }
             board_channel_->send(frame.type, frame.id, frame.payload);
@@ -115,11 +114,11 @@ void Carrier::raise(uint32_t id, const std::vector<std::string> &words)
     end_board();
     std::array<int, 2> pair{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()) < 0) {
-        channel_.send(FrameType::Exit, id, std::string("failed socketpair: ") + std::strerror(errno));
+        channel_.send(FrameType::exit, id, std::string("failed socketpair: ") + std::strerror(errno));
         return;
     }
-    board_fd_ = Fd(pair[0]);
-    Fd theirs(pair[1]);
+    board_fd_ = UniqueFd(pair[0]);
+    UniqueFd theirs(pair[1]);
     constexpr unsigned long spaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS | CLONE_NEWPID;
     // as fork, with new name spaces from the first instruction on
     long pid = syscall(SYS_clone, spaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
@@ -135,7 +134,7 @@ void Carrier::raise(uint32_t id, const std::vector<std::string> &words)
         _exit(127);
     }
     if (pid < 0) {
-        channel_.send(FrameType::Exit, id, std::string("failed new name spaces: ") + std::strerror(errno));
+        channel_.send(FrameType::exit, id, std::string("failed new name spaces: ") + std::strerror(errno));
         return;
     }
     board_ = static_cast<pid_t>(pid);
@@ -143,7 +142,7 @@ void Carrier::raise(uint32_t id, const std::vector<std::string> &words)
     board_channel_ = std::make_unique<Channel>(
         loop_, board_fd_.get(), board_fd_.get(),
         [this](const Frame &frame) {
-            if (frame.type == FrameType::Exit) {
+            if (frame.type == FrameType::exit) {
                 open_.erase(frame.id);
             }
             channel_.send(frame.type, frame.id, frame.payload);
@@ -165,7 +164,7 @@ void Carrier::end_board()
     board_channel_.reset();
     board_fd_.reset();
     for (uint32_t id : open_) {
-        channel_.send(FrameType::Exit, id, "failed the board has ended");
+        channel_.send(FrameType::exit, id, "failed the board has ended");
     }
     open_.clear();
 }
@@ -174,7 +173,7 @@ void Carrier::board_gone()
 {
     if (board_ != 0 && board_channel_) {
         end_board();
-        channel_.send(FrameType::Note, 0, "the board has ended by itself");
+        channel_.send(FrameType::note, 0, "the board has ended by itself");
     }
 }
 
@@ -182,7 +181,7 @@ void Carrier::board_gone()
 int serve_board(const std::string &folder, const std::string &programs, const std::string &request)
 {
     auto id = static_cast<uint32_t>(std::strtoul(request.c_str(), nullptr, 10));
-    Fd channel(dup(0));
+    UniqueFd channel(dup(0));
     try {
         Plan plan = read_plan(folder + "/plan");
         check(sethostname("router", 6), "host name");
@@ -191,7 +190,7 @@ int serve_board(const std::string &folder, const std::string &programs, const st
         board.raise();
         board.run(id);
     } catch (const std::exception &error) {
-        std::string answer = frame_bytes(FrameType::Exit, id, std::string("failed ") + error.what());
+        std::string answer = frame_bytes(FrameType::exit, id, std::string("failed ") + error.what());
         return write(channel.get(), answer.data(), answer.size()) > 0 ? 1 : 2;
     }
     return 0;

@@ -1,6 +1,6 @@
 #include "ask.h"
 
-#include "fd.h"
+#include "check.h"
 
 #include <array>
 #include <cstdio>
@@ -27,7 +27,7 @@ bool write_all(int fd, const char *data, size_t size)
 
 int ask(const std::string &socket_path, const std::string &line, bool stream)
 {
-    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     socket_path.copy(address.sun_path, sizeof(address.sun_path) - 1);

@@ -17,7 +17,7 @@ Board::Board(Plan plan, int channel)
 
 void Board::run(uint32_t id)
 {
-    channel_.send(FrameType::Exit, id, "exit 0");
+    channel_.send(FrameType::exit, id, "exit 0");
     loop_.run();
 }
 
@@ -25,15 +25,15 @@ void Board::take(Frame frame)
 {
     if (frame.type == FrameType::Stdin) {
         executor_.input(frame.id, frame.payload);
-    } else if (frame.type == FrameType::Kill && !frame.payload.empty()) {
+    } else if (frame.type == FrameType::kill && !frame.payload.empty()) {
         executor_.kill(frame.id, frame.payload[0]);
         if (auto it = waiting_.find(frame.id); it != waiting_.end()) {
             answer(frame.id, "", 130);
         }
-    } else if (frame.type == FrameType::Exec) {
+    } else if (frame.type == FrameType::exec) {
         std::vector<std::string> words = split_words(frame.payload, '\0');
         if (words.size() < 3) {
-            channel_.send(FrameType::Exit, frame.id, "failed no command");
+            channel_.send(FrameType::exit, frame.id, "failed no command");
             return;
         }
         std::string where = words[0];
@@ -44,7 +44,7 @@ void Board::take(Frame frame)
         } else if (auto it = hosts_.find(where); it != hosts_.end()) {
             executor_.start(frame.id, it->second, std::move(words), limit);
         } else {
-            channel_.send(FrameType::Exit, frame.id, "failed no host is named " + where);
+            channel_.send(FrameType::exit, frame.id, "failed no host is named " + where);
         }
     }
 }
@@ -58,7 +58,7 @@ void Board::answer(uint32_t id, const std::string &text, int status)
     if (!text.empty()) {
         channel_.send(status == 0 ? FrameType::Stdout : FrameType::Stderr, id, text);
     }
-    channel_.send(FrameType::Exit, id, "exit " + std::to_string(status));
+    channel_.send(FrameType::exit, id, "exit " + std::to_string(status));
 }
 
 // What the board itself is asked: services | hosts | wait SECONDS TEXT | start, stop, restart NAME |

@@ -24,7 +24,7 @@ void bring_up_loopback()
 
 bool answers(const char *path)
 {
-    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::string(path).copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -56,7 +56,7 @@ void Board::raise()
 
 void Board::step(const std::string &text)
 {
-    channel_.send(FrameType::Note, 0, text);
+    channel_.send(FrameType::note, 0, text);
 }
 
 void Board::make_hosts()
@@ -81,7 +81,7 @@ void Board::start_switch()
 {
     std::array<int, 2> pair{};
     check(pipe2(pair.data(), O_CLOEXEC), "pipe");
-    Fd from(pair[0]), to(pair[1]);
+    UniqueFd from(pair[0]), to(pair[1]);
     services_.define("switch",
                      {"vswitch", "--regs", registers_path, "--phys", phys_path, "--control",
                       switch_control_path, "--cpu-ports", std::to_string(plan_.cpu_ports)},

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <fcntl.h>
-#include <poll.h>
 
 namespace lab {
 
@@ -12,9 +11,9 @@ Channel::Channel(Loop &loop, int in, int out, std::function<void(Frame)> frame, 
     for (int fd : {in_, out_}) {
         check(fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK), "control channel");
     }
-    loop_.watch(in_, POLLIN, [this](short events) { ready(in_, events); });
+    loop_.watch(in_, EPOLLIN, [this](uint32_t events) { ready(in_, events); });
     if (out_ != in_) {
-        loop_.watch(out_, 0, [this](short events) { ready(out_, events); });
+        loop_.watch(out_, 0, [this](uint32_t events) { ready(out_, events); });
     }
 }
 
@@ -28,10 +27,10 @@ Channel::~Channel()
 
 void Channel::listen()
 {
-    short in_events = paused_ ? 0 : POLLIN;
-    short out_events = sent_ < queue_.size() ? POLLOUT : 0;
+    const uint32_t in_events = paused_ ? 0U : uint32_t{EPOLLIN};
+    const uint32_t out_events = sent_ < queue_.size() ? uint32_t{EPOLLOUT} : 0U;
     if (in_ == out_) {
-        loop_.change(in_, static_cast<short>(in_events | out_events));
+        loop_.change(in_, in_events | out_events);
     } else {
         loop_.change(in_, in_events);
         loop_.change(out_, out_events);
@@ -46,14 +45,14 @@ void Channel::pause(bool paused)
     }
 }
 
-void Channel::ready(int fd, short events)
+void Channel::ready(int fd, uint32_t events)
 {
-    if ((events & POLLOUT) != 0) {
+    if ((events & EPOLLOUT) != 0) {
         transmit();
     }
-    if (!ended_ && fd == in_ && (events & (POLLIN | POLLHUP | POLLERR)) != 0) {
+    if (!ended_ && fd == in_ && (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0) {
         receive();
-    } else if (!ended_ && fd != in_ && (events & (POLLHUP | POLLERR)) != 0) {
+    } else if (!ended_ && fd != in_ && (events & (EPOLLHUP | EPOLLERR)) != 0) {
         end();
     }
 }

@@ -29,7 +29,7 @@ public:
 private:
     static constexpr size_t high_water = 1U << 20;
 
-    void ready(int fd, short events);
+    void ready(int fd, uint32_t events);
     void receive();
     void transmit();
     void end();

@@ -3,7 +3,6 @@
 #include <array>
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/wait.h>
 
 namespace lab {
@@ -19,7 +18,7 @@ constexpr std::chrono::milliseconds after_end{300};
 struct Executor::Job {
     uint32_t id = 0;
     pid_t pid = 0;
-    Fd in, out, err;
+    UniqueFd in, out, err;
     std::string pending;
     bool input_over = false, running = true, late = false;
     std::string result;
@@ -45,7 +44,7 @@ void Executor::start(uint32_t id, const Host &host, std::vector<std::string> wor
                      std::chrono::milliseconds limit)
 {
     if (words.empty() || jobs_.count(id) != 0) {
-        channel_.send(FrameType::Exit, id, "failed no command, or its id is in use");
+        channel_.send(FrameType::exit, id, "failed no command, or its id is in use");
         return;
     }
     auto owner = std::make_unique<Job>();
@@ -53,44 +52,44 @@ void Executor::start(uint32_t id, const Host &host, std::vector<std::string> wor
     job.id = id;
     std::array<int, 2> in{}, out{}, err{};
     if (pipe2(in.data(), O_CLOEXEC) < 0) {
-        channel_.send(FrameType::Exit, id, "failed no pipe");
+        channel_.send(FrameType::exit, id, "failed no pipe");
         return;
     }
-    Fd in_read(in[0]);
-    job.in = Fd(in[1]);
+    UniqueFd in_read(in[0]);
+    job.in = UniqueFd(in[1]);
     if (pipe2(out.data(), O_CLOEXEC) < 0) {
-        channel_.send(FrameType::Exit, id, "failed no pipe");
+        channel_.send(FrameType::exit, id, "failed no pipe");
         return;
     }
-    Fd out_write(out[1]);
-    job.out = Fd(out[0]);
+    UniqueFd out_write(out[1]);
+    job.out = UniqueFd(out[0]);
     if (pipe2(err.data(), O_CLOEXEC) < 0) {
-        channel_.send(FrameType::Exit, id, "failed no pipe");
+        channel_.send(FrameType::exit, id, "failed no pipe");
         return;
     }
-    Fd err_write(err[1]);
-    job.err = Fd(err[0]);
+    UniqueFd err_write(err[1]);
+    job.err = UniqueFd(err[0]);
     try {
         job.pid =
             spawn(host, Command{std::move(words), {}, in_read.get(), out_write.get(), err_write.get(), true});
     } catch (const std::exception &error) {
-        channel_.send(FrameType::Exit, id, std::string("failed ") + error.what());
+        channel_.send(FrameType::exit, id, std::string("failed ") + error.what());
         return;
     }
-    for (const Fd *fd : {&job.in, &job.out, &job.err}) {
+    for (const UniqueFd *fd : {&job.in, &job.out, &job.err}) {
         fcntl(fd->get(), F_SETFL, O_NONBLOCK);
     }
     jobs_[id] = std::move(owner);
-    short listen = channel_.congested() ? 0 : POLLIN;
-    loop_.watch(job.in.get(), 0, [this, &job](short events) {
-        if ((events & POLLERR) != 0) { // nobody reads any more
+    const uint32_t listen = channel_.congested() ? 0U : uint32_t{EPOLLIN};
+    loop_.watch(job.in.get(), 0, [this, &job](uint32_t events) {
+        if ((events & EPOLLERR) != 0) { // nobody reads any more
             job.pending.clear();
             job.input_over = true;
         }
         stdin_ready(job);
     });
-    loop_.watch(job.out.get(), listen, [this, &job](short) { output_ready(job, false); });
-    loop_.watch(job.err.get(), listen, [this, &job](short) { output_ready(job, true); });
+    loop_.watch(job.out.get(), listen, [this, &job](uint32_t) { output_ready(job, false); });
+    loop_.watch(job.err.get(), listen, [this, &job](uint32_t) { output_ready(job, true); });
     loop_.on_child(job.pid, [this, &job](int status) { ended(job, status); });
     if (limit.count() > 0) {
         job.limit = loop_.after(limit, [this, id, &job] {
@@ -122,7 +121,7 @@ void Executor::stdin_ready(Job &job)
     while (!job.pending.empty()) {
         ssize_t n = write(job.in.get(), job.pending.data(), job.pending.size());
         if (n < 0 && errno == EAGAIN) {
-            loop_.change(job.in.get(), POLLOUT);
+            loop_.change(job.in.get(), EPOLLOUT);
             return;
         }
         if (n < 0 && errno != EINTR) {
@@ -141,7 +140,7 @@ void Executor::stdin_ready(Job &job)
 
 void Executor::output_ready(Job &job, bool error)
 {
-    Fd &fd = error ? job.err : job.out;
+    UniqueFd &fd = error ? job.err : job.out;
     std::array<char, 32768> buffer{};
     ssize_t n = read(fd.get(), buffer.data(), buffer.size());
     if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
@@ -162,9 +161,9 @@ void Executor::output_ready(Job &job, bool error)
 void Executor::hold_back(bool hold)
 {
     for (auto &[id, job] : jobs_) {
-        for (const Fd *fd : {&job->out, &job->err}) {
+        for (const UniqueFd *fd : {&job->out, &job->err}) {
             if (*fd) {
-                loop_.change(fd->get(), hold ? 0 : POLLIN);
+                loop_.change(fd->get(), hold ? 0U : uint32_t{EPOLLIN});
             }
         }
     }
@@ -172,7 +171,7 @@ void Executor::hold_back(bool hold)
 
 void Executor::close_output(Job &job, bool error)
 {
-    Fd &fd = error ? job.err : job.out;
+    UniqueFd &fd = error ? job.err : job.out;
     if (fd) {
         loop_.forget(fd.get());
         fd.reset();
@@ -215,7 +214,7 @@ void Executor::finish_if_done(Job &job)
     if (job.in) {
         loop_.forget(job.in.get());
     }
-    channel_.send(FrameType::Exit, job.id, job.result);
+    channel_.send(FrameType::exit, job.id, job.result);
     jobs_.erase(job.id);
 }
 

@@ -1,6 +1,6 @@
 #include "files.h"
 
-#include "fd.h"
+#include "check.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -26,14 +26,14 @@ void write_all(int fd, std::string_view text, const std::string &path)
 
 void write_with(const std::string &path, std::string_view text, int flags, unsigned mode)
 {
-    Fd fd(check(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, mode), path));
+    UniqueFd fd(check(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, mode), path));
     write_all(fd.get(), text, path);
 }
 
 void copy_file(const std::string &from, const std::string &to, unsigned mode)
 {
-    Fd in(check(open(from.c_str(), O_RDONLY | O_CLOEXEC), from));
-    Fd out(check(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600), to));
+    UniqueFd in(check(open(from.c_str(), O_RDONLY | O_CLOEXEC), from));
+    UniqueFd out(check(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600), to));
     std::vector<char> buffer(1U << 16);
     ssize_t n = 0;
     while ((n = read(in.get(), buffer.data(), buffer.size())) > 0) {

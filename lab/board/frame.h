@@ -18,15 +18,15 @@
 namespace lab {
 
 enum class FrameType : uint8_t {
-    Exec = 1,
+    exec = 1,
     Stdin = 2,
-    Kill = 3,
-    Up = 4,
-    Down = 5,
+    kill = 3,
+    up = 4,
+    down = 5,
     Stdout = 16,
     Stderr = 17,
-    Exit = 18,
-    Note = 19,
+    exit = 18,
+    note = 19,
 };
 
 struct Frame {

@@ -13,10 +13,10 @@
 namespace lab {
 namespace {
 
-Fd open_space(const std::string &process, const char *what, int flags = O_RDONLY)
+UniqueFd open_space(const std::string &process, const char *what, int flags = O_RDONLY)
 {
     std::string path = "/proc/" + process + "/" + what;
-    return Fd(check(open(path.c_str(), flags | O_CLOEXEC), path));
+    return UniqueFd(check(open(path.c_str(), flags | O_CLOEXEC), path));
 }
 
 void place(int fd, int target)
@@ -92,7 +92,7 @@ Host Host::create(const std::string &name, const std::function<void()> &prepare)
 {
     std::array<int, 2> pair{};
     check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), "socketpair");
-    Fd mine(pair[0]), theirs(pair[1]);
+    UniqueFd mine(pair[0]), theirs(pair[1]);
     pid_t pid = check(fork(), "fork");
     if (pid == 0) {
         mine.reset();
@@ -157,9 +157,9 @@ Outcome run_now(const Host &host, const std::vector<std::string> &words, const s
 {
     std::array<int, 2> in{}, out{};
     check(pipe2(in.data(), O_CLOEXEC), "pipe");
-    Fd in_read(in[0]), in_write(in[1]);
+    UniqueFd in_read(in[0]), in_write(in[1]);
     check(pipe2(out.data(), O_CLOEXEC), "pipe");
-    Fd out_read(out[0]), out_write(out[1]);
+    UniqueFd out_read(out[0]), out_write(out[1]);
     pid_t pid = spawn(host, Command{words, {}, in_read.get(), out_write.get(), out_write.get(), false});
     in_read.reset();
     out_write.reset();

@@ -2,7 +2,7 @@
 // The places where commands run: the router and the hosts around it, each with its own network, mount and
 // host name spaces below the board's own. A Host keeps them alive by descriptors; no process need live in it.
 
-#include "fd.h"
+#include "check.h"
 
 #include <functional>
 #include <string>
@@ -27,7 +27,7 @@ public:
 
 private:
     std::string name_;
-    Fd net_, mount_, uts_, root_;
+    UniqueFd net_, mount_, uts_, root_;
 };
 
 struct Command {

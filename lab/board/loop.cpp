@@ -1,10 +1,8 @@
 #include "loop.h"
 
 #include <csignal>
-#include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
-#include <vector>
 
 namespace lab {
 
@@ -14,8 +12,8 @@ Loop::Loop()
     sigemptyset(&set);
     sigaddset(&set, SIGCHLD);
     check(sigprocmask(SIG_BLOCK, &set, nullptr), "blocking SIGCHLD");
-    signals_ = Fd(check(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
-    watch(signals_.get(), POLLIN, [this](short) {
+    signals_ = UniqueFd(check(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+    watch(signals_.get(), EPOLLIN, [this](uint32_t) {
         signalfd_siginfo info;
         while (read(signals_.get(), &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
         }
@@ -23,42 +21,10 @@ Loop::Loop()
     });
 }
 
-void Loop::watch(int fd, short events, FdHandler handler)
+void Loop::watch(int fd, uint32_t events, EventLoop::Handler handler)
 {
-    watches_[fd] = Watch{events, std::move(handler), ++generation_};
-}
-
-void Loop::change(int fd, short events)
-{
-    if (auto it = watches_.find(fd); it != watches_.end()) {
-        it->second.events = events;
-    }
-}
-
-void Loop::forget(int fd)
-{
-    watches_.erase(fd);
-}
-
-void Loop::on_child(pid_t pid, ChildHandler handler)
-{
-    children_[pid] = std::move(handler);
-}
-
-Loop::TimerId Loop::after(std::chrono::milliseconds delay, std::function<void()> handler)
-{
-    TimerId id = next_timer_++;
-    timers_.emplace(Clock::now() + delay, Timer{id, std::move(handler)});
-    return id;
-}
-
-void Loop::cancel(TimerId id)
-{
-    for (auto it = timers_.begin(); it != timers_.end(); ++it) {
-        if (it->second.id == id) {
-            timers_.erase(it);
-            return;
-        }
+    if (!events_.add(fd, events, std::move(handler))) {
+        fail("watching a descriptor");
     }
 }
 
@@ -78,49 +44,11 @@ void Loop::reap()
     }
 }
 
-void Loop::run_timers()
-{
-    while (!timers_.empty() && timers_.begin()->first <= Clock::now()) {
-        std::function<void()> handler = std::move(timers_.begin()->second.handler);
-        timers_.erase(timers_.begin());
-        handler();
-    }
-}
-
-int Loop::poll_timeout() const
-{
-    if (timers_.empty()) {
-        return -1;
-    }
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first - Clock::now()).count();
-    return left < 0 ? 0 : static_cast<int>(std::min<long long>(left, 60000));
-}
-
 void Loop::run()
 {
     reap(); // a child may have ended before the loop began to listen
-    while (running_) {
-        std::vector<pollfd> fds;
-        std::vector<unsigned> generations;
-        for (const auto &[fd, item] : watches_) {
-            fds.push_back(pollfd{fd, item.events, 0});
-            generations.push_back(item.generation);
-        }
-        if (poll(fds.data(), fds.size(), poll_timeout()) < 0 && errno != EINTR) {
-            fail("poll");
-        }
-        for (size_t i = 0; i < fds.size() && running_; i++) {
-            if (fds[i].revents == 0) {
-                continue;
-            }
-            // an earlier handler may have closed this descriptor and another taken its number
-            auto it = watches_.find(fds[i].fd);
-            if (it != watches_.end() && it->second.generation == generations[i]) {
-                FdHandler handler = it->second.handler;
-                handler(fds[i].revents);
-            }
-        }
-        run_timers();
+    if (!events_.run()) {
+        fail("waiting for events");
     }
 }
 

@@ -1,62 +1,48 @@
+// The board's event loop: descriptors, timers and ended children.
+//
+// Errors: everything throws that the kernel refuses; run() returns after stop() only.
 #pragma once
-// A small event loop: descriptors, timers and ended children. One thread; handlers may add and remove
-// anything.
 
-#include "fd.h"
+#include "../hw/event_loop.h"
+#include "check.h"
 
-#include <chrono>
 #include <functional>
 #include <map>
+#include <sys/epoll.h>
 #include <sys/types.h>
 
 namespace lab {
 
-using Clock = std::chrono::steady_clock;
-
 class Loop {
 public:
-    using FdHandler = std::function<void(short events)>;
     using ChildHandler = std::function<void(int wait_status)>;
-    using TimerId = unsigned;
+    using TimerId = EventLoop::TimerId;
 
     // Blocks SIGCHLD in this process; children must be started with the signal mask reset (see spawn).
     Loop();
 
-    // events as for poll(2); 0 keeps the descriptor known without asking for anything but errors.
-    void watch(int fd, short events, FdHandler handler);
-    void change(int fd, short events);
-    void forget(int fd);
+    // events as for epoll_ctl(2); 0 keeps a descriptor for its errors alone.
+    void watch(int fd, uint32_t events, EventLoop::Handler handler);
+    void change(int fd, uint32_t events) { events_.change(fd, events); }
+    void forget(int fd) { events_.remove(fd); }
 
-    void on_child(pid_t pid, ChildHandler handler);
+    void on_child(pid_t pid, ChildHandler handler) { children_[pid] = std::move(handler); }
 
-    TimerId after(std::chrono::milliseconds delay, std::function<void()> handler);
-    void cancel(TimerId id);
+    TimerId after(std::chrono::milliseconds delay, std::function<void()> handler)
+    {
+        return events_.after(delay, std::move(handler));
+    }
+    void cancel(TimerId id) { events_.cancel(id); }
 
     void run();
-    void stop() { running_ = false; }
+    void stop() { events_.stop(); }
 
 private:
-    struct Watch {
-        short events;
-        FdHandler handler;
-        unsigned generation;
-    };
-    struct Timer {
-        TimerId id;
-        std::function<void()> handler;
-    };
-
     void reap();
-    void run_timers();
-    int poll_timeout() const;
 
-    Fd signals_;
-    std::map<int, Watch> watches_;
+    EventLoop events_;
+    UniqueFd signals_;
     std::map<pid_t, ChildHandler> children_;
-    std::multimap<Clock::time_point, Timer> timers_;
-    TimerId next_timer_ = 1;
-    unsigned generation_ = 0;
-    bool running_ = true;
 };
 
 } // namespace lab

@@ -29,7 +29,7 @@ void Services::start(const std::string &name, int out)
         throw std::runtime_error(name + " is running already");
     }
     std::string path = "/var/log/" + name + ".log";
-    Fd log(check(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), path));
+    UniqueFd log(check(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), path));
     service.begun = Clock::now();
     service.pid = spawn(
         router_, Command{service.words, service.environment, -1, out < 0 ? log.get() : out, log.get(), true});

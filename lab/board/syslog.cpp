@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdio>
 #include <fcntl.h>
-#include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -59,7 +58,7 @@ std::string split_message(std::string_view &message)
 
 Syslog::Syslog(Loop &loop, const std::string &socket_path, const std::string &file_path)
 {
-    socket_ = Fd(check(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "system log"));
+    socket_ = UniqueFd(check(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "system log"));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     socket_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -68,8 +67,9 @@ Syslog::Syslog(Loop &loop, const std::string &socket_path, const std::string &fi
     check(chmod(socket_path.c_str(), 0666), socket_path);
     int size = 1 << 20;
     setsockopt(socket_.get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
-    file_ = Fd(check(open(file_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), file_path));
-    loop.watch(socket_.get(), POLLIN, [this](short) { receive(); });
+    file_ =
+        UniqueFd(check(open(file_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), file_path));
+    loop.watch(socket_.get(), EPOLLIN, [this](uint32_t) { receive(); });
 }
 
 void Syslog::receive()

@@ -5,7 +5,7 @@
 // A line is "SECONDS LEVEL TAG[PID]: TEXT", seconds since the board began, control characters as \n, \r,
 // \xNN.
 
-#include "fd.h"
+#include "check.h"
 #include "loop.h"
 
 #include <functional>
@@ -39,7 +39,7 @@ private:
     void receive();
     void take(const std::string &level, const std::string &text);
 
-    Fd socket_, file_;
+    UniqueFd socket_, file_;
     Clock::time_point began_ = Clock::now();
     std::list<Line> lines_;
     std::list<Waiter> waiters_;

@@ -1,6 +1,6 @@
 #include "world.h"
 
-#include "fd.h"
+#include "check.h"
 #include "files.h"
 
 #include <array>

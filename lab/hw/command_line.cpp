@@ -41,7 +41,7 @@ bool CommandLine::parse(int argc, char **argv) const
             fputs(usage_, stderr);
             exit(2);
         }
-        options_.at(static_cast<size_t>(choice)).take(optarg ? optarg : "");
+        options_.at(static_cast<size_t>(choice)).take(optarg != nullptr ? optarg : "");
     }
     return optind == argc;
 }

@@ -89,8 +89,8 @@ std::string set_power(VirtualSwitch &device, unsigned port, const std::vector<st
 
 ControlServer::~ControlServer()
 {
-    if (listener) {
-        unlink(path.c_str());
+    if (listener_) {
+        unlink(path_.c_str());
     }
 }
 
@@ -105,38 +105,38 @@ std::string ControlServer::listen(const std::string &socket_path)
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     unlink(socket_path.c_str());
     if (!fd || bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) < 0 ||
-        ::listen(fd.get(), 16) < 0 || !loop.add(fd.get(), EPOLLIN, [this](uint32_t) { accept_all(); })) {
+        ::listen(fd.get(), 16) < 0 || !loop_.add(fd.get(), EPOLLIN, [this](uint32_t) { accept_all(); })) {
         return "cannot listen on " + socket_path + ": " + strerror(errno);
     }
-    listener = std::move(fd);
-    path = socket_path;
+    listener_ = std::move(fd);
+    path_ = socket_path;
     return "";
 }
 
 void ControlServer::accept_all()
 {
     for (;;) {
-        UniqueFd accepted(accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        UniqueFd accepted(accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!accepted) {
             return;
         }
         const int fd = accepted.get();
-        if (loop.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
-            connections[fd].fd = std::move(accepted);
+        if (loop_.add(fd, EPOLLIN, [this, fd](uint32_t events) { serve(fd, events); })) {
+            connections_[fd].fd = std::move(accepted);
         }
     }
 }
 
 void ControlServer::finish(int fd)
 {
-    device.unwatch(fd);
-    loop.remove(fd);
-    connections.erase(fd);
+    device_.unwatch(fd);
+    loop_.remove(fd);
+    connections_.erase(fd);
 }
 
 void ControlServer::serve(int fd, uint32_t events)
 {
-    Connection &connection = connections.at(fd);
+    Connection &connection = connections_.at(fd);
     if (events & EPOLLOUT) {
         drain(connection);
     }
@@ -148,7 +148,7 @@ void ControlServer::serve(int fd, uint32_t events)
     if (connection.dead || (connection.ended && connection.output.empty())) {
         finish(fd);
     } else if (connection.ended) {
-        loop.change(fd, EPOLLOUT);
+        loop_.change(fd, EPOLLOUT);
     }
 }
 
@@ -215,13 +215,13 @@ void ControlServer::drain(Connection &connection)
     uint32_t interest = 0;
     interest |= connection.ended ? 0U : EPOLLIN;
     interest |= connection.output.empty() ? 0U : EPOLLOUT;
-    loop.change(connection.fd.get(), interest);
+    loop_.change(connection.fd.get(), interest);
 }
 
 std::string ControlServer::start_capture(Connection &connection, unsigned port)
 {
     connection.capturing = true;
-    device.watch(port, connection.fd.get(), [this, &connection](std::span<const uint8_t> frame) {
+    device_.watch(port, connection.fd.get(), [this, &connection](std::span<const uint8_t> frame) {
         if (connection.output.size() < capture_backlog) {
             send(connection, pcap_record(frame));
         }
@@ -234,20 +234,20 @@ std::string ControlServer::execute(Connection &connection, const std::string &li
     const std::vector<std::string> words = words_of(line);
     const std::string command = words.empty() ? "" : words[0];
     if (command == "status" && words.size() == 1) {
-        device.follow_links();
-        return status_json(device);
+        device_.follow_links();
+        return status_json(device_);
     }
     if (command == "mac" && words.size() == 1) {
-        return mac_json(device);
+        return mac_json(device_);
     }
     if (command == "flush" && words.size() == 1) {
-        device.forwarder().mac_table().flush();
+        device_.forwarder().mac_table().flush();
         return done;
     }
     if (command != "link" && command != "power" && command != "capture") {
         return error_json("unknown command; known: link, power, status, mac, flush, capture");
     }
-    const int port = words.size() > 1 ? parse_port(device.forwarder(), words[1]) : -1;
+    const int port = words.size() > 1 ? parse_port(device_.forwarder(), words[1]) : -1;
     if (port < 0) {
         return error_json("no such port");
     }
@@ -258,8 +258,8 @@ std::string ControlServer::execute(Connection &connection, const std::string &li
     if (port >= static_cast<int>(front_ports)) {
         return error_json("a CPU-side port has no cable and no PHY");
     }
-    return command == "link" ? set_link(device, static_cast<unsigned>(port), words)
-                             : set_power(device, static_cast<unsigned>(port), words);
+    return command == "link" ? set_link(device_, static_cast<unsigned>(port), words)
+                             : set_power(device_, static_cast<unsigned>(port), words);
 }
 
 } // namespace lab

@@ -23,7 +23,7 @@ namespace lab {
 class ControlServer {
 public:
     ControlServer(EventLoop &event_loop, VirtualSwitch &virtual_switch)
-        : loop(event_loop), device(virtual_switch)
+        : loop_(event_loop), device_(virtual_switch)
     {}
     ~ControlServer();
 
@@ -50,11 +50,11 @@ private:
     std::string execute(Connection &connection, const std::string &line);
     std::string start_capture(Connection &connection, unsigned port);
 
-    EventLoop &loop;
-    VirtualSwitch &device;
-    std::string path;
-    UniqueFd listener;
-    std::unordered_map<int, Connection> connections;
+    EventLoop &loop_;
+    VirtualSwitch &device_;
+    std::string path_;
+    UniqueFd listener_;
+    std::unordered_map<int, Connection> connections_;
 };
 
 } // namespace lab

@@ -1,5 +1,6 @@
 #include "event_loop.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sys/epoll.h>
@@ -8,54 +9,96 @@ namespace lab {
 
 namespace {
 
-bool control(int epoll, int operation, int fd, uint32_t events)
-{
-    epoll_event event{};
-    event.events = events;
-    event.data.fd = fd;
-    return epoll_ctl(epoll, operation, fd, &event) == 0;
-}
+constexpr long long longest_wait_ms = 60'000;
 
 } // namespace
 
-EventLoop::EventLoop() : epoll(epoll_create1(EPOLL_CLOEXEC)) {}
+EventLoop::EventLoop() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
+
+bool EventLoop::control(int operation, int fd, uint32_t events)
+{
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = uint64_t{watches_[fd].generation} << 32 | static_cast<uint32_t>(fd);
+    return epoll_ctl(epoll_.get(), operation, fd, &event) == 0;
+}
 
 bool EventLoop::add(int fd, uint32_t events, Handler handler)
 {
-    if (!control(epoll.get(), EPOLL_CTL_ADD, fd, events)) {
-        return false;
+    watches_[fd] = Watch{++generation_, std::make_shared<Handler>(std::move(handler))};
+    if (control(EPOLL_CTL_ADD, fd, events)) {
+        return true;
     }
-    handlers[fd] = std::make_shared<Handler>(std::move(handler));
-    return true;
+    watches_.erase(fd);
+    return false;
 }
 
 bool EventLoop::change(int fd, uint32_t events)
 {
-    return control(epoll.get(), EPOLL_CTL_MOD, fd, events);
+    return watches_.count(fd) != 0 && control(EPOLL_CTL_MOD, fd, events);
 }
 
 void EventLoop::remove(int fd)
 {
-    control(epoll.get(), EPOLL_CTL_DEL, fd, 0);
-    handlers.erase(fd);
+    if (watches_.erase(fd) != 0) {
+        epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    }
+}
+
+EventLoop::TimerId EventLoop::after(std::chrono::milliseconds delay, std::function<void()> handler)
+{
+    const TimerId id = next_timer_++;
+    timers_.emplace(Clock::now() + delay, Timer{id, std::move(handler)});
+    return id;
+}
+
+void EventLoop::cancel(TimerId id)
+{
+    std::erase_if(timers_, [id](const auto &item) { return item.second.id == id; });
+}
+
+void EventLoop::run_timers()
+{
+    while (!stopping_ && !timers_.empty() && timers_.begin()->first <= Clock::now()) {
+        const std::function<void()> handler = std::move(timers_.begin()->second.handler);
+        timers_.erase(timers_.begin());
+        handler();
+    }
+}
+
+int EventLoop::timeout() const
+{
+    if (timers_.empty()) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, longest_wait_ms));
+}
+
+void EventLoop::call(uint64_t key, uint32_t events)
+{
+    const auto found = watches_.find(static_cast<int>(key & UINT32_MAX));
+    // An earlier handler of this round may have removed the descriptor, and another may have its number now.
+    if (found != watches_.end() && found->second.generation == key >> 32) {
+        const auto handler = found->second.handler; // keeps it alive while it removes itself
+        (*handler)(events);
+    }
 }
 
 bool EventLoop::run()
 {
     std::array<epoll_event, 16> events{};
-    while (!stopping) {
-        const int ready = epoll_wait(epoll.get(), events.data(), static_cast<int>(events.size()), -1);
+    while (!stopping_) {
+        const int ready = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout());
         if (ready < 0 && errno != EINTR) {
             return false;
         }
-        for (int i = 0; i < ready && !stopping; i++) {
-            const auto found = handlers.find(events[static_cast<size_t>(i)].data.fd);
-            if (found == handlers.end()) {
-                continue; // removed by a handler before it in this round
-            }
-            const auto handler = found->second; // keeps it alive while it removes itself
-            (*handler)(events[static_cast<size_t>(i)].events);
+        for (int i = 0; i < ready && !stopping_; ++i) {
+            const auto &event = events[static_cast<size_t>(i)];
+            call(event.data.u64, event.events);
         }
+        run_timers();
     }
     return true;
 }

@@ -68,20 +68,20 @@ const char *drop_name(Drop reason)
 }
 
 Forwarder::Forwarder(SwitchRegs registers, unsigned cpu_ports)
-    : regs(registers), existing(static_cast<uint8_t>(front_mask_all | bit(cpu_port) |
-                                                     (cpu_ports > 1 ? bit(second_cpu_port) : 0))),
-      active(existing)
+    : regs_(registers), existing_(static_cast<uint8_t>(front_mask_all | bit(cpu_port) |
+                                                       (cpu_ports > 1 ? bit(second_cpu_port) : 0))),
+      active_(existing_)
 {}
 
 void Forwarder::set_link(uint8_t front_mask)
 {
     const auto now_active =
-        static_cast<uint8_t>((existing & ~front_mask_all) | (front_mask & front_mask_all));
-    const auto gone = static_cast<uint8_t>(active & ~now_active);
-    active = now_active;
+        static_cast<uint8_t>((existing_ & ~front_mask_all) | (front_mask & front_mask_all));
+    const auto gone = static_cast<uint8_t>(active_ & ~now_active);
+    active_ = now_active;
     for (unsigned port = 0; gone != 0 && port < front_ports; port++) {
         if (gone & bit(port)) {
-            macs.flush_port(port);
+            macs_.flush_port(port);
         }
     }
 }
@@ -109,11 +109,11 @@ bool Forwarder::classify(unsigned in_port, std::span<const uint8_t> frame, Class
             reason = Drop::cpu_untagged;
             return false;
         }
-        vid = vlans.pvid(in_port);
+        vid = vlans_.pvid(in_port);
         result.tci = static_cast<uint16_t>((result.tci & 0xf000) | vid);
     }
-    result.entry = vlans.find(vid);
-    if (!result.entry) {
+    result.entry = vlans_.find(vid);
+    if (result.entry == nullptr) {
         reason = Drop::unknown_vlan;
         return false;
     }
@@ -127,9 +127,9 @@ bool Forwarder::classify(unsigned in_port, std::span<const uint8_t> frame, Class
 uint8_t Forwarder::destinations(unsigned in_port, const Classified &frame_class,
                                 std::span<const uint8_t> frame, uint64_t now_ms, Drop &reason) const
 {
-    const auto members = static_cast<uint8_t>(frame_class.entry->members & active);
+    const auto members = static_cast<uint8_t>(frame_class.entry->members & active_);
     if (!group_address(frame, 0)) {
-        const int port = macs.find(frame_class.entry->vid, address_at(frame, 0), now_ms);
+        const int port = macs_.find(frame_class.entry->vid, address_at(frame, 0), now_ms);
         if (port == static_cast<int>(in_port)) {
             reason = Drop::same_port;
             return 0;
@@ -149,13 +149,13 @@ uint8_t Forwarder::destinations(unsigned in_port, const Classified &frame_class,
 std::span<const uint8_t> Forwarder::tagged_form(const Classified &frame_class, std::span<const uint8_t> frame)
 {
     const size_t rest = frame_class.tagged ? addresses + tag_size : addresses;
-    memcpy(with_tag.data(), frame.data(), addresses);
-    with_tag[addresses] = 0x81;
-    with_tag[addresses + 1] = 0x00;
-    with_tag[addresses + 2] = static_cast<uint8_t>(frame_class.tci >> 8);
-    with_tag[addresses + 3] = static_cast<uint8_t>(frame_class.tci & 0xff);
-    memcpy(with_tag.data() + addresses + tag_size, frame.data() + rest, frame.size() - rest);
-    return {with_tag.data(), frame.size() - rest + addresses + tag_size};
+    memcpy(with_tag_.data(), frame.data(), addresses);
+    with_tag_[addresses] = 0x81;
+    with_tag_[addresses + 1] = 0x00;
+    with_tag_[addresses + 2] = static_cast<uint8_t>(frame_class.tci >> 8);
+    with_tag_[addresses + 3] = static_cast<uint8_t>(frame_class.tci & 0xff);
+    memcpy(with_tag_.data() + addresses + tag_size, frame.data() + rest, frame.size() - rest);
+    return {with_tag_.data(), frame.size() - rest + addresses + tag_size};
 }
 
 std::span<const uint8_t> Forwarder::untagged_form(const Classified &frame_class,
@@ -164,10 +164,10 @@ std::span<const uint8_t> Forwarder::untagged_form(const Classified &frame_class,
     if (!frame_class.tagged) {
         return frame;
     }
-    memcpy(without_tag.data(), frame.data(), addresses);
-    memcpy(without_tag.data() + addresses, frame.data() + addresses + tag_size,
+    memcpy(without_tag_.data(), frame.data(), addresses);
+    memcpy(without_tag_.data() + addresses, frame.data() + addresses + tag_size,
            frame.size() - addresses - tag_size);
-    return {without_tag.data(), frame.size() - tag_size};
+    return {without_tag_.data(), frame.size() - tag_size};
 }
 
 void Forwarder::emit(const Classified &frame_class, std::span<const uint8_t> frame, uint8_t mask)
@@ -178,32 +178,33 @@ void Forwarder::emit(const Classified &frame_class, std::span<const uint8_t> fra
         if (!(mask & bit(port))) {
             continue;
         }
-        const bool strip = !is_cpu(port) && vlans.untag_enabled() && (frame_class.entry->untag & bit(port));
+        const bool strip =
+            !is_cpu(port) && vlans_.untag_enabled() && ((frame_class.entry->untag & bit(port)) != 0);
         std::span<const uint8_t> &form = strip ? untagged : tagged;
         if (form.empty()) {
             form = strip ? untagged_form(frame_class, frame) : tagged_form(frame_class, frame);
         }
-        ports[port].tx_frames++;
-        ports[port].tx_bytes += form.size();
-        out[out_count++] = {port, form};
+        ports_[port].tx_frames++;
+        ports_[port].tx_bytes += form.size();
+        out_[out_count_++] = {port, form};
     }
 }
 
 std::span<const Egress> Forwarder::forward(unsigned in_port, std::span<const uint8_t> frame, uint64_t now_ms)
 {
-    out_count = 0;
+    out_count_ = 0;
     if (!exists(in_port)) {
         return {};
     }
-    PortCounters &port = ports[in_port];
+    PortCounters &port = ports_[in_port];
     port.rx_frames++;
     port.rx_bytes += frame.size();
     Drop reason = Drop::port_down;
     Classified frame_class{};
-    vlans.refresh(regs);
+    vlans_.refresh(regs_);
     uint8_t mask = 0;
     if (up(in_port) && classify(in_port, frame, frame_class, reason)) {
-        macs.learn(frame_class.entry->vid, address_at(frame, 6), in_port, now_ms);
+        macs_.learn(frame_class.entry->vid, address_at(frame, 6), in_port, now_ms);
         mask = destinations(in_port, frame_class, frame, now_ms, reason);
     }
     if (mask == 0) {
@@ -211,7 +212,7 @@ std::span<const Egress> Forwarder::forward(unsigned in_port, std::span<const uin
         return {};
     }
     emit(frame_class, frame, mask);
-    return {out.data(), out_count};
+    return {out_.data(), out_count_};
 }
 
 } // namespace lab

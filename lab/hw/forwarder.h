@@ -65,14 +65,14 @@ public:
     // Bit n: front port n has link. A port that goes down forgets its stations. CPU-side ports are always up.
     void set_link(uint8_t front_mask);
     // The port lost link and may have it again already.
-    void link_lost(unsigned port) { macs.flush_port(port); }
+    void link_lost(unsigned port) { macs_.flush_port(port); }
 
-    bool exists(unsigned port) const { return (existing >> port & 1) != 0; }
+    bool exists(unsigned port) const { return (existing_ >> port & 1) != 0; }
     bool is_cpu(unsigned port) const { return exists(port) && port >= front_ports; }
-    bool up(unsigned port) const { return (active >> port & 1) != 0; }
+    bool up(unsigned port) const { return (active_ >> port & 1) != 0; }
 
-    MacTable &mac_table() { return macs; }
-    const PortCounters &counters(unsigned port) const { return ports[port]; }
+    MacTable &mac_table() { return macs_; }
+    const PortCounters &counters(unsigned port) const { return ports_[port]; }
 
 private:
     struct Classified {
@@ -88,16 +88,16 @@ private:
     std::span<const uint8_t> tagged_form(const Classified &frame_class, std::span<const uint8_t> frame);
     std::span<const uint8_t> untagged_form(const Classified &frame_class, std::span<const uint8_t> frame);
 
-    SwitchRegs regs;
-    VlanView vlans;
-    MacTable macs{mac_table_size};
-    uint8_t existing;
-    uint8_t active;
-    std::array<PortCounters, port_count> ports{};
-    std::array<Egress, port_count> out{};
-    size_t out_count = 0;
-    std::array<uint8_t, max_egress_frame> with_tag{};
-    std::array<uint8_t, max_frame> without_tag{};
+    SwitchRegs regs_;
+    VlanView vlans_;
+    MacTable macs_{mac_table_size};
+    uint8_t existing_;
+    uint8_t active_;
+    std::array<PortCounters, port_count> ports_{};
+    std::array<Egress, port_count> out_{};
+    size_t out_count_ = 0;
+    std::array<uint8_t, max_egress_frame> with_tag_{};
+    std::array<uint8_t, max_frame> without_tag_{};
 };
 
 } // namespace lab

@@ -11,21 +11,21 @@ public:
     JsonWriter &open(char bracket, const char *key = nullptr)
     {
         begin(key);
-        text += bracket;
-        first = true;
+        text_ += bracket;
+        first_ = true;
         return *this;
     }
     JsonWriter &close(char bracket)
     {
-        text += bracket;
-        first = false;
+        text_ += bracket;
+        first_ = false;
         return *this;
     }
     JsonWriter &number(const char *key, uint64_t value) { return raw(key, std::to_string(value)); }
     JsonWriter &truth(const char *key, bool value) { return raw(key, value ? "true" : "false"); }
     JsonWriter &string(const char *key, const std::string &value) { return raw(key, quoted(value)); }
 
-    const std::string &result() const { return text; }
+    const std::string &result() const { return text_; }
 
 private:
     // Bytes that are not printable ASCII become question marks: nothing but names and messages is written.
@@ -43,25 +43,25 @@ private:
     }
     void begin(const char *key)
     {
-        if (!first) {
-            text += ',';
+        if (!first_) {
+            text_ += ',';
         }
-        first = false;
-        if (key) {
-            text += '"';
-            text += key;
-            text += "\":";
+        first_ = false;
+        if (key != nullptr) {
+            text_ += '"';
+            text_ += key;
+            text_ += "\":";
         }
     }
     JsonWriter &raw(const char *key, const std::string &value)
     {
         begin(key);
-        text += value;
+        text_ += value;
         return *this;
     }
 
-    std::string text;
-    bool first = true;
+    std::string text_;
+    bool first_ = true;
 };
 
 } // namespace lab

@@ -38,8 +38,8 @@ int map_region(int fd, uint32_t offset, size_t length, bool create, void *&addre
 
 MappedFile::~MappedFile()
 {
-    if (address) {
-        munmap(address, size);
+    if (address_ != nullptr) {
+        munmap(address_, size_);
     }
 }
 
@@ -49,10 +49,10 @@ int MappedFile::open(const char *path, uint32_t offset, size_t length, bool crea
     if (fd < 0) {
         return -errno;
     }
-    const int result = map_region(fd, offset, length, create, address);
+    const int result = map_region(fd, offset, length, create, address_);
     ::close(fd);
     if (result == 0) {
-        size = length;
+        size_ = length;
     }
     return result;
 }

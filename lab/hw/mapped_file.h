@@ -19,12 +19,12 @@ public:
     // errno.
     int open(const char *path, uint32_t offset, size_t length, bool create);
 
-    bool mapped() const { return address != nullptr; }
-    template <typename T> T *as() const { return static_cast<T *>(address); }
+    bool mapped() const { return address_ != nullptr; }
+    template <typename T> T *as() const { return static_cast<T *>(address_); }
 
 private:
-    void *address = nullptr;
-    size_t size = 0;
+    void *address_ = nullptr;
+    size_t size_ = 0;
 };
 
 } // namespace lab

@@ -134,7 +134,7 @@ uint16_t read_status(Phy &phy)
 
 uint16_t read_register(Phy &phy, unsigned number)
 {
-    const bool negotiated = phy_link(phy) && (load(phy, reg_bmcr) & bmcr_autoneg);
+    const bool negotiated = phy_link(phy) && ((load(phy, reg_bmcr) & bmcr_autoneg) != 0);
     const bool gigabit = phy.gigabit.load(relaxed) != 0;
     switch (number) {
     case reg_bmsr:
@@ -166,7 +166,8 @@ void write_control(Phy &phy, uint16_t value)
         phy.reg[reg_bmcr].store(value & bmcr_kept, relaxed);
     }
     // Reset and restarted negotiation interrupt the link, if only for a moment: whoever polls shall see it.
-    const bool interrupted = (value & bmcr_reset) || ((value & bmcr_restart) && (value & bmcr_autoneg));
+    const bool interrupted =
+        ((value & bmcr_reset) != 0) || (((value & bmcr_restart) != 0) && ((value & bmcr_autoneg) != 0));
     if (before && (interrupted || !phy_link(phy))) {
         note_loss(phy);
     }

@@ -41,13 +41,13 @@ Hardware *hardware_mapped = nullptr;
 
 Hardware *hardware()
 {
-    if (hardware_mapped) {
+    if (hardware_mapped != nullptr) {
         return hardware_mapped;
     }
     const char *regs = getenv("LAB_REGS");
     const char *phys = getenv("LAB_PHYS");
     auto *fresh = ::new (static_cast<void *>(hardware_storage)) Hardware;
-    if (regs && phys &&
+    if (regs != nullptr && phys != nullptr &&
         fresh->regs.open(regs, lab::switch_physical_base, lab::switch_block_size, false) == 0 &&
         fresh->phys.open(phys, 0, sizeof(lab::PhyFile), false) == 0 &&
         fresh->phys.as<lab::PhyFile>()->magic.load() == lab::PhyFile::valid) {
@@ -94,7 +94,8 @@ int serve_phy(Hardware &board, unsigned long request, uint32_t *block)
 
 bool is_ours(unsigned long request, const void *argument)
 {
-    if (request < register_read || request > phy_write || !argument || !getenv("LAB_REGS")) {
+    if (request < register_read || request > phy_write || argument == nullptr ||
+        getenv("LAB_REGS") == nullptr) {
         return false;
     }
     return strncmp(static_cast<const ifreq *>(argument)->ifr_name, "eth0", IFNAMSIZ) == 0;
@@ -106,11 +107,11 @@ int serve(int fd, unsigned long request, const ifreq *ifr)
         return -1;
     }
     auto *block = reinterpret_cast<uint32_t *>(ifr->ifr_data);
-    if (!block) {
+    if (block == nullptr) {
         return fail(EFAULT);
     }
     Hardware *board = hardware();
-    if (!board) {
+    if (board == nullptr) {
         return fail(ENODEV);
     }
     return request == register_read || request == register_write ? serve_register(*board, request, block)
@@ -122,7 +123,8 @@ using IoctlFunction = int (*)(int, unsigned long, ...);
 int pass_on(int fd, unsigned long request, void *argument)
 {
     static auto next = reinterpret_cast<IoctlFunction>(dlsym(RTLD_NEXT, "ioctl"));
-    return next ? next(fd, request, argument) : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+    return next != nullptr ? next(fd, request, argument)
+                           : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
 }
 
 } // namespace

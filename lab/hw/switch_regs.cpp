@@ -18,8 +18,8 @@ void VlanView::refresh(const SwitchRegs &regs)
     bool changed = false;
     for (unsigned i = 0; i < raw_words; i++) {
         const uint32_t word = regs.read(watched[i]);
-        changed |= word != raw[i];
-        raw[i] = word;
+        changed |= word != raw_[i];
+        raw_[i] = word;
     }
     if (!changed) {
         return;
@@ -27,17 +27,17 @@ void VlanView::refresh(const SwitchRegs &regs)
     // A word that changes again between the two readings is caught by the next refresh, since raw holds the
     // older.
     for (unsigned i = 0; i < vlan_entries; i++) {
-        entries[i] = regs.entry(i);
+        entries_[i] = regs.entry(i);
     }
     for (unsigned port = 0; port < front_ports; port++) {
-        pvids[port] = regs.pvid(port);
+        pvids_[port] = regs.pvid(port);
     }
-    untagging = regs.untag_enabled();
+    untagging_ = regs.untag_enabled();
 }
 
 const VlanEntry *VlanView::find(uint16_t vid) const
 {
-    for (const VlanEntry &entry : entries) {
+    for (const VlanEntry &entry : entries_) {
         if (entry.vid == vid && !entry.free()) {
             return &entry;
         }

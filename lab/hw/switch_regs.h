@@ -43,10 +43,10 @@ constexpr bool switch_offset_valid(uint32_t offset)
 
 class SwitchRegs {
 public:
-    explicit SwitchRegs(volatile uint32_t *block) : words(block) {}
+    explicit SwitchRegs(volatile uint32_t *block) : words_(block) {}
 
-    uint32_t read(uint32_t offset) const { return words[offset / 4]; }
-    void write(uint32_t offset, uint32_t value) const { words[offset / 4] = value; }
+    uint32_t read(uint32_t offset) const { return words_[offset / 4]; }
+    void write(uint32_t offset, uint32_t value) const { words_[offset / 4] = value; }
 
     // Default VLAN of front port 0..4: two ports to a register, 12 bits each.
     uint16_t pvid(unsigned port) const
@@ -62,7 +62,7 @@ public:
     bool untag_enabled() const { return (read(reg_port_control) & untag_enable_bit) != 0; }
 
 private:
-    volatile uint32_t *words;
+    volatile uint32_t *words_;
 };
 
 // What the forwarding plane needs of the registers, decoded once and kept until a raw word differs.
@@ -73,17 +73,17 @@ public:
 
     const VlanEntry *
     find(uint16_t vid) const; // the first entry with this VLAN ID that is not free; else null
-    const VlanEntry &entry(unsigned index) const { return entries[index]; }
-    uint16_t pvid(unsigned port) const { return pvids[port]; }
-    bool untag_enabled() const { return untagging; }
+    const VlanEntry &entry(unsigned index) const { return entries_[index]; }
+    uint16_t pvid(unsigned port) const { return pvids_[port]; }
+    bool untag_enabled() const { return untagging_; }
 
 private:
     static constexpr unsigned raw_words = 20;
 
-    std::array<uint32_t, raw_words> raw{};
-    std::array<VlanEntry, vlan_entries> entries{};
-    std::array<uint16_t, front_ports> pvids{};
-    bool untagging = false;
+    std::array<uint32_t, raw_words> raw_{};
+    std::array<VlanEntry, vlan_entries> entries_{};
+    std::array<uint16_t, front_ports> pvids_{};
+    bool untagging_ = false;
 };
 
 } // namespace lab

@@ -24,13 +24,13 @@ int Tap::create(const std::string &name)
     if (ioctl(device.get(), TUNSETIFF, &request) < 0 || ioctl(device.get(), TUNSETOFFLOAD, 0) < 0) {
         return -errno;
     }
-    fd = std::move(device);
+    fd_ = std::move(device);
     return 0;
 }
 
 int Tap::read(std::span<uint8_t> buffer)
 {
-    const ssize_t length = ::read(fd.get(), buffer.data(), buffer.size());
+    const ssize_t length = ::read(fd_.get(), buffer.data(), buffer.size());
     if (length >= 0) {
         return static_cast<int>(length);
     }
@@ -39,13 +39,13 @@ int Tap::read(std::span<uint8_t> buffer)
 
 bool Tap::write(std::span<const uint8_t> frame)
 {
-    return ::write(fd.get(), frame.data(), frame.size()) == static_cast<ssize_t>(frame.size());
+    return ::write(fd_.get(), frame.data(), frame.size()) == static_cast<ssize_t>(frame.size());
 }
 
 bool Tap::set_carrier(bool on)
 {
     int carrier = on ? 1 : 0;
-    return ioctl(fd.get(), TUNSETCARRIER, &carrier) == 0;
+    return ioctl(fd_.get(), TUNSETCARRIER, &carrier) == 0;
 }
 
 } // namespace lab

@@ -16,8 +16,8 @@ public:
     // Creates the device in the caller's network namespace; 0 or a negative errno.
     int create(const std::string &name);
 
-    bool open() const { return static_cast<bool>(fd); }
-    int descriptor() const { return fd.get(); }
+    bool open() const { return static_cast<bool>(fd_); }
+    int descriptor() const { return fd_.get(); }
 
     // Bytes read; 0 when nothing is waiting, a negative errno otherwise. A frame longer than the buffer is
     // cut.
@@ -26,7 +26,7 @@ public:
     bool set_carrier(bool on);
 
 private:
-    UniqueFd fd;
+    UniqueFd fd_;
 };
 
 } // namespace lab

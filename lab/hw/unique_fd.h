@@ -9,30 +9,30 @@ namespace lab {
 class UniqueFd {
 public:
     UniqueFd() = default;
-    explicit UniqueFd(int descriptor) : fd(descriptor) {}
-    UniqueFd(UniqueFd &&other) noexcept : fd(std::exchange(other.fd, -1)) {}
+    explicit UniqueFd(int descriptor) : fd_(descriptor) {}
+    UniqueFd(UniqueFd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     UniqueFd &operator=(UniqueFd &&other) noexcept
     {
         if (this != &other) {
             reset();
-            fd = std::exchange(other.fd, -1);
+            fd_ = std::exchange(other.fd_, -1);
         }
         return *this;
     }
     ~UniqueFd() { reset(); }
 
-    int get() const { return fd; }
-    explicit operator bool() const { return fd >= 0; }
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
     void reset()
     {
-        if (fd >= 0) {
-            close(fd);
+        if (fd_ >= 0) {
+            close(fd_);
         }
-        fd = -1;
+        fd_ = -1;
     }
 
 private:
-    int fd = -1;
+    int fd_ = -1;
 };
 
 } // namespace lab

@@ -31,7 +31,7 @@ std::string port_name(unsigned port)
 }
 
 VirtualSwitch::VirtualSwitch(SwitchRegs registers, PhyFile &phy_file, unsigned cpu_ports)
-    : regs(registers), phys(phy_file), plane(registers, cpu_ports)
+    : regs_(registers), phys_(phy_file), plane_(registers, cpu_ports)
 {
     follow_links();
 }
@@ -39,19 +39,19 @@ VirtualSwitch::VirtualSwitch(SwitchRegs registers, PhyFile &phy_file, unsigned c
 std::string VirtualSwitch::attach(EventLoop &loop)
 {
     for (unsigned port = 0; port < port_count; port++) {
-        if (!plane.exists(port)) {
+        if (!plane_.exists(port)) {
             continue;
         }
-        const int result = taps[port].create(port_name(port));
+        const int result = taps_[port].create(port_name(port));
         if (result < 0) {
             return "cannot create TAP device " + port_name(port) + ": " + strerror(-result);
         }
-        if (!loop.add(taps[port].descriptor(), EPOLLIN,
+        if (!loop.add(taps_[port].descriptor(), EPOLLIN,
                       [this, &loop, port](uint32_t) { readable(loop, port); })) {
             return "cannot watch TAP device " + port_name(port);
         }
     }
-    links_known = false;
+    links_known_ = false;
     follow_links();
     return "";
 }
@@ -60,32 +60,32 @@ void VirtualSwitch::follow_links()
 {
     uint8_t mask = 0;
     for (unsigned port = 0; port < front_ports; port++) {
-        const Phy &phy = phys.phy[port];
+        const Phy &phy = phys_.phy[port];
         const uint32_t losses = phy.losses.load(std::memory_order_relaxed);
-        if (losses != losses_seen[port]) {
-            losses_seen[port] = losses;
-            plane.link_lost(port);
+        if (losses != losses_seen_[port]) {
+            losses_seen_[port] = losses;
+            plane_.link_lost(port);
         }
         mask |= static_cast<uint8_t>(phy_link(phy) ? 1U << port : 0U);
     }
-    if (links_known && mask == link_seen) {
+    if (links_known_ && mask == link_seen_) {
         return;
     }
-    plane.set_link(mask);
+    plane_.set_link(mask);
     for (unsigned port = 0; port < front_ports; port++) {
-        const bool changed = !links_known || ((mask ^ link_seen) >> port & 1) != 0;
-        if (changed && taps[port].open()) {
-            taps[port].set_carrier((mask >> port & 1) != 0);
+        const bool changed = !links_known_ || ((mask ^ link_seen_) >> port & 1) != 0;
+        if (changed && taps_[port].open()) {
+            taps_[port].set_carrier((mask >> port & 1) != 0);
         }
     }
-    link_seen = mask;
-    links_known = true;
+    link_seen_ = mask;
+    links_known_ = true;
 }
 
 void VirtualSwitch::show(unsigned port, std::span<const uint8_t> frame)
 {
     // A sink cannot remove itself here: connections end in the loop, not while a frame is handed out.
-    for (auto &[key, watcher] : watchers) {
+    for (auto &[key, watcher] : watchers_) {
         if (watcher.port == port) {
             watcher.sink(frame);
         }
@@ -96,23 +96,23 @@ void VirtualSwitch::readable(EventLoop &loop, unsigned port)
 {
     std::array<uint8_t, read_size> buffer;
     for (int i = 0; i < batch; i++) {
-        const int length = taps[port].read(buffer);
+        const int length = taps_[port].read(buffer);
         if (length == 0) {
             return;
         }
         if (length < 0) {
             // The device went away with its network namespace: that end of the cable is gone for good.
-            loop.remove(taps[port].descriptor());
+            loop.remove(taps_[port].descriptor());
             return;
         }
         const std::span<const uint8_t> frame(buffer.data(), static_cast<size_t>(length));
         follow_links();
         show(port, frame);
-        for (const Egress &egress : plane.forward(port, frame, monotonic_ms())) {
-            if (taps[egress.port].write(egress.frame)) {
+        for (const Egress &egress : plane_.forward(port, frame, monotonic_ms())) {
+            if (taps_[egress.port].write(egress.frame)) {
                 show(egress.port, egress.frame);
             } else {
-                unwritten[egress.port]++;
+                unwritten_[egress.port]++;
             }
         }
     }

@@ -32,16 +32,16 @@ public:
     // Brings carrier and address table in line with the PHYs; called for every frame and by a timer.
     void follow_links();
     // Makes room in the address table; wanted once a second or so.
-    void forget_aged() { plane.mac_table().expire(monotonic_ms()); }
+    void forget_aged() { plane_.mac_table().expire(monotonic_ms()); }
 
     // Every frame that enters or leaves the port is handed to the sink, until it is removed by its key.
-    void watch(unsigned port, int key, Sink sink) { watchers[key] = {port, std::move(sink)}; }
-    void unwatch(int key) { watchers.erase(key); }
+    void watch(unsigned port, int key, Sink sink) { watchers_[key] = {port, std::move(sink)}; }
+    void unwatch(int key) { watchers_.erase(key); }
 
-    Forwarder &forwarder() { return plane; }
-    SwitchRegs registers() const { return regs; }
-    Phy &phy(unsigned port) { return phys.phy[port]; }
-    uint64_t write_failures(unsigned port) const { return unwritten[port]; }
+    Forwarder &forwarder() { return plane_; }
+    SwitchRegs registers() const { return regs_; }
+    Phy &phy(unsigned port) { return phys_.phy[port]; }
+    uint64_t write_failures(unsigned port) const { return unwritten_[port]; }
 
 private:
     struct Watcher {
@@ -52,15 +52,15 @@ private:
     void readable(EventLoop &loop, unsigned port);
     void show(unsigned port, std::span<const uint8_t> frame);
 
-    SwitchRegs regs;
-    PhyFile &phys;
-    Forwarder plane;
-    std::array<Tap, port_count> taps;
-    std::array<uint64_t, port_count> unwritten{};
-    std::array<uint32_t, front_ports> losses_seen{};
-    uint8_t link_seen = 0;
-    bool links_known = false;
-    std::unordered_map<int, Watcher> watchers;
+    SwitchRegs regs_;
+    PhyFile &phys_;
+    Forwarder plane_;
+    std::array<Tap, port_count> taps_;
+    std::array<uint64_t, port_count> unwritten_{};
+    std::array<uint32_t, front_ports> losses_seen_{};
+    uint8_t link_seen_ = 0;
+    bool links_known_ = false;
+    std::unordered_map<int, Watcher> watchers_;
 };
 
 } // namespace lab

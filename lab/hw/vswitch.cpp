@@ -13,7 +13,6 @@
 #include <string>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
-#include <sys/timerfd.h>
 
 namespace {
 
@@ -99,13 +98,16 @@ lab::UniqueFd stop_signals()
     return lab::UniqueFd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-lab::UniqueFd link_timer()
+// Follows the cables, and forgets stations that were not heard for long.
+void poll_links(lab::EventLoop &loop, lab::VirtualSwitch &device, unsigned polls)
 {
-    lab::UniqueFd timer(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-    const timespec period{0, link_poll_ms * 1'000'000};
-    const itimerspec setting{period, period};
-    timerfd_settime(timer.get(), 0, &setting, nullptr);
-    return timer;
+    loop.after(std::chrono::milliseconds(link_poll_ms), [&loop, &device, polls] {
+        device.follow_links();
+        if (polls % polls_per_second == 0) {
+            device.forget_aged();
+        }
+        poll_links(loop, device, polls + 1);
+    });
 }
 
 int run(const Options &options)
@@ -127,18 +129,8 @@ int run(const Options &options)
         failure = control.listen(options.control);
     }
     const lab::UniqueFd signals = stop_signals();
-    const lab::UniqueFd timer = link_timer();
-    unsigned polls = 0;
-    bool watched = loop.add(signals.get(), EPOLLIN, [&](uint32_t) { loop.stop(); });
-    watched &= loop.add(timer.get(), EPOLLIN, [&](uint32_t) {
-        uint64_t ticks = 0;
-        if (read(timer.get(), &ticks, sizeof ticks) > 0) {
-            device.follow_links();
-            if (++polls % polls_per_second == 0) {
-                device.forget_aged();
-            }
-        }
-    });
+    const bool watched = loop.add(signals.get(), EPOLLIN, [&](uint32_t) { loop.stop(); });
+    poll_links(loop, device, 1);
     if (!failure.empty() || !watched) {
         fprintf(stderr, "vswitch: %s\n", failure.empty() ? "cannot set up the event loop" : failure.c_str());
         return 1;

@@ -10,8 +10,6 @@
 
 namespace lab {
 
-using Fd = UniqueFd;
-
 [[noreturn]] inline void fail(const std::string &what)
 {
     throw std::runtime_error(what + ": " + std::strerror(errno));
