@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace [[gnu::visibility("hidden")]] uci {
+namespace uci {
 
 class arena {
 public:
@@ -30,4 +30,4 @@ private:
     held *held_; // every block; each entry lies in one of them
 };
 
-} // namespace gnu::visibility("hidden")]]uci
+} // namespace uci

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace [[gnu::visibility("hidden")]] uci {
+namespace uci {
 
 enum trait : uint8_t {
     blank = 1,
@@ -53,4 +53,4 @@ inline bool has(char c, uint8_t wanted)
     return traits_of_all[static_cast<unsigned char>(c)] & wanted;
 }
 
-} // namespace gnu::visibility("hidden")]]uci
+} // namespace uci

@@ -10,7 +10,11 @@
 #pragma once
 
 #include <cstring>
+
+// What is declared there is all that the library exports.
+#pragma GCC visibility push(default)
 #include <uci.h>
+#pragma GCC visibility pop
 
 struct uci_parse_context {
     const char *reason; // null: the last error was not one of syntax
@@ -18,7 +22,7 @@ struct uci_parse_context {
     int byte;           // from 1, within the line
 };
 
-namespace [[gnu::visibility("hidden")]] uci {
+namespace uci {
 
 inline int set_error(uci_context *ctx, int code)
 {
@@ -65,4 +69,4 @@ int parse_package(uci_context *ctx, uci_package *package, char *text, size_t len
 // UCI_ERR_MEM.
 int apply_delta(uci_package *package, char *text, size_t length);
 
-} // namespace gnu::visibility("hidden")]]uci
+} // namespace uci

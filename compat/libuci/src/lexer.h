@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace [[gnu::visibility("hidden")]] uci {
+namespace uci {
 
 enum class word_kind { word, none, error };
 
@@ -62,4 +62,4 @@ private:
     const char *reason_ = nullptr;
 };
 
-} // namespace gnu::visibility("hidden")]]uci
+} // namespace uci
