@@ -51,12 +51,6 @@ int complain(const settings &set, uci_context *ctx)
     return 1;
 }
 
-int complain(const settings &set, uci_context *ctx, int code)
-{
-    ctx->err = code;
-    return complain(set, ctx);
-}
-
 void put_quoted(const char *value)
 {
     putchar('\'');
@@ -128,31 +122,28 @@ void show_package(const settings &set, const uci_package *package)
     }
 }
 
-// The element that a path names; null with a message when there is none.
-uci_element *look_up(const settings &set, uci_context *ctx, uci_ptr &ptr, char *path)
+// Finds what a path names. The exit status: 1 with a message when there is nothing.
+int look_up(const settings &set, uci_context *ctx, uci_ptr &ptr, char *path)
 {
-    if (uci_lookup_ptr(ctx, &ptr, path, true) != UCI_OK) {
-        complain(set, ctx);
-        return nullptr;
+    if (uci_lookup_ptr(ctx, &ptr, path, true) == UCI_OK && !(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE)) {
+        ctx->err = UCI_ERR_NOTFOUND;
     }
-    if (!(ptr.flags & uci_ptr::UCI_LOOKUP_COMPLETE)) {
-        complain(set, ctx, UCI_ERR_NOTFOUND);
-        return nullptr;
-    }
-    return ptr.last;
+    return ctx->err == UCI_OK ? 0 : complain(set, ctx);
 }
 
 int show_path(const settings &set, uci_context *ctx, char *path)
 {
     uci_ptr ptr;
-    const uci_element *found = look_up(set, ctx, ptr, path);
-    if (!found) {
-        return 1;
+    if (int status = look_up(set, ctx, ptr, path)) {
+        return status;
     }
+    // An unnamed section is shown by its place among the others only where they are shown, too.
+    settings alone = set;
+    alone.extended = false;
     if (ptr.o) {
-        show_option(set, ptr.o);
+        show_option(alone, ptr.o);
     } else if (ptr.s) {
-        show_section(set, ptr.s);
+        show_section(alone, ptr.s);
     } else {
         show_package(set, ptr.p);
     }
@@ -162,12 +153,12 @@ int show_path(const settings &set, uci_context *ctx, char *path)
 int get(const settings &set, uci_context *ctx, char *path)
 {
     uci_ptr ptr;
-    const uci_element *found = look_up(set, ctx, ptr, path);
-    if (!found) {
-        return 1;
+    if (int status = look_up(set, ctx, ptr, path)) {
+        return status;
     }
     if (!ptr.s) {
-        return complain(set, ctx, UCI_ERR_INVAL);
+        ctx->err = UCI_ERR_INVAL;
+        return complain(set, ctx);
     }
     if (!ptr.o) {
         puts(ptr.s->type);

@@ -30,10 +30,10 @@ constexpr std::array<uint8_t, 256> make_traits()
             known = static_cast<uint8_t>(known | more);
         }
     };
-    add(" \t\r\v\f", blank | ends_word | stops_bare);
+    add(" \t\r\v\f\n", blank | ends_word | stops_bare);
     add(";#", ends_word | stops_bare);
     // A line is counted where it ends.
-    add("\n", ends_word | stops_bare | stops_single | stops_double);
+    add("\n", stops_single | stops_double);
     add("\"\\", stops_bare | stops_double);
     add("'", stops_bare | stops_single);
     // Wrong in any word; behind the text it keeps a run from leaving it.

@@ -186,15 +186,12 @@ bool apply(uci_package *package, const change &wanted)
 int apply_delta(uci_package *package, char *text, size_t length)
 {
     lexer source(text, length);
-    while (source.next_command()) {
-        char *word = nullptr;
-        char *extra = nullptr;
-        if (source.next_word(word) != word_kind::word || source.next_word(extra) != word_kind::none) {
-            source.skip_line();
-            continue;
-        }
+    while (source.next_line()) {
+        char *word = source.next_word();
+        const char *extra = word ? source.next_word() : nullptr;
         change wanted;
-        if (split(word, wanted) && strcmp(wanted.package, package->e.name) == 0 && !apply(package, wanted)) {
+        if (extra && !*extra && split(word, wanted) && strcmp(wanted.package, package->e.name) == 0 &&
+            !apply(package, wanted)) {
             return UCI_ERR_MEM;
         }
     }

@@ -18,8 +18,8 @@
 
 struct uci_parse_context {
     const char *reason; // null: the last error was not one of syntax
-    int line;           // from 1
-    int byte;           // from 1, within the line
+    int line;
+    int byte;
 };
 
 namespace uci {

@@ -6,53 +6,57 @@
 
 namespace uci {
 
-lexer::lexer(char *text, size_t length) : text_(text), length_(length)
+lexer::lexer(char *text, size_t length)
+    : cursor_(text), line_start_(text), line_end_(text), end_(text + length)
 {
-    text_[length_] = '\0';
+    *end_ = '\0';
 }
 
-int lexer::peek() const
+bool lexer::join_line()
 {
-    if (held_ != end) {
-        return held_;
+    if (line_end_ == end_) {
+        return false;
     }
-    return position_ < length_ ? static_cast<unsigned char>(text_[position_]) : end;
+    auto *newline = static_cast<char *>(memchr(line_end_, '\n', static_cast<size_t>(end_ - line_end_)));
+    line_ += newline ? 1 : 0;
+    line_end_ = newline ? newline + 1 : end_;
+    return true;
 }
 
-int lexer::after_next() const
+bool lexer::next_line()
 {
-    return position_ + 1 < length_ ? static_cast<unsigned char>(text_[position_ + 1]) : end;
-}
-
-void lexer::advance(int passed)
-{
-    held_ = end;
-    position_++;
-    if (passed == '\n') {
-        line_++;
-        line_start_ = position_;
+    cursor_ = line_start_ = line_end_;
+    dropped_ = false;
+    if (!join_line()) {
+        return false;
     }
+    skip_blanks();
+    return true;
 }
 
 void lexer::skip_blanks()
 {
-    for (;;) {
-        int c = peek();
-        if (c != end && has(static_cast<char>(c), blank)) {
-            advance(c);
-        } else if (c == '\\' && after_next() == '\n') {
-            advance(c);
-            advance('\n');
-        } else {
-            return;
-        }
+    while (!at_line_end() && has(*cursor_, blank)) {
+        cursor_++;
     }
 }
 
-bool lexer::at_word_end() const
+std::string_view lexer::keyword()
 {
-    int c = peek();
-    return c == end || has(static_cast<char>(c), ends_word);
+    auto separates = [](char c) { return c == ' ' || c == '\t'; };
+    while (cursor_ != line_end_ && separates(*cursor_)) {
+        cursor_++;
+    }
+    const char *start = cursor_;
+    while (cursor_ != line_end_ && !separates(*cursor_)) {
+        cursor_++;
+    }
+    return {start, static_cast<size_t>(cursor_ - start)};
+}
+
+void lexer::back_to(std::string_view keyword)
+{
+    cursor_ -= keyword.size();
 }
 
 bool lexer::fail(const char *reason)
@@ -61,165 +65,106 @@ bool lexer::fail(const char *reason)
     return false;
 }
 
-bool lexer::put(int c)
+bool lexer::put()
 {
-    if (c == 0) {
+    if (*cursor_ == '\0') {
         return fail("zero byte");
     }
-    advance(c);
-    text_[out_++] = static_cast<char>(c);
+    *out_++ = *cursor_++;
     return true;
 }
 
 void lexer::put_run(uint8_t stops)
 {
-    const size_t start = position_;
-    while (!has(text_[position_], stops)) {
-        position_++;
+    const char *start = cursor_;
+    while (!has(*cursor_, stops)) {
+        cursor_++;
     }
-    const size_t length = position_ - start;
+    const auto length = static_cast<size_t>(cursor_ - start);
     if (out_ != start) {
-        memmove(text_ + out_, text_ + start, length);
+        memmove(out_, start, length);
     }
     out_ += length;
 }
 
-bool lexer::next_command()
-{
-    for (;;) {
-        skip_blanks();
-        int c = peek();
-        if (c == end) {
-            return false;
-        }
-        if (c == '#') {
-            skip_line();
-        } else if (c == '\n' || c == ';') {
-            advance(c);
-        } else {
-            return true;
-        }
-    }
-}
-
-std::string_view lexer::keyword()
-{
-    size_t start = position_;
-    while (position_ < length_ && !has(text_[position_], ends_word)) {
-        position_++;
-    }
-    return {text_ + start, position_ - start};
-}
-
-word_kind lexer::next_word(char *&word)
+char *lexer::next_word()
 {
     skip_blanks();
-    if (at_word_end()) {
-        return word_kind::none;
+    if (at_line_end()) {
+        return end_;
     }
-    begin_word();
-    do {
+    word_ = out_ = cursor_;
+    while (!at_line_end() && !has(*cursor_, ends_word)) {
         if (!put_part()) {
-            return word_kind::error;
+            return nullptr;
         }
-    } while (!at_word_end());
-    if (out_ == position_) {
-        held_ = peek();
     }
-    text_[out_] = '\0';
-    word = text_ + start_;
-    return word_kind::word;
-}
-
-void lexer::begin_word()
-{
-    start_ = position_;
-    out_ = position_;
+    // The word's terminator goes where the word ends. Without quotes and backslashes that is over the
+    // separator, and a semicolon is not seen as one any more: what is behind it is lost.
+    const bool bare = out_ == cursor_;
+    if (!at_line_end()) {
+        if (*cursor_ == '#' || (*cursor_ == ';' && bare && out_ != word_)) {
+            drop_line();
+        } else if (*cursor_ != ';' || bare) {
+            cursor_++;
+        }
+    }
+    *out_ = '\0';
+    return word_;
 }
 
 bool lexer::put_part()
 {
-    switch (int c = peek()) {
+    switch (*cursor_) {
     case '\'':
-        return single_quoted();
+        return put_quoted('\'', stops_single, "EOF with unterminated '");
     case '"':
-        return double_quoted();
+        return put_quoted('"', stops_double, "EOF with unterminated \"");
     case '\\':
-        advance(c);
-        c = peek();
-        if (c == '\n') {
-            advance(c);
-            return true;
-        }
-        return c == end || put(c);
-    case 0:
-        return put(c); // fails, while a run would be empty for ever
+        return put_escaped();
+    case '\0':
+        return put(); // fails, while a run would be empty for ever
     default:
         put_run(stops_bare);
         return true;
     }
 }
 
-void lexer::open_quote()
+bool lexer::put_escaped()
 {
-    position_++;
+    cursor_++;
+    if (at_line_end()) {
+        return true;
+    }
+    if (*cursor_ == '\n') {
+        cursor_++;
+        join_line();
+        return true;
+    }
+    return put();
+}
+
+bool lexer::put_quoted(char quote, uint8_t stops, const char *unterminated)
+{
+    cursor_++;
     // A word that begins with the quote begins behind it, and can stay where it is.
-    if (out_ == start_) {
-        begin_word();
+    if (out_ == word_) {
+        word_ = out_ = cursor_;
     }
-}
-
-bool lexer::single_quoted()
-{
-    open_quote();
-    for (;;) {
-        put_run(stops_single);
-        switch (int c = peek()) {
-        case '\'':
-            advance(c);
-            return true;
-        case end:
-            return fail("unterminated '");
-        default:
-            if (!put(c)) {
-                return false;
-            }
+    while (!at_line_end() || join_line()) {
+        put_run(stops);
+        if (at_line_end()) {
+            continue;
         }
-    }
-}
-
-bool lexer::double_quoted()
-{
-    open_quote();
-    for (;;) {
-        put_run(stops_double);
-        int c = peek();
-        if (c == '"') {
-            advance(c);
+        if (*cursor_ == quote) {
+            cursor_++;
             return true;
         }
-        if (c == '\\') {
-            advance(c);
-            c = peek();
-            if (c == '\n') {
-                advance(c);
-                continue;
-            }
-        }
-        if (c == end) {
-            return fail("unterminated \"");
-        }
-        if (!put(c)) {
+        if (!(*cursor_ == '\\' ? put_escaped() : put())) {
             return false;
         }
     }
-}
-
-void lexer::skip_line()
-{
-    for (int c; (c = peek()) != end && c != '\n';) {
-        advance(c);
-    }
+    return fail(unterminated);
 }
 
 } // namespace uci

@@ -1,9 +1,13 @@
 /*
- * Splits configuration text into commands and words, in place: words are decoded into the memory they came
+ * Takes configuration text apart into lines and words, in place: words are decoded into the memory they came
  * from, so they stay valid as long as the text and nothing is allocated.
  *
- * The text must be followed by one writable byte. An error is a reason in English; line() and byte() then
- * tell where (both from 1).
+ * The text must be followed by one writable byte.
+ *
+ * Where a line and its parts end is as in the real library, odd cases included, because a file must mean
+ * here what it means on a router; and so are the places of errors: a line counts once its newline is read,
+ * so the last one has no number of its own without one, and a byte is the number of those before it on the
+ * line, or on all lines that a quote or a backslash joined.
  */
 #pragma once
 
@@ -13,52 +17,47 @@
 
 namespace uci {
 
-enum class word_kind { word, none, error };
-
 class lexer {
 public:
     lexer(char *text, size_t length);
 
-    // Goes to the next command, past blank lines, comments and separators. False at the end of the text.
-    bool next_command();
-    // The bare characters of a command's first word.
+    // Goes to the next line, past its leading blanks. False at the end of the text.
+    bool next_line();
+    // Whether nothing is left of the line.
+    bool at_line_end() const { return dropped_ || cursor_ == line_end_; }
+    void drop_line() { dropped_ = true; }
+    // Goes past the line's next characters up to a blank or a tab. Not at the end of the line.
     std::string_view keyword();
-    // The next word of the command; none when the command is over.
-    word_kind next_word(char *&word);
-    // Drops what is left of the line.
-    void skip_line();
+    // Errors of the command as a whole point to its keyword.
+    void back_to(std::string_view keyword);
+    // The command's next word, decoded; empty when there is none, null for an error with a reason.
+    char *next_word();
 
     const char *reason() const { return reason_; }
     int line() const { return line_; }
-    int byte() const { return static_cast<int>(position_ - line_start_) + 1; }
+    int byte() const { return static_cast<int>(cursor_ - line_start_); }
 
 private:
-    static constexpr int end = -1;
-
-    int peek() const;
-    int after_next() const;
-    void advance(int passed); // the character at position_
+    // The next line becomes part of this one. False at the end of the text.
+    bool join_line();
     void skip_blanks();
-    bool at_word_end() const;
-    void begin_word();
     // A part of a word: characters without quotes, one behind a backslash, or what is within quotes.
     bool put_part();
-    void open_quote();
-    bool single_quoted();
-    bool double_quoted();
-    // The word's next characters: the one at position_, or all up to one with a trait in `stops`.
-    bool put(int c);
+    bool put_escaped();
+    bool put_quoted(char quote, uint8_t stops, const char *unterminated);
+    // The word's next characters: the one at the cursor, or all up to one with a trait in `stops`.
+    bool put();
     void put_run(uint8_t stops);
     bool fail(const char *reason);
 
-    char *text_;
-    size_t length_;
-    size_t position_ = 0;
-    size_t start_ = 0; // of the word, and where its next character goes
-    size_t out_ = 0;
-    size_t line_start_ = 0;
-    int line_ = 1;
-    int held_ = end; // the byte at position_, when a word's terminator had to be written over it
+    char *cursor_;
+    char *line_start_;
+    char *line_end_; // behind the newline
+    char *end_;      // a zero byte
+    char *word_ = nullptr;
+    char *out_ = nullptr; // where the word's next character goes
+    int line_ = 0;
+    bool dropped_ = false;
     const char *reason_ = nullptr;
 };
 

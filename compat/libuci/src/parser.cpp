@@ -3,122 +3,121 @@
 #include "lexer.h"
 #include "section_index.h"
 
-#include <algorithm>
-
 namespace uci {
 
 namespace {
 
-enum class command { package, config, option, list, unknown };
-
-struct keyword {
-    std::string_view text;
-    command meaning;
-};
-
-constexpr keyword keywords[] = {
-    {"package", command::package},
-    {"config", command::config},
-    {"option", command::option},
-    {"list", command::list},
-};
-
-// A word is never empty, and its first letter tells which it can be alone.
-command command_of(std::string_view word)
-{
-    for (const keyword &known : keywords) {
-        if (word.front() == known.text.front()) {
-            return word.size() == 1 || word == known.text ? known.meaning : command::unknown;
-        }
-    }
-    return command::unknown;
-}
-
-// One command with its words; executes it on the package, which was empty before the first.
+// Executes one command after the other on a package, which was empty before the first. Each gives UCI_OK,
+// UCI_ERR_MEM, or UCI_ERR_PARSE with a reason.
 class package_parser {
 public:
-    package_parser(uci_package *package, lexer &text) : package_(package), text_(text) {}
+    package_parser(uci_package *package, lexer &text, bool strict)
+        : package_(package), text_(text), strict_(strict)
+    {}
 
-    // UCI_OK, UCI_ERR_MEM or UCI_ERR_PARSE with a reason.
     int run_command();
     const char *reason() const { return reason_; }
 
 private:
-    int reject(const char *reason)
-    {
-        reason_ = reason;
-        return UCI_ERR_PARSE;
-    }
-    int read_words(int least);
+    int package();
     int config();
     int option(bool list);
 
+    bool fail(const char *reason)
+    {
+        reason_ = reason;
+        return false;
+    }
+    int reject_command(const char *reason)
+    {
+        text_.back_to(keyword_);
+        reason_ = reason;
+        return UCI_ERR_PARSE;
+    }
+    // False with a reason; a word that is not there is empty.
+    bool read(char *&word) { return (word = text_.next_word()) || fail(text_.reason()); }
+    bool read_field(char *&word, bool (*valid)(const char *), const char *invalid);
+    bool read_name(char *&word, bool (*valid)(const char *) = valid_name)
+    {
+        return read_field(word, valid, "invalid character in name field");
+    }
+    bool is_given(const char *word) { return *word || fail("insufficient arguments"); }
+    bool read_end();
+
+    struct command {
+        std::string_view name;
+        int (*run)(package_parser &);
+    };
+    static const command commands[];
+
     uci_package *package_;
     lexer &text_;
+    const bool strict_;
     section_index sections_;
     uci_section *section_ = nullptr;
-    char *words_[2] = {};
+    std::string_view keyword_;
     const char *reason_ = nullptr;
 };
 
-int package_parser::read_words(int least)
+const package_parser::command package_parser::commands[] = {
+    {"package", [](package_parser &parser) { return parser.package(); }},
+    {"config", [](package_parser &parser) { return parser.config(); }},
+    {"option", [](package_parser &parser) { return parser.option(false); }},
+    {"list", [](package_parser &parser) { return parser.option(true); }},
+};
+
+bool package_parser::read_field(char *&word, bool (*valid)(const char *), const char *invalid)
 {
-    int count = 0;
-    std::fill(std::begin(words_), std::end(words_), nullptr);
-    for (;;) {
-        char *word = nullptr;
-        switch (text_.next_word(word)) {
-        case word_kind::error:
-            return reject(text_.reason());
-        case word_kind::none:
-            return count < least ? reject("insufficient arguments") : UCI_OK;
-        case word_kind::word:
-            if (count == 2) {
-                return reject("too many arguments");
-            }
-            words_[count++] = word;
-        }
+    return read(word) && (!*word || valid(word) || fail(invalid));
+}
+
+bool package_parser::read_end()
+{
+    char *word = nullptr;
+    return read(word) && (!*word || !strict_ || fail("too many arguments"));
+}
+
+int package_parser::package()
+{
+    if (text_.at_line_end()) {
+        return reject_command("package without name");
     }
+    // The package's name is that of its file.
+    char *name = nullptr;
+    return read_name(name, valid_package_name) && is_given(name) && read_end() ? UCI_OK : UCI_ERR_PARSE;
 }
 
 int package_parser::config()
 {
     section_ = nullptr;
-    if (int code = read_words(1)) {
-        return code;
+    char *type = nullptr;
+    char *name = nullptr;
+    if (!read_field(type, valid_type, "invalid character in type field") || !is_given(type) ||
+        !read_name(name) || !read_end()) {
+        return UCI_ERR_PARSE;
     }
-    char *type = words_[0];
-    char *name = words_[1] && *words_[1] ? words_[1] : nullptr;
-    if (!valid_type(type)) {
-        return reject("invalid section type");
-    }
-    if (name && !valid_name(name)) {
-        return reject("invalid section name");
-    }
-    if (uci_section *known = name ? sections_.find(name) : nullptr) {
-        if (std::string_view(known->type) != type) {
-            return reject("section exists with another type");
+    if (uci_section *known = *name ? sections_.find(name) : nullptr) {
+        if (strict_ && strcmp(known->type, type) != 0) {
+            fail("section of different type overwrites prior section with same name");
+            return UCI_ERR_PARSE;
         }
+        known->type = type;
         section_ = known;
         return UCI_OK;
     }
-    section_ = new_section(package_, type, name);
+    section_ = new_section(package_, type, *name ? name : nullptr);
     return section_ && sections_.add(section_) ? UCI_OK : UCI_ERR_MEM;
 }
 
 int package_parser::option(bool list)
 {
-    if (int code = read_words(1)) {
-        return code;
-    }
-    char *name = words_[0];
-    // A value that is not there is empty, like what is left behind the name.
-    char *value = words_[1] ? words_[1] : name + strlen(name);
-    if (!valid_name(name)) {
-        return reject("invalid option name");
-    }
     if (!section_) {
-        return reject("option outside of a section");
+        return reject_command("option/list command found before the first section");
+    }
+    char *name = nullptr;
+    char *value = nullptr;
+    if (!read_name(name) || !is_given(name) || !read(value) || !read_end()) {
+        return UCI_ERR_PARSE;
     }
     if (list) {
         return add_to_list(section_, name, value) ? UCI_OK : UCI_ERR_MEM;
@@ -129,42 +128,41 @@ int package_parser::option(bool list)
 
 int package_parser::run_command()
 {
-    switch (command_of(text_.keyword())) {
-    case command::package:
-        // The package's name is that of its file.
-        if (int code = read_words(1)) {
-            return code;
-        }
-        return words_[1] ? reject("too many arguments") : UCI_OK;
-    case command::config:
-        return config();
-    case command::option:
-        return option(false);
-    case command::list:
-        return option(true);
-    case command::unknown:
-        break;
+    keyword_ = text_.keyword();
+    if (keyword_.empty() || keyword_.front() == '#') {
+        text_.drop_line();
+        return UCI_OK;
     }
-    return reject("invalid command");
+    for (const command &known : commands) {
+        if (keyword_.front() == known.name.front() && (keyword_.size() == 1 || keyword_ == known.name)) {
+            return known.run(*this);
+        }
+    }
+    return reject_command("invalid command");
 }
 
 } // namespace
 
 int parse_package(uci_context *ctx, uci_package *package, char *text, size_t length)
 {
+    const bool strict = ctx->flags & UCI_FLAG_STRICT;
     lexer source(text, length);
-    package_parser parser(package, source);
-    while (source.next_command()) {
-        int code = parser.run_command();
-        if (code == UCI_ERR_MEM) {
-            return code;
-        }
-        if (code != UCI_OK) {
-            if (ctx->flags & UCI_FLAG_STRICT) {
-                *ctx->pctx = {parser.reason(), source.line(), source.byte()};
+    package_parser parser(package, source, strict);
+    while (source.next_line()) {
+        while (!source.at_line_end()) {
+            const int code = parser.run_command();
+            if (code == UCI_ERR_MEM) {
                 return code;
             }
-            source.skip_line();
+            if (code == UCI_ERR_PARSE) {
+                *ctx->pctx = {parser.reason(), source.line(), source.byte()};
+                if (strict) {
+                    return code;
+                }
+                set_error(ctx, code);
+                uci_perror(ctx, nullptr);
+                source.drop_line();
+            }
         }
     }
     return UCI_OK;

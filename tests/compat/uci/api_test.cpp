@@ -53,7 +53,7 @@ TEST_F(Api, LoadOfABrokenFileTouchesNothing)
     EXPECT_EQ(UCI_ERR_PARSE, uci_load(ctx, "net", &untouched));
     EXPECT_EQ(reinterpret_cast<uci_package *>(1), untouched);
     EXPECT_TRUE(uci_list_empty(&ctx->root));
-    EXPECT_EQ("x: Parse error (invalid command) at line 3, byte 7", error_text("x"));
+    EXPECT_EQ("x: Parse error (invalid command) at line 3, byte 0", error_text("x"));
     EXPECT_EQ(UCI_ERR_NOTFOUND, uci_load(ctx, "absent", &untouched));
     EXPECT_EQ("Entry not found", error_text());
 }

@@ -1,18 +1,9 @@
-#include "../../argv.h"
 #include "fixture.h"
+#include "tool.h"
 
 #include <filesystem>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
 
 namespace {
-
-struct Finished {
-    int status;
-    std::string out;
-    std::string err;
-};
 
 class Cli : public UciTest {
 protected:
@@ -24,40 +15,9 @@ protected:
         return run_bare(arguments);
     }
 
-    Finished run_bare(std::vector<std::string> arguments, const char *stdout_path = nullptr)
+    Finished run_bare(const std::vector<std::string> &arguments, const char *stdout_path = nullptr)
     {
-        std::string out_path = stdout_path ? stdout_path : path("out");
-        std::string err_path = path("err");
-        arguments.insert(arguments.begin(), "uci");
-        const std::vector<char *> words = argv_of(arguments);
-        fflush(stdout);
-        pid_t child = fork();
-        if (child == 0) {
-            if (!freopen(out_path.c_str(), "w", stdout) || !freopen(err_path.c_str(), "w", stderr)) {
-                _exit(126);
-            }
-            execv(UCI_TOOL, words.data());
-            _exit(127);
-        }
-        int state = 0;
-        waitpid(child, &state, 0);
-        EXPECT_TRUE(WIFEXITED(state));
-        return {WEXITSTATUS(state), stdout_path ? "" : slurp(out_path), slurp(err_path)};
-    }
-
-private:
-    static std::string slurp(const std::string &name)
-    {
-        std::string text;
-        FILE *file = fopen(name.c_str(), "r");
-        EXPECT_NE(nullptr, file);
-        for (int c; file && (c = getc(file)) != EOF;) {
-            text.push_back(static_cast<char>(c));
-        }
-        if (file) {
-            fclose(file);
-        }
-        return text;
+        return run_tool(path("."), arguments, stdout_path);
     }
 };
 
@@ -82,7 +42,8 @@ TEST_F(Cli, ShowGeneratedNames)
 {
     write("config/net", sample);
     EXPECT_EQ("net.cfg0292bd=rule\nnet.cfg0292bd.name='one'\n", run({"-X", "show", "net.@rule[0]"}).out);
-    EXPECT_EQ("net.@rule[0]=rule\nnet.@rule[0].name='one'\n", run({"show", "net.cfg0292bd"}).out);
+    EXPECT_EQ("net.cfg0292bd=rule\nnet.cfg0292bd.name='one'\n", run({"show", "net.cfg0292bd"}).out);
+    EXPECT_EQ("net.cfg0292bd.name='one'\n", run({"show", "net.@rule[0].name"}).out);
 }
 
 TEST_F(Cli, ShowParts)
@@ -100,7 +61,7 @@ TEST_F(Cli, ShowAllPackages)
     Finished done = run({"show"});
     EXPECT_EQ(1, done.status);
     EXPECT_EQ("a.n=t\nb.n=t\n", done.out);
-    EXPECT_EQ("uci: Parse error (invalid command) at line 1, byte 9\n", done.err);
+    EXPECT_EQ("uci: Parse error (invalid command) at line 1, byte 0\n", done.err);
 }
 
 TEST_F(Cli, Get)

@@ -14,8 +14,8 @@ TEST_F(Grammar, SectionsOptionsAndListsInFileOrder)
 TEST_F(Grammar, KeywordsMayBeTheirFirstLetter)
 {
     EXPECT_EQ("n=t\nn.a=1\nn.l=[x]\n", parsed("p net\nc t n\no a 1\nl l x\n"));
-    EXPECT_EQ("Parse error (invalid command) at line 1, byte 5", parsed("conf t n\n"));
-    EXPECT_EQ("Parse error (invalid command) at line 1, byte 7", parsed("Config t n\n"));
+    EXPECT_EQ("Parse error (invalid command) at line 1, byte 0", parsed("conf t n\n"));
+    EXPECT_EQ("Parse error (invalid command) at line 1, byte 1", parsed(" Config t n\n"));
 }
 
 TEST_F(Grammar, PackageLineIsRead)
@@ -48,9 +48,9 @@ TEST_F(Grammar, QuotedAndBarePartsAreGlued)
 
 TEST_F(Grammar, LinesWithinQuotesAreCounted)
 {
-    EXPECT_EQ("Parse error (too many arguments) at line 4, byte 5",
+    EXPECT_EQ("Parse error (too many arguments) at line 4, byte 21",
               parsed("config t n\noption a 'x\ny'\"\nz\" b\n"));
-    EXPECT_EQ("Parse error (invalid command) at line 5, byte 4",
+    EXPECT_EQ("Parse error (invalid command) at line 5, byte 0",
               parsed("config t n\noption a x\\\ny'\n'\nbad\n"));
 }
 
@@ -75,7 +75,10 @@ TEST_F(Grammar, BackslashNewlineJoinsLines)
     EXPECT_EQ("n=t\nn.a=onetwo\n", parsed("config t n\noption a one\\\ntwo\n"));
     EXPECT_EQ("n=t\nn.a=onetwo\n", parsed("config t n\noption a \"one\\\ntwo\"\n"));
     EXPECT_EQ("n=t\nn.a=one\\\ntwo\n", parsed("config t n\noption a 'one\\\ntwo'\n"));
-    EXPECT_EQ("n=t\nn.a=1\n", parsed("config t \\\n n\noption a \\\n  1\n"));
+    EXPECT_EQ("n=t\nn.a=1\n", parsed("config t \\\nn\noption a \\\n1\n"));
+    EXPECT_EQ("n=t\nn.a=one\n", parsed("config t n\noption a one\\\n"));
+    // The word has begun before, and the blank ends it.
+    EXPECT_EQ("Parse error (too many arguments) at line 2, byte 14", parsed("config t \\\n n\n"));
 }
 
 TEST_F(Grammar, CommentsBeginOutsideOfQuotes)
@@ -90,18 +93,34 @@ TEST_F(Grammar, CommentsMayHoldAnything)
     EXPECT_EQ("n=t\n", parsed(std::string_view("config t n\n# don't \" \\ \0 ;option a 1\n", 36)));
 }
 
-TEST_F(Grammar, SemicolonSeparatesCommands)
+TEST_F(Grammar, SemicolonSeparatesCommandsBehindABlankOrAQuote)
 {
-    EXPECT_EQ("n=t\nn.a=1\nn.b=2\n", parsed("config t 'n'; option a '1' ;option b '2';\n"));
-    EXPECT_EQ("n=t\nn.a=;\n", parsed(";;config t 'n'\noption a ';'\n"));
+    EXPECT_EQ("n=t\nn.a=1\nn.b=2\n", parsed("config t 'n'; option a '1' ;\toption b 2"));
+    EXPECT_EQ("n=t\nn.a=1\n", parsed("config t n\noption a '1'; # option b 2\n"));
+    EXPECT_EQ("Parse error (invalid command) at line 1, byte 13", parsed("config t n ; option;x\n"));
+    EXPECT_EQ("n=t\nn.a=;\n", parsed("config t n\noption a ';'\n"));
+}
+
+TEST_F(Grammar, SemicolonBehindABareWordHidesTheRestOfTheLine)
+{
+    EXPECT_EQ("n=t\nn.a=1\nn.b=2\n", parsed("config t n; what ever\noption a 1;option c 3\noption b 2\n"));
+    EXPECT_EQ("n=t\nn.a=1\n", parsed("config t n\noption a; 5\noption a 1\n"));
+}
+
+TEST_F(Grammar, SemicolonIsNoCommand)
+{
+    EXPECT_EQ("Parse error (invalid command) at line 1, byte 0", parsed(";config t 'n'\n"));
+    // Nor is what a line ends with.
+    EXPECT_EQ("Parse error (invalid command) at line 1, byte 13", parsed("config t 'n';\n"));
 }
 
 TEST_F(Grammar, SectionTypesArePrintable)
 {
     EXPECT_EQ("n=a-b!.{~\n", parsed("config a-b!.{~ n\n"));
-    EXPECT_EQ("Parse error (invalid section type) at line 1, byte 13", parsed("config 'a b'\n"));
-    EXPECT_EQ("Parse error (invalid section type) at line 1, byte 12", parsed("config \xc3\xa4 n\n"));
-    EXPECT_EQ("Parse error (invalid section type) at line 1, byte 10", parsed("config ''\n"));
+    EXPECT_EQ("Parse error (invalid character in type field) at line 1, byte 13", parsed("config 'a b'\n"));
+    EXPECT_EQ("Parse error (invalid character in type field) at line 1, byte 10",
+              parsed("config \xc3\xa4 n\n"));
+    EXPECT_EQ("Parse error (insufficient arguments) at line 1, byte 10", parsed("config ''\n"));
 }
 
 TEST_F(Grammar, NamesAreLettersDigitsAndUnderscores)
@@ -117,9 +136,9 @@ TEST_F(Grammar, NamesAreLettersDigitsAndUnderscores)
 
 TEST_F(Grammar, WordCounts)
 {
-    EXPECT_EQ("Parse error (insufficient arguments) at line 1, byte 7", parsed("config\n"));
+    EXPECT_EQ("Parse error (insufficient arguments) at line 1, byte 8", parsed("config \n"));
     EXPECT_EQ("Parse error (too many arguments) at line 1, byte 13", parsed("config t n x\n"));
-    EXPECT_EQ("Parse error (insufficient arguments) at line 2, byte 7", parsed("config t n\noption\n"));
+    EXPECT_EQ("Parse error (insufficient arguments) at line 1, byte 6", parsed("config t n\noption"));
     EXPECT_EQ("Parse error (too many arguments) at line 2, byte 13", parsed("config t n\noption a b c\n"));
     EXPECT_EQ(UCI_ERR_PARSE, load("config t n\nlist\n"));
     EXPECT_EQ(UCI_ERR_PARSE, load("config t n\nlist a b c\n"));
@@ -127,14 +146,17 @@ TEST_F(Grammar, WordCounts)
 
 TEST_F(Grammar, OptionsNeedASection)
 {
-    EXPECT_EQ("Parse error (option outside of a section) at line 1, byte 11", parsed("option a 1\n"));
+    EXPECT_EQ("Parse error (option/list command found before the first section) at line 1, byte 0",
+              parsed("option a 1\n"));
     EXPECT_EQ(UCI_ERR_PARSE, load("list a 1\n"));
 }
 
 TEST_F(Grammar, UnterminatedQuotes)
 {
-    EXPECT_EQ("Parse error (unterminated ') at line 4, byte 1", parsed("config t n\noption a 'x\ny\n"));
-    EXPECT_EQ("Parse error (unterminated \") at line 2, byte 12", parsed("config t n\noption a \"x"));
+    EXPECT_EQ("Parse error (EOF with unterminated ') at line 3, byte 14",
+              parsed("config t n\noption a 'x\ny\n"));
+    EXPECT_EQ("Parse error (EOF with unterminated \") at line 1, byte 11",
+              parsed("config t n\noption a \"x"));
     EXPECT_EQ(UCI_ERR_PARSE, load("config t n\noption a \"x\\"));
     EXPECT_EQ(UCI_ERR_PARSE, load("config t n\noption a \"x\\\""));
 }
@@ -153,8 +175,9 @@ TEST_F(Grammar, SameSectionTwiceIsMerged)
 {
     EXPECT_EQ("n=t\nn.a=9\nn.b=2\nn.c=3\nm=t\n",
               parsed("config t n\noption a 1\noption b 2\nconfig t m\nconfig t n\noption c 3\noption a 9\n"));
-    EXPECT_EQ("Parse error (section exists with another type) at line 2, byte 11",
-              parsed("config t n\nconfig u n\n"));
+    EXPECT_EQ(
+        "Parse error (section of different type overwrites prior section with same name) at line 2, byte 11",
+        parsed("config t n\nconfig u n\n"));
 }
 
 TEST_F(Grammar, EachOfManySectionsIsFoundAgain)
@@ -224,13 +247,30 @@ TEST_F(Grammar, GeneratedNamesPastTwoDigits)
     EXPECT_NE(nullptr, uci_lookup_section(ctx, package, "cfg10092bd"));
 }
 
-TEST_F(Grammar, WithoutStrictnessBadLinesAreSkipped)
+TEST_F(Grammar, WithoutStrictnessBadLinesAreSkippedAndTold)
 {
     ctx->flags = static_cast<uci_flags>(ctx->flags & ~UCI_FLAG_STRICT);
-    EXPECT_EQ(
-        "n=t\nn.a=1\nn.b=2\nm=t\n",
-        parsed("option early 1\nbad\nconfig t n\noption a 1\nnonsense 'x' y\noption a 1 2 3\noption b 2\n"
-               "config t n o p\noption lost 1\nconfig t m\noption a 'open"));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ("n=t\nn.a=1\nn.b=2\nm=t\n",
+              parsed("option early 1\nbad\nconfig t n\noption a 1\nnonsense 'x' y\noption b 2\n"
+                     "config t-x n-o\noption lost 1\nconfig t m\noption a 'open"));
+    EXPECT_EQ("Parse error (option/list command found before the first section) at line 1, byte 0\n"
+              "Parse error (invalid command) at line 2, byte 0\n"
+              "Parse error (invalid command) at line 5, byte 0\n"
+              "Parse error (invalid character in name field) at line 7, byte 15\n"
+              "Parse error (option/list command found before the first section) at line 8, byte 0\n"
+              "Parse error (EOF with unterminated ') at line 9, byte 14\n",
+              testing::internal::GetCapturedStderr());
+}
+
+TEST_F(Grammar, WithoutStrictnessWordsTooManyAndOtherTypesAreTaken)
+{
+    ctx->flags = static_cast<uci_flags>(ctx->flags & ~UCI_FLAG_STRICT);
+    EXPECT_EQ("n=u\nn.a=1\nn.b=2\n", parsed("config t n o\noption a 1 2\nconfig u n\noption b 2\n"));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ("n=t\n", parsed("config t n o option"));
+    EXPECT_EQ("Parse error (insufficient arguments) at line 0, byte 19\n",
+              testing::internal::GetCapturedStderr());
 }
 
 } // namespace
