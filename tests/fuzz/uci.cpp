@@ -53,7 +53,6 @@ public:
     {
         promise(ctx_ != nullptr, "there is memory");
         uci_set_confdir(ctx_, (folders().top / config).c_str());
-        uci_set_conf2dir(ctx_, "");
         uci_set_savedir(ctx_, (folders().top / saved).c_str());
         code_ = uci_load(ctx_, "net", &package_);
         promise(code_ == UCI_OK || code_ == UCI_ERR_PARSE, "a file is a package or has a mistake");
