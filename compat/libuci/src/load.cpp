@@ -13,6 +13,15 @@
 
 namespace {
 
+int open_to_read(int folder, const char *path, int more_flags)
+{
+    int fd;
+    do {
+        fd = openat(folder, path, O_RDONLY | O_CLOEXEC | more_flags);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 // A whole file in memory with one byte to spare behind it.
 class file_text {
 public:
@@ -21,29 +30,27 @@ public:
     file_text &operator=(const file_text &) = delete;
     ~file_text() { free(text_); }
 
-    // UCI_OK or why not. Never waits for a pipe or a device that bears a package's name.
-    int read_path(const char *path);
+    // UCI_OK or why not. Never waits for a pipe or a device that bears a package's name. A private file is
+    // not there when it is somebody else's.
+    int read_at(int folder, const char *path, bool is_private);
     // Gives the text to the package; null without memory.
     char *hand_to(uci_package *package);
     size_t length() const { return length_; }
 
 private:
-    int read_open(int fd);
+    int read_open(int fd, bool is_private);
 
     char *text_ = nullptr;
     size_t length_ = 0;
 };
 
-int file_text::read_path(const char *path)
+int file_text::read_at(int folder, const char *path, bool is_private)
 {
-    int fd;
-    do {
-        fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    } while (fd < 0 && errno == EINTR);
+    int fd = open_to_read(folder, path, O_NONBLOCK);
     if (fd < 0) {
         return errno == ENOENT || errno == ENOTDIR ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
     }
-    int code = read_open(fd);
+    int code = read_open(fd, is_private);
     close(fd);
     return code;
 }
@@ -53,13 +60,13 @@ char *file_text::hand_to(uci_package *package)
     return uci::keep_text(package, text_) ? std::exchange(text_, nullptr) : nullptr;
 }
 
-int file_text::read_open(int fd)
+int file_text::read_open(int fd, bool is_private)
 {
     struct stat info;
     if (fstat(fd, &info) != 0) {
         return UCI_ERR_IO;
     }
-    if (!S_ISREG(info.st_mode)) {
+    if (!S_ISREG(info.st_mode) || (is_private && info.st_uid != geteuid())) {
         return UCI_ERR_NOTFOUND;
     }
     // Whoever commits holds the lock exclusively while the file changes.
@@ -101,17 +108,32 @@ bool overridden(const uci_context *ctx, const char *name, char (&path)[PATH_MAX]
     return ctx->conf2dir && join(path, ctx->conf2dir, name) && access(path, F_OK) == 0;
 }
 
+// A folder of saved changes. Of one that somebody else can put files into nothing is taken: whoever makes
+// the usual one first, in a place open to all, would have a say in everybody's configuration.
+int open_private_folder(const char *path)
+{
+    int fd = open_to_read(AT_FDCWD, path, O_DIRECTORY | O_NOFOLLOW);
+    struct stat info;
+    if (fd >= 0 &&
+        (fstat(fd, &info) != 0 || info.st_uid != geteuid() || (info.st_mode & (S_IWGRP | S_IWOTH)))) {
+        close(fd);
+        fd = -1;
+    }
+    return fd;
+}
+
 int read_deltas(uci_context *ctx, uci_package *package)
 {
-    uci_element *folder;
-    uci_foreach_element(&ctx->delta_path, folder)
+    uci_element *element;
+    uci_foreach_element(&ctx->delta_path, element)
     {
-        char path[PATH_MAX];
-        file_text file;
-        if (!join(path, folder->name, package->e.name)) {
+        int folder = open_private_folder(element->name);
+        if (folder < 0) {
             continue;
         }
-        int code = file.read_path(path);
+        file_text file;
+        int code = file.read_at(folder, package->e.name, true);
+        close(folder);
         if (code == UCI_OK) {
             char *text = file.hand_to(package);
             code = text ? uci::apply_delta(package, text, file.length()) : UCI_ERR_MEM;
@@ -156,7 +178,7 @@ int uci_load(struct uci_context *ctx, const char *name, struct uci_package **pac
         return uci::set_error(ctx, UCI_ERR_DUPLICATE);
     }
     file_text file;
-    if (int code = file.read_path(path)) {
+    if (int code = file.read_at(AT_FDCWD, path, false)) {
         return uci::set_error(ctx, code);
     }
     uci_package *made = uci::new_package(ctx, name, path);

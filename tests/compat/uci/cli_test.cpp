@@ -1,8 +1,6 @@
 #include "fixture.h"
 #include "tool.h"
 
-#include <filesystem>
-
 namespace {
 
 class Cli : public UciTest {
@@ -103,7 +101,7 @@ TEST_F(Cli, SavedChangesAreSeen)
     write("config/net", "config t n\n");
     write("saved/net", "net.n.a='1'\n");
     EXPECT_EQ("1\n", run({"get", "net.n.a"}).out);
-    std::filesystem::create_directory(path("more"));
+    make_folder("more");
     write("more/net", "net.n.b='2'\nnet.n.a='older'\n");
     Finished done = run({"-p", path("more"), "show", "net"});
     EXPECT_EQ("net.n=t\nnet.n.b='2'\nnet.n.a='1'\n", done.out);

@@ -2,6 +2,8 @@
 #include "fixture.h"
 
 #include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -97,7 +99,7 @@ TEST_F(Delta, NoFileNoChange)
 
 TEST_F(Delta, OtherFoldersComeFirstAndTheNewestLast)
 {
-    std::filesystem::create_directory(path("more"));
+    make_folder("more");
     ASSERT_EQ(UCI_OK, uci_add_delta_path(ctx, path("more").c_str()));
     EXPECT_EQ(UCI_ERR_DUPLICATE, uci_add_delta_path(ctx, path("more").c_str()));
     EXPECT_EQ(UCI_ERR_DUPLICATE, uci_add_delta_path(ctx, path("saved").c_str()));
@@ -105,6 +107,37 @@ TEST_F(Delta, OtherFoldersComeFirstAndTheNewestLast)
     EXPECT_EQ("n=t\nn.a=saved\nn.m=1\n", with("net.n.a='saved'\n", "config t n\n"));
     uci_set_savedir(ctx, path("more").c_str());
     EXPECT_EQ("n=t\nn.a=more\nn.m=1\n", parsed("config t n\n"));
+}
+
+TEST_F(Delta, FoldersThatOthersCanWriteToAreIgnored)
+{
+    for (const mode_t mode : {0777, 01777, 0775, 0702}) {
+        ASSERT_EQ(0, chmod(path("saved").c_str(), mode));
+        EXPECT_EQ(plain, with("net.n.a='2'\n")) << std::oct << mode;
+    }
+    ASSERT_EQ(0, chmod(path("saved").c_str(), 0700));
+    EXPECT_NE(plain, with("net.n.a='2'\n"));
+}
+
+TEST_F(Delta, FoldersBehindALinkAreIgnored)
+{
+    std::filesystem::rename(path("saved"), path("elsewhere"));
+    std::filesystem::create_directory_symlink("elsewhere", path("saved"));
+    EXPECT_EQ(plain, with("net.n.a='2'\n"));
+}
+
+TEST_F(Delta, ForeignFoldersAndFilesAreIgnored)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make files that are somebody else's";
+    }
+    constexpr uid_t nobody = 65534;
+    EXPECT_NE(plain, with("net.n.a='2'\n"));
+    ASSERT_EQ(0, chown(path("saved/net").c_str(), nobody, nobody));
+    EXPECT_EQ(plain, with("net.n.a='2'\n"));
+    ASSERT_EQ(0, chown(path("saved/net").c_str(), 0, 0));
+    ASSERT_EQ(0, chown(path("saved").c_str(), nobody, nobody));
+    EXPECT_EQ(plain, with("net.n.a='2'\n"));
 }
 
 TEST_F(Delta, DirectPathIgnoresThem)

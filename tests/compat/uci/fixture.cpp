@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <unistd.h>
 
 void UciTest::SetUp()
@@ -10,13 +11,19 @@ void UciTest::SetUp()
     folder_ = testing::TempDir() + "/uci-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(folder_.data()));
     for (const char *name : {"config", "override", "saved"}) {
-        std::filesystem::create_directory(path(name));
+        make_folder(name);
     }
     ctx = uci_alloc_context();
     ASSERT_NE(nullptr, ctx);
     ASSERT_EQ(UCI_OK, uci_set_confdir(ctx, path("config").c_str()));
     ASSERT_EQ(UCI_OK, uci_set_conf2dir(ctx, path("override").c_str()));
     ASSERT_EQ(UCI_OK, uci_set_savedir(ctx, path("saved").c_str()));
+}
+
+// Not writable by others, whatever the umask.
+void UciTest::make_folder(const std::string &name)
+{
+    ASSERT_EQ(0, mkdir(path(name).c_str(), 0755));
 }
 
 void UciTest::TearDown()

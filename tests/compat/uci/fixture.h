@@ -13,6 +13,7 @@ protected:
     void TearDown() override;
 
     std::string path(const std::string &name) const { return folder_ + "/" + name; }
+    void make_folder(const std::string &name);
     void write(const std::string &name, std::string_view text, mode_t mode = 0644);
     // Loads the package "net" with this text. The code; the package stays null on failure.
     int load(std::string_view text);
