@@ -112,15 +112,17 @@ void list_remove(uci_list *entry)
     list_init(entry);
 }
 
+section_name::section_name(int place, const char *type)
+{
+    snprintf(text, sizeof text, "cfg%02x%04x", static_cast<unsigned>(place), type_hash(type) & 0xffff);
+}
+
 uci_section *new_section(uci_package *package, char *type, char *name)
 {
     arena &memory = memory_of(package);
     bool anonymous = !name;
     if (anonymous) {
-        char generated[32];
-        snprintf(generated, sizeof generated, "cfg%02x%04x", static_cast<unsigned>(package->n_section + 1),
-                 type_hash(type) & 0xffff);
-        name = memory.copy(generated);
+        name = memory.copy(section_name(package->n_section + 1, type).text);
     }
     auto *section = name ? new_element<uci_section>(memory, UCI_TYPE_SECTION, name) : nullptr;
     if (!section) {

@@ -1,5 +1,6 @@
 // Packages as text that can be read again.
 #include "internal.h"
+#include "section_index.h"
 
 namespace {
 
@@ -33,18 +34,49 @@ void put_option(FILE *stream, const uci_option *option)
     }
 }
 
-void put_package(const uci_context *ctx, FILE *stream, const uci_package *package, bool header)
+bool is_behind(const uci_section *candidate, const uci_section *section)
 {
-    if (header) {
-        fprintf(stream, "package %s\n", package->e.name);
+    const uci_list *end = &section->package->sections;
+    const uci_list *entry = section->e.list.next;
+    while (entry != end && entry != &candidate->e.list) {
+        entry = entry->next;
     }
+    return entry != end;
+}
+
+// False without memory. A section without a name is written without one, and has one again from its place
+// when it is read. Where a section behind it bears that name the two would become one, or not be read at all:
+// it is written with a name that nobody has.
+bool put_package(FILE *stream, const uci_package *package, bool header)
+{
+    const bool all_named = package->ctx->flags & UCI_FLAG_EXPORT_NAME;
+    uci::section_index named;
+    int spare = 0; // no section's place, nor any before it
     uci_element *element;
     uci_foreach_element(&package->sections, element)
     {
+        uci_section *section = uci_to_section(element);
+        spare++;
+        if (!section->anonymous && !named.add(section)) {
+            return false;
+        }
+    }
+    if (header) {
+        fprintf(stream, "package %s\n", package->e.name);
+    }
+    int place = 0;
+    uci_foreach_element(&package->sections, element)
+    {
         const uci_section *section = uci_to_section(element);
+        uci::section_name given(++place, section->type);
+        const uci_section *owner = section->anonymous ? named.find(given.text) : nullptr;
+        const bool clashes = owner && is_behind(owner, section);
+        while (clashes && named.find(given.text)) {
+            given = uci::section_name(++spare, section->type);
+        }
         fprintf(stream, "\nconfig %s", section->type);
-        if (!section->anonymous || (ctx->flags & UCI_FLAG_EXPORT_NAME)) {
-            fprintf(stream, " '%s'", section->e.name);
+        if (clashes || !section->anonymous || all_named) {
+            fprintf(stream, " '%s'", clashes ? given.text : section->e.name);
         }
         fputc('\n', stream);
         uci_element *option;
@@ -54,6 +86,7 @@ void put_package(const uci_context *ctx, FILE *stream, const uci_package *packag
         }
     }
     fputc('\n', stream);
+    return true;
 }
 
 } // namespace
@@ -66,14 +99,18 @@ int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *packag
     if (!stream) {
         return uci::set_error(ctx, UCI_ERR_INVAL);
     }
+    bool put = true;
     if (package) {
-        put_package(ctx, stream, package, header);
+        put = put_package(stream, package, header);
     } else {
         uci_element *element;
         uci_foreach_element(&ctx->root, element)
         {
-            put_package(ctx, stream, uci_to_package(element), header);
+            put = put && put_package(stream, uci_to_package(element), header);
         }
+    }
+    if (!put) {
+        return uci::set_error(ctx, UCI_ERR_MEM);
     }
     return uci::set_error(ctx, ferror(stream) ? UCI_ERR_IO : UCI_OK);
 }

@@ -46,6 +46,12 @@ inline bool is_named(const uci_element *element, const char *name)
     return *element->name == *name && strcmp(element->name, name) == 0;
 }
 
+// The name that a section gets which has none, as the package's section number `place`, from 1.
+struct section_name {
+    section_name(int place, const char *type);
+    char text[16];
+};
+
 // A null name gives the section a generated one and makes it anonymous.
 uci_section *new_section(uci_package *package, char *type, char *name);
 uci_section *find_section(const uci_package *package, const char *name);

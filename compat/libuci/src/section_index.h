@@ -1,5 +1,5 @@
-// The sections of a package by name, while its file is read: a file of ten thousand sections is read in the
-// time of its length, not of its square.
+// The sections of a package by name, while its file is read or written: that takes the time of its length,
+// not of its square.
 #pragma once
 
 #include "internal.h"

@@ -9,7 +9,20 @@
 
 namespace {
 
-class Api : public UciTest {};
+class Api : public UciTest {
+protected:
+    std::string exported() const
+    {
+        char *text = nullptr;
+        size_t size = 0;
+        FILE *stream = open_memstream(&text, &size);
+        EXPECT_EQ(UCI_OK, uci_export(ctx, stream, package, true));
+        fclose(stream);
+        std::string copy(text, size);
+        free(text);
+        return copy;
+    }
+};
 
 #if defined(__x86_64__)
 TEST(Layout, SizesAreThoseOfTheRealLibrary)
@@ -263,17 +276,25 @@ TEST_F(Api, ExportReadsBackTheSame)
     ASSERT_EQ(UCI_OK,
               load("config t n\noption a 'it'\\''s \"x\"\nline'\nlist l ''\nlist l 'a b'\nconfig rule\n"));
     std::string before = content();
-    char *text = nullptr;
-    size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    ASSERT_EQ(UCI_OK, uci_export(ctx, stream, package, true));
-    fclose(stream);
-    std::string exported(text, size);
-    free(text);
     EXPECT_EQ("package net\n\nconfig t 'n'\n\toption a 'it'\\''s \"x\"\nline'\n\tlist l ''\n\tlist l 'a b'\n"
               "\nconfig rule\n\n",
-              exported);
-    EXPECT_EQ(before, parsed(exported));
+              exported());
+    EXPECT_EQ(before, parsed(exported()));
+}
+
+TEST_F(Api, ExportKeepsUnnamedSectionsApartFromNamedOnes)
+{
+    // Without the first one, "rule" would be read as cfg0192bd, which the last one is.
+    write("saved/net", "-net.first\n");
+    ASSERT_EQ(UCI_OK, load("config t first\nconfig rule\nconfig u cfg0392bd\nconfig t cfg0192bd\n"));
+    const std::string text = exported();
+    EXPECT_EQ("package net\n\nconfig rule 'cfg0492bd'\n\nconfig u 'cfg0392bd'\n\nconfig t 'cfg0192bd'\n\n",
+              text);
+    write("saved/net", "");
+    EXPECT_EQ("cfg0492bd=rule\ncfg0392bd=u\ncfg0192bd=t\n", parsed(text));
+    // One that comes before is no other when the file is read again.
+    EXPECT_EQ("cfg0292bd=t\n*cfg0292bd=rule\n", parsed("config t cfg0292bd\nconfig rule\n"));
+    EXPECT_EQ("package net\n\nconfig t 'cfg0292bd'\n\nconfig rule\n\n", exported());
 }
 
 TEST_F(Api, NullArgumentsAreInvalid)
