@@ -4,7 +4,7 @@ import re
 
 import pytest
 
-import common
+from tests.package import common
 
 EXPORTS = {
     "libuci.so": {
