@@ -1,6 +1,7 @@
 """Small reading helpers for the books in docs/."""
 
 import re
+from dataclasses import dataclass
 
 from tests.docs import sandbox
 
@@ -34,3 +35,29 @@ def sections(markdown):
     """{heading: text below it, up to the next heading of any depth}"""
     parts = re.split(r"^#+ +(.*)$", markdown, flags=re.M)
     return dict(zip(parts[1::2], parts[2::2]))
+
+
+@dataclass(frozen=True)
+class Method:
+    """A row of the bus book."""
+
+    fields: list[tuple[str, str]]   # name, and text, number or array of texts
+    statuses: set[int]
+    platform: bool                  # also a failing platform call's own result
+    changes: bool
+
+
+def bus_methods() -> dict[str, dict[str, Method]]:
+    """{object: {method: its row}}, in the book's order."""
+    book = sections(text("bus.md"))
+    objects = [code(row[0])[0] for row in tables(text("bus.md"))[0][1:]]
+    found: dict[str, dict[str, Method]] = {}
+    for name in objects:
+        head, *rows = next(table for table in tables(book[f"`{name}`"]) if table[0][0] == "method")
+        if head != ["method", "arguments", "statuses", "what it does"]:
+            raise ValueError(f"docs/bus.md: the columns of {name}'s methods are {head}")
+        found[name] = {code(row[0])[0]: Method(
+            re.findall(r"`(\w+)`(?: \[)?[^,;<]*?: (text|number|array of texts)", row[1]),
+            {int(status) for status in re.findall(r"-?\d+", row[2])}, "the platform's" in row[2],
+            not row[3].endswith("changes nothing")) for row in rows}
+    return found

@@ -6,6 +6,7 @@ import re
 import pytest
 
 from tests.docs import books, messages, sandbox
+from tests.facts.daemon import facts
 
 
 def message_rows():
@@ -44,48 +45,32 @@ def test_a_made_up_message_would_be_found(tmp_path, monkeypatch):
     assert list(messages.messages()) == [("f 7,entirely new", "error")]
 
 
-def policies():
-    """{policy: [(field, type)]} of core/policies.h"""
-    text = (sandbox.ROOT / "src/core/policies.h").read_text()
-    found = {}
-    for name, body in re.findall(r"inline constexpr policy_table<\w+> (\w+) = \{\{(.*?)\}\};", text, re.S):
-        found[name] = re.findall(r'\{"(\w+)", BLOBMSG_TYPE_(\w+)\}', body)
-    return found
-
-
-def bus_objects():
-    """{object: {method: [(field, type)]}} of core/bus_objects.cpp"""
-    text = (sandbox.ROOT / "src/core/bus_objects.cpp").read_text()
-    tables = {}
-    for name, body in re.findall(r"ubus_method (\w+)\[\] = \{(.*?)\n\};", text, re.S):
-        tables[name] = {method: policies().get(policy, [])
-                        for method, policy in re.findall(r'method\("(\w+)", \w+(?:, (\w+))?\)', body)}
-    names = re.findall(r'object\("([\w.]+)", &types\[\d\], (\w+)\)', text)
-    return {name: tables[table] for name, table in names}
-
-
-TYPES = {"STRING": "text", "INT32": "number", "ARRAY": "array of texts"}
-
-
-def test_every_object_method_and_field_is_in_the_bus_book():
-    sections = books.sections(books.text("bus.md"))
-    objects = bus_objects()
-    assert sum(len(methods) for methods in objects.values()) == 17
+def test_the_bus_book_has_every_object_and_method_in_its_order():
+    book = books.bus_methods()
+    objects = facts().objects
+    assert set(book) == set(objects), "docs/bus.md and src/core/bus_objects.cpp differ in their objects"
     for name, methods in objects.items():
-        table = next(t for t in books.tables(sections[f"`{name}`"]) if t[0][0] == "method")
-        listed = {}
-        for row in table[1:]:
-            fields = re.findall(r"`(\w+)`(?: \[)?[^,;<]*?: (text|number|array of texts)", row[1])
-            listed[books.code(row[0])[0]] = fields
-        wanted = {method: [(field, TYPES[kind]) for field, kind in fields] for method, fields in methods.items()}
-        assert listed == wanted, name
+        assert list(book[name]) == list(methods), f"docs/bus.md: the table below {name} needs a row for each method, in this order"
 
 
-def test_every_bus_method_has_an_example():
-    text = books.text("bus.md")
-    for name, methods in bus_objects().items():
-        for method in methods:
-            assert re.search(fr"lab/lab ubus call {re.escape(name)} {method}\b", text), (name, method)
+@pytest.mark.parametrize("name, method", facts().methods())
+def test_every_field_of_a_method_is_in_the_bus_book(name, method):
+    row = books.bus_methods()[name].get(method)
+    assert row, f"docs/bus.md has no row for {method} below {name}"
+    assert row.fields == list(facts().objects[name][method].fields.items()), f"docs/bus.md: arguments of {name} {method}"
+
+
+@pytest.mark.parametrize("name, method", facts().methods())
+def test_every_bus_method_has_an_example(name, method):
+    command = f"lab/lab ubus call {name} {method}"
+    assert re.search(re.escape(command) + r"\b", books.text("bus.md")), f"docs/bus.md has no example: {command}"
+
+
+def test_a_number_of_methods_is_the_number_there_is():
+    count = len(facts().methods())
+    for path in [sandbox.ROOT / "README.md", *sorted(books.DOCS.glob("*.md"))]:
+        for number in re.findall(r"\b(\d+) (?:bus )?methods\b", path.read_text()):
+            assert int(number) == count, f"{path.name} says {number} methods: write {count}, or no number"
 
 
 def uci_options():

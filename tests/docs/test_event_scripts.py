@@ -6,6 +6,7 @@ import subprocess
 import pytest
 
 from tests.docs import sandbox
+from tests.facts import daemon
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 
@@ -246,21 +247,20 @@ def test_the_database_is_not_put_where_others_could_lead_it(tmp_path, obstacle):
     assert out.split() == ["refused", "calls"]
 
 
-def skeleton_chains():
-    """TABLE PARENT CHAIN of each hook of the daemon's skeleton."""
-    text = (sandbox.ROOT / "src/firewall/chains.cpp").read_text()
-    names = dict(re.findall(r'constexpr const char \*(\w+) = "([^"]+)"', text))
-    body = text[text.index("skeleton[] = {"):text.index("};", text.index("skeleton[] = {"))]
-    word = r'\s*("[^"]+"|\w+)\s*'
-    return [tuple(names.get(w, w.strip('"')) for w in found)
-            for found in re.findall(fr"hook\({word},{word},{word}[,)]", body)]
+def listed_chains(function):
+    """The rows of one of the lists in the image's cleanup.sh."""
+    script = (sandbox.IMAGE / "lib/ivarode/cleanup.sh").read_text()
+    rows = re.search(rf"^{function}\(\) {{\n    cat <<'CHAINS'\n(.*?)^CHAINS$", script, re.M | re.S)[1]
+    return [tuple(row.split()) for row in rows.splitlines()]
 
 
 def test_clean_up_knows_every_chain_in_the_reverse_order():
-    listed = re.findall(r"^(nat|mangle|filter) (\S+) (\S+)$", (sandbox.IMAGE / "lib/ivarode/cleanup.sh").read_text(), re.M)
-    wanted = skeleton_chains()
-    assert len(wanted) > 25
-    assert listed == wanted[::-1]
+    assert len(daemon.facts().hooks) > 25
+    assert listed_chains("chains") == daemon.facts().hooks[::-1], "cleanup.sh: chains() is the skeleton's, from the last to the first"
+
+
+def test_clean_up_knows_the_chains_that_the_daemon_fills():
+    assert listed_chains("own_chains") == daemon.facts().refilled, "cleanup.sh: own_chains() is what each start empties and fills"
 
 
 LAY = """
@@ -271,7 +271,7 @@ iptables -w -t filter -N theirs; iptables -w -t filter -A FORWARD -j theirs
 
 def lay_chains():
     lines = [LAY]
-    for table, parent, chain in skeleton_chains():
+    for table, parent, chain in daemon.facts().hooks:
         lines.append(f"iptables -w -t {table} -N {chain}; iptables -w -t {table} -A {parent} -j {chain}")
     lines.append("iptables -w -A input_filter_rules_drop -j DROP -i wan+")
     lines.append("iptables -w -t nat -A intf_sip_mesquerade -j MASQUERADE")
