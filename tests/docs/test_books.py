@@ -66,13 +66,6 @@ def test_every_bus_method_has_an_example(name, method):
     assert re.search(re.escape(command) + r"\b", books.text("bus.md")), f"docs/bus.md has no example: {command}"
 
 
-def test_a_number_of_methods_is_the_number_there_is():
-    count = len(facts().methods())
-    for path in [sandbox.ROOT / "README.md", *sorted(books.DOCS.glob("*.md"))]:
-        for number in re.findall(r"\b(\d+) (?:bus )?methods\b", path.read_text()):
-            assert int(number) == count, f"{path.name} says {number} methods: write {count}, or no number"
-
-
 def uci_options():
     """{package: options read in src}"""
     src = sandbox.ROOT / "src"
