@@ -101,7 +101,8 @@ def write_lab(folder: pathlib.Path, board: Board, config: str, extra_plan: Seque
         sample.unlink()
     for item in source.iterdir():
         if item.name != "hosts":
-            shutil.copy(item, rootfs / "etc/config" / item.name)
+            laid = shutil.copy(item, rootfs / "etc/config" / item.name)
+            laid.chmod(0o600)       # a PPPoE password may be in it
     plan = [f"# written by lab/lab for board {board.name}, configuration {source.name}",
             f"cpu-ports {2 if board.cpu_ports >= 2 else 1}"]
     plan += read_hosts(source / "hosts", board)
