@@ -86,7 +86,7 @@ def test_the_scripts_of_the_image_are_for_any_posix_shell():
 
 
 def test_scripts_of_the_image_that_are_run_may_be_run():
-    sourced = {"wan.sh", "ppp.sh"}
+    sourced = {"files.sh", "address.sh", "wan.sh", "ppp.sh"}
     for path in scripts():
         if (ROOT / "image") in path.parents:
             assert bool(path.stat().st_mode & 0o111) != (path.name in sourced), path
@@ -119,6 +119,15 @@ def test_bus_access_file_grants_nothing_that_changes_the_router():
     rules = json.loads((sandbox.IMAGE / "usr/share/acl.d/ivarode.json").read_text())
     granted = {(name, method) for name, grant in rules["access"].items() for method in grant["methods"]}
     assert granted == {("ivarode.run", "run"), ("ivarode.intf", "status"), ("ivarode.intf", "statist")}
+
+
+def test_no_group_for_looking_gives_passwords_away():
+    """Who may read wan_intf reads the passwords in it; that is a group's whole purpose, and its description says so."""
+    groups = json.loads((sandbox.IMAGE / "usr/share/rpcd/acl.d/ivarode.json").read_text())
+    telling = {name for name, group in groups.items() for side in ("read", "write")
+               if "wan_intf" in group.get(side, {}).get("uci", [])}
+    assert telling == {"ivarode-wan"} and "passwords" in groups["ivarode-wan"]["description"]
+    assert not {"ubus"} & set(groups["ivarode-wan"]["read"])
 
 
 def test_front_end_access_groups():
