@@ -77,6 +77,8 @@ KINDS = {
               lambda long: counting_runner("tests/bench/check", "--build", BUILD)),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
              lambda long: pytest("tests/docs")),
+    "hostile": ("other users, servers, peers and full disks against every program: nothing of root's is given or lost",
+                lambda long: pytest("tests/hostile")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package")),
     "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),

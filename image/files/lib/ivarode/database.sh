@@ -11,6 +11,9 @@ umask 022
 template=/usr/share/ivarode/net_stat.db
 database=/tmp/calmora/db/net_stat.db
 
+# shellcheck source=image/files/lib/ivarode/files.sh
+. /lib/ivarode/files.sh
+
 die() {
     echo "ivarode: $*" >&2
     logger -t ivarode -p daemon.err "$*" 2>/dev/null || :
@@ -19,22 +22,15 @@ die() {
 
 # own_folder PATH: made now, or root's alone.
 own_folder() {
-    mkdir "$1" 2>/dev/null && return 0
-    if [ -L "$1" ] || [ ! -d "$1" ]; then
-        die "$1 is in the way and is not a folder"
-    fi
-    # shellcheck disable=SC2012  # mode and owner; stat is not on every router
-    case $(ls -ldn "$1" | sed 's/^\(..........\)[^ ]* *[0-9]* *\([0-9]*\) .*/\1 \2/') in
-    d????-??-?' 0') ;;
-    *) die "$1 belongs to somebody else" ;;
-    esac
+    mkdir "$1" 2>/dev/null || is_roots_folder "$1" || die "$1 cannot be made, or belongs to somebody else"
 }
 
 own_folder /tmp/calmora
 own_folder /tmp/calmora/db
 [ ! -L "$database" ] || die "$database is a link"
-[ -e "$database" ] && exit 0
-fresh=$(mktemp /tmp/calmora/db/.net_stat.XXXXXX)
-cp "$template" "$fresh"
-chmod 600 "$fresh"
-mv "$fresh" "$database"
+[ ! -e "$database" ] || exit 0
+fresh=/tmp/calmora/db/.net_stat.ivarode
+if ! reason=$({ cp "$template" "$fresh" && chmod 600 "$fresh" && mv "$fresh" "$database"; } 2>&1); then
+    rm -f "$fresh"
+    die "$database is not written: $reason"
+fi

@@ -9,15 +9,16 @@
 # finds no row, or another protocol, comes from a client that is on its way out: it must not touch the device,
 # which may be another client's by now.
 
+# shellcheck source=image/files/lib/ivarode/files.sh
+. /lib/ivarode/files.sh
+# shellcheck source=image/files/lib/ivarode/address.sh
+. /lib/ivarode/address.sh
+
 WAN_RUN=/var/run/ivarode
 WAN_ROWS=$WAN_RUN/wan
 WAN_DNS=$WAN_RUN/dns
 WAN_ROUTE_PROTO=105 # marks the routes of this system
 WAN_RULE_CONNECTED=10001
-
-wan_log() {
-    logger -t ivarode-wan -p daemon.info "$*" 2>/dev/null || :
-}
 
 wan_is_number() {
     case $1 in '' | *[!0-9]* | ??????*) return 1 ;; esac
@@ -27,6 +28,11 @@ wan_is_number() {
 # Nothing that a shell, or a reader of the rows, would take for more than a word.
 wan_is_plain() {
     case $1 in *[!A-Za-z0-9.:/_-]*) return 1 ;; esac
+}
+
+# A device's name, which is also that of files.
+wan_is_name() {
+    case $1 in '' | .* | -* | *[!A-Za-z0-9._-]* | ????????????????*) return 1 ;; esac
 }
 
 wan_row_protocol() {
@@ -54,17 +60,17 @@ wan_wait_row() {
 wan_row() {
     [ -e "$WAN_ROWS/$1" ] || return 0
     for value in "$@"; do
-        wan_is_plain "$value" || return 1
+        if ! wan_is_plain "$value"; then
+            wan_error "$1: no row, its values hold more than names and addresses"
+            return 1
+        fi
     done
     (
-        if command -v flock >/dev/null; then
-            exec 9>>"$WAN_ROWS/.lock" && flock 9
-        fi
+        take_lock "$WAN_ROWS" || exit 1
         # asked again with the lock held: the WAN may have become another in the meantime
         [ -e "$WAN_ROWS/$1" ] && wan_is_ours "$1" "$2" || exit 0
         printf 'name=%s\nproto=%s\nipaddr=%s\nnetmask=%s\ngateway=%s\naddr4=%s\naddr5=%s\n' \
-            "$1" "$2" "$3" "$4" "$5" "${6:-0.0.0.0}" "${7:-0.0.0.0}" >"$WAN_ROWS/.$1.script" &&
-            mv -f "$WAN_ROWS/.$1.script" "$WAN_ROWS/$1"
+            "$1" "$2" "$3" "$4" "$5" "${6:-0.0.0.0}" "${7:-0.0.0.0}" | replace_file "$WAN_ROWS/$1" 644
     )
 }
 
@@ -94,19 +100,29 @@ wan_default_remove() {
 # wan_route_up DEVICE P [GATEWAY]: new route first, so that there never is a moment without one.
 wan_route_up() {
     if ! wan_is_number "$2"; then
-        wan_log "$1: no default route, $2 is not a WAN number (10002 to 32765)"
+        wan_error "$1: no default route, $2 is not a WAN number (10002 to 32765)"
         return 1
     fi
     if ! wan_defaults "$2" | grep -q "^default ${3:+via $3 }dev $1 "; then
         # A gateway outside the network of the address is reached on the link all the same.
-        ip -4 route append default ${3:+via "$3"} dev "$1" metric "$2" table "$2" proto "$WAN_ROUTE_PROTO" 2>/dev/null ||
-            ip -4 route append default ${3:+via "$3" onlink} dev "$1" metric "$2" table "$2" \
-                proto "$WAN_ROUTE_PROTO" || return 1
+        if ! ip -4 route append default ${3:+via "$3"} dev "$1" metric "$2" table "$2" proto "$WAN_ROUTE_PROTO" 2>/dev/null &&
+            ! reason=$(ip -4 route append default ${3:+via "$3" onlink} dev "$1" metric "$2" table "$2" \
+                proto "$WAN_ROUTE_PROTO" 2>&1); then
+            wan_error "$1: no default route${3:+ via $3}: $reason"
+            return 1
+        fi
     fi
     [ -z "$3" ] || wan_default_remove "$1" "$2" "$3"
-    wan_has_rule "$WAN_RULE_CONNECTED" ||
-        ip -4 rule add pref "$WAN_RULE_CONNECTED" lookup main suppress_prefixlength 0
-    wan_has_rule "$2" || ip -4 rule add pref "$2" lookup "$2"
+    wan_rule_up "$WAN_RULE_CONNECTED" lookup main suppress_prefixlength 0 && wan_rule_up "$2" lookup "$2"
+}
+
+# wan_rule_up PREFERENCE RULE...
+wan_rule_up() {
+    ! wan_has_rule "$1" || return 0
+    if ! reason=$(ip -4 rule add pref "$@" 2>&1); then
+        wan_error "no policy rule $*: $reason"
+        return 1
+    fi
 }
 
 # wan_route_down DEVICE P. The rule stays: with its table empty it is passed over, and at this very moment the daemon
@@ -115,48 +131,59 @@ wan_route_down() {
     ! wan_is_number "$2" || wan_default_remove "$1" "$2"
 }
 
-# wan_is_roots_folder PATH: a folder, not a link, that nobody but root may write to. In /tmp everybody can be first.
-wan_is_roots_folder() {
-    # shellcheck disable=SC2012  # mode and owner; stat is not on every router
-    case $(ls -ldn "$1" 2>/dev/null | sed 's/^\(..........\)[^ ]* *[0-9]* *\([0-9]*\) .*/\1 \2/') in
-    d????-??-?' 0') return 0 ;;
-    esac
-    return 1
-}
-
 wan_resolver_path() {
-    # Where a caching resolver reads its upstream servers from, else the system's own file.
-    if wan_is_roots_folder /tmp/resolv.conf.d; then
+    # Where a caching resolver reads its upstream servers from, else the system's own file, or what that leads to.
+    if is_roots_folder /tmp/resolv.conf.d; then
         echo /tmp/resolv.conf.d/resolv.conf.auto
+    elif [ -L /etc/resolv.conf ]; then
+        link_target /etc/resolv.conf
     else
-        readlink -f /etc/resolv.conf || echo /etc/resolv.conf
+        echo /etc/resolv.conf
     fi
 }
 
-# Writes the resolver's file from the servers of all WANs, those of the smallest P first.
+# Writes the resolver's file from the servers of all WANs, those of the smallest P first. What is in its place counts only
+# when it is a file of root's: in /tmp everybody can be first, and a link leads anywhere.
 wan_resolver_write() {
     target=$(wan_resolver_path)
-    fresh=$(mktemp "${target%/*}/.ivarode.XXXXXX") || return 1
-    cat "$WAN_DNS"/[0-9]* >"$fresh" 2>/dev/null
-    chmod 644 "$fresh"
-    # A file that is mounted into place cannot be replaced, only written.
-    mv -f "$fresh" "$target" 2>/dev/null || { cat "$fresh" >"$target"; rm -f "$fresh"; }
+    if ! is_safe_folder "${target%/*}"; then
+        wan_error "$target is not written: others could lead it elsewhere"
+        return 1
+    fi
+    case $(file_facts "$target") in
+    '' | -?????????' 0') ;;
+    *)
+        wan_error "$target is not written: what is in its place is not a file of root's"
+        return 1
+        ;;
+    esac
+    if grep -q " $target " /proc/self/mounts; then
+        wan_servers | rewrite_mounted_file "$target"
+    else
+        wan_servers | replace_file "$target" 644
+    fi
+}
+
+wan_servers() {
+    for servers in "$WAN_DNS"/[0-9]*; do
+        [ ! -e "$servers" ] || cat "$servers"
+    done
 }
 
 # wan_dns NAME PROTOCOL [P SERVER...]: the servers of this WAN are now these; with PROTOCOL alone, those that this protocol
 # set are no longer. The client of the WAN's next protocol may have set its own by then.
 wan_dns() (
     umask 022
-    mkdir -p "$WAN_DNS" || exit 1
-    if command -v flock >/dev/null; then
-        exec 8>>"$WAN_DNS/.lock" && flock 8
-    fi
-    name=$1 protocol=$2 number=$3
+    make_folder "$WAN_DNS" && take_lock "$WAN_DNS" || exit 1
+    name=$1 protocol=$2 p=$3
     if [ $# -gt 2 ]; then
-        rm -f "$WAN_DNS"/[0-9]*.dhcp."$name" "$WAN_DNS"/[0-9]*.pppoe."$name"
         shift 3
+        own=$WAN_DNS/$p.$protocol.$name
         for server in "$@"; do
-            wan_is_plain "$server" && echo "nameserver $server" >>"$WAN_DNS/$number.$protocol.$name"
+            echo "nameserver $server"
+        done | replace_file "$own" 644 || exit 1
+        for old in "$WAN_DNS"/[0-9]*.dhcp."$name" "$WAN_DNS"/[0-9]*.pppoe."$name"; do
+            [ "$old" = "$own" ] || rm -f "$old"
         done
     else
         rm -f "$WAN_DNS"/[0-9]*."$protocol.$name"
