@@ -52,6 +52,19 @@ int hwport_of_slot(const struct netbd_ether *const (&slots)[netbd_slot_count], u
     return rv_ok;
 }
 
+// Not inlined: every look-up of a name comes past, and hardly any has something to report.
+[[gnu::noinline]] int lan_missing(uint32_t number)
+{
+    NET_ERROR("lan %d get hw port error\n", number);
+    return rv_fail;
+}
+
+[[gnu::noinline]] int wan_missing(uint32_t number)
+{
+    NET_ERROR("wan %d get hw port error\n", number);
+    return rv_fail;
+}
+
 int slot_of_hwport(const struct netbd_ether *const (&slots)[netbd_slot_count], uint32_t hw_port)
 {
     for (uint32_t slot = 0; slot < netbd_slot_count; slot++) {
@@ -113,19 +126,13 @@ const struct netbd_info &netbd_info_get()
 int netbd_lan_hwport_get(uint32_t number, uint32_t *hw_port)
 {
     const int rv = hwport_of_slot(info.lan_ports, number, hw_port);
-    if (rv == rv_fail) {
-        NET_ERROR("lan %d get hw port error\n", number);
-    }
-    return rv;
+    return rv == rv_fail ? lan_missing(number) : rv;
 }
 
 int netbd_wan_hwport_get(uint32_t number, uint32_t *hw_port)
 {
     const int rv = hwport_of_slot(info.wan_ports, number, hw_port);
-    if (rv == rv_fail) {
-        NET_ERROR("wan %d get hw port error\n", number);
-    }
-    return rv;
+    return rv == rv_fail ? wan_missing(number) : rv;
 }
 
 int netbd_seqport_get(uint32_t hw_port, uint32_t *sequence)

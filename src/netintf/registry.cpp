@@ -4,7 +4,6 @@
 #include "board/switch_port.h"
 #include "core/result.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 netintf_entry *netintf_registry;
@@ -48,20 +47,15 @@ int netintf_registry_init()
     return rv_ok;
 }
 
-uint32_t netintf_type_of(const char *name, const char *func, int line)
+uint32_t netintf_type_of(const char *name)
 {
     if (name == nullptr) {
         return intf_type_none;
     }
-    if (text_begins(name, "lan", func, line)) {
+    if (text_begins(name, "lan")) {
         return intf_type_lan;
     }
-    return text_begins(name, "wan", func, line) ? intf_type_wan : intf_type_none;
-}
-
-int netintf_number_of(const char *name)
-{
-    return atoi(name + strlen("lan"));
+    return text_begins(name, "wan") ? intf_type_wan : intf_type_none;
 }
 
 int netintf_hwport_get_byname(const char *name, uint32_t *port)

@@ -11,6 +11,7 @@
 #include "core/text.h"
 
 #include <stdint.h>
+#include <stdlib.h>
 
 constexpr uint32_t netintf_port_count = front_port_count;
 
@@ -60,13 +61,14 @@ extern uint8_t netintf_wan_port_mask;
 // Creates the list heads, all empty and their ports' links down. 0, rv_no_memory, or the link query's error.
 int netintf_registry_init();
 
-// LAN or WAN by the first three characters of a name, none for any other name and for null. func and line as
-// in core/text.h.
-uint32_t netintf_type_of(const char *name, const char *func = __builtin_FUNCTION(),
-                         int line = __builtin_LINE());
+// LAN or WAN by the first three characters of a name; none for any other name and for null.
+uint32_t netintf_type_of(const char *name);
 
 // The number behind "lan" or "wan", whatever follows it; 0 when there is none.
-int netintf_number_of(const char *name);
+inline int netintf_number_of(const char *name)
+{
+    return atoi(name + 3);
+}
 
 // The hardware port under an interface name. 0, or rv_fail and *port 15 when the name is neither LAN nor WAN
 // or its port is not a front port; an error of the board map comes as it is, *port then untouched. A null
