@@ -18,7 +18,6 @@ namespace libsys {
 
 namespace {
 
-constexpr int new_address = RTM_NEWADDR;
 constexpr uint32_t any_device = 0;
 
 using address_callback = int (*)(const nl_addr_event *);
@@ -213,7 +212,7 @@ int nl_rtmsg_init(void)
 
 int nl_rtmsg_handler_reg(int type, int (*cb)(const struct nl_addr_event *event))
 {
-    if (type != new_address || !cb) {
+    if (type != nl_rtmsg_new_address || !cb) {
         return fail(EINVAL, __func__, "%d, %s", type, cb ? "callback" : "(null)");
     }
     registered = cb;

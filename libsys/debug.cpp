@@ -6,6 +6,8 @@
 #include <cstring>
 #include <syslog.h>
 
+static_assert(offsetof(libsys::debug_area, samples) == netdbg_counter_offset);
+
 uint32_t *g_netd_dbg_shm = nullptr;
 
 namespace {

@@ -22,11 +22,10 @@ constexpr size_t debug_object_size = 4096;
 
 // What g_netd_dbg_shm points to.
 struct debug_area {
-    uint32_t bits; // bit value 4: the daemon's debug messages
+    uint32_t bits;
     uint32_t reserved[3];
-    uint64_t samples; // counted by the daemon
+    uint64_t samples; // counted by the daemon, at netdbg_counter_offset
 };
-static_assert(offsetof(debug_area, samples) == 16);
 
 // One place in a program that handed a null pointer to a checked string operation. Free while count is 0.
 struct null_record {

@@ -12,7 +12,6 @@ namespace libsys {
 namespace {
 
 constexpr int poll_interval_ms = 200;
-constexpr int link_change = 1;
 
 using link_callback = int (*)(const nl_link_event *);
 
@@ -65,7 +64,7 @@ int nl_init(const char *client)
 
 int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event))
 {
-    if (type != link_change || !cb || !channel_open) {
+    if (type != nl_event_link || !cb || !channel_open) {
         return fail(channel_open ? EINVAL : ENOTCONN, __func__, "%d, %s", type, cb ? "callback" : "(null)");
     }
     registered = cb;

@@ -1,10 +1,10 @@
 #include "phy.h"
 
 #include "internal.h"
+#include "platform/switch_driver.h"
 
 #include <cstring>
 #include <linux/mii.h>
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -14,7 +14,6 @@ namespace libsys {
 namespace {
 
 constexpr char switch_device[] = "eth0";
-constexpr unsigned long mii_read = SIOCDEVPRIVATE + 3;
 
 constexpr uint32_t speed_100 = 1;
 constexpr uint32_t speed_1000 = 2;
@@ -38,15 +37,14 @@ int read_mii(unsigned phy, uint32_t reg, uint32_t *value)
             return errno;
         }
     }
-    // PHY, register, value in, value out.
-    uint32_t block[4] = {phy, reg, 0, 0};
+    switch_mii_block block = {phy, reg, 0, 0};
     ifreq request = {};
     memcpy(request.ifr_name, switch_device, sizeof(switch_device));
-    request.ifr_data = reinterpret_cast<char *>(block);
-    if (retry_eintr([&] { return ioctl(kept_socket, mii_read, &request); }) < 0) {
+    request.ifr_data = reinterpret_cast<char *>(&block);
+    if (retry_eintr([&] { return ioctl(kept_socket, switch_mii_read, &request); }) < 0) {
         return errno;
     }
-    *value = block[3];
+    *value = block.value_out;
     return 0;
 }
 

@@ -10,7 +10,6 @@ namespace libsys {
 
 namespace {
 
-constexpr uint32_t port_status_query = 0xB0000002;
 constexpr unsigned port_count = 8;
 
 int ask_ports(uint32_t (&words)[port_count])
@@ -32,7 +31,7 @@ int knl_send_and_wait_response(uint32_t type, const void *, uint32_t, void *repl
 {
     using namespace libsys;
     uint32_t words[port_count] = {};
-    int error = type != port_status_query    ? ENOTSUP
+    int error = type != knl_port_status      ? ENOTSUP
                 : !reply                     ? EINVAL
                 : reply_size < sizeof(words) ? ENOBUFS
                                              : ask_ports(words);

@@ -8,6 +8,7 @@
 // impossible PHY address.
 #include "mapped_file.h"
 #include "phy.h"
+#include "platform/switch_driver.h"
 #include "switch_regs.h"
 
 #include <cerrno>
@@ -22,13 +23,6 @@
 #include <unistd.h>
 
 namespace {
-
-enum Request : unsigned long {
-    register_read = 0x89F1,
-    register_write = 0x89F2,
-    phy_read = 0x89F3,
-    phy_write = 0x89F4
-};
 
 struct Hardware {
     lab::MappedFile regs;
@@ -64,37 +58,39 @@ int fail(int error)
     return -1;
 }
 
-int serve_register(Hardware &board, unsigned long request, uint32_t *block)
+int serve_register(Hardware &board, unsigned long request, switch_reg_block *block)
 {
-    if (!lab::switch_offset_valid(block[0])) {
+    if (!lab::switch_offset_valid(block->offset)) {
         return fail(EINVAL);
     }
     const lab::SwitchRegs regs(board.regs.as<volatile uint32_t>());
-    if (request == register_read) {
-        block[1] = regs.read(block[0]);
+    if (request == switch_reg_read) {
+        block->value = regs.read(block->offset);
     } else {
-        regs.write(block[0], block[1]);
+        regs.write(block->offset, block->value);
     }
     return 0;
 }
 
-int serve_phy(Hardware &board, unsigned long request, uint32_t *block)
+int serve_phy(Hardware &board, unsigned long request, switch_mii_block *block)
 {
     auto &phys = *board.phys.as<lab::PhyFile>();
-    if (request == phy_write) {
-        return lab::mii_write(phys, block[0], block[1], static_cast<uint16_t>(block[2])) ? 0 : fail(EIO);
+    if (request == switch_mii_write) {
+        return lab::mii_write(phys, block->phy, block->reg, static_cast<uint16_t>(block->value_in))
+                   ? 0
+                   : fail(EIO);
     }
     uint16_t value = 0;
-    if (!lab::mii_read(phys, block[0], block[1], value)) {
+    if (!lab::mii_read(phys, block->phy, block->reg, value)) {
         return fail(EIO);
     }
-    block[3] = value;
+    block->value_out = value;
     return 0;
 }
 
 bool is_ours(unsigned long request, const void *argument)
 {
-    if (request < register_read || request > phy_write || argument == nullptr ||
+    if (request < switch_reg_read || request > switch_mii_write || argument == nullptr ||
         getenv("LAB_REGS") == nullptr) {
         return false;
     }
@@ -106,7 +102,7 @@ int serve(int fd, unsigned long request, const ifreq *ifr)
     if (fcntl(fd, F_GETFD) < 0) {
         return -1;
     }
-    auto *block = reinterpret_cast<uint32_t *>(ifr->ifr_data);
+    void *block = ifr->ifr_data;
     if (block == nullptr) {
         return fail(EFAULT);
     }
@@ -114,8 +110,9 @@ int serve(int fd, unsigned long request, const ifreq *ifr)
     if (board == nullptr) {
         return fail(ENODEV);
     }
-    return request == register_read || request == register_write ? serve_register(*board, request, block)
-                                                                 : serve_phy(*board, request, block);
+    return request == switch_reg_read || request == switch_reg_write
+               ? serve_register(*board, request, static_cast<switch_reg_block *>(block))
+               : serve_phy(*board, request, static_cast<switch_mii_block *>(block));
 }
 
 using IoctlFunction = int (*)(int, unsigned long, ...);

@@ -1,5 +1,6 @@
 // ivarode-dbg: shows and sets the debug word and the counters in shared memory.
 #include "debug_area.h"
+#include "platform/output.h"
 
 #include <cinttypes>
 #include <cstdlib>
@@ -15,7 +16,7 @@ struct named_bit {
 };
 
 constexpr named_bit named_bits[] = {
-    {"daemon", 4},
+    {"daemon", netdbg_bit_daemon},
 };
 
 void usage(FILE *stream)

@@ -1,12 +1,13 @@
 // ivarode-switch: shows how the Ethernet switch is programmed, through the same ioctls and registers that the
 // daemon uses.
 
+#include "internal.h"
 #include "platform/board.h"
+#include "platform/switch_driver.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -17,13 +18,6 @@ namespace {
 constexpr unsigned port_count = 7;
 constexpr unsigned front_ports = 5;
 constexpr unsigned entry_count = 16;
-
-constexpr uint32_t pvid_registers = 0x10110040; // physical: two ports to a register, 12 bits each
-constexpr uint32_t vid_registers = 0x50;        // two entries to a register, 12 bits each
-constexpr uint32_t member_registers = 0x70;     // four entries to a register, a byte each
-constexpr uint32_t untag_registers = 0x100;     // four entries to a register, 7 bits each
-constexpr uint32_t control_register = 0x98;
-constexpr uint32_t untag_enabled = 0x8000;
 
 constexpr int exit_failure = 1;
 constexpr int exit_usage = 2;
@@ -57,16 +51,16 @@ const char help[] =
 
 int read_switch(int fd, uint32_t offset, uint32_t *value)
 {
-    uint32_t block[2] = {offset, 0};
+    switch_reg_block block = {offset, 0};
     ifreq request = {};
     strcpy(request.ifr_name, "eth0");
-    request.ifr_data = reinterpret_cast<char *>(block);
-    if (ioctl(fd, SIOCDEVPRIVATE + 1, &request) < 0) {
+    request.ifr_data = reinterpret_cast<char *>(&block);
+    if (ioctl(fd, switch_reg_read, &request) < 0) {
         fprintf(stderr, "ivarode-switch: register 0x%x of the switch behind eth0: %s\n", offset,
                 strerror(errno));
         return -1;
     }
-    *value = block[1];
+    *value = block.value;
     return 0;
 }
 
@@ -75,9 +69,9 @@ int read_entry(int fd, unsigned index, entry *out)
     uint32_t vids = 0;
     uint32_t members = 0;
     uint32_t untag = 0;
-    if (read_switch(fd, vid_registers + 4 * (index / 2), &vids) != 0 ||
-        read_switch(fd, member_registers + 4 * (index / 4), &members) != 0 ||
-        read_switch(fd, untag_registers + 4 * (index / 4), &untag) != 0) {
+    if (read_switch(fd, switch_vlan_id + 4 * (index / 2), &vids) != 0 ||
+        read_switch(fd, switch_vlan_members + 4 * (index / 4), &members) != 0 ||
+        read_switch(fd, switch_vlan_untag + 4 * (index / 4), &untag) != 0) {
         return -1;
     }
     *out = {vids >> 12 * (index % 2) & 0xFFF, members >> 8 * (index % 4) & 0x7F,
@@ -88,7 +82,7 @@ int read_entry(int fd, unsigned index, entry *out)
 int read_pvids(picture *out)
 {
     for (unsigned port = 0; port < front_ports; ++port) {
-        uint32_t addr = pvid_registers + 4 * (port / 2);
+        uint32_t addr = switch_physical_base + switch_pvid + 4 * (port / 2);
         uint32_t value = 0;
         if (mtklib_cpu_reg_rd(addr, &value) != 0) {
             fprintf(stderr, "ivarode-switch: register 0x%08x: %s\n", addr, strerror(errno));
@@ -102,10 +96,10 @@ int read_pvids(picture *out)
 int read_table(int fd, picture *out)
 {
     uint32_t control = 0;
-    if (read_switch(fd, control_register, &control) != 0) {
+    if (read_switch(fd, switch_untag_control, &control) != 0) {
         return -1;
     }
-    out->untagging = control & untag_enabled;
+    out->untagging = control & switch_untag_enable;
     for (unsigned index = 0; index < entry_count; ++index) {
         if (read_entry(fd, index, &out->entries[index]) != 0) {
             return -1;
@@ -116,22 +110,20 @@ int read_table(int fd, picture *out)
 
 int read_picture(picture *out)
 {
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    libsys::unique_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
         fprintf(stderr, "ivarode-switch: socket: %s\n", strerror(errno));
         return -1;
     }
-    int result = read_table(fd, out);
-    close(fd);
-    if (result == 0) {
-        result = read_pvids(out);
+    if (read_table(fd.get(), out) != 0 || read_pvids(out) != 0) {
+        return -1;
     }
-    if (result == 0 &&
-        knl_send_and_wait_response(0xB0000002, nullptr, 0, out->status, sizeof(out->status), nullptr) != 0) {
+    if (knl_send_and_wait_response(knl_port_status, nullptr, 0, out->status, sizeof(out->status), nullptr) !=
+        0) {
         fprintf(stderr, "ivarode-switch: the ports' PHYs: %s\n", strerror(errno));
-        result = -1;
+        return -1;
     }
-    return result;
+    return 0;
 }
 
 bool is_free(const entry &which)
