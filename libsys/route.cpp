@@ -21,12 +21,13 @@ int read_route(uint32_t table, const char *dst, const char *mask, const char *gw
         table == RT_TABLE_UNSPEC) {
         return EINVAL;
     }
-    if (!out->gateway && !dev) {
+    const bool has_device = dev && dev[0] != '\0';
+    if (!out->gateway && !has_device) {
         return EINVAL;
     }
     out->table = table;
     out->metric = static_cast<uint32_t>(metric);
-    if (dev) {
+    if (has_device) {
         device through = {};
         if (int error = find_device(dev, &through)) {
             return error;

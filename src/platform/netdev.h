@@ -44,7 +44,7 @@ int netlib_waninfo_db_update(const char *name, const char *proto, const char *ip
                              const char *gateway, const char *addr4, const char *addr5);
 int netlib_waninfo_db_del_byname(const char *name);
 
-// A gateway route in a table; dev may be null: the kernel chooses.
+// A gateway route in a table. A null or empty dev: the kernel chooses.
 int netlib_rt_add_gw(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
                      int metric);
 int netlib_rt_del_gw(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,

@@ -156,6 +156,14 @@ TEST_F(StaticRouteTest, WithoutADeviceTheKernelChooses)
     EXPECT_EQ(table(10000), "203.0.113.0/24 via 198.51.100.254 dev w0 proto 105 \n");
 }
 
+TEST_F(StaticRouteTest, AnEmptyDeviceIsNoDevice)
+{
+    ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.113.0", "255.255.255.0", "198.51.100.254", "", 0), 0);
+    EXPECT_EQ(table(10000), "203.0.113.0/24 via 198.51.100.254 dev w0 proto 105 \n");
+    ASSERT_EQ(netlib_rt_del_gw(10000, "203.0.113.0", "255.255.255.0", "198.51.100.254", "", 0), 0);
+    EXPECT_EQ(table(10000), "");
+}
+
 TEST_F(StaticRouteTest, ReplacesAnEqualRoute)
 {
     ASSERT_EQ(netlib_rt_add_gw(10000, "203.0.113.0", "255.255.255.0", "192.0.2.254", "v0", 7), 0);
@@ -214,7 +222,7 @@ TEST_F(StaticRouteTest, MalformedRoutesAreErrors)
         {"203.0.113.0", "255.255.255.0", "gateway", nullptr, 0, EINVAL},
         {"203.0.113.1", "255.255.255.0", "192.0.2.254", nullptr, 0, EINVAL},
         {"203.0.113.0", "255.255.255.0", "192.0.2.254", nullptr, -1, EINVAL},
-        {"203.0.113.0", "255.255.255.0", "192.0.2.254", "", 0, ENODEV},
+        {"203.0.113.0", "255.255.255.0", "0.0.0.0", "", 0, EINVAL},
         {"203.0.113.0", "255.255.255.0", "192.0.2.254", "nosuch", 0, ENODEV},
     };
     for (const auto &each : cases) {
