@@ -2,7 +2,7 @@
 //
 // An address is announced when it appears, and again when its device comes back up: the kernel has flushed
 // the routes through the device meanwhile and says nothing about its addresses. When the kernel had more to
-// say than the socket could hold, every address is announced anew; hearing of one twice is harmless, missing
+// say than the socket could hold, every address is announced again; hearing of one twice is harmless, missing
 // one is not.
 
 #include "exports.h"
@@ -24,45 +24,6 @@ using address_callback = int (*)(const nl_addr_event *);
 
 address_callback registered = nullptr;
 uloop_fd channel = {};
-
-// Which devices are up, as a set of bits by index. Grows with the highest index seen, up to a limit that the
-// kernel's own numbering does not reach; a device beyond it is announced more often than needed.
-class index_set {
-public:
-    bool has(uint32_t index) const { return index / 8 < size_ && (bits_[index / 8] & bit(index)); }
-    void put(uint32_t index, bool member)
-    {
-        if (index / 8 >= size_ && !(member && grow(index / 8 + 1))) {
-            return;
-        }
-        auto &byte = bits_[index / 8];
-        byte = static_cast<uint8_t>(member ? byte | bit(index) : byte & ~bit(index));
-    }
-
-private:
-    static uint8_t bit(uint32_t index) { return static_cast<uint8_t>(1U << (index % 8)); }
-    bool grow(size_t size)
-    {
-        if (size > largest) {
-            return false;
-        }
-        size *= 2;
-        auto *bits = static_cast<uint8_t *>(realloc(bits_, size));
-        if (!bits) {
-            return false;
-        }
-        memset(bits + size_, 0, size - size_);
-        bits_ = bits;
-        size_ = size;
-        return true;
-    }
-
-    static constexpr size_t largest = 1 << 20;
-    uint8_t *bits_ = nullptr;
-    size_t size_ = 0;
-};
-
-index_set devices_up;
 
 void deliver(const nlmsghdr &message, const ifaddrmsg &body)
 {
@@ -92,38 +53,12 @@ void announce_addresses(uint32_t device)
     });
 }
 
-void note_device(const nlmsghdr &message, const ifinfomsg &body)
+// The kernel says which flags have changed.
+void note_device(const ifinfomsg &body)
 {
-    auto index = static_cast<uint32_t>(body.ifi_index);
-    bool was_up = devices_up.has(index);
-    bool is_up = message.nlmsg_type == RTM_NEWLINK && (body.ifi_flags & IFF_UP);
-    devices_up.put(index, is_up);
-    if (is_up && !was_up) {
-        announce_addresses(index);
+    if ((body.ifi_flags & body.ifi_change & IFF_UP) != 0) {
+        announce_addresses(static_cast<uint32_t>(body.ifi_index));
     }
-}
-
-// Takes the devices' states as they are, without announcing anything.
-int read_devices()
-{
-    netlink::request request(RTM_GETLINK, NLM_F_DUMP);
-    request.body<ifinfomsg>();
-    netlink::reply answer;
-    int error = netlink::exchange(request, &answer);
-    if (!error) {
-        answer.each<ifinfomsg>(RTM_NEWLINK, [](const nlmsghdr &, const ifinfomsg &body) {
-            devices_up.put(static_cast<uint32_t>(body.ifi_index), (body.ifi_flags & IFF_UP) != 0);
-        });
-    }
-    return error;
-}
-
-void read_everything_again()
-{
-    if (int error = read_devices()) {
-        fail(error, "read devices after lost messages", "%s", "");
-    }
-    announce_addresses(any_device);
 }
 
 void take_message(const nlmsghdr &message)
@@ -132,9 +67,8 @@ void take_message(const nlmsghdr &message)
     const void *body = mnl_nlmsg_get_payload(&message);
     if (message.nlmsg_type == RTM_NEWADDR && length >= sizeof(ifaddrmsg)) {
         deliver(message, *static_cast<const ifaddrmsg *>(body));
-    } else if ((message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK) &&
-               length >= sizeof(ifinfomsg)) {
-        note_device(message, *static_cast<const ifinfomsg *>(body));
+    } else if (message.nlmsg_type == RTM_NEWLINK && length >= sizeof(ifinfomsg)) {
+        note_device(*static_cast<const ifinfomsg *>(body));
     }
 }
 
@@ -149,7 +83,7 @@ bool receive()
                         reinterpret_cast<sockaddr *>(&sender), &sender_size);
     });
     if ((got < 0 && errno == ENOBUFS) || got > static_cast<ssize_t>(sizeof(buffer))) {
-        read_everything_again();
+        announce_addresses(any_device);
         return true;
     }
     if (got <= 0 || sender.nl_pid != 0) {
@@ -181,10 +115,6 @@ int open_channel()
     address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
     if (!fresh || bind(fresh.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
         return errno;
-    }
-    // After the socket listens, so that no change falls between.
-    if (int error = read_devices()) {
-        return error;
     }
     channel.fd = fresh.get();
     channel.cb = on_messages;
