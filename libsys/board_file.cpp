@@ -12,23 +12,6 @@ namespace {
 
 constexpr size_t largest_file = 1 << 20;
 
-class tokener {
-public:
-    tokener() : tok_(json_tokener_new()) {}
-    tokener(const tokener &) = delete;
-    tokener &operator=(const tokener &) = delete;
-    ~tokener()
-    {
-        if (tok_) {
-            json_tokener_free(tok_);
-        }
-    }
-    json_tokener *get() const { return tok_; }
-
-private:
-    json_tokener *tok_;
-};
-
 size_t line_of(std::string_view content, size_t offset)
 {
     size_t line = 1;
@@ -77,13 +60,13 @@ int board_file::load()
         outlib_error("%s: %s\n", board_path, strerror(error));
         return error;
     }
-    tokener parser;
-    if (!parser.get()) {
+    const owned<json_tokener, json_tokener_free> parser(json_tokener_new());
+    if (!parser) {
         return ENOMEM;
     }
     std::string_view source = content.view();
     // With its terminator: without it a number at the end of the text might go on.
-    root_ = json_tokener_parse_ex(parser.get(), source.data(), static_cast<int>(source.size() + 1));
+    root_.reset(json_tokener_parse_ex(parser.get(), source.data(), static_cast<int>(source.size() + 1)));
     json_tokener_error code = json_tokener_get_error(parser.get());
     size_t end = json_tokener_get_parse_end(parser.get());
     if (code == json_tokener_continue || code == json_tokener_error_parse_eof) {
@@ -97,7 +80,7 @@ int board_file::load()
         return board_error("(whole file)", "%s at line %zu", json_tokener_error_desc(code),
                            line_of(source, end));
     }
-    if (!json_object_is_type(root_, json_type_object)) {
+    if (!json_object_is_type(root_.get(), json_type_object)) {
         return board_error("(whole file)", "is not an object");
     }
     return 0;
@@ -105,7 +88,7 @@ int board_file::load()
 
 json_object *board_file::find(const char *path) const
 {
-    json_object *value = root_;
+    json_object *value = root_.get();
     char name[64];
     size_t length = 0;
     for (; value && *path; path += path[length] ? length + 1 : length) {

@@ -7,6 +7,8 @@
  */
 #pragma once
 
+#include "internal.h"
+
 #include <cstdint>
 #include <json-c/json.h>
 
@@ -16,18 +18,13 @@ constexpr const char *board_path = "/etc/board.json";
 
 class board_file {
 public:
-    board_file() = default;
-    board_file(const board_file &) = delete;
-    board_file &operator=(const board_file &) = delete;
-    ~board_file() { json_object_put(root_); }
-
     // 0 or an errno value. An absent file is reported like a broken one.
     int load();
     // The value at a path of member names joined by dots; null when there is none.
     json_object *find(const char *path) const;
 
 private:
-    json_object *root_ = nullptr;
+    owned<json_object, json_object_put> root_;
 };
 
 // One line about a key of the file; EINVAL to return.

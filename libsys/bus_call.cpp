@@ -27,18 +27,6 @@ private:
     bool open_;
 };
 
-class empty_message {
-public:
-    empty_message() { blob_buf_init(&buffer_, 0); }
-    empty_message(const empty_message &) = delete;
-    empty_message &operator=(const empty_message &) = delete;
-    ~empty_message() { blob_buf_free(&buffer_); }
-    blob_attr *get() { return buffer_.head; }
-
-private:
-    blob_buf buffer_ = {};
-};
-
 int errno_of(int status)
 {
     switch (status) {
@@ -62,7 +50,7 @@ int errno_of(int status)
 
 } // namespace
 
-int call_bus(const char *object, const char *method, blob_buf *message, ubus_data_handler_t reply, void *priv,
+int call_bus(const char *object, const char *method, blob_buf *request, ubus_data_handler_t reply, void *priv,
              int timeout_ms)
 {
     connection bus;
@@ -78,8 +66,8 @@ int call_bus(const char *object, const char *method, blob_buf *message, ubus_dat
     if (id == 0) {
         return object_missing;
     }
-    empty_message nothing;
-    return ubus_invoke(bus.get(), id, method, message ? message->head : nothing.get(), reply, priv,
+    message nothing;
+    return ubus_invoke(bus.get(), id, method, request ? request->head : nothing.get()->head, reply, priv,
                        timeout_ms);
 }
 

@@ -1,6 +1,6 @@
 /*
  * Calls to other objects on the bus, each on a connection of its own: while such a call waits, requests to
- * our own objects stay where they are, and a broker that was restarted is found again without further ado.
+ * our objects stay where they are, and a restarted broker needs no special care.
  */
 #pragma once
 
@@ -17,11 +17,24 @@ constexpr int object_missing = -UBUS_STATUS_NOT_FOUND;
 // A message could not be built; older bus libraries have no status for that.
 constexpr int out_of_memory = -ENOMEM;
 
-// 0, a UBUS_STATUS_* value or object_missing. message and reply may be null.
-int call_bus(const char *object, const char *method, blob_buf *message, ubus_data_handler_t reply, void *priv,
+// Owns a message; empty at first.
+class message {
+public:
+    message() { blob_buf_init(&buffer_, 0); }
+    message(const message &) = delete;
+    message &operator=(const message &) = delete;
+    ~message() { blob_buf_free(&buffer_); }
+    blob_buf *get() { return &buffer_; }
+
+private:
+    blob_buf buffer_ = {};
+};
+
+// 0, a UBUS_STATUS_* value or object_missing. request and reply may be null.
+int call_bus(const char *object, const char *method, blob_buf *request, ubus_data_handler_t reply, void *priv,
              int timeout_ms = call_timeout_ms);
 
-// fail() for such a result or out_of_memory; the status is told by the bus's own text.
+// fail() for a result of call_bus() or out_of_memory; the reason is ubus_strerror()'s.
 [[gnu::format(printf, 3, 4)]] int fail_bus(int status, const char *operation, const char *arguments, ...);
 
 } // namespace libsys

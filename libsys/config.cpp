@@ -14,23 +14,6 @@ namespace {
 
 constexpr const char *folder = "/etc/config";
 
-class context {
-public:
-    context() : ctx_(uci_alloc_context()) {}
-    context(const context &) = delete;
-    context &operator=(const context &) = delete;
-    ~context()
-    {
-        if (ctx_) {
-            uci_free_context(ctx_);
-        }
-    }
-    uci_context *get() const { return ctx_; }
-
-private:
-    uci_context *ctx_;
-};
-
 int errno_of(int code)
 {
     switch (code) {
@@ -69,7 +52,7 @@ int ucilib_foreach_section(const char *package, const char *type, ucilib_section
     if (strchr(package, '/') || length >= static_cast<int>(sizeof path)) {
         return libsys::fail(EINVAL, operation, "%s, %s", package, type);
     }
-    context owner;
+    const libsys::owned<uci_context, uci_free_context> owner(uci_alloc_context());
     uci_context *ctx = owner.get();
     if (!ctx) {
         return libsys::fail(ENOMEM, operation, "%s, %s", package, type);

@@ -9,13 +9,14 @@
 //
 // unique_fd and unique_file own a descriptor and a stdio stream. Both close at the end of the scope and leave
 // errno alone, so a guard may go out of scope after fail(). retry_eintr() repeats a system call that a signal
-// interrupted.
+// interrupted. owned<T, release> owns what a C library made and takes back by one function.
 //
 // Nothing here allocates.
 #pragma once
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <unistd.h>
 #include <utility>
 
@@ -32,6 +33,11 @@ inline const char *shown(const char *text)
 {
     return text ? text : "(null)";
 }
+
+template <auto release> struct releaser {
+    template <typename T> void operator()(T *thing) const { release(thing); }
+};
+template <typename T, auto release> using owned = std::unique_ptr<T, releaser<release>>;
 
 class unique_fd {
 public:

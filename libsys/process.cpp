@@ -21,18 +21,6 @@ constexpr const char *respawn[] = {"3600", "5", "0"};
 // The instances that this process has started, service and instance one after the other.
 argument_list started;
 
-class message {
-public:
-    message() { blob_buf_init(&buffer_, 0); }
-    message(const message &) = delete;
-    message &operator=(const message &) = delete;
-    ~message() { blob_buf_free(&buffer_); }
-    blob_buf *get() { return &buffer_; }
-
-private:
-    blob_buf buffer_ = {};
-};
-
 bool is_name(const char *text)
 {
     return text && text[0];
