@@ -65,21 +65,20 @@ private:
 };
 
 // Reads to the end even when memory is short, so that the program does not wait for a reader.
-int read_all(int fd, pid_t process, const char *program, text_buffer *into)
+int read_all(int fd, pid_t process, const char *program, text *into)
 {
-    int error = 0;
     char block[4096];
     for (size_t total = 0; says_more(fd, process, program);) {
         ssize_t got = retry_eintr([&] { return read(fd, block, sizeof(block)); });
         if (got <= 0) {
-            return got < 0 ? errno : error;
+            return got < 0 ? errno : into->ok() ? 0 : ENOMEM;
         }
         total += static_cast<size_t>(got);
         if (total > longest_output) {
             kill(process, SIGKILL);
             return EFBIG;
         }
-        error = error ? error : into->append(block, static_cast<size_t>(got));
+        into->append({block, static_cast<size_t>(got)});
     }
     return ETIMEDOUT;
 }
@@ -147,24 +146,7 @@ char *const *argument_list::argv() const
     return words_ ? words_ : none;
 }
 
-int text_buffer::append(const char *text, size_t length)
-{
-    if (length_ + length + 1 > capacity_) {
-        size_t capacity = (length_ + length) * 2 + 256;
-        auto *bigger = static_cast<char *>(realloc(text_, capacity));
-        if (!bigger) {
-            return ENOMEM;
-        }
-        text_ = bigger;
-        capacity_ = capacity;
-    }
-    memcpy(text_ + length_, text, length);
-    length_ += length;
-    text_[length_] = '\0';
-    return 0;
-}
-
-int run(const argument_list &arguments, capture what, text_buffer *into, int *status)
+int run(const argument_list &arguments, capture what, text *into, int *status)
 {
     if (arguments.count() == 0) {
         return EINVAL;

@@ -2,7 +2,6 @@
  * Running a program without a shell.
  *
  * argument_list   Owns the words of a command line.
- * text_buffer     Owns a growing text; always terminated, empty at first.
  * run()           Runs a program to its end and gives 0 or the errno value of what kept it from running, or
  * from being heard: EFBIG when it said too much, ETIMEDOUT when it was silent for too long; it is ended then.
  * It works inside an event loop that reaps every child it hears of: the loop cannot run in between.
@@ -11,8 +10,9 @@
  */
 #pragma once
 
+#include "text.h"
+
 #include <cstddef>
-#include <cstdlib>
 
 namespace libsys {
 
@@ -44,30 +44,6 @@ private:
     size_t capacity_ = 0;
 };
 
-class text_buffer {
-public:
-    text_buffer() = default;
-    text_buffer(const text_buffer &) = delete;
-    text_buffer &operator=(const text_buffer &) = delete;
-    ~text_buffer() { free(text_); }
-
-    int append(const char *text, size_t length);
-    // Back to a length that it had before.
-    void cut(size_t length)
-    {
-        length_ = length;
-        get()[length] = '\0';
-    }
-    char *get() { return text_ ? text_ : nothing_; }
-    size_t length() const { return length_; }
-
-private:
-    char nothing_[1] = "";
-    char *text_ = nullptr;
-    size_t length_ = 0;
-    size_t capacity_ = 0;
-};
-
 enum class capture {
     output,    // standard output; the program's errors go where ours go
     everything // standard output and errors together
@@ -75,6 +51,6 @@ enum class capture {
 
 // The program is arguments[0], looked for in PATH and in the folders of system programs. *status: exit
 // status, or 128 and the number of the signal that ended it.
-int run(const argument_list &arguments, capture what, text_buffer *into, int *status);
+int run(const argument_list &arguments, capture what, text *into, int *status);
 
 } // namespace libsys

@@ -1,8 +1,6 @@
 /*
  * Small files that several programs read and write: read whole, replaced whole, changed under a lock.
  *
- * text: Owns growing bytes; a failed allocation is remembered and shows in ok().
- *
  * file_lock: Owns an exclusive lock for its scope.
  *
  * read_file: All of a regular file, at most `limit` bytes. Links are followed.
@@ -19,62 +17,12 @@
 #pragma once
 
 #include "internal.h"
+#include "text.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 #include <sys/types.h>
 
 namespace libsys {
-
-class text {
-public:
-    text() = default;
-    text(const text &) = delete;
-    text &operator=(const text &) = delete;
-    ~text() { free(bytes_); }
-
-    // Room for that many more bytes and a terminator; null when memory is short.
-    char *reserve(size_t more)
-    {
-        if (room_ - length_ <= more) {
-            size_t room = (length_ + more) * 2 + 64;
-            auto *grown = static_cast<char *>(realloc(bytes_, room));
-            if (!grown) {
-                ok_ = false;
-                return nullptr;
-            }
-            bytes_ = grown;
-            room_ = room;
-        }
-        return bytes_ + length_;
-    }
-    void grew(size_t by)
-    {
-        length_ += by;
-        bytes_[length_] = '\0';
-    }
-    void append(std::string_view more)
-    {
-        if (char *end = reserve(more.size())) {
-            if (!more.empty()) {
-                memcpy(end, more.data(), more.size());
-            }
-            grew(more.size());
-        }
-    }
-    void append(char c) { append(std::string_view(&c, 1)); }
-    void clear() { length_ = 0; }
-
-    bool ok() const { return ok_; }
-    std::string_view view() const { return {bytes_ ? bytes_ : "", length_}; }
-
-private:
-    char *bytes_ = nullptr;
-    size_t length_ = 0;
-    size_t room_ = 0;
-    bool ok_ = true;
-};
 
 class file_lock {
 public:

@@ -136,7 +136,7 @@ int by_stream(const parsed_command &parsed, const argument_list &command, bool *
 // Reports a failure with the first line of what the command said.
 int run_command(const char *operation, const argument_list &command, const char *shown_as)
 {
-    text_buffer said;
+    text said;
     int status = 0;
     int error = run(command, capture::everything, &said, &status);
     if (!error && status == 0) {

@@ -92,7 +92,7 @@ bool has_many_names(const char *path)
 }
 
 // Reads until the comment, which is the last thing said; what is said before it goes to `said`.
-bool await(std::string_view comment, text_buffer *said, int longest_ms)
+bool await(std::string_view comment, text *said, int longest_ms)
 {
     char block[4096];
     for (;;) {
@@ -101,10 +101,14 @@ bool await(std::string_view comment, text_buffer *said, int longest_ms)
             return false;
         }
         const ssize_t length = retry_eintr([&] { return read(stream.channel.get(), block, sizeof(block)); });
-        if (length <= 0 || said->append(block, static_cast<size_t>(length)) != 0) {
+        if (length <= 0) {
             return false;
         }
-        const std::string_view all(said->get(), said->length());
+        said->append({block, static_cast<size_t>(length)});
+        if (!said->ok()) {
+            return false;
+        }
+        const std::string_view all = said->view();
         if (all.ends_with(comment)) {
             const size_t before = all.size() - comment.size();
             if (before == 0 || all[before - 1] == '\n') {
@@ -133,7 +137,7 @@ bool send_all(std::string_view bytes)
 }
 
 // Sends lines with a comment behind them, and waits for the comment.
-change exchange(std::string_view lines, text_buffer *said, int longest_ms = longest_silence_ms)
+change exchange(std::string_view lines, text *said, int longest_ms = longest_silence_ms)
 {
     char comment[16];
     snprintf(comment, sizeof(comment), "#%u\n", ++stream.comments);
@@ -183,7 +187,7 @@ bool is_open()
     if (!open_stream()) {
         return false;
     }
-    text_buffer said;
+    text said;
     if (exchange("", &said, first_answer_ms) != change::made) {
         give_up();
         let_go();
@@ -193,7 +197,7 @@ bool is_open()
 }
 
 // A program that refuses ends by itself, with a status that says so.
-change ask(std::string_view lines, text_buffer *said)
+change ask(std::string_view lines, text *said)
 {
     if (!is_open()) {
         return change::refused;
@@ -220,11 +224,11 @@ bool stream_takes(const char *table, const argument_list &words, size_t first)
 change stream_change(const char *table, const argument_list &words, size_t first)
 {
     text lines;
-    text_buffer said;
+    text said;
     return compose(lines, table, words, first) ? ask(lines.view(), &said) : change::refused;
 }
 
-bool stream_list(const char *table, text_buffer *into)
+bool stream_list(const char *table, text *into)
 {
     argument_list words;
     text question;

@@ -27,6 +27,6 @@ bool stream_takes(const char *table, const argument_list &words, size_t first);
 // Makes the change that the words from `first` on describe ("-A CHAIN RULE", "-N CHAIN", ...).
 change stream_change(const char *table, const argument_list &words, size_t first);
 // Appends the table as `iptables -S` lists it. What is appended by a listing that fails is of no use.
-bool stream_list(const char *table, text_buffer *into);
+bool stream_list(const char *table, text *into);
 
 } // namespace libsys

@@ -95,7 +95,7 @@ bool lists_unchanged(const argument_list &words, size_t first, const argument_li
     return any_line_declares(lines, target);
 }
 
-int listing_of(const char *table, text_buffer *listing)
+int listing_of(const char *table, text *listing)
 {
     if (stream_list(table, listing)) {
         return 0;
@@ -147,7 +147,7 @@ int table_view::list(const char *table, known_table **out)
 {
     *out = nullptr;
     forget(table);
-    text_buffer listing;
+    text listing;
     int error = strlen(table) < sizeof(known_table::name) ? listing_of(table, &listing) : EINVAL;
     auto *memory = error ? nullptr : malloc(sizeof(known_table));
     if (!memory) {

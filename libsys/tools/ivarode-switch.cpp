@@ -1,7 +1,7 @@
 // ivarode-switch: shows how the Ethernet switch is programmed, through the same ioctls and registers that the
 // daemon uses.
 
-#include "internal.h"
+#include "../internal.h"
 #include "platform/board.h"
 #include "platform/switch_driver.h"
 

@@ -180,13 +180,15 @@ void apply(std::string_view call)
 
 extern "C" {
 
-int __wrap__ZN6libsys3runERKNS_13argument_listENS_7captureEPNS_11text_bufferEPi(
-    const libsys::argument_list &words, libsys::capture, libsys::text_buffer *into, int *status)
+int __wrap__ZN6libsys3runERKNS_13argument_listENS_7captureEPNS_4textEPi(const libsys::argument_list &words,
+                                                                        libsys::capture, libsys::text *into,
+                                                                        int *status)
 {
     std::string output;
     *status = failing != 0 ? failing : iptables(words, output);
     failing = 0;
-    return into->append(output.data(), output.size());
+    into->append(output);
+    return into->ok() ? 0 : ENOMEM;
 }
 
 bool __wrap__ZN6libsys12stream_takesEPKcRKNS_13argument_listEm(const char *, const libsys::argument_list &,
@@ -222,7 +224,7 @@ libsys::change __wrap__ZN6libsys13stream_changeEPKcRKNS_13argument_listEm(const 
     return lost == 2 ? libsys::change::unknown : libsys::change::made;
 }
 
-bool __wrap__ZN6libsys11stream_listEPKcPNS_11text_bufferE(const char *table, libsys::text_buffer *into)
+bool __wrap__ZN6libsys11stream_listEPKcPNS_4textE(const char *table, libsys::text *into)
 {
     if (failing != 0 || tables.find(table) == tables.end()) {
         return false;
@@ -231,7 +233,8 @@ bool __wrap__ZN6libsys11stream_listEPKcPNS_11text_bufferE(const char *table, lib
     for (const std::string &line : tables[table]) {
         listing += line + "\n";
     }
-    return into->append(listing.data(), listing.size()) == 0;
+    into->append(listing);
+    return into->ok();
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
