@@ -1,10 +1,13 @@
 """The one virtual board of the tests of the books, driven by the commands that the books show."""
 
+from __future__ import annotations
+
 import os
 import pathlib
 import shlex
 import subprocess
 import time
+from collections.abc import Callable
 
 from tests.docs import sandbox
 
@@ -14,7 +17,7 @@ PATIENCE = 20.0     # seconds for what the kernel or a client does a moment late
 PAUSE = 0.3
 
 
-def run(command):
+def run(command: str) -> tuple[int, str, str]:
     """Status, output without blanks at the ends of its lines, and errors of a command as the books write it."""
     words = shlex.split(command)
     assert words[0] == "lab/lab", command
@@ -23,13 +26,13 @@ def run(command):
     return done.returncode, shown, done.stderr
 
 
-def until(check):
+def until(check: Callable[[], object]) -> None:
     deadline = time.monotonic() + PATIENCE * 3
     while not check():
         assert time.monotonic() < deadline
         time.sleep(PAUSE)
 
 
-def built():
+def built() -> bool:
     build = pathlib.Path(os.environ.get("IVARODE_BUILD", sandbox.ROOT / "build"))
     return os.geteuid() == 0 and (build / "bin/lab-agent").exists()

@@ -1,5 +1,7 @@
 """Small reading helpers for the books in docs/."""
 
+from __future__ import annotations
+
 import re
 from dataclasses import dataclass
 
@@ -8,11 +10,18 @@ from tests.docs import sandbox
 DOCS = sandbox.ROOT / "docs"
 
 
-def text(name):
+def find(pattern: str, where: str, flags: re.RegexFlag = re.S) -> re.Match[str]:
+    """The first match, which must be there."""
+    found = re.search(pattern, where, flags)
+    assert found, pattern
+    return found
+
+
+def text(name: str) -> str:
     return (DOCS / name).read_text()
 
 
-def tables(markdown):
+def tables(markdown: str) -> list[list[list[str]]]:
     """Tables as lists of rows of cells; the ruled line is left out."""
     found, table = [], []
     for line in markdown.splitlines() + [""]:
@@ -26,12 +35,12 @@ def tables(markdown):
     return found
 
 
-def code(cell):
+def code(cell: str) -> list[str]:
     """What a cell shows as code, in order."""
     return re.findall(r"`([^`]*)`", cell)
 
 
-def sections(markdown):
+def sections(markdown: str) -> dict[str, str]:
     """{heading: text below it, up to the next heading of any depth}"""
     parts = re.split(r"^#+ +(.*)$", markdown, flags=re.M)
     return dict(zip(parts[1::2], parts[2::2]))

@@ -4,6 +4,9 @@ A text is given as a person meets it in a log: without its line end, and with fu
 it begins with them. Other values stay as they are in the format ("%s", "%d").
 """
 
+from __future__ import annotations
+
+import pathlib
 import re
 
 from tests.docs import sandbox
@@ -14,11 +17,11 @@ COMPLAINT = re.compile(r'\bargs\.(?:text|require)\([^";]*?((?:"(?:[^"\\]|\\.)*"\
 FUNCTION = re.compile(r"^[A-Za-z_][\w :*&<>]*?\b(\w+)\(", re.M)
 
 
-def sources():
+def sources() -> list[pathlib.Path]:
     return sorted((sandbox.ROOT / "src").rglob("*.cpp"))
 
 
-def arguments(text, start):
+def arguments(text: str, start: int) -> list[str]:
     """The arguments from start up to the parenthesis that closes the call."""
     words, depth, at = [""], 0, start
     while depth or text[at] != ")":
@@ -32,18 +35,18 @@ def arguments(text, start):
     return [word.strip() for word in words]
 
 
-def enclosing(text, at):
+def enclosing(text: str, at: int) -> str:
     return FUNCTION.findall(text[:at])[-1]
 
 
-def plain(literal):
+def plain(literal: str) -> str:
     joined = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', literal))
     return joined.replace("\\r", "").replace("\\n", "")
 
 
-def messages():
+def messages() -> dict[tuple[str, str], list[tuple[str, int]]]:
     """{(text, level): [(file, line)]}"""
-    found = {}
+    found: dict[tuple[str, str], list[tuple[str, int]]] = {}
     for path in sources():
         text = path.read_text()
         for call in REPORT.finditer(text):
@@ -64,4 +67,4 @@ def messages():
 
 if __name__ == "__main__":
     for (text, level), places in sorted(messages().items(), key=lambda item: item[1]):
-        print(f"{level:<8} {text}    {' '.join(('%s:%d' % place for place in places))}")
+        print(f"{level:<8} {text}    {' '.join(f'{name}:{line}' for name, line in places)}")

@@ -4,10 +4,13 @@ The root holds the image's files over this machine's programs; /etc, /run, /tmp 
 run in a network of their own too, with /dev/log absent: "logger" and "ubus" are replaced by recorders.
 """
 
+from __future__ import annotations
+
 import os
 import pathlib
 import shlex
 import subprocess
+from collections.abc import Iterable
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 IMAGE = ROOT / "image/files"
@@ -61,7 +64,7 @@ UBUS
 """
 
 
-def missing():
+def missing() -> str | None:
     """Why the sandbox cannot be entered here, or None."""
     if os.geteuid() != 0:
         return "needs root"
@@ -69,7 +72,7 @@ def missing():
     return None if done.returncode == 0 else "no private name spaces here: " + done.stderr.strip()
 
 
-def run(script, tmp_path, timeout=60):
+def run(script: str, tmp_path: pathlib.Path, timeout: int = 60) -> str:
     """Output of a shell script inside; fails the test when the script fails."""
     folder = tmp_path / "root"
     folder.mkdir(exist_ok=True)
@@ -81,5 +84,5 @@ def run(script, tmp_path, timeout=60):
     return done.stdout
 
 
-def quoted(words):
+def quoted(words: Iterable[str]) -> str:
     return " ".join(shlex.quote(word) for word in words)

@@ -1,5 +1,7 @@
 """The hook that reads the subject of a commit."""
 
+from __future__ import annotations
+
 import subprocess
 from pathlib import Path
 

@@ -1,9 +1,13 @@
 """The examples of the books, run on the virtual board from top to bottom as a reader would."""
 
+from __future__ import annotations
+
+import pathlib
 import re
 import shlex
 import shutil
 import time
+from collections.abc import Callable
 
 import pytest
 
@@ -11,9 +15,10 @@ from tests.docs import books, sandbox
 from tests.docs.board import LAB, PATIENCE, PAUSE, run, until
 
 
-def examples(book):
+def examples(book: str) -> list[tuple[int, str, list[str]]]:
     """[(line, command, expected lines)] of a book's console blocks."""
-    found, inside = [], False
+    found: list[tuple[int, str, list[str]]] = []
+    inside = False
     for number, line in enumerate(books.text(book).splitlines(), 1):
         if line.startswith("```"):
             inside = line == "```console"
@@ -24,20 +29,20 @@ def examples(book):
     return found
 
 
-def matcher(expected):
+def matcher(expected: list[str]) -> re.Pattern[str]:
     """"..." stands for any number of lines; blanks at the end of a line do not count."""
     text = "".join("(?:.*\n)*?" if line == "..." else re.escape(line.rstrip()) + "\n" for line in expected)
     return re.compile(text + r"\Z")
 
 
-def test_the_comparison_can_fail():
+def test_the_comparison_can_fail() -> None:
     assert matcher(["a", "...", "d"]).match("a\nb\nc\nd\n")
     assert matcher(["a", "..."]).match("a\n")
     assert not matcher(["a", "...", "d"]).match("a\nb\nd\ne\n")
     assert not matcher([]).match("a\n")
 
 
-def test_the_bus_book(lab):
+def test_the_bus_book(lab: None) -> None:
     for line, command, expected in examples("bus.md"):
         wanted = matcher(expected)
         deadline = time.monotonic() + PATIENCE
@@ -48,7 +53,8 @@ def test_the_bus_book(lab):
             # A request is made once; what it leads to may be looked at until it shows.
             once = " ubus call " in command and not re.search(r" (statist|status)\b", command)
             if once or time.monotonic() > deadline:
-                pytest.fail("docs/bus.md:%d: %s\nstatus %d\n%s%s\nexpected\n%s" % (line, command, status, out, err, "\n".join(expected)))
+                pytest.fail("\n".join([f"docs/bus.md:{line}: {command}", f"status {status}", out + err, "expected",
+                                       *expected]))
             time.sleep(PAUSE)
 
 
@@ -56,7 +62,7 @@ STATE = ("ip -br -4 addr; ip -4 rule; ip -4 route show table all | grep -v 'tabl
          "for t in filter nat mangle; do iptables -w -t $t -S; done")
 
 
-def state():
+def state() -> list[str]:
     status, out, err = run("lab/lab exec router sh -c " + shlex.quote(STATE))
     assert status == 0, err
     lines = re.sub(r"@\S+|fe80\S*", "", out).splitlines()
@@ -64,45 +70,51 @@ def state():
     return sorted(line for line in lines if line not in rules) + rules
 
 
-def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab):
+def test_clean_up_leaves_a_bare_router_and_a_start_lays_the_same_again(lab: None) -> None:
     assert run("lab/lab restart daemon")[0] == 0
     until(lambda: run("lab/lab ubus call ivarode.run run")[0] == 0 and any("20001:" in line for line in state()))
     before = state()
     assert run("lab/lab stop daemon")[0] == 0
     status, out, err = run("lab/lab exec router /lib/ivarode/cleanup.sh")
     assert (status, out, err) == (0, "", "")
-    left = run("lab/lab exec router sh -c " + shlex.quote("ip -br link show type bridge; ip -br link show type vlan"))[1]
+    looked = "ip -br link show type bridge; ip -br link show type vlan"
+    left = run("lab/lab exec router sh -c " + shlex.quote(looked))[1]
     bare = [line for line in state() if not line.startswith("-P ")]
     assert left == "" and [line for line in bare if re.search(r"lan|wan|\b(10000|10001|20001)\b|^-[NA]", line)] == []
     assert run("lab/lab start daemon")[0] == 0
     until(lambda: run("lab/lab ubus call ivarode.run run")[0] == 0 and state() == before)
 
 
-def book_configuration(folder):
+def book_configuration(folder: pathlib.Path) -> None:
     """The packages that the configuration book gives as examples."""
     for package in ("lan_intf", "wan_intf", "route_config"):
         section = books.sections(books.text("configuration.md"))[f"Package `{package}`"]
-        (folder / package).write_text(re.search(r"```\n(config .*?)```", section, re.S).group(1))
+        (folder / package).write_text(books.find(r"```\n(config .*?)```", section)[1])
 
 
-def image_configuration(folder):
+def image_configuration(folder: pathlib.Path) -> None:
     for path in (sandbox.IMAGE / "etc/config").iterdir():
         shutil.copy(path, folder)
 
 
-def outcome(command):
+def outcome(command: str) -> str:
     return run("lab/lab " + command)[1]
 
 
 @pytest.mark.parametrize("source, wanted", [
-    (book_configuration, {"exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24 *\n(.*\n)*lan2_guest +UP +192\.168\.100\.1/24",
-                          "switch": r"\n +5 +100 +\. \. t \. \. \. t",
-                          "instances": r'"pppoec,20001"(.*\n)*.*"user@provider"',
-                          "exec router ip route show table 10000": r"10\.20\.0\.0/16 via 192\.168\.1\.254 dev lan1 proto 105 metric 10"}),
-    (image_configuration, {"exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24", "instances": r'"/sbin/udhcpc"(.*\n)*.*"20001"',
-                           "exec router cat /var/run/ivarode/wan/wan1": r"name=wan1\nproto=dhcp"}),
+    (book_configuration, {
+        "exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24 *\n(.*\n)*lan2_guest +UP +192\.168\.100\.1/24",
+        "switch": r"\n +5 +100 +\. \. t \. \. \. t",
+        "instances": r'"pppoec,20001"(.*\n)*.*"user@provider"',
+        "exec router ip route show table 10000": r"10\.20\.0\.0/16 via 192\.168\.1\.254 dev lan1 proto 105 metric 10"}),
+    (image_configuration, {
+        "exec router ip -br -4 addr": r"lan1 +UP +192\.168\.1\.1/24",
+        "instances": r'"/sbin/udhcpc"(.*\n)*.*"20001"',
+        "exec router cat /var/run/ivarode/wan/wan1": r"name=wan1\nproto=dhcp"}),
 ], ids=["configuration book", "image"])
-def test_sample_configurations_bring_up_the_board(lab, tmp_path, source, wanted):
+def test_sample_configurations_bring_up_the_board(lab: None, tmp_path: pathlib.Path,
+                                                  source: Callable[[pathlib.Path], None],
+                                                  wanted: dict[str, str]) -> None:
     source(tmp_path)
     shutil.copy(LAB.parent / "configs/one-lan/hosts", tmp_path)
     status, out, err = run("lab/lab up --board one-cpu --config " + shlex.quote(str(tmp_path)))

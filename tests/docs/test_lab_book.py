@@ -1,8 +1,12 @@
 """The commands of the lab's book and what the porting book says to look at, on the board of the other examples."""
 
+from __future__ import annotations
+
 import json
+import pathlib
 import re
 import shlex
+from typing import Any
 
 import pytest
 
@@ -10,7 +14,7 @@ from labctl import client
 from tests.docs import board, books
 
 # What each command of the book's table is tried with, and what must be in its output.
-TRIED = {
+TRIED: dict[str, list[tuple[str, str]]] = {
     "up": [("up --board one-cpu --config home", "")],
     "status": [("status", r"board one-cpu, configuration home(.*\n)*.*PVID 4091(.*\n)*.*lan1 +up +192\.168\.1\.1/24")],
     "link": [("link 2 down", ""), ("status", "link down"), ("link 2 up", "")],
@@ -32,7 +36,7 @@ TRIED = {
 }
 
 
-def commands():
+def commands() -> list[str]:
     """The names of the commands in the book's table, in order."""
     table = next(t for t in books.tables(books.text("lab.md")) if t[0] == ["command", "what it does"])
     names = []
@@ -42,38 +46,39 @@ def commands():
     return names
 
 
-def test_every_command_of_the_book_is_tried():
+def test_every_command_of_the_book_is_tried() -> None:
     assert sorted(commands()) == sorted(TRIED)
 
 
 @pytest.mark.parametrize("name", [name for name in TRIED if TRIED[name]])
-def test_commands_do_what_the_book_says(lab, name):
+def test_commands_do_what_the_book_says(lab: None, name: str) -> None:
     for command, wanted in TRIED[name]:
-        seen = []
+        seen: tuple[int, str, str] = (0, "", "")
 
-        def shown():
-            seen[:] = board.run("lab/lab " + command)
+        def shown() -> object:
+            nonlocal seen
+            seen = board.run("lab/lab " + command)
             return seen[0] == 0 and re.search(wanted, seen[1])
 
         try:
             board.until(shown)
         except AssertionError:
-            pytest.fail("lab/lab %s: status %s\n%s%s\nexpected %s" % (command, *seen, wanted))
+            pytest.fail(f"lab/lab {command}: status {seen[0]}\n{seen[1]}{seen[2]}\nexpected {wanted}")
 
 
-def test_the_example_of_a_test_passes(lab):
-    source = re.search(r"```python\n(.*?)```", books.text("lab.md"), re.S)[1]
-    names = {}
+def test_the_example_of_a_test_passes(lab: None) -> None:
+    source = books.find(r"```python\n(.*?)```", books.text("lab.md"))[1]
+    names: dict[str, Any] = {}
     exec(compile(source, "docs/lab.md", "exec"), names)
     tests = [value for name, value in names.items() if name.startswith("test_")]
     assert len(tests) == 1
     tests[0](client.Lab(board.NAME))
 
 
-def test_what_to_look_at_when_something_is_odd(lab):
+def test_what_to_look_at_when_something_is_odd(lab: None) -> None:
     table = next(t for t in books.tables(books.text("lab.md")) if t[0] == ["sign", "look at"])
-    looks = [code for row in table[1:] for code in books.code(row[1]) if code.startswith("lab/lab ") and "<" not in code]
-    looks = [code for code in looks if " -v up" not in code and not code.endswith("capture")]
+    looks = [code for row in table[1:] for code in books.code(row[1]) if code.startswith("lab/lab ")]
+    looks = [code for code in looks if "<" not in code and " -v up" not in code and not code.endswith("capture")]
     assert any("switch.sock status" in code for code in looks) and len(looks) >= 4
     for code in looks:
         status, out, err = board.run(code)
@@ -83,24 +88,24 @@ def test_what_to_look_at_when_something_is_odd(lab):
         assert (state / name).exists(), name
 
 
-def porting(heading):
+def porting(heading: str) -> str:
     return books.sections(books.text("porting.md"))[heading]
 
 
-def test_the_porting_books_look_at_the_privileges(lab):
-    command = re.search(r"```\n(grep .*?)\n```", porting("Privileges"), re.S)[1]
+def test_the_porting_books_look_at_the_privileges(lab: None) -> None:
+    command = books.find(r"```\n(grep .*?)\n```", porting("Privileges"))[1]
     status, out, err = board.run("lab/lab exec router sh -c " + shlex.quote(command))
     assert status == 0, err
     assert [line.split(":")[0] for line in out.splitlines()] == ["CapEff", "CapBnd", "NoNewPrivs"]
 
 
-def first_start():
+def first_start() -> tuple[list[str], str]:
     """The commands of a first start, with the end of the log that is promised."""
-    block = re.search(r"```\n(.*?)```", porting("First start"), re.S)[1]
-    return [re.split(r"\s{3,}", line)[0] for line in block.splitlines()], re.search(r'ends with "(.*?)"', block)[1]
+    block = books.find(r"```\n(.*?)```", porting("First start"))[1]
+    return [re.split(r"\s{3,}", line)[0] for line in block.splitlines()], books.find(r'ends with "(.*?)"', block)[1]
 
 
-def test_the_porting_books_first_start(lab):
+def test_the_porting_books_first_start(lab: None) -> None:
     steps, promised = first_start()
     # The lab is its own supervisor and keeps its own log; its hardware is shown to the tool by "switch".
     here = {"/etc/init.d/ivarode start": "start daemon", "logread -e ivarode": "log", "ivarode-switch": "switch"}
@@ -114,8 +119,8 @@ def test_the_porting_books_first_start(lab):
     assert board.run("lab/lab exec router ivarode-dbg off daemon")[0] == 0
 
 
-def test_the_porting_books_board_comes_up(lab, tmp_path):
-    described = json.loads(re.search(r"```json\n(.*?)```", books.text("porting.md"), re.S)[1])
+def test_the_porting_books_board_comes_up(lab: None, tmp_path: pathlib.Path) -> None:
+    described = json.loads(books.find(r"```json\n(.*?)```", books.text("porting.md"))[1])
     assert described["ivarode"].pop("gpio")     # lines of a chip that the virtual board has not got
     (tmp_path / "board.json").write_text(json.dumps(described))
     status, out, err = board.run("lab/lab up --config home --board " + shlex.quote(str(tmp_path / "board.json")))
@@ -126,7 +131,7 @@ def test_the_porting_books_board_comes_up(lab, tmp_path):
     assert f"{int(first, 16) + 2:02x}:{rest}" in device
 
 
-def test_a_lab_that_is_down_is_gone(lab):
+def test_a_lab_that_is_down_is_gone(lab: None) -> None:
     assert board.run("lab/lab down")[0] == 0
     status, out, err = board.run("lab/lab services")
     assert status != 0 and out == "" and "not up" in err
