@@ -56,16 +56,19 @@ TEST_F(LibraryFiles, WanRows)
     over.name += " over an old row";
     over.prepare = old_row;
     sweep(over);
+    EXPECT_GT(sweep_kills(over), 5U);
     Operation update = over;
     update.name = "netlib_waninfo_db_update";
     update.run = [] {
         return netlib_waninfo_db_update("wan1", "static", "10.0.0.1", "255.0.0.0", nullptr, nullptr, nullptr);
     };
     sweep(update);
+    EXPECT_GT(sweep_kills(update), 5U);
     Operation remove = over;
     remove.name = "netlib_waninfo_db_del_byname";
     remove.run = [] { return netlib_waninfo_db_del_byname("wan1"); };
     sweep(remove);
+    EXPECT_GT(sweep_kills(remove), 5U);
 }
 
 void old_secrets()
@@ -83,15 +86,18 @@ TEST_F(LibraryFiles, Secrets)
                       .state = rows_and_secrets,
                       .all_or_nothing = true};
     sweep(replace);
+    EXPECT_GT(sweep_kills(replace), 10U);
     Operation add = replace;
     add.name = "cslib_entry_add";
     add.run = [] { return cslib_entry_add("fresh", "isp", "new one", ""); };
     sweep(add);
+    EXPECT_GT(sweep_kills(add), 10U);
     Operation remove = replace;
     remove.name = "cslib_entry_del";
     remove.run = [] { return cslib_entry_del("user", "isp"); };
     remove.once = true;
     sweep(remove);
+    EXPECT_GT(sweep_kills(remove), 10U);
 }
 
 std::string board_state()

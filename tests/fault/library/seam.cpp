@@ -3,6 +3,7 @@
 #include "interpose.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -103,6 +104,9 @@ int seam::verdict(const char *call)
         return 0;
     }
     plan->happened = true;
+    if (plan->error == death) {
+        kill(getpid(), SIGKILL);
+    }
     return plan->error;
 }
 

@@ -18,6 +18,8 @@ namespace seam {
 
 // A transfer that takes or brings a part of the bytes, in place of an errno value.
 constexpr int partial = -1;
+// The process is killed in place of the call.
+constexpr int death = -2;
 
 struct Fault {
     const char *call;

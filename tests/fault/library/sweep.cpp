@@ -243,7 +243,73 @@ void compare(const Operation &operation, const std::string &what, const Fact &us
     EXPECT_LE(fact.blocks, usual.blocks) << "blocks of memory left";
 }
 
+// How a process that carries out the operation ended, killed at a call or, without one, at none.
+int end_of_run(const Operation &operation, const seam::Fault *death, unsigned occurrence)
+{
+    pid_t child = fork();
+    if (child == 0) {
+        alarm(patience_seconds);
+        if (death) {
+            seam::fail(getpid(), *death, occurrence);
+        }
+        _exit(operation.run() == 0 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    seam::disarm();
+    return status;
+}
+
+// What readers see: files that are being made bear names that nobody reads.
+std::string state_for_readers(const Operation &operation)
+{
+    std::map<fs::path, std::string> fresh;
+    for (const char *folder : {"/etc", "/run"}) {
+        for (const auto &entry : fs::recursive_directory_iterator(folder)) {
+            const std::string name = entry.path().filename();
+            if (name.starts_with(".") && name.ends_with(".new")) {
+                fresh[entry.path()] = read_file(entry.path());
+            }
+        }
+    }
+    for (const auto &[path, content] : fresh) {
+        fs::remove(path);
+    }
+    std::string state = operation.state();
+    for (const auto &[path, content] : fresh) {
+        write_file(path, content);
+    }
+    return state;
+}
+
 } // namespace
+
+unsigned sweep_kills(const Operation &operation)
+{
+    seam::prepare();
+    const Fact usual = in_a_process(operation, nullptr, 0);
+    operation.prepare();
+    const std::string before = operation.state();
+    unsigned kills = 0;
+    for (const auto &[call, count] : usual.calls) {
+        const seam::Fault death = {call.c_str(), seam::death, false};
+        for (unsigned occurrence = 1; occurrence <= count; occurrence++) {
+            SCOPED_TRACE(operation.name + ", killed at " + call + " no. " + std::to_string(occurrence));
+            operation.prepare();
+            const int status = end_of_run(operation, &death, occurrence);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+            kills++;
+            const std::string left = state_for_readers(operation);
+            EXPECT_TRUE(left == before || left == usual.state) << left;
+            if (left == before || !operation.once) {
+                EXPECT_EQ(end_of_run(operation, nullptr, 0), 0);
+            }
+            EXPECT_EQ(operation.state(), usual.state);
+        }
+    }
+    printf("%s kills: %u\n", operation.name.c_str(), kills);
+    return kills;
+}
 
 unsigned sweep(const Operation &operation)
 {

@@ -35,5 +35,10 @@ struct Operation {
 // Prints "NAME injections: N", fails the test for each broken promise, and gives N.
 unsigned sweep(const Operation &operation);
 
+// The operation killed at each of its calls: what it is about is then as before or as it is to be, and the
+// same operation once more does its work, whatever half-made files lie about. Prints "NAME kills: N" and
+// gives N.
+unsigned sweep_kills(const Operation &operation);
+
 // Every file below some folders: name, mode and content; lock files left out, as they stay for good.
 std::string files_below(std::initializer_list<const char *> folders);
