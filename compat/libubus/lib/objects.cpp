@@ -343,13 +343,13 @@ int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg)
 
 void ubus_complete_deferred_request(ubus_context *ctx, ubus_request_data *req, int ret)
 {
-    wire::Builder buffer;
-
-    buffer.put_u32(UBUS_ATTR_STATUS, static_cast<uint32_t>(ret));
-    buffer.put_u32(UBUS_ATTR_OBJID, req->object);
-    if (buffer.ok) {
-        send_message(ctx, buffer.head, UBUS_MSG_STATUS, req->seq, req->peer, req->fd);
-    } else if (req->fd >= 0) {
-        close(req->fd);
-    }
+    // Built without the heap: the caller is to hear of the end even where there is no memory for more.
+    const auto head = [](uint32_t id, size_t length) {
+        return cpu_to_be32(id << BLOB_ATTR_ID_SHIFT | static_cast<uint32_t>(length));
+    };
+    const uint32_t message[5] = {head(0, sizeof(message)), head(UBUS_ATTR_STATUS, 2 * sizeof(uint32_t)),
+                                 cpu_to_be32(static_cast<uint32_t>(ret)),
+                                 head(UBUS_ATTR_OBJID, 2 * sizeof(uint32_t)), cpu_to_be32(req->object)};
+    send_message(ctx, reinterpret_cast<const blob_attr *>(message), UBUS_MSG_STATUS, req->seq, req->peer,
+                 req->fd);
 }

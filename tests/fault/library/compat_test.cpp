@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <libubus.h>
+#include <sys/socket.h>
 #include <uci.h>
 #include <unistd.h>
 
@@ -24,6 +25,58 @@ class StandIn : public SandboxTest {};
 
 constexpr const char *json =
     R"({"a":1,"b":"text \" with \u00e4","c":[1,"two",{"three":true}],"d":{"e":-5000000000,"f":1.5},"g":null})";
+
+// A caller that hears nothing waits for ever.
+TEST_F(StandIn, AStatusNeedsNoMemory)
+{
+    seam::prepare();
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    ubus_context server = {};
+    server.sock.fd = ends[0];
+    ubus_request_data request = {};
+    request.fd = -1;
+    request.object = 7;
+    seam::count_calls(getpid());
+    ubus_complete_deferred_request(&server, &request, UBUS_STATUS_UNKNOWN_ERROR);
+    seam::disarm();
+    for (const char *call : {"malloc", "calloc", "realloc"}) {
+        EXPECT_EQ(seam::calls(call), 0U) << call;
+    }
+    const unsigned char wanted[] = {0,
+                                    UBUS_MSG_STATUS,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    0,
+                                    20,
+                                    UBUS_ATTR_STATUS,
+                                    0,
+                                    0,
+                                    8,
+                                    0,
+                                    0,
+                                    0,
+                                    UBUS_STATUS_UNKNOWN_ERROR,
+                                    UBUS_ATTR_OBJID,
+                                    0,
+                                    0,
+                                    8,
+                                    0,
+                                    0,
+                                    0,
+                                    7};
+    unsigned char got[64];
+    ASSERT_EQ(read(ends[1], got, sizeof(got)), static_cast<ssize_t>(sizeof(wanted)));
+    EXPECT_EQ(memcmp(got, wanted, sizeof(wanted)), 0);
+    close(ends[0]);
+    close(ends[1]);
+}
 
 TEST_F(StandIn, Messages)
 {
