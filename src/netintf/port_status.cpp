@@ -58,6 +58,5 @@ int netintf_ubus_status(struct ubus_context *ctx, struct ubus_object *, struct u
     if (!reply_fill(words)) {
         return status_unknown_error;
     }
-    ubus_send_reply(ctx, req, netintf_reply.head);
-    return status_ok;
+    return netintf_reply_send(ctx, req);
 }

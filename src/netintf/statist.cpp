@@ -147,6 +147,5 @@ int netintf_ubus_statist(struct ubus_context *ctx, struct ubus_object *, struct 
             }
         }
     }
-    ubus_send_reply(ctx, req, netintf_reply.head);
-    return status_ok;
+    return netintf_reply_send(ctx, req);
 }
