@@ -16,8 +16,8 @@ class Board:
     def __init__(self, build, prefix=(), leaks=False):
         build = Path(build).resolve()
         self.daemon = build / "bin" / "ivarode"
-        self.recorder = build / "double" / "libsys.so"
-        self.entries = build / "double" / "entries"
+        self.recorder = build / "seam" / "libsys.so"
+        self.entries = build / "seam" / "entries"
         self.prefix = list(prefix)
         self.leaks = leaks
 

@@ -1,53 +1,24 @@
 #include "daemon_world.h"
 
-#include "board/board_map.h"
-#include "core/bus_objects.h"
-#include "daemon_test.h"
-#include "double.h"
+#include "daemon.h"
 #include "input.h"
-#include "platform/output.h"
+#include "process.h"
 
 #include <cstring>
-#include <gtest/gtest.h>
 
 namespace fuzz {
 
-namespace {
-
-// What the double finds wrong is a broken promise too.
-void double_strict()
-{
-    static const bool once = [] {
-        testing::GTEST_FLAG(break_on_failure) = true;
-        return true;
-    }();
-    promise(once, "set once");
-}
-
-} // namespace
-
 void daemon_fresh(bool two_cpu_ports)
 {
-    double_strict();
-    unit::registry_drop();
-    unit::routes_drop();
-    unit::double_reset();
-    g_netd_dbg_shm = nullptr;
-    unit::world.packages = {"lan_intf", "wan_intf", "route_config", "dhcp"};
-    const unit::Ports ports = two_cpu_ports ? unit::Ports{{1, 1}, {1, 2}, {2, 3}, {2, 4}, {2, 0}}
-                                            : unit::Ports{{1, 1}, {1, 2}, {1, 3}, {1, 4}, {2, 0}};
-    for (size_t i = 0; i < ports.size(); i++) {
-        unit::world.ports.at(i) = ports[i];
-    }
-    unit::world.cpuid = two_cpu_ports ? unit::two_cpu_ports : 1;
-    promise(netbd_lan_wan_init() == 0 && netintf_registry_init() == 0 && ivarode_ubus_init() == 0,
-            "the daemon starts");
-    unit::trace_take();
+    const inprocess::Board one{{{1, 1}, {1, 2}, {1, 3}, {1, 4}, {2, 0}}};
+    const inprocess::Board two{{{1, 1}, {1, 2}, {2, 3}, {2, 4}, {2, 0}}, inprocess::two_cpu_ports};
+    promise(inprocess::daemon_begin(two_cpu_ports ? two : one), "the daemon starts");
 }
 
 void daemon_check()
 {
-    promise(unit::open_handles() == 0, "no socket, file or database is left open");
+    promise(seam::process.left_open().empty(), "no socket, file or database is left open");
+    promise(seam::process.misused == 0, "nothing closed is used, and requests alone are answered");
     for (uint32_t port = 0; port < netintf_port_count; port++) {
         const netintf_entry *head = netintf_port_head_get(port);
         for (const netintf_entry *entry = head; entry->next != head; entry = entry->next) {

@@ -3,10 +3,12 @@
 //
 // An input is two tables with a line "%%" between them.
 #include "daemon_world.h"
-#include "double.h"
 #include "input.h"
 #include "message.h"
+#include "netintf/registry.h"
 #include "netintf/statist.h"
+#include "trace.h"
+#include "world.h"
 
 #include <libubus.h>
 #include <string>
@@ -17,10 +19,10 @@ using fuzz::promise;
 
 void sample(std::string_view table)
 {
-    unit::world.net_dev = std::string{table};
+    seam::world.net_dev = std::string{table};
     uloop_timeout timeout{};
     netintf_statist_timer(&timeout);
-    unit::trace_take();
+    seam::trace_take();
 }
 
 void add_interfaces()
@@ -62,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         sample(text.substr(border + 4));
         check();
     }
-    promise(unit::call("ivarode.intf", "statist") == 0, "statistics are given");
+    promise(seam::call_method("ivarode.intf", "statist") == 0, "statistics are given");
     fuzz::daemon_check();
     return 0;
 }

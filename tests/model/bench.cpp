@@ -1,6 +1,8 @@
 #include "bench.h"
 
+#include "call.h"
 #include "netintf/events.h"
+#include "netintf/registry.h"
 #include "netintf/startup.h"
 
 #include <arpa/inet.h>
@@ -10,7 +12,6 @@ namespace model {
 namespace {
 
 constexpr int disagreement = -1000;
-constexpr uint32_t cpuid_two_cpu_ports = unit::two_cpu_ports;
 const char *const object = "ivarode.intf";
 constexpr uint32_t untag_all_but_cpu = 0x3f;
 constexpr unsigned all_links = 0x1f;
@@ -22,9 +23,9 @@ std::string dotted(uint32_t address)
 }
 
 // Numbers of VLANs go over the bus as numbers, the rest as texts.
-unit::Message message(const Fields &fields)
+seam::Message message(const Fields &fields)
 {
-    unit::Message out;
+    seam::Message out;
     for (const auto &[name, value] : fields) {
         if (name.starts_with("vlanid")) {
             out.number(name.c_str(), static_cast<uint32_t>(std::stoul(value)));
@@ -35,9 +36,36 @@ unit::Message message(const Fields &fields)
     return out;
 }
 
-unit::Section section(const std::string &package, const Section &from)
+void configure(const std::string &package, const std::vector<Section> &sections)
 {
-    return {package, "interface", from.name, from.fields};
+    for (const Section &one : sections) {
+        seam::world.sections.push_back(
+            {package, "interface", one.name, {one.fields.begin(), one.fields.end()}});
+    }
+}
+
+// A kernel like a router's, with both Ethernet devices and nothing else.
+seam::System switched_on()
+{
+    seam::System system;
+    system.devices["eth1"].kind = "port";
+    system.longest_name = 15;
+    system.asked_keep();
+    return system;
+}
+
+int call(const char *method, const seam::Message &message)
+{
+    return seam::call_method(object, method, message).value_or(disagreement);
+}
+
+std::string join(const std::vector<std::string> &lines)
+{
+    std::string out;
+    for (const std::string &line : lines) {
+        out += line + "\n";
+    }
+    return out;
 }
 
 Interface record_of(const netintf_entry &entry)
@@ -68,20 +96,21 @@ const BoardPlan lan1_on_port0_board{{{1, 0}, {1, 1}, {1, 2}, {2, 3}, {2, 4}}};
 
 Bench::Bench()
 {
-    below.clear();
     board(one_cpu_board);
+}
+
+Bench::~Bench()
+{
+    inprocess::daemon_end();
 }
 
 void Bench::board(const BoardPlan &plan)
 {
-    unit::Ports ports;
+    inprocess::Board board{{}, plan.two_cpu_ports ? inprocess::two_cpu_ports : 1, plan.base};
     for (const auto &[role, number] : plan.ethernet) {
-        ports.push_back({static_cast<uint8_t>(role), static_cast<uint8_t>(number)});
+        board.ports.push_back({static_cast<uint8_t>(role), static_cast<uint8_t>(number)});
     }
-    unit::world.mac = plan.base;
-    unit::world.registers.clear();
-    DaemonTest::board(ports, plan.two_cpu_ports ? cpuid_two_cpu_ports : 1);
-    below.clear();
+    ASSERT_TRUE(inprocess::daemon_begin(board));
     oracle = std::make_unique<Oracle>(plan);
     std::fill(block_.begin(), block_.end(), 0);
     forwarder_ = std::make_unique<lab::Forwarder>(lab::SwitchRegs(block_.data()), plan.two_cpu_ports ? 2 : 1);
@@ -98,19 +127,15 @@ int Bench::agree(const std::string &step, int daemon, int expected)
 
 int Bench::restart(bool cleanup, const std::vector<Section> &lans, const std::vector<Section> &wans)
 {
-    unit::registry_drop();
+    EXPECT_TRUE(inprocess::daemon_restart());
     oracle->die();
     if (cleanup) {
-        below.clear();
-        oracle->kernel.clear();
+        below = switched_on();
+        oracle->kernel = switched_on();
     }
-    unit::world.sections.clear();
-    for (const Section &one : lans) {
-        unit::world.sections.push_back(section("lan_intf", one));
-    }
-    for (const Section &one : wans) {
-        unit::world.sections.push_back(section("wan_intf", one));
-    }
+    seam::world.sections.clear();
+    configure("lan_intf", lans);
+    configure("wan_intf", wans);
     const int result = agree("start", netintf_lan_init(), oracle->start(lans, wans));
     compare();
     return result;
@@ -118,30 +143,28 @@ int Bench::restart(bool cleanup, const std::vector<Section> &lans, const std::ve
 
 int Bench::add(const Fields &fields)
 {
-    const int result = agree("add", unit::call(object, "add", message(fields)), oracle->add(fields));
+    const int result = agree("add", call("add", message(fields)), oracle->add(fields));
     compare();
     return result;
 }
 
 int Bench::config(const Fields &fields)
 {
-    const int result = agree("config", unit::call(object, "config", message(fields)), oracle->config(fields));
+    const int result = agree("config", call("config", message(fields)), oracle->config(fields));
     compare();
     return result;
 }
 
 int Bench::del(const std::vector<std::string> &names)
 {
-    const int result =
-        agree("del", unit::call(object, "del", unit::Message().texts("intf", names)), oracle->del(names));
+    const int result = agree("del", call("del", seam::Message().texts("intf", names)), oracle->del(names));
     compare();
     return result;
 }
 
 int Bench::enable(const std::vector<std::string> &names, bool enable)
 {
-    const int status =
-        unit::call(object, "enable", unit::Message().texts("intf", names).number("enable", enable ? 1 : 0));
+    const int status = call("enable", seam::Message().texts("intf", names).number("enable", enable ? 1 : 0));
     const int result = agree("enable", status, oracle->enable(names, enable));
     compare();
     return result;
@@ -149,16 +172,16 @@ int Bench::enable(const std::vector<std::string> &names, bool enable)
 
 int Bench::port_add(const std::string &name)
 {
-    const int result = agree("port_add", unit::call(object, "port_add", unit::Message().text("name", name)),
-                             oracle->port_add(name));
+    const int result =
+        agree("port_add", call("port_add", seam::Message().text("name", name)), oracle->port_add(name));
     compare();
     return result;
 }
 
 int Bench::port_del(const std::string &name)
 {
-    const int result = agree("port_del", unit::call(object, "port_del", unit::Message().text("name", name)),
-                             oracle->port_del(name));
+    const int result =
+        agree("port_del", call("port_del", seam::Message().text("name", name)), oracle->port_del(name));
     compare();
     return result;
 }
@@ -180,13 +203,13 @@ void Bench::compare()
 {
     below.refuse(0);
     oracle->kernel.refuse(0);
-    std::vector<std::string> signals = unit::trace_take();
-    unit::hidden_take();
+    std::vector<std::string> signals = seam::trace_take();
     std::erase_if(signals, [](const std::string &line) { return !line.starts_with("kill("); });
     EXPECT_EQ(signals, std::exchange(oracle->signals, {}));
-    EXPECT_EQ(unit::join(below.asked_take()), unit::join(oracle->kernel.asked_take()));
-    EXPECT_EQ(below.picture(), oracle->kernel.picture());
-    EXPECT_EQ(unit::open_handles(), 0U);
+    EXPECT_EQ(join(below.asked_take()), join(oracle->kernel.asked_take()));
+    EXPECT_EQ(seam::lines_of(seam::facts(below)), seam::lines_of(seam::facts(oracle->kernel)));
+    EXPECT_EQ(seam::process.left_open(), "");
+    EXPECT_EQ(seam::process.misused, 0U);
     compare_records();
     compare_switch();
 }
@@ -208,7 +231,7 @@ void Bench::compare_records()
 
 void Bench::compare_switch()
 {
-    for (const auto &[offset, value] : unit::world.registers) {
+    for (const auto &[offset, value] : seam::world.hardware.registers) {
         block_.at(offset / 4) = value;
     }
     const lab::SwitchRegs regs(block_.data());

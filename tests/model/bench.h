@@ -2,12 +2,14 @@
 // is compared: statuses, records, the switch's registers, devices and all else below, and where frames go.
 #pragma once
 
-#include "daemon_test.h"
+#include "daemon.h"
 #include "forwarder.h"
+#include "message.h"
 #include "oracle.h"
-#include "platform.h"
+#include "process.h"
 #include "switch_regs.h"
 
+#include <gtest/gtest.h>
 #include <memory>
 
 namespace model {
@@ -15,9 +17,10 @@ namespace model {
 // Boards on which ports mean different things.
 extern const BoardPlan one_cpu_board, two_cpu_board, shared_role_board, lan1_on_port0_board;
 
-class Bench : public unit::DaemonTest {
+class Bench : public testing::Test {
 protected:
     Bench();
+    ~Bench() override;
 
     // A board that has just been switched on, and the daemon started without any interface.
     void board(const BoardPlan &plan);
@@ -42,6 +45,7 @@ protected:
     bool differs() const { return HasFailure(); }
 
     std::unique_ptr<Oracle> oracle;
+    seam::System &below = seam::world.system; // the daemon
     // How often each kind of step had each status.
     std::map<std::string, std::map<int, unsigned>> tally;
 

@@ -48,7 +48,7 @@ protected:
             const unsigned home = own.shares_lan ? 1 : own.port;
             EXPECT_EQ(in, own.is_own || own.shares_lan ? std::set{home} : std::set<unsigned>{}) << own.name;
             if (own.is_own || own.shares_lan) {
-                EXPECT_EQ(unit::pvid(own.port), 4090 + home) << own.name;
+                EXPECT_EQ(seam::world.hardware.pvid(own.port), 4090 + home) << own.name;
             }
         }
         std::map<unsigned, std::set<unsigned>> wanted;
@@ -117,7 +117,7 @@ protected:
 private:
     static Vlan oracle_table(unsigned entry)
     {
-        const unit::VlanEntry registers = unit::vlan_entry(entry);
+        const seam::Hardware::VlanEntry registers = seam::world.hardware.vlan_entry(entry);
         Vlan vlan{registers.vid, {}};
         for (unsigned port = 0; port < 7; port++) {
             if (registers.members >> port & 1) {
@@ -126,10 +126,10 @@ private:
         }
         return vlan;
     }
-    static std::set<std::string> device_names()
+    std::set<std::string> device_names() const
     {
         std::set<std::string> names;
-        for (const auto &[name, device] : below.devices()) {
+        for (const auto &[name, device] : below.devices) {
             names.insert(name);
         }
         return names;
@@ -154,7 +154,7 @@ TEST_F(Careful, NothingStrangeEver)
 {
     std::mt19937 random;
     const auto table_at_start = oracle->sw.table;
-    const std::string below_at_start = below.picture();
+    const std::string below_at_start = seam::lines_of(seam::facts(below));
     for (unsigned seed = 1; seed <= runs && !differs(); seed++) {
         random.seed(seed);
         for (unsigned i = 0; i < steps && !differs(); i++) {
@@ -188,7 +188,7 @@ TEST_F(Careful, NothingStrangeEver)
         start_anew();
         check();
         EXPECT_EQ(oracle->sw.table, table_at_start);
-        EXPECT_EQ(below.picture(), below_at_start);
+        EXPECT_EQ(seam::lines_of(seam::facts(below)), below_at_start);
         compare_frames();
     }
 }
@@ -209,7 +209,8 @@ TEST_F(Warned, TheFirstOfAPortIsNeverCounted)
 {
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.100"}, {"vlanid1", "100"}})), 0);
     EXPECT_EQ(del({"lan2.100"}), 1);
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{100, 0x44})) << "the entry stays";
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{100, 0x44}))
+        << "the entry stays";
     EXPECT_TRUE(below.exists("eth0.100"));
     EXPECT_EQ(del({"lan2.100"}), 1) << "and so does the record";
     expect_clean_start();
@@ -224,7 +225,7 @@ TEST_F(Warned, APortWithVlansIsNotGivenBack)
     EXPECT_EQ(port_del("lan2"), 1);
     EXPECT_FALSE(below.exists("lan2_default"));
     EXPECT_TRUE(below.exists("eth0.100.3"));
-    EXPECT_EQ(unit::pvid(2), 4092U) << "the port is its own still";
+    EXPECT_EQ(seam::world.hardware.pvid(2), 4092U) << "the port is its own still";
     expect_clean_start();
     set_up(own);
     add_on_vlan(own, 100);
@@ -237,10 +238,10 @@ TEST_F(Warned, TwoInterfacesOfAPortOnOneOuterVlan)
     set_up(owns_[0]);
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.a"}, {"vlanid1", "100"}, {"vlanid2", "1"}})), 0);
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.b"}, {"vlanid1", "100"}, {"vlanid2", "2"}})), 0);
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{100, 0x44}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{100, 0x44}));
     EXPECT_EQ(del({"lan2.b"}), 0);
     // The port left the VLAN with the first interface that went, although the other still needs it.
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{0, 0}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{0, 0}));
     EXPECT_TRUE(below.exists("eth0.100.1"));
     EXPECT_EQ(del({"lan2.a"}), 1) << "the VLAN is not there any more";
     expect_clean_start();
@@ -250,7 +251,7 @@ TEST_F(Warned, TwoInterfacesOfAPortOnOneOuterVlan)
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.b"}, {"vlanid1", "100"}, {"vlanid2", "2"}})), 0);
     ASSERT_EQ(del({"lan2.b"}), 0);
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.b"}, {"vlanid1", "100"}, {"vlanid2", "2"}})), 0);
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{100, 0x44}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{100, 0x44}));
 }
 
 TEST_F(Warned, ARefusedSecondInterfaceLeavesItsPortInTheVlan)
@@ -259,10 +260,11 @@ TEST_F(Warned, ARefusedSecondInterfaceLeavesItsPortInTheVlan)
     set_up(owns_[1]);
     ASSERT_EQ(add(with(lan_fields, {{"intf", "lan2.100"}, {"vlanid1", "100"}})), 0);
     EXPECT_EQ(add(with(lan_fields, {{"intf", "lan3.100"}, {"vlanid1", "100"}})), 1);
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{100, 0x4c})) << "frames cross between the ports";
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{100, 0x4c}))
+        << "frames cross between the ports";
     compare_frames();
     EXPECT_EQ(del({"lan3.100"}), 0);
-    EXPECT_EQ(unit::vlan_entry(5), (unit::VlanEntry{100, 0x44}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(5), (seam::Hardware::VlanEntry{100, 0x44}));
 }
 
 TEST_F(Warned, AFullTableRefusesAndLeavesARecord)
@@ -283,10 +285,10 @@ TEST_F(Warned, Lan1sOwnPortGivenBackFallsOutOfTheSharedVlan)
 {
     ASSERT_EQ(port_add("lan1"), 0);
     ASSERT_EQ(port_del("lan1"), 0);
-    EXPECT_EQ(unit::vlan_entry(1), (unit::VlanEntry{4091, 0x1c}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(1), (seam::Hardware::VlanEntry{4091, 0x1c}));
     compare_frames();
     ASSERT_EQ(port_add("lan1"), 0);
-    EXPECT_EQ(unit::vlan_entry(1), (unit::VlanEntry{4091, 0x5e}));
+    EXPECT_EQ(seam::world.hardware.vlan_entry(1), (seam::Hardware::VlanEntry{4091, 0x5e}));
     compare_frames();
 }
 

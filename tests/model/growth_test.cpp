@@ -3,6 +3,7 @@
 
 #include "bench.h"
 #include "netintf/events.h"
+#include "trace.h"
 
 #include <filesystem>
 #include <functional>
@@ -18,7 +19,6 @@ constexpr size_t allocator_noise = 4096;
 struct Held {
     size_t memory = 0;
     size_t descriptors = 0;
-    size_t objects = 0;
     std::string sw, below;
     bool operator==(const Held &) const = default;
 };
@@ -27,17 +27,15 @@ class Growth : public Bench {
 protected:
     Held held() const
     {
-        unit::trace_take();
-        unit::hidden_take();
+        seam::trace_take();
         below.asked_take();
         Held out;
         const std::filesystem::directory_iterator open("/proc/self/fd");
         out.descriptors = static_cast<size_t>(std::distance(begin(open), end(open)));
-        out.objects = below.objects();
-        for (const auto &[offset, value] : unit::world.registers) {
+        for (const auto &[offset, value] : seam::world.hardware.registers) {
             out.sw += std::to_string(offset) + "=" + std::to_string(value) + " ";
         }
-        out.below = below.picture();
+        out.below = seam::lines_of(seam::facts(below));
         out.memory = mallinfo2().uordblks;
         return out;
     }
@@ -51,12 +49,11 @@ protected:
         before = held();
         for (unsigned i = 0; i < rounds; i++) {
             round(i);
-            unit::trace_take();
+            seam::trace_take();
             below.asked_take();
         }
         const Held after = held();
         EXPECT_EQ(after.descriptors, before.descriptors);
-        EXPECT_EQ(after.objects, before.objects);
         EXPECT_EQ(after.sw, before.sw);
         EXPECT_EQ(after.below, before.below);
         // The allocator counts what it keeps for reuse as held. One lost byte for each round would be far
@@ -68,9 +65,9 @@ protected:
         const nl_link_event event{port, up};
         EXPECT_EQ(netevt_nl_link_event(&event), 0);
     }
-    static int ask(const std::string &method, const unit::Message &message)
+    static int ask(const std::string &method, const seam::Message &message)
     {
-        return unit::call("ivarode.intf", method, message);
+        return seam::call_method("ivarode.intf", method, message).value_or(-1000);
     }
 };
 
@@ -94,18 +91,18 @@ TEST_F(Growth, TenThousandAdditionsAndRemovals)
 {
     ASSERT_EQ(port_add("lan2"), 0);
     ASSERT_EQ(port_add("wan1"), 0);
-    const unit::Message lan = unit::Message()
+    const seam::Message lan = seam::Message()
                                   .text("intf", "lan2.100")
                                   .text("ipaddr", "10.1.0.1")
                                   .text("netmask", "255.255.0.0")
                                   .number("vlanid1", 100)
                                   .number("vlanid2", 7);
-    const unit::Message wan = unit::Message()
+    const seam::Message wan = seam::Message()
                                   .text("intf", "wan1.200")
                                   .text("proto", "dhcp")
                                   .text("defrt_pri", "20001")
                                   .number("vlanid1", 200);
-    const unit::Message both = unit::Message().texts("intf", {"lan2.100", "wan1.200"});
+    const seam::Message both = seam::Message().texts("intf", {"lan2.100", "wan1.200"});
     expect_no_growth([&](unsigned) {
         EXPECT_EQ(ask("add", lan), 0);
         EXPECT_EQ(ask("add", wan), 0);
@@ -115,7 +112,7 @@ TEST_F(Growth, TenThousandAdditionsAndRemovals)
 
 TEST_F(Growth, TenThousandPortsAddedAndGivenBack)
 {
-    const unit::Message name = unit::Message().text("name", "lan3");
+    const seam::Message name = seam::Message().text("name", "lan3");
     expect_no_growth([&](unsigned) {
         EXPECT_EQ(ask("port_add", name), 0);
         EXPECT_EQ(ask("port_del", name), 0);

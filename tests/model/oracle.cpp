@@ -2,6 +2,8 @@
 
 #include "oracle.h"
 
+#include "text.h"
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -116,13 +118,13 @@ int Oracle::vlan_device(const std::string &lower, unsigned vid, const Mac &mac)
 {
     const std::string name = lower + "." + std::to_string(vid);
     const bool done = kernel.vlan_create(lower, static_cast<int>(vid)) == 0 &&
-                      (mac == Mac{} || kernel.mac_set(name, mac) == 0) && kernel.up(name) == 0;
+                      (mac == Mac{} || kernel.mac_set(name, mac.data()) == 0) && kernel.up(name) == 0;
     return done ? 0 : device_error;
 }
 
 int Oracle::vlan_device_gone(const std::string &name)
 {
-    return kernel.down(name) == 0 && kernel.vlan_delete(name) == 0 ? 0 : device_error;
+    return kernel.down(name) == 0 && kernel.device_delete(name) == 0 ? 0 : device_error;
 }
 
 int Oracle::port_own(Type type, int number, unsigned port)
@@ -228,7 +230,7 @@ int Oracle::bridge_make(const Interface &interface, bool up)
     if (kernel.bridge_create(bridge) != 0) {
         return fail;
     }
-    if (interface.mac != Mac{} && kernel.mac_set(bridge, interface.mac) != 0) {
+    if (interface.mac != Mac{} && kernel.mac_set(bridge, interface.mac.data()) != 0) {
         return device_error;
     }
     if (kernel.up(bridge) != 0 || kernel.bridge_join(bridge, member) != 0) {
@@ -245,7 +247,7 @@ int Oracle::bridge_remove(const Interface &interface)
     }
     const auto [bridge, member] = bridge_names(interface);
     return kernel.bridge_leave(bridge, member) == 0 && kernel.down(bridge) == 0 &&
-                   kernel.bridge_delete(bridge) == 0
+                   kernel.device_delete(bridge) == 0
                ? 0
                : fail;
 }
@@ -261,10 +263,10 @@ std::string Oracle::picture() const
         for (const Interface &entry : port.interfaces) {
             out += "  " + entry.name + " type " + std::to_string(static_cast<int>(entry.type)) + " on " +
                    std::to_string(entry.port) + " vlan " + std::to_string(entry.vlan1) + " " +
-                   std::to_string(entry.vlan2) + " mac " + text(entry.mac) + " " + entry.ip + " " +
-                   entry.mask + " " + entry.gateway + (entry.enable ? " enabled" : " disabled") + " number " +
-                   std::to_string(entry.number) + " proto " + std::to_string(static_cast<int>(entry.proto)) +
-                   "\n";
+                   std::to_string(entry.vlan2) + " mac " + seam::mac_text(entry.mac.data()) + " " + entry.ip +
+                   " " + entry.mask + " " + entry.gateway + (entry.enable ? " enabled" : " disabled") +
+                   " number " + std::to_string(entry.number) + " proto " +
+                   std::to_string(static_cast<int>(entry.proto)) + "\n";
         }
     }
     return out;

@@ -2,8 +2,8 @@
 // ports, VLANs and what they make of the switch and of the kernel. Statuses are the daemon's.
 #pragma once
 
-#include "kernel.h"
 #include "switch.h"
+#include "world.h"
 
 #include <map>
 #include <optional>
@@ -14,6 +14,8 @@
 namespace model {
 
 inline constexpr unsigned no_vlan = 65535;
+
+using Mac = std::array<uint8_t, 6>;
 
 enum class Type { none, lan, wan };
 enum class Proto { none, fixed, dhcp, pppoe };
@@ -70,9 +72,9 @@ public:
     int link_event(unsigned port, bool up);
 
     Switch sw;
-    Kernel kernel;
+    seam::System kernel;
     std::array<Port, front_ports> ports;
-    std::vector<std::string> signals; // as kill was called
+    std::vector<std::string> signals; // as they stand in the trace
     bool two_cpu_ports() const { return plan_.two_cpu_ports; }
     unsigned lan1() const { return *port_of("lan1"); }
     std::string picture() const;
@@ -115,6 +117,7 @@ private:
     int device_up(const Interface &entry);
     int device_down(const Interface &entry);
     int pid_of(const Interface &entry, int &pid);
+    void signal(int pid, const std::string &name);
     int port_down(Port &port);
     int port_up(Port &port);
     int wan_config(Interface &entry, const Fields &fields);

@@ -157,9 +157,9 @@ int Oracle::section_wan(Interface *entry, const Section &section, Proto proto)
         if (const int error = fixed(*entry, section.fields, entry->number); error != 0) {
             return error;
         }
-        kernel.rule_del(entry->name, entry->number);
+        kernel.policy_del(entry->name, entry->number);
         if (link && entry->enable) {
-            kernel.rule_add(entry->name, entry->number);
+            kernel.policy_add(entry->name, entry->number);
         }
     } else if (proto == Proto::dhcp ? dhcp(*entry) != 0 : pppoe(*entry, section.fields, "server") != 0) {
         return fail;
@@ -167,8 +167,8 @@ int Oracle::section_wan(Interface *entry, const Section &section, Proto proto)
     const auto column = [&](const std::string &name) {
         return proto == Proto::fixed ? value_or(section.fields, name, nowhere) : nowhere;
     };
-    return kernel.row_insert({entry->name, proto_text(proto), column("ipaddr"), column("netmask"),
-                              column("gateway"), nowhere, nowhere});
+    return kernel.row_insert(entry->name, {proto_text(proto), column("ipaddr"), column("netmask"),
+                                           column("gateway"), nowhere, nowhere});
 }
 
 Interface *Oracle::make(const Interface &wanted, Proto proto, bool up)
@@ -189,7 +189,7 @@ Interface *Oracle::make(const Interface &wanted, Proto proto, bool up)
         return nullptr;
     }
     if (wanted.mac == Mac{}) {
-        kernel.mac_get(wanted.name, list.back().mac);
+        kernel.mac_get(wanted.name, list.back().mac.data());
     }
     return &list.back();
 }
@@ -250,15 +250,15 @@ int Oracle::add(const Fields &fields)
     if (*proto == Proto::fixed) {
         error = fixed(*entry, fields, entry->number);
         if (error == 0 && link) {
-            kernel.rule_add(name, entry->number);
+            kernel.policy_add(name, entry->number);
         }
     } else {
         error = *proto == Proto::dhcp ? dhcp(*entry) : pppoe(*entry, fields, "ipaddr");
     }
     return error != 0 ? error
-                      : kernel.row_insert({name, fields.at("proto"), value_or(fields, "ipaddr", nowhere),
-                                           value_or(fields, "netmask", nowhere),
-                                           value_or(fields, "gateway", nowhere), nowhere, nowhere});
+                      : kernel.row_insert(name, {fields.at("proto"), value_or(fields, "ipaddr", nowhere),
+                                                 value_or(fields, "netmask", nowhere),
+                                                 value_or(fields, "gateway", nowhere), nowhere, nowhere});
 }
 
 int Oracle::del(const std::vector<std::string> &names)
@@ -342,21 +342,21 @@ int Oracle::wan_config(Interface &entry, const Fields &fields)
     }
     entry.number = std::atoi(fields.at("defrt_pri").c_str());
     const bool link = link_of(entry.name).value_or(false);
-    std::vector<std::string> row{entry.name, proto_text(entry.proto)};
+    seam::System::Row row{proto_text(entry.proto)};
     if (entry.proto == Proto::fixed) {
-        for (const std::string name : {"ipaddr", "netmask", "gateway"}) {
+        for (size_t column = 1; const std::string name : {"ipaddr", "netmask", "gateway"}) {
             if (!fields.contains(name)) {
                 return invalid_command;
             }
-            row.push_back(fields.at(name));
+            row.at(column++) = fields.at(name);
         }
-        kernel.gateway_del(entry.number, entry.gateway, entry.name);
-        kernel.rule_del(entry.name, entry.number);
+        kernel.gateway_del(entry.number, entry.gateway, entry.name, entry.number);
+        kernel.policy_del(entry.name, entry.number);
         if (fixed(entry, fields, entry.number) != 0) {
             return invalid_command;
         }
         if (link && entry.enable) {
-            kernel.rule_add(entry.name, entry.number);
+            kernel.policy_add(entry.name, entry.number);
         }
     } else if (entry.proto == Proto::dhcp) {
         if (dhcp(entry) != 0) {
@@ -369,8 +369,7 @@ int Oracle::wan_config(Interface &entry, const Fields &fields)
     } else if (pppoe(entry, fields, "server") != 0) {
         return invalid_command;
     }
-    row.resize(7, "(none)");
-    return kernel.row_insert(row) == 0 ? ok : invalid_command;
+    return kernel.row_insert(entry.name, row) == 0 ? ok : invalid_command;
 }
 
 int Oracle::port_add(const std::string &name)

@@ -2,8 +2,6 @@
 
 #include "oracle.h"
 
-#include <csignal>
-
 namespace model {
 
 namespace {
@@ -50,7 +48,7 @@ int Oracle::fixed(Interface &entry, const Fields &fields, int number)
     }
     if (gateway != nullptr && *gateway != nowhere) {
         entry.gateway = *gateway;
-        kernel.gateway_add(number, *gateway, entry.name);
+        kernel.gateway_add(number, *gateway, entry.name, number);
         entry.number = number;
     }
     return 0;
@@ -67,7 +65,7 @@ int Oracle::dhcp(Interface &entry)
 {
     const std::string line = "/sbin/udhcpc  -t 0 -i " + entry.name + " -s /lib/ivarode/empty.sh -C -p " +
                              pid_file(entry) + " -f -m " + std::to_string(entry.number);
-    const int error = kernel.client_start("dhcp", entry.name, line);
+    const int error = kernel.client_start("dhcp", entry.name, line, 0);
     if (error == 0) {
         entry.proto = Proto::dhcp;
     }
@@ -85,7 +83,7 @@ int Oracle::pppoe(Interface &entry, const Fields &fields, const std::string &ser
         "  +ipv6  nodefaultroute  usepeerdns  persist  maxfail  0 " + item("user ", "username") +
         item("password ", "password") + "mtu 1492 mru 1492 plugin  rp-pppoe.so " +
         item("rp_pppoe_service ", server_field) + "nic-" + entry.name + "_pe ";
-    const int error = kernel.client_start("pppoe", entry.name, line);
+    const int error = kernel.client_start("pppoe", entry.name, line, 0);
     if (error == 0) {
         entry.proto = Proto::pppoe;
     }
@@ -114,7 +112,12 @@ int Oracle::device_down(const Interface &entry)
 
 int Oracle::pid_of(const Interface &entry, int &pid)
 {
-    return kernel.client_pid(pid_file(entry), pid);
+    return kernel.client_pid(pid_file(entry), &pid);
+}
+
+void Oracle::signal(int pid, const std::string &name)
+{
+    signals.push_back("kill(" + std::to_string(pid) + ", " + name + ") = 0");
 }
 
 int Oracle::port_down(Port &port)
@@ -125,7 +128,7 @@ int Oracle::port_down(Port &port)
     }
     for (Interface &entry : port.interfaces) {
         if (entry.proto == Proto::fixed && port.type == Type::wan) {
-            kernel.rule_del(entry.name, entry.number);
+            kernel.policy_del(entry.name, entry.number);
         } else if (entry.proto == Proto::dhcp) {
             if (kernel.address_set(entry.name, nowhere) != 0) {
                 return device_error;
@@ -134,7 +137,7 @@ int Oracle::port_down(Port &port)
             if (pid_of(entry, pid) != 0) {
                 return proto_error;
             }
-            signals.push_back("kill(" + std::to_string(pid) + ", " + std::to_string(SIGUSR2) + ")");
+            signal(pid, "SIGUSR2");
         }
         device_down(entry);
     }
@@ -153,15 +156,15 @@ int Oracle::port_up(Port &port)
         }
         device_up(entry);
         if (entry.proto == Proto::fixed && port.type == Type::wan && entry.gateway != nowhere) {
-            kernel.gateway_add(entry.number, entry.gateway, entry.name);
-            kernel.rule_del(entry.name, entry.number);
-            kernel.rule_add(entry.name, entry.number);
+            kernel.gateway_add(entry.number, entry.gateway, entry.name, entry.number);
+            kernel.policy_del(entry.name, entry.number);
+            kernel.policy_add(entry.name, entry.number);
         } else if (entry.proto == Proto::dhcp) {
             int pid = 0;
             if (pid_of(entry, pid) != 0) {
                 return proto_error;
             }
-            signals.push_back("kill(" + std::to_string(pid) + ", " + std::to_string(SIGUSR1) + ")");
+            signal(pid, "SIGUSR1");
         }
     }
     return 0;
@@ -187,10 +190,10 @@ int Oracle::enable_one(const std::string &name, bool enable, bool link)
     }
     entry->enable = enable;
     if (entry->proto == Proto::fixed && entry->type == Type::wan) {
-        kernel.rule_del(name, entry->number);
+        kernel.policy_del(name, entry->number);
         if (on && entry->gateway != nowhere) {
-            kernel.gateway_add(entry->number, entry->gateway, name);
-            kernel.rule_add(name, entry->number);
+            kernel.gateway_add(entry->number, entry->gateway, name, entry->number);
+            kernel.policy_add(name, entry->number);
         }
     } else if (entry->proto == Proto::dhcp) {
         if (!on && kernel.address_set(name, nowhere) != 0) {
@@ -200,8 +203,7 @@ int Oracle::enable_one(const std::string &name, bool enable, bool link)
         if (pid_of(*entry, pid) != 0) {
             return on ? 1 : proto_error;
         }
-        signals.push_back("kill(" + std::to_string(pid) + ", " + std::to_string(on ? SIGUSR1 : SIGUSR2) +
-                          ")");
+        signal(pid, on ? "SIGUSR1" : "SIGUSR2");
     }
     return 0;
 }

@@ -194,7 +194,7 @@ class Tree:
             if done.returncode != 0:
                 raise BuildError(f"{target}: {done.stdout[-3000:]}")
         (folder / "lib").symlink_to(self.build / "lib")
-        (folder / "double" / "libsys.so").symlink_to(self.build / "double" / "libsys.so")
+        (folder / "seam" / "libsys.so").symlink_to(self.build / "seam" / "libsys.so")
         return None
 
 

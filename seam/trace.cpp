@@ -1,18 +1,23 @@
 #include "trace.h"
 
-#include "script.h"
+#include "text.h"
 
 #include <fcntl.h>
 #include <link.h>
-#include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
-namespace recorder {
+namespace seam {
+
+Shown shown;
+
 namespace {
 
 constexpr int endless_status = 99;
 
 int trace_fd = -1;
+bool in_memory = false;
+std::vector<std::string> lines;
 bool with_sites = false;
 bool quiet_now = false;
 unsigned lines_left = 20000;
@@ -34,36 +39,8 @@ int note_program(dl_phdr_info *info, size_t /*size*/, void * /*data*/)
     return 1;
 }
 
-} // namespace
-
-void trace_open(const std::string &path, bool sites)
+void write_line(std::string text)
 {
-    dl_iterate_phdr(note_program, nullptr);
-    with_sites = sites;
-    if (!path.empty()) {
-        trace_fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    }
-}
-
-void trace_limit(unsigned lines)
-{
-    lines_left = lines;
-}
-
-void trace_quiet(bool quiet)
-{
-    quiet_now = quiet;
-}
-
-void trace_line(std::string_view line, const void *site)
-{
-    if (trace_fd < 0 || quiet_now) {
-        return;
-    }
-    std::string text{line};
-    if (with_sites && from_daemon(site)) {
-        text += "\t@" + hex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(site) - code_base));
-    }
     text += lines_left == 0 ? "\nendless\n" : "\n";
     const ssize_t written = write(trace_fd, text.data(), text.size());
     if (lines_left == 0 || written != static_cast<ssize_t>(text.size())) {
@@ -72,19 +49,51 @@ void trace_line(std::string_view line, const void *site)
     lines_left--;
 }
 
-std::string quote(std::string_view text)
+} // namespace
+
+void trace_to_file(const std::string &path, bool sites)
 {
-    return '"' + doubles::escaped(text, "\"\\") + '"';
+    dl_iterate_phdr(note_program, nullptr);
+    with_sites = sites;
+    if (!path.empty()) {
+        trace_fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    }
 }
 
-std::string quote(const char *text)
+void trace_limit(unsigned limit)
 {
-    return text == nullptr ? "null" : quote(std::string_view{text});
+    lines_left = limit;
 }
 
-std::string plain(const char *text)
+void trace_quiet(bool quiet)
 {
-    return text == nullptr ? std::string{} : std::string{text};
+    quiet_now = quiet;
+}
+
+void trace_to_memory()
+{
+    in_memory = true;
+    lines.clear();
+}
+
+std::vector<std::string> trace_take()
+{
+    return std::exchange(lines, {});
+}
+
+void trace_line(std::string_view line, const void *site)
+{
+    if (in_memory) {
+        lines.emplace_back(line);
+    }
+    if (trace_fd < 0 || quiet_now) {
+        return;
+    }
+    std::string text{line};
+    if (with_sites && from_daemon(site)) {
+        text += "\t@" + hex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(site) - code_base));
+    }
+    write_line(std::move(text));
 }
 
 bool from_daemon(const void *site)
@@ -93,10 +102,4 @@ bool from_daemon(const void *site)
     return address >= code_begin && address < code_end;
 }
 
-void leave(int status)
-{
-    save_model();
-    _exit(status);
-}
-
-} // namespace recorder
+} // namespace seam

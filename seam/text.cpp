@@ -1,12 +1,15 @@
 #include "text.h"
 
 #include <cstdio>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <vector>
 
-namespace doubles {
+namespace seam {
 namespace {
 
-std::string escape_of(char c)
+std::string escaped(char c)
 {
     switch (c) {
     case '\n':
@@ -15,6 +18,9 @@ std::string escape_of(char c)
         return "\\r";
     case '\t':
         return "\\t";
+    case '"':
+    case '\\':
+        return {'\\', c};
     default:
         break;
     }
@@ -29,13 +35,23 @@ std::string escape_of(char c)
 
 } // namespace
 
-std::string escaped(std::string_view text, std::string_view also)
+std::string quote(std::string_view text)
 {
-    std::string out;
+    std::string out = "\"";
     for (const char c : text) {
-        out += also.find(c) == std::string_view::npos ? escape_of(c) : std::string{'\\', c};
+        out += escaped(c);
     }
-    return out;
+    return out + '"';
+}
+
+std::string quote(const char *text)
+{
+    return text == nullptr ? "null" : quote(std::string_view{text});
+}
+
+std::string plain(const char *text)
+{
+    return text == nullptr ? std::string{} : std::string{text};
 }
 
 std::string hex(uint32_t value, int digits)
@@ -56,6 +72,12 @@ std::string mac_text(const uint8_t *mac)
     return text;
 }
 
+bool mac_of(const std::string &text, uint8_t *mac)
+{
+    return std::sscanf(text.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2], &mac[3],
+                       &mac[4], &mac[5]) == 6;
+}
+
 std::string formatted(const char *fmt, va_list args)
 {
     va_list again;
@@ -67,4 +89,19 @@ std::string formatted(const char *fmt, va_list args)
     return {text.data(), text.size() - 1};
 }
 
-} // namespace doubles
+std::optional<std::string> file_text(const std::string &path)
+{
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return {};
+    }
+    std::string text;
+    char block[4096];
+    for (ssize_t n = 0; (n = read(fd, block, sizeof block)) > 0;) {
+        text.append(block, static_cast<size_t>(n));
+    }
+    syscall(SYS_close, fd);
+    return text;
+}
+
+} // namespace seam

@@ -2,9 +2,10 @@
 
 #include <cerrno>
 #include <fnmatch.h>
+#include <unistd.h>
 #include <vector>
 
-namespace recorder {
+namespace seam {
 namespace {
 
 constexpr int killed_status = 137;
@@ -39,11 +40,9 @@ const Rule *rule_for(const std::string &call)
 
 } // namespace
 
-Call::Call(std::string_view name, Kind kind, const void *site) : CallText{name}, site_{site}, kind_{kind} {}
-
-Call &Call::text(const char *value)
+std::string Call::whole() const
 {
-    return raw(quote(value));
+    return std::string{name_.name} + "(" + arguments_ + ")";
 }
 
 Call &Call::prefix(std::string_view value)
@@ -59,7 +58,8 @@ std::optional<long> Call::demanded()
     }
     if (kind_ == Kind::action && ++actions == kill_number) {
         trace_line("killed before " + whole());
-        leave(killed_status);
+        save();
+        _exit(killed_status);
     }
     if (++fallible == fail_number) {
         trace_line("injected into " + whole());
@@ -77,31 +77,6 @@ std::optional<long> Call::demanded()
     return rule->value;
 }
 
-int Call::act(const std::function<int()> &effect)
-{
-    return act(effect, [] { return std::string{}; });
-}
-
-int Call::act(const std::function<int()> &effect, const std::function<std::string()> &out)
-{
-    const std::optional<long> wanted = demanded();
-    if (wanted && *wanted != 0) {
-        return done(*wanted);
-    }
-    const int result = effect();
-    if (result != 0 && !wanted) {
-        return done(result);
-    }
-    return done(0, out());
-}
-
-int Call::ask(const std::function<int()> &answer)
-{
-    const std::optional<long> wanted = demanded();
-    const long result = wanted ? *wanted : answer();
-    return done(flip_ ? static_cast<long>(result == 0) : result);
-}
-
 int Call::done(long result, std::string_view out)
 {
     std::string line = prefix_ + whole() + " = " + std::to_string(result);
@@ -109,13 +84,13 @@ int Call::done(long result, std::string_view out)
         line += " -> ";
         line += out;
     }
-    trace_line(line, site_);
+    trace_line(line, name_.site);
     return static_cast<int>(result);
 }
 
 void Call::say()
 {
-    trace_line(prefix_ + whole(), site_);
+    trace_line(prefix_ + whole(), name_.site);
 }
 
 void demand(unsigned nth, const std::string &pattern, long value, const std::string &out)
@@ -149,4 +124,4 @@ unsigned fallible_counted()
     return fallible;
 }
 
-} // namespace recorder
+} // namespace seam

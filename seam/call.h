@@ -1,0 +1,237 @@
+// One call of the daemon into what lies below it: its name and arguments, what it does to the world, the
+// result it is given, its line in the trace.
+//
+// A function of the platform library is described by one statement:
+//
+//     return act(__func__, &System::bridge_join, br, member);
+//     return act(__func__, &System::mac_get, name, MacOut{mac});
+//
+// What an argument is, its type says: texts and numbers as they are, Hex and MacIn written in their own way,
+// Word as it stands; what ends in Out is no argument of the line but stands behind the result, and can be
+// demanded.
+#pragma once
+
+#include "text.h"
+#include "trace.h"
+#include "world.h"
+
+#include <concepts>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace seam {
+
+// A function's name, and where it was called.
+struct Name {
+    Name(const char *text, const void *caller = __builtin_return_address(0)) : name{text}, site{caller} {}
+    std::string_view name;
+    const void *site;
+};
+
+struct Hex {
+    uint32_t value;
+    int digits = 0;
+};
+
+struct MacIn {
+    const uint8_t *bytes;
+};
+
+struct Word {
+    std::string text;
+};
+
+struct HexOut {
+    uint32_t *at;
+    int digits = 8;
+    std::string written() const { return hex(*at, digits); }
+    void take(const std::string &text) const
+    {
+        *at = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
+    }
+};
+
+struct NumberOut {
+    int *at;
+    std::string written() const { return std::to_string(*at); }
+    void take(const std::string &text) const { *at = std::atoi(text.c_str()); }
+};
+
+struct MacOut {
+    uint8_t *at;
+    std::string written() const { return mac_text(at); }
+    void take(const std::string &text) const { mac_of(text, at); }
+};
+
+template <class Argument>
+concept Output = requires(const Argument &argument, const std::string &text)
+{
+    argument.written();
+    argument.take(text);
+};
+
+// How an argument is written, and how functions of the world take it.
+inline std::string written(const char *text)
+{
+    return quote(text);
+}
+inline std::string written(std::integral auto number)
+{
+    return std::to_string(number);
+}
+inline std::string written(const Hex &number)
+{
+    return hex(number.value, number.digits);
+}
+inline std::string written(const MacIn &mac)
+{
+    return mac_text(mac.bytes);
+}
+inline std::string written(const Word &word)
+{
+    return word.text;
+}
+
+inline std::string given(const char *text)
+{
+    return plain(text);
+}
+auto given(std::integral auto number)
+{
+    return number;
+}
+inline uint32_t given(const Hex &number)
+{
+    return number.value;
+}
+inline const uint8_t *given(const MacIn &mac)
+{
+    return mac.bytes;
+}
+auto given(const Output auto &output)
+{
+    return output.at;
+}
+
+class Call {
+public:
+    // What the call is to the world: an action may fail and is where a kill can strike; a question has no
+    // failure, only another answer; a saying is neither counted nor made to fail.
+    enum class Kind { action, question, saying };
+
+    template <class... Arguments>
+    Call(const Name &name, Kind kind, const Arguments &...arguments) : name_{name}, kind_{kind}
+    {
+        (add(arguments), ...);
+    }
+
+    // Put before the line, and no part of the text that results are matched with.
+    Call &prefix(std::string_view value);
+
+    // The result that the script or an injected fault demands; counts the call. Once per call.
+    std::optional<long> demanded();
+    // The demanded out-value, empty when none is.
+    const std::string &demanded_out() const { return out_; }
+    // Writes the line.
+    int done(long result, std::string_view out = {});
+    void say();
+
+    // Does the call: the result is the effect's unless another is demanded. An effect is skipped when the
+    // demanded result is a failure.
+    template <class Effect, class... Arguments> int act(const Effect &effect, const Arguments &...arguments)
+    {
+        const std::optional<long> wanted = demanded();
+        if (wanted && *wanted != 0) {
+            return done(*wanted);
+        }
+        const int result = apply(effect, arguments...);
+        if (result != 0 && !wanted) {
+            return done(result);
+        }
+        std::string out;
+        (take_out(arguments, out), ...);
+        return done(0, out);
+    }
+
+    template <class Effect, class... Arguments> int ask(const Effect &effect, const Arguments &...arguments)
+    {
+        const std::optional<long> wanted = demanded();
+        const long result = wanted ? *wanted : apply(effect, arguments...);
+        return done(flip_ ? static_cast<long>(result == 0) : result);
+    }
+
+private:
+    template <class Argument> void add(const Argument &argument)
+    {
+        if constexpr (!Output<Argument>) {
+            arguments_ += (arguments_.empty() ? "" : ", ") + written(argument);
+        }
+    }
+    template <class Argument> void take_out(const Argument &argument, std::string &out)
+    {
+        if constexpr (Output<Argument>) {
+            if (!out_.empty()) {
+                argument.take(out_);
+            }
+            out = argument.written();
+        }
+    }
+    // An effect is a function of a part of the world, or one of the arguments alone.
+    template <class Effect, class... Arguments>
+    static int apply(const Effect &effect, const Arguments &...arguments)
+    {
+        if constexpr (std::is_invocable_v<Effect>) {
+            return effect();
+        } else if constexpr (std::is_invocable_v<Effect, System &, decltype(given(arguments))...>) {
+            return std::invoke(effect, world.system, given(arguments)...);
+        } else {
+            return std::invoke(effect, world.hardware, given(arguments)...);
+        }
+    }
+    std::string whole() const;
+
+    Name name_;
+    Kind kind_;
+    std::string arguments_;
+    std::string prefix_;
+    std::string out_;
+    bool flip_ = false;
+};
+
+// Nothing is done.
+constexpr auto nothing = [] { return 0; };
+
+template <class Effect, class... Arguments>
+int act(const Name &name, const Effect &effect, const Arguments &...arguments)
+{
+    return Call(name, Call::Kind::action, arguments...).act(effect, arguments...);
+}
+
+template <class Effect, class... Arguments>
+int ask(const Name &name, const Effect &effect, const Arguments &...arguments)
+{
+    return Call(name, Call::Kind::question, arguments...).ask(effect, arguments...);
+}
+
+template <class... Arguments> void say(const Name &name, const Arguments &...arguments)
+{
+    Call(name, Call::Kind::saying, arguments...).say();
+}
+
+// "result NTH PATTERN VALUE OUT": NTH 0 for every match; a pattern without "(" is a function's name. The
+// newest rule that matches wins.
+void demand(unsigned nth, const std::string &pattern, long value, const std::string &out = {});
+void demand_nothing();
+// Kills the process before the n-th action takes effect; makes the n-th fallible call fail. 0: never.
+void kill_at(unsigned n);
+void fail_at(unsigned n);
+// How many actions, and how many fallible calls, there have been.
+unsigned actions_counted();
+unsigned fallible_counted();
+
+} // namespace seam

@@ -1,0 +1,178 @@
+// The world below the daemon: what it only reads, and what it changes.
+//
+// The answers are those of the platform library: what is there already succeeds, deleting what is absent
+// succeeds, working on an absent device fails. Results are 0 or -1 unless said otherwise; questions give 1 or
+// 0. Texts are kept as they came.
+#pragma once
+
+#include "platform/board.h"
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace seam {
+
+using Text = std::optional<std::string>; // nothing for a null pointer
+using Two = std::pair<std::string, std::string>;
+using Numbered = std::pair<int, std::string>;
+
+struct Device {
+    std::string kind; // "port", "bridge", "vlan of DEVICE"; empty: not there
+    std::string bridge;
+    std::string mac;
+    std::string address;
+    std::string mask;
+    bool up = false;
+};
+
+// What kernel, firewall, supervisor and files hold. It outlives the daemon.
+class System {
+public:
+    using Row = std::array<Text, 6>;
+
+    int vlan_create(const std::string &master, int vid);
+    int device_delete(const std::string &name);
+    int mac_set(const std::string &name, const uint8_t *mac);
+    int mac_get(const std::string &name, uint8_t *mac);
+    int up(const std::string &name);
+    int down(const std::string &name);
+    int exists(const std::string &name) const;
+    int bridge_create(const std::string &name);
+    int bridge_join(const std::string &bridge, const std::string &member);
+    int bridge_leave(const std::string &bridge, const std::string &member);
+    int address_set(const std::string &name, const std::string &address);
+    int mask_set(const std::string &name, const std::string &mask);
+    // The second number is the first once more.
+    int gateway_add(int table, const std::string &gateway, const std::string &name, int table_again);
+    int gateway_del(int table, const std::string &gateway, const std::string &name, int table_again);
+    int policy_add(const std::string &name, int number);
+    int policy_del(const std::string &name, int number);
+    int row_insert(const std::string &name, const Row &row);
+    int row_update(const std::string &name, const Row &row);
+    int row_delete(const std::string &name);
+    // A route as it is written in the picture.
+    int route_add(const std::string &route);
+    int route_del(const std::string &route);
+    int rule_add(uint32_t number, const std::string &selector);
+    int rule_del(uint32_t number);
+
+    int chain_exists(const std::string &table, const std::string &chain) const;
+    int rule_exists(const std::string &table, const std::string &chain, const std::string &text) const;
+    int chain_new(const std::string &table, const std::string &chain);
+    int rule_append(const std::string &table, const std::string &chain, const std::string &rule);
+    int rules_flush(const std::string &table, const std::string &chain);
+    int iptables(const std::string &line);
+
+    int client_start(const std::string &service, const std::string &instance, const std::string &line,
+                     int flag);
+    int client_stop(const std::string &service, const std::string &instance);
+    int client_pid(const std::string &pid_file, int *pid);
+    int secret_add(const std::string &user, const std::string &provider, const std::string &password,
+                   const std::string &address);
+    int secret_del(const std::string &user, const std::string &provider);
+
+    // For two systems that are to be asked the same: the nth change from now on is refused for no reason of
+    // its own (0: none), and what was asked since the last take, with the results.
+    void refuse(unsigned nth) { refuse_ = nth; }
+    void asked_keep() { keep_asked_ = true; }
+    std::vector<std::string> asked_take() { return std::exchange(asked_, {}); }
+
+    size_t longest_name = std::string::npos; // of a device; 15 in a kernel
+    std::map<std::string, Device> devices{{"eth0", {"port", {}, {}, {}, {}, false}}};
+    std::map<Numbered, std::string> gateways; // by table and device
+    std::set<Numbered> policies;
+    std::map<std::string, Row> rows;
+    std::set<std::string> routes;
+    std::map<int, std::string> rules;
+    std::map<Two, std::vector<std::string>> chains; // by table and chain; those of iptables itself from their
+                                                    // first rule on
+    std::map<Two, std::string> clients;             // command lines by service and instance
+    std::map<std::string, int> pids;                // by file
+    std::map<Two, Two> secrets;                     // password and address by user and provider
+
+private:
+    template <class Effect, class... Words> int ask(Effect effect, const Words &...words);
+    template <class Effect, class... Words>
+    int change(const std::string &name, Effect effect, const Words &...words);
+    Device *find(const std::string &name);
+    void remove(const std::string &name);
+
+    unsigned refuse_ = 0;
+    bool keep_asked_ = false;
+    std::vector<std::string> asked_;
+    int started_ = 0;
+};
+
+// The switch: its registers and its PHYs. Registers that were never written read 0.
+class Hardware {
+public:
+    struct VlanEntry {
+        uint32_t vid;
+        uint32_t members;
+        bool operator==(const VlanEntry &) const = default;
+    };
+
+    int read(uint32_t offset, uint32_t *value) const;
+    int write(uint32_t offset, uint32_t value);
+    int cpu_read(uint32_t address, uint32_t *value) const;
+    int cpu_write(uint32_t address, uint32_t value);
+    int phy_read(uint32_t phy, uint32_t reg, uint32_t *value) const;
+    int phy_write(uint32_t phy, uint32_t reg, uint32_t value);
+
+    VlanEntry vlan_entry(uint32_t index) const;
+    uint32_t pvid(uint32_t port) const;
+    // A line for each entry of the VLAN table with a VLAN or a member ("1: 4091 members 1,2,6"), or for each
+    // front port ("2: 4091").
+    std::string vlans() const;
+    std::string pvids() const;
+
+    std::map<uint32_t, uint32_t> registers;
+    std::map<std::pair<uint32_t, uint32_t>, uint32_t> phys;
+    std::array<uint32_t, 8> port_words{}; // the kernel's answer to the query of ports
+};
+
+struct Section {
+    std::string package;
+    std::string type;
+    std::string name;
+    std::vector<std::pair<std::string, std::string>> options;
+};
+
+struct World {
+    // What the daemon only reads.
+    std::array<uint8_t, 6> mac{0x00, 0x11, 0x22, 0x33, 0x44, 0x50};
+    uint32_t cpu = 0;
+    std::array<std::optional<netbd_ether>, 16> ports;
+    std::set<std::string> packages; // of the configuration; others cannot be read
+    std::vector<Section> sections;
+    std::string time = "2026-01-02 03:04:05";
+    Text net_dev = ""; // nothing: cannot be read
+
+    Hardware hardware;
+    System system;
+};
+extern World world;
+
+// Facts in words, sorted: "key = value", or a key alone.
+using Facts = std::map<std::string, std::string>;
+Facts facts(const System &system);
+Facts facts(const Hardware &hardware);
+// One for each line; those whose key begins so.
+std::string lines_of(const Facts &facts, const std::string &prefix = {});
+// What there is of the world, or decoded, with "vlans" or "pvids".
+std::string picture(const std::string &prefix);
+// "key = value" or "key"; "-key" takes a fact away. False for an unknown kind of fact.
+bool state_fact(const std::string &fact);
+
+// A file of facts in place of system and hardware; how these are kept when the daemon ends or is killed.
+void load(const std::string &path);
+void save_to(const std::string &path);
+void save();
+
+} // namespace seam
