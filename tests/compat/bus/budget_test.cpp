@@ -5,7 +5,6 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
-#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace support;
@@ -149,7 +148,7 @@ TEST_F(Budget, SubscriptionsAndOneNotification)
     auto watcher = join(nobody);
     const uint32_t target = add_object(*owner);
     const uint32_t first = add_object(*watcher);
-    for (int i = 0; i < 60000; i++) {
+    for (int i = 0; i < 5000; i++) {
         ASSERT_EQ(watcher->ask_status(link_request(UBUS_MSG_SUBSCRIBE, first, target)), 0);
     }
     EXPECT_EQ(owner->receive()[1], UBUS_MSG_NOTIFY); // it has a subscriber
@@ -188,12 +187,7 @@ TEST_F(Budget, IdleConnections)
 // Whatever their number, users leave descriptors for root.
 TEST(BudgetShare, OfFewDescriptors)
 {
-    rlimit usual = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-    const rlimit few = {64, usual.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    Broker broker;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+    Broker broker({}, {"/bin/sh", "-c", "ulimit -n 64; exec \"$@\"", "sh"});
     broker.open_to_all();
     std::vector<std::unique_ptr<RawClient>> clients;
     for (int i = 0; i < 60; i++) {

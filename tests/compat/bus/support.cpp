@@ -265,14 +265,16 @@ bool wait_until(const std::function<bool()> &condition)
     return true;
 }
 
-Broker::Broker(std::vector<std::string> options) : socket_(dir_.path("bus")), options_(std::move(options))
+Broker::Broker(std::vector<std::string> options, std::vector<std::string> launcher)
+    : socket_(dir_.path("bus")), options_(std::move(options)), launcher_(std::move(launcher))
 {
     start();
 }
 
 void Broker::start()
 {
-    std::vector<std::string> command = {tool("ubusd"), "-s", socket_};
+    std::vector<std::string> command = launcher_;
+    command.insert(command.end(), {tool("ubusd"), "-s", socket_});
     if (options_.empty()) {
         options_ = {"-A", dir_.path("no-access-files")};
     }

@@ -71,7 +71,8 @@ std::string tool(const std::string &name); // beside the test program
 
 class Broker {
 public:
-    explicit Broker(std::vector<std::string> options = {});
+    // The launcher is the beginning of the command line.
+    explicit Broker(std::vector<std::string> options = {}, std::vector<std::string> launcher = {});
     const std::string &socket() const { return socket_; }
     void open_to_all(); // who may reach the socket
     pid_t pid() const { return child_->pid(); }
@@ -86,6 +87,7 @@ private:
     TempDir dir_;
     std::string socket_;
     std::vector<std::string> options_;
+    std::vector<std::string> launcher_;
     std::optional<Child> child_;
 };
 
