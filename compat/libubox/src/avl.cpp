@@ -1,9 +1,6 @@
 // Height-balanced tree behind libubox/avl.h. The field `balance` holds the height of the node's subtree,
 // which stays far below what a signed char can carry.
-extern "C" {
-#include <libubox/avl-cmp.h>
-#include <libubox/avl.h>
-}
+#include "exported.h"
 
 #include <string.h>
 
@@ -234,4 +231,14 @@ void avl_delete(avl_tree *tree, avl_node *node)
 int avl_strcmp(const void *k1, const void *k2, void *)
 {
     return strcmp(static_cast<const char *>(k1), static_cast<const char *>(k2));
+}
+
+int avl_blobcmp(const void *k1, const void *k2, void *)
+{
+    const auto *a1 = static_cast<const blob_attr *>(k1);
+    const auto *a2 = static_cast<const blob_attr *>(k2);
+    if (blob_raw_len(a1) != blob_raw_len(a2)) {
+        return blob_raw_len(a1) < blob_raw_len(a2) ? -1 : 1;
+    }
+    return memcmp(a1, a2, blob_raw_len(a1));
 }

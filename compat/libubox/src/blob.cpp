@@ -1,7 +1,5 @@
 // Attribute buffers: one growing block, addressed by offsets wherever a pointer would not survive its growth.
-extern "C" {
-#include <libubox/blob.h>
-}
+#include "exported.h"
 
 #include <errno.h>
 

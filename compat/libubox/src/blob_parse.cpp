@@ -1,9 +1,6 @@
 // Reading plain attributes by id. The last of several with one id wins.
-extern "C" {
-#include <libubox/blob.h>
-}
+#include "exported.h"
 
-#include <algorithm>
 
 namespace {
 
@@ -56,7 +53,7 @@ int blob_parse(blob_attr *attr, blob_attr **data, const blob_attr_info *info, in
     size_t rem;
     int found = 0;
 
-    std::fill_n(data, max, nullptr);
+    memset(data, 0, static_cast<size_t>(max) * sizeof(*data));
     blob_for_each_attr(pos, attr, rem)
     {
         const int id = static_cast<int>(blob_id(pos));

@@ -1,7 +1,5 @@
 // Building messages.
-extern "C" {
-#include <libubox/blobmsg.h>
-}
+#include "exported.h"
 
 #include <limits.h>
 #include <stdio.h>

@@ -1,9 +1,6 @@
 // Checking and reading messages.
-extern "C" {
-#include <libubox/blobmsg.h>
-}
+#include "exported.h"
 
-#include <algorithm>
 #include <errno.h>
 
 namespace {
@@ -94,12 +91,22 @@ int blobmsg_check_array(const blob_attr *attr, int type)
     return blobmsg_check_array_len(attr, type, blob_raw_len(attr));
 }
 
+bool blobmsg_check_attr_list(const blob_attr *attr, int type)
+{
+    return blobmsg_check_array(attr, type) >= 0;
+}
+
+bool blobmsg_check_attr_list_len(const blob_attr *attr, int type, size_t len)
+{
+    return blobmsg_check_array_len(attr, type, len) >= 0;
+}
+
 int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, void *data, unsigned int len)
 {
     blob_attr *attr;
     size_t rem = len;
 
-    std::fill_n(tb, policy_len, nullptr);
+    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
     if (!data || !len) {
         return -EINVAL;
     }
@@ -128,7 +135,7 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
     size_t rem = len;
     int next = 0;
 
-    std::fill_n(tb, policy_len, nullptr);
+    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
     if (!data || !len) {
         return -EINVAL;
     }

@@ -1,7 +1,5 @@
 // Messages to JSON text.
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
+#include "exported.h"
 
 #include <inttypes.h>
 #include <stdio.h>

@@ -1,7 +1,5 @@
 // JSON text to messages, by json-c.
-extern "C" {
-#include <libubox/blobmsg_json.h>
-}
+#include "exported.h"
 
 #include <json-c/json.h>
 

@@ -66,6 +66,24 @@ struct ubus_object_type {
     int n_methods;
 };
 
+/* Initialisers of the two above; _policy and _methods are arrays. */
+#define UBUS_METHOD_FIELDS_(_name, _handler, _mask, _tags, _policy, _n_policy)                               \
+    {                                                                                                        \
+        _name, _handler, _mask, _tags, _policy, _n_policy                                                    \
+    }
+#define UBUS_METHOD(_name, _handler, _policy)                                                                \
+    UBUS_METHOD_FIELDS_(_name, _handler, 0, 0, _policy, (int)ARRAY_SIZE(_policy))
+#define UBUS_METHOD_MASK(_name, _handler, _policy, _mask)                                                    \
+    UBUS_METHOD_FIELDS_(_name, _handler, _mask, 0, _policy, (int)ARRAY_SIZE(_policy))
+#define UBUS_METHOD_TAG(_name, _handler, _policy, _tags)                                                     \
+    UBUS_METHOD_FIELDS_(_name, _handler, 0, _tags, _policy, (int)ARRAY_SIZE(_policy))
+#define UBUS_METHOD_NOARG(_name, _handler) UBUS_METHOD_FIELDS_(_name, _handler, 0, 0, NULL, 0)
+#define UBUS_METHOD_TAG_NOARG(_name, _handler, _tags) UBUS_METHOD_FIELDS_(_name, _handler, 0, _tags, NULL, 0)
+#define UBUS_OBJECT_TYPE(_name, _methods)                                                                    \
+    {                                                                                                        \
+        _name, 0, _methods, (int)ARRAY_SIZE(_methods)                                                        \
+    }
+
 struct ubus_object {
     struct avl_node avl;
     const char *name;

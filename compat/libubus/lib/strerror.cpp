@@ -1,5 +1,6 @@
 // Texts of the status codes.
-#include <libubus.h>
+#include "internal.h"
+
 #include <stdio.h>
 
 namespace {

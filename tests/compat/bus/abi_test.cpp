@@ -58,6 +58,36 @@ TEST(Abi, HeaderLengthByNameLength)
     }
 }
 
+int never(ubus_context *, ubus_object *, ubus_request_data *, const char *, blob_attr *)
+{
+    return UBUS_STATUS_OK;
+}
+
+TEST(Abi, InitialisersOfMethodsAndTypes)
+{
+    static const blobmsg_policy policy[] = {{"a", BLOBMSG_TYPE_STRING}, {"b", BLOBMSG_TYPE_INT32}};
+    static const ubus_method methods[] = {
+        UBUS_METHOD("plain", never, policy), UBUS_METHOD_MASK("masked", never, policy, 2),
+        UBUS_METHOD_TAG("tagged", never, policy, 4), UBUS_METHOD_NOARG("bare", never),
+        UBUS_METHOD_TAG_NOARG("bare, tagged", never, 1)};
+    static const ubus_object_type type = UBUS_OBJECT_TYPE("t", methods);
+    const struct {
+        unsigned long mask;
+        unsigned long tags;
+        int n_policy;
+    } expected[] = {{0, 0, 2}, {2, 0, 2}, {0, 4, 2}, {0, 0, 0}, {0, 1, 0}};
+    ASSERT_EQ(type.n_methods, 5);
+    EXPECT_EQ(type.methods, methods);
+    EXPECT_EQ(type.id, 0u);
+    for (int i = 0; i < 5; i++) {
+        EXPECT_EQ(methods[i].handler, never) << methods[i].name;
+        EXPECT_EQ(methods[i].mask, expected[i].mask) << methods[i].name;
+        EXPECT_EQ(methods[i].tags, expected[i].tags) << methods[i].name;
+        EXPECT_EQ(methods[i].n_policy, expected[i].n_policy) << methods[i].name;
+        EXPECT_EQ(methods[i].policy, expected[i].n_policy ? policy : nullptr) << methods[i].name;
+    }
+}
+
 TEST(Abi, StatusTexts)
 {
     const char *texts[] = {"Success",

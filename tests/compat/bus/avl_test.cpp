@@ -4,6 +4,7 @@
 extern "C" {
 #include <libubox/avl-cmp.h>
 #include <libubox/avl.h>
+#include <libubox/blob.h>
 }
 
 #include <map>
@@ -184,6 +185,23 @@ TEST(List, AddMoveSpliceDelete)
     list_add(&entries[3].list, &two);
     list_splice_tail(&one, &two);
     EXPECT_EQ(values(&two), (std::vector<int>{3, 1}));
+}
+
+TEST(Avl, OrderOfAttributes)
+{
+    blob_buf b = {};
+    ASSERT_EQ(blob_buf_init(&b, 0), 0);
+    for (const char *text : {"b", "a", "aa"}) {
+        blob_put_string(&b, 1, text);
+    }
+    const auto *second = static_cast<blob_attr *>(blob_data(b.head));
+    const blob_attr *first = blob_next(second);
+    const blob_attr *third = blob_next(first);
+    EXPECT_LT(avl_blobcmp(first, second, nullptr), 0);
+    EXPECT_GT(avl_blobcmp(second, first, nullptr), 0);
+    EXPECT_LT(avl_blobcmp(second, third, nullptr), 0);
+    EXPECT_EQ(avl_blobcmp(third, third, nullptr), 0);
+    blob_buf_free(&b);
 }
 
 } // namespace

@@ -103,15 +103,8 @@ bool blobmsg_check_attr_len(const struct blob_attr *attr, bool name, size_t len)
 int blobmsg_check_array(const struct blob_attr *attr, int type);
 int blobmsg_check_array_len(const struct blob_attr *attr, int type, size_t len);
 
-static inline bool blobmsg_check_attr_list(const struct blob_attr *attr, int type)
-{
-    return blobmsg_check_array(attr, type) >= 0;
-}
-
-static inline bool blobmsg_check_attr_list_len(const struct blob_attr *attr, int type, size_t len)
-{
-    return blobmsg_check_array_len(attr, type, len) >= 0;
-}
+bool blobmsg_check_attr_list(const struct blob_attr *attr, int type);
+bool blobmsg_check_attr_list_len(const struct blob_attr *attr, int type, size_t len);
 
 int blobmsg_parse(const struct blobmsg_policy *policy, int policy_len, struct blob_attr **tb, void *data,
                   unsigned int len);
