@@ -9,9 +9,8 @@ import subprocess
 from collections import defaultdict
 
 from recording import collapse
+from tests.docs import messages
 
-REPORT = re.compile(r"\b(NET_(?:ERROR|WARNING|NOTICE|INFO|DEBUG)|outlib_(?:error|warning|notice|info|debug))\(")
-LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
 CONVERSION = re.compile(r"%(?:%|[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?[diouxXcsp])")
 DECLARATION = re.compile(r"\b(\w+)\([^;{}]*\)\s*(?:__attribute__[^;]*)?;")
 
@@ -20,36 +19,14 @@ def without_comments(text):
     return re.sub(r"//[^\n]*", lambda m: " " * len(m[0]), text)
 
 
-def first_argument(text, at):
-    """The adjoining string literals at the start of an argument list, joined; None when there are none."""
-    out = None
-    while True:
-        match = re.compile(r"\s*").match(text, at)
-        literal = LITERAL.match(text, match.end())
-        if not literal:
-            return out
-        out = (out or "") + literal[1]
-        at = literal.end()
-
-
-def messages(sources):
-    """(file, line, severity, format) of each report."""
-    for path in sources:
-        text = without_comments(path.read_text(encoding="utf-8"))
-        for match in REPORT.finditer(text):
-            fmt = first_argument(text, match.end())
-            if fmt is not None:
-                severity = match[1].replace("NET_", "").replace("outlib_", "").upper()
-                yield path.name, text.count("\n", 0, match.start()) + 1, severity, fmt
-
-
-def pattern_of(severity, fmt):
+def pattern_of(severity, text):
+    """The lines of a trace that show a message; its line end is not part of the text."""
     out = []
     at = 0
-    for match in CONVERSION.finditer(fmt):
-        out += [re.escape(fmt[at:match.start()]), "%" if match[0] == "%%" else ".*?"]
+    for match in CONVERSION.finditer(text):
+        out += [re.escape(text[at:match.start()]), "%" if match[0] == "%%" else ".*?"]
         at = match.end()
-    return re.compile(re.escape(severity) + ' "' + "".join(out) + re.escape(fmt[at:]) + '"$', re.S)
+    return re.compile(re.escape(severity.upper()) + r' "(?:\\[rn])*' + "".join(out) + re.escape(text[at:]) + r'(?:\\[rn])*"$', re.S)
 
 
 def platform_functions(folder):
@@ -126,10 +103,10 @@ def report(folder, board, recorded, label):
     texts, functions, sites, statuses = gather(recorded, label)
 
     rows = []
-    for name, line, severity, fmt in messages(sources):
-        pattern = pattern_of(severity, fmt)
+    for (message, severity), found in messages.messages().items():
+        pattern = pattern_of(severity, message)
         hit = set().union(*(names for text, names in texts.items() if pattern.match(text)))
-        rows.append((f'{name}:{line} {severity} "{fmt}"', hit))
+        rows.append((f'{" ".join(f"{name}:{line}" for name, line in found)} {severity} "{message}"', hit))
     show("messages", rows)
 
     show("statuses", ((f"{method}: {status}", names) for (method, status), names in sorted(statuses.items())))

@@ -1,6 +1,6 @@
 // Calls one operation of the daemon by itself and ends with its result as the exit status: operations that
-// nothing in the daemon calls, arguments that none of its callers gives, and results that its callers do not tell
-// apart.
+// nothing in the daemon calls, arguments that none of its callers gives, and results that its callers do not
+// tell apart.
 //
 //   entries NAME [ARGUMENT]...
 
@@ -20,6 +20,7 @@
 #include "netintf/proto.h"
 #include "netintf/registry.h"
 #include "netintf/startup.h"
+#include "netintf/uci_options.h"
 #include "netintf/vlan_intf.h"
 #include "platform/output.h"
 #include "ppp/auth_records.h"
@@ -108,6 +109,9 @@ int wan_addr_reset()
     if (entry == nullptr) {
         return 100;
     }
+    if (word_count > 1) {
+        entry->proto = proto_none;
+    }
     entry->reserved[0] = entry->reserved[1] = 7;
     const int rv = netevt_wan_addr_reset(entry);
     show(entry->ipaddr | entry->netmask | entry->gateway | entry->reserved[0] | entry->reserved[1]);
@@ -158,6 +162,36 @@ int bridge_delete()
     board_and_registry();
     return netintf_bridge_delete(word(0), number(1), number(2), static_cast<int>(number(3)),
                                  static_cast<int>(number(4)));
+}
+
+int link_get_on_board()
+{
+    board_and_registry();
+    uint32_t link = 7;
+    const int rv = netintf_link_get_byname(word(0), &link);
+    show(link);
+    return rv;
+}
+
+// A port's link that comes (1) or goes (0); the link that its list head then says.
+int proto_intf()
+{
+    board_and_registry();
+    netintf_entry *head = netintf_port_head_get(number(0));
+    head->link = 1 - number(1);
+    const int rv = number(1) != 0 ? netintf_proto_intf_up(head) : netintf_proto_intf_down(head);
+    show(head->link);
+    return rv;
+}
+
+// Kind, section, text of option "mac", port.
+int section_mac()
+{
+    netbd_lan_wan_init();
+    uint8_t mac[mac_size] = {};
+    const int rv = netintf_section_mac(word(0), word(1), text(2), number(3), mac);
+    outlib_notice("mac=%02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return rv;
 }
 
 int vlan_users_count()
@@ -270,8 +304,7 @@ constexpr operation operations[] = {
          netbd_lan_wan_init();
          return netintf_lan_init();
      }},
-    {"netintf_vintf_init",
-     [] { return netintf_vintf_init(word(0), static_cast<int>(number(1)), some_mac); }},
+    {"netintf_vintf_init", [] { return netintf_vintf_init(word(0), static_cast<int>(number(1)), some_mac); }},
     {"netintf_vintf_delete", [] { return netintf_vintf_delete(word(0)); }},
     {"netintf_device_mac_get", device_mac_get},
     {"netintf_bridge_create", bridge_create},
@@ -297,6 +330,14 @@ constexpr operation operations[] = {
          board_and_registry();
          return netintf_vlan_intf_delete(static_cast<int>(number(0)), number(1), static_cast<int>(number(2)),
                                          static_cast<int>(number(3)));
+     }},
+    {"netintf_link_get_on_board", link_get_on_board},
+    {"netintf_proto_intf", proto_intf},
+    {"netintf_section_mac", section_mac},
+    {"netbd_port_total_get",
+     [] {
+         netbd_lan_wan_init();
+         return static_cast<int>(netbd_port_total_get());
      }},
     {"netintf_vlan_users_count", vlan_users_count},
     {"netintf_vlan_users_count_null",

@@ -1,7 +1,8 @@
-// What the daemon says of itself, as JSON: the objects it registers with their methods and fields, and the chains
-// that it lays. Tests compare books, access files and scripts with this.
+// What the daemon says of itself, as JSON: the objects it registers with their methods and fields, and the
+// chains that it lays. Tests compare books, access files and scripts with this.
 //
-//   {"objects": {OBJECT: {"type": TYPE, "methods": {METHOD: {"fields": {FIELD: KIND}, "mask": N, "tags": N}}}},
+//   {"objects": {OBJECT: {"type": TYPE, "methods": {METHOD: {"fields": {FIELD: KIND}, "mask": N, "tags":
+//   N}}}},
 //    "hooks": [[TABLE, PARENT, CHAIN]], "refilled": [[TABLE, CHAIN]]}
 //
 // The calls that carry these facts are defined here; every other one is answered by the recorder.

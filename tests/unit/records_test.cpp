@@ -1,10 +1,11 @@
-// What the daemon's records hold beyond what a request or a call shows: fields that nothing reads yet, the order
-// and links of the lists, counters, and texts that are cut where they are kept.
+// What the daemon's records hold beyond what a request or a call shows: fields that nothing reads yet, the
+// order and links of the lists, counters, and texts that are cut where they are kept.
 
 #include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 // After the standard library, names of which the bus library's headers define as macros.
@@ -110,6 +111,44 @@ TEST_F(Registry, RecordsKeepTheOrderOfTheirCreation)
     EXPECT_EQ(netintf_entry_free(third), 0);
     EXPECT_EQ(netintf_entry_free(first), 0);
     EXPECT_EQ(names_on(2), std::vector<std::string>{});
+}
+
+TEST_F(Registry, ALoopOverAPortMayFreeWhatItStandsOn)
+{
+    add(2, "a");
+    add(2, "b");
+    std::vector<std::string> seen;
+    netintf_port_entries entries(netintf_port_head_get(2));
+    for (netintf_entry *entry : entries) {
+        seen.emplace_back(entry->name);
+        EXPECT_EQ(netintf_entry_free(entry), 0);
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{"a", "b"}));
+    EXPECT_FALSE(entries.broken());
+    EXPECT_EQ(names_on(2), std::vector<std::string>{});
+}
+
+TEST_F(Registry, ALoopOverABrokenListEndsAndSaysSo)
+{
+    netintf_entry *head = netintf_port_head_get(2);
+    netintf_entry *first = add(2, "a");
+    netintf_entry *second = add(2, "b");
+    const std::pair<netintf_entry **, size_t> breaks[] = {
+        {&second->next, 2}, {&first->next, 1}, {&head->next, 0}};
+    for (const auto &[link, length] : breaks) {
+        netintf_entry *whole = *link;
+        *link = nullptr;
+        netintf_port_entries entries(head);
+        size_t seen = 0;
+        for (const netintf_entry *entry : entries) {
+            EXPECT_NE(entry, nullptr);
+            seen++;
+        }
+        EXPECT_EQ(seen, length);
+        EXPECT_TRUE(entries.broken());
+        *link = whole;
+    }
+    EXPECT_TRUE(netintf_port_entries(nullptr).broken());
 }
 
 TEST_F(Registry, OnlyLansAndWansCanBeFreed)
