@@ -68,7 +68,7 @@ uint8_t role_of(json_object *value)
     return strcmp(text, "lan,wan") == 0 ? role_lan | role_wan : 0;
 }
 
-// Takes a front port when it is its turn: those with a place of their own first.
+// Takes a front port when it is its turn: those with a given place first.
 int take_port(board_info &info, json_object *port, size_t position, bool with_index)
 {
     char key[64];

@@ -1,5 +1,5 @@
 /*
- * Calls to other objects on the bus, each on a connection of its own: while such a call waits, requests to
+ * Calls to other objects on the bus, each on its own connection: while such a call waits, requests to
  * our objects stay where they are, and a restarted broker needs no special care.
  */
 #pragma once

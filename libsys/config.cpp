@@ -30,7 +30,7 @@ int errno_of(int code)
     }
 }
 
-// Only whoever parsed the file knows the place of a mistake, so that is reported here.
+// Only the parser knows the place of a mistake, so that is reported here.
 void report_syntax(uci_context *ctx, const char *package)
 {
     char *reason = nullptr;

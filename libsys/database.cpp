@@ -87,7 +87,7 @@ int errno_of(int code)
 
 } // namespace
 
-// An absent file is an error: whoever owns the tables makes it, and an empty database would only hide that.
+// An absent file is an error: the owner of the tables makes it, and an empty database would only hide that.
 int sqlite3_db_open(const char *path, sqlite3 **db)
 {
     constexpr const char *operation = "sqlite3_db_open";

@@ -21,7 +21,7 @@ struct fib_route {
 };
 
 // type: RTM_NEWROUTE or RTM_DELROUTE; flags: NLM_F_* of a creation. A new route carries own_protocol; a
-// removal takes the route whoever made it.
+// removal takes the route of any maker.
 int change_route(uint16_t type, uint16_t flags, const fib_route &route);
 
 // Reads a route of a message; false for what is no unicast IPv4 route of a table.

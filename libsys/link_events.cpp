@@ -26,7 +26,7 @@ void deliver(unsigned port, bool up)
     registered(&event);
 }
 
-// A port whose PHY cannot be read keeps its state; a loss that was over before we looked is told all the
+// A port whose PHY cannot be read keeps its state; a loss that was over before the poll is announced all the
 // same.
 void poll_ports(uloop_timeout *timer)
 {

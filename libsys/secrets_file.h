@@ -22,7 +22,7 @@ void append_secret(text &out, const char *client, const char *server, const char
 
 struct replaced_secrets {
     size_t found = 0;  // entries of the pair
-    bool ended = true; // a line appended to the result is an entry of its own
+    bool ended = true; // a line appended to the result is a separate entry
     bool open = false; // a quote is never closed: nothing appended would be seen
 };
 

@@ -1,10 +1,10 @@
 // lab-agent: carries the control channel of the virtual board on standard input and output, raises boards
-// when told to, and ends them. Run by lab/lab as root, natively or as the only program of the small machine.
+// on request, and ends them. Run by lab/lab as root, natively or as the only program of the small machine.
 //
 //   lab-agent --programs DIR            serve; DIR has the programs of the board in bin and lib
 //   lab-agent ask SOCKET WORDS...       put a command to the switch's control socket, print the answer
 //
-// A board is a process of its own in new mount, network, IPC, host-name and process name spaces (--board,
+// A board is a separate process in new mount, network, IPC, host-name and process name spaces (--board,
 // used by itself alone). It dies with this one, and with it everything in those name spaces.
 #include "ask.h"
 #include "board.h"

@@ -18,7 +18,7 @@ constexpr const char *bus_socket = "/var/run/ubus/ubus.sock";
 
 void bring_up_loopback()
 {
-    // no tool needed: an address of its own is all that lo lacks, and it comes with "up"
+    // no tool needed: lo lacks only its address, which comes with "up"
     must_run(Host::here("here"), {"ip", "link", "set", "lo", "up"});
 }
 

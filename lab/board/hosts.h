@@ -15,7 +15,7 @@ class Host {
 public:
     // The place where the caller itself is.
     static Host here(const std::string &name);
-    // New name spaces; prepare runs once inside, as a process of its own.
+    // New name spaces; prepare runs once inside, in a separate process.
     static Host create(const std::string &name, const std::function<void()> &prepare);
 
     const std::string &name() const { return name_; }
@@ -34,7 +34,7 @@ struct Command {
     std::vector<std::string> words;
     std::vector<std::string> environment; // beside the host's
     int in = -1, out = -1, err = -1;      // -1: /dev/null
-    bool own_group = true;                // leader of a session of its own, so that all of it can be killed
+    bool own_group = true;                // leader of a new session, so that all of it can be killed
 };
 
 // Starts a command in a host; the program is looked for in the board's search path. Returns the process id.

@@ -24,7 +24,7 @@ void CommandLine::value(const char *name, std::function<void(const std::string &
 
 bool CommandLine::parse(int argc, char **argv) const
 {
-    // Options are told apart by their places in the list, below every letter.
+    // Options are distinguished by their places in the list, below every letter.
     std::vector<option> known;
     for (const Option &one : options_) {
         known.push_back({one.name, one.with_value ? required_argument : no_argument, nullptr,

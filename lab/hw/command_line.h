@@ -1,5 +1,5 @@
 // The options of the lab's programs, all of them long ones. -h and --help print the usage on standard output
-// and end the program with 0; whatever is wrong is told on standard error before it, and ends it with 2.
+// and end the program with 0; errors go to standard error, and end it with 2.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,5 @@
 // The forwarding plane of the emulated switch, without any device: a frame and the port it came in on go in,
-// the frames that leave come out. Obeys the registers as they are at that moment.
+// the frames that leave come out. Reads the registers for each frame.
 //
 // Rules. A front port puts frames without a tag, or with a tag of VLAN 0, into its PVID's VLAN; CPU-side
 // ports speak tagged only. The VLAN must be in the table and the port a member of it, or the frame is

@@ -165,7 +165,7 @@ void write_control(Phy &phy, uint16_t value)
     } else {
         phy.reg[reg_bmcr].store(value & bmcr_kept, relaxed);
     }
-    // Reset and restarted negotiation interrupt the link, if only for a moment: whoever polls shall see it.
+    // Reset and restarted negotiation interrupt the link, if only for a moment: a poller must see it.
     const bool interrupted =
         ((value & bmcr_reset) != 0) || (((value & bmcr_restart) != 0) && ((value & bmcr_autoneg) != 0));
     if (before && (interrupted || !phy_link(phy))) {

@@ -1,6 +1,6 @@
 // The switch's register block as the lab sees it: words of a file that the router maps as its /dev/mem.
 //
-// SwitchRegs is a view, not an owner: the words belong to whoever mapped the file and must outlive it. The
+// SwitchRegs is a view, not an owner: the words belong to the mapping of the file and must outlive it. The
 // words change under the reader at any time (another process programs them); each access reads or writes one
 // whole 32-bit word, in the byte order of the machine, as the router's own driver would.
 #pragma once

@@ -1,7 +1,7 @@
 // vswitch: the emulated Ethernet switch of the lab. See usage for its options.
 //
-// Exit status: 0 after SIGTERM or SIGINT, 1 when something could not be set up (told on standard error), 2
-// for wrong options. Prints "ready" on standard output when devices and control socket exist.
+// Exit status: 0 after SIGTERM or SIGINT, 1 when something could not be set up (reported on standard error),
+// 2 for wrong options. Prints "ready" on standard output when devices and control socket exist.
 #include "command_line.h"
 #include "control_server.h"
 #include "mapped_file.h"

@@ -91,7 +91,7 @@ def own_lan(lab: client.Lab, topology: Topology) -> str:
         frames = need(port.frames(lambda fs: any(f.kind == "ICMP" for f in fs)),
                       f"the capture of port {topology.port[other]} shows nothing")
         need(not [f for f in frames if f.src == topology.mac(one)], f"a frame of {one} came out of the port of {other}")
-    return f"{one} reaches {other}, on a LAN of its own, only through the router (ttl 63)"
+    return f"{one} reaches {other}, on another LAN, only through the router (ttl 63)"
 
 
 def translation(lab: client.Lab, topology: Topology) -> str:
@@ -187,7 +187,7 @@ def applicable(topology: Topology) -> Iterator[tuple[str, Check]]:
     if topology.same_lan():
         yield "same LAN", same_lan
     if topology.two_lans():
-        yield "LAN of its own", own_lan
+        yield "other LAN", own_lan
     if topology.wans:
         yield "NAT", translation
         yield "isolation", lan_stays_inside

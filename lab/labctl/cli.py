@@ -36,7 +36,7 @@ def parser() -> argparse.ArgumentParser:
     def add(name: str, text: str) -> argparse.ArgumentParser:
         return sub.add_parser(name, help=text, description=text[0].upper() + text[1:] + ".", parents=[common])
 
-    up = add("up", "raise the lab, or raise its board anew")
+    up = add("up", "raise the lab, or raise its board again")
     up.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
     up.add_argument("--config", default="home", help="sample of lab/configs or a folder (default: %(default)s)")
     how = up.add_mutually_exclusive_group()
@@ -113,10 +113,10 @@ def up(lab: client.Lab, args: argparse.Namespace) -> int:
     elif args.mode and args.mode != lab.info()["mode"]:
         raise client.LabError(f"lab {lab.name} is up in another way already: lab/lab down first")
     log = lab.state / "hub.log"
-    told = log.stat().st_size
+    before = log.stat().st_size
     board = lab.raise_board(args.board, args.config)
     if args.verbose:
-        print(log.read_bytes()[told:].decode(errors="replace"), end="")
+        print(log.read_bytes()[before:].decode(errors="replace"), end="")
     since, _ = lab.said("ivarode init success", 90)
     print(f"board {board.name}, configuration {args.config}: the daemon was ready {since:.1f} s after its start")
     return 0

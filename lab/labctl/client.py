@@ -201,7 +201,7 @@ class Lab:
 
     @property
     def pace(self) -> int:
-        """What every limit of time is multiplied by; where a caller has a limit of its own, by the caller."""
+        """The factor of every limit of time; a caller with its own limit multiplies it."""
         if self._pace is None:
             self._pace = machine.PACE[self.info()["mode"]]
         return self._pace

@@ -1,8 +1,8 @@
 """The lab's hub: holds the control channel of one carrier and lets any number of clients use it.
 
 The client module runs it as a separate process:  python3 -m labctl.hub STATE-DIR MODE PROGRAMS READY-FD TIE-FD
-MODE is "native", "vm" or "mips". It serves STATE-DIR/hub.sock; a client speaks frames with ids of its own
-choice. Beside the board's hosts there is the host "hub" with the commands "info" and "end".
+MODE is "native", "vm" or "mips". It serves STATE-DIR/hub.sock; a client chooses the ids of its
+frames. Beside the board's hosts there is the host "hub" with the commands "info" and "end".
 READY-FD gets one line when the lab can be used, or why it cannot. When TIE-FD (-1: none) reaches its end, as it
 does when the process that wanted the lab dies, the lab ends too.
 """

@@ -16,7 +16,7 @@ def build_dir() -> pathlib.Path:
 
 
 def programs_dir(mode: str) -> pathlib.Path:
-    """What is built for the machine that a board runs on: the MIPS machine's has a folder of its own."""
+    """Programs built for the machine that a board runs on; those of the MIPS machine have a separate folder."""
     return build_dir() / "mipsel" if mode == "mips" else build_dir()
 
 

@@ -1,5 +1,5 @@
 // The connection to the bus and the objects offered on it. A broker that goes away is asked for again every
-// 100 ms, and the objects are offered anew when it is back.
+// 100 ms, and the objects are offered again when it is back.
 #pragma once
 
 #include "blob_copy.h"

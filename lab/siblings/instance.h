@@ -1,5 +1,5 @@
 // One supervised process: started, watched, restarted as its configuration says, stopped with SIGTERM and
-// then SIGKILL. Lives in a service's table; whoever destroys it does so only when its process is gone.
+// then SIGKILL. Lives in a service's table and is destroyed only after its process is gone.
 #pragma once
 
 #include "instance_config.h"
@@ -12,7 +12,7 @@ namespace lab {
 
 class Instance;
 
-// Told when a removed instance has ended: its last act, upon which the owner destroys it.
+// Called when a removed instance has ended: its last act, upon which the owner destroys it.
 class InstanceOwner {
 public:
     virtual void gone(Instance &instance) = 0;
@@ -32,7 +32,7 @@ public:
     void apply(InstanceRequest request, bool start_it);
     void start();
     void stop();
-    // As stop(), and then the owner is told that it is gone; at once if nothing runs.
+    // As stop(), then calls the owner when it is gone; at once if nothing runs.
     void remove();
     int send_signal(int number); // 0 or errno
 

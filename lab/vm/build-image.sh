@@ -106,7 +106,7 @@ for a in iptables iptables-save iptables-restore ip6tables ip6tables-save ip6tab
     ln -s xtables-nft-multi "$tree/usr/sbin/${a/tables/tables-nft}"
 done
 ln -s dash "$tree/bin/sh"
-ln -s /run "$tree/var/run"      # as on Debian: a program with a /run of its own has a /var/run of its own
+ln -s /run "$tree/var/run"      # as on Debian: a program with its own /run has its own /var/run
 [ -e "$tree/sbin/ip" ] || ln -s ../bin/ip "$tree/sbin/ip"
 cp -a "$src"/etc/{protocols,services} "$tree/etc/" 2>/dev/null || true
 ln -sf "$(cd "$tree" && echo /usr/lib/pppd/*/rp-pppoe.so)" "$tree/etc/ppp/plugins/rp-pppoe.so"

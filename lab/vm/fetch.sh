@@ -34,7 +34,7 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
         return
     fi
     local t0=$SECONDS; mkdir -p "$debs"
-    # anything that goes wrong from here on is told with the set that is missing for it
+    # errors from here on name the set that is missing
     lacking="$set (${pkgs#@guest:})"
     [ -e "$LAB_VM_CACHE/apt/$arch/.updated-$$" ] || {
         papt "$arch" apt-get -qq -o APT::Update::Error-Mode=any update; rm -f "$LAB_VM_CACHE/apt/$arch"/.updated-*

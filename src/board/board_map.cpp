@@ -24,7 +24,7 @@ bool role_is_wan(uint8_t role)
     return role == role_wan || role == role_lan_or_wan;
 }
 
-// The ports of one kind as they are found: a bitmap for the count, and a text for the log.
+// The ports of one kind, in the order found: a bitmap for the count, and a text for the log.
 struct port_scan {
     uint32_t bitmap = 0;
     char list[64] = {};

@@ -97,7 +97,7 @@ bus_status lan_config(netintf_entry *entry, intf_arguments &args)
     return status_ok;
 }
 
-// What the protocol needs, or false. Addresses that are missing altogether have no complaint of their own.
+// What the protocol needs, or false. Addresses that are missing altogether have no complaint.
 bool wan_settings_get(netintf_proto proto, intf_arguments &args, wan_settings *settings)
 {
     if (proto == proto_static) {

@@ -1,4 +1,4 @@
-// Bus method "port_add": makes a switch port a LAN or WAN port of its own, with a default interface on it.
+// Bus method "port_add": gives a switch port its own LAN or WAN VLAN, with a default interface on it.
 
 #include "board/board_map.h"
 #include "core/arguments.h"

@@ -1,4 +1,4 @@
-// Named static routes, installed into a routing table of their own.
+// Named static routes, installed into a separate routing table.
 //
 // The list owns its records. Addresses stay text. Names are unique by convention only: lookups reach the
 // oldest record of a name. What the kernel refuses is neither reported nor taken back; the record stays.
@@ -28,7 +28,7 @@ struct route_cfg_list {
     uint32_t route_cfg_count;
 };
 
-// The texts of a route as they are given; each may be null.
+// The texts of a route, unchanged; each may be null.
 struct route_cfg_texts {
     const char *name;
     const char *line;

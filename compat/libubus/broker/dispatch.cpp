@@ -14,7 +14,7 @@ int handle_ping(Client *client, const Message &msg)
     return UBUS_STATUS_OK;
 }
 
-// An answer of an object's owner. Whoever cannot show the object, or answers into the void, is ignored.
+// An answer of an object's owner. An answer without the object, or to nobody, is ignored.
 int handle_answer(Client *client, const Message &msg)
 {
     const bool status = msg.hdr.type == UBUS_MSG_STATUS;

@@ -1,4 +1,4 @@
-// Monitoring: clients that see every message the broker takes and sends, but those of their own.
+// Monitoring: clients that see every message the broker takes and sends, except their own.
 #include "broker.h"
 
 namespace broker {

@@ -243,7 +243,7 @@ int handle_remove_object(Client *client, const Message &msg)
     }
     Builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
-    // Told so that the client can forget the type's id when nobody uses it any more.
+    // Sent so that the client can forget the type's id when nobody uses it any more.
     if (object->type && object->type->users == 1) {
         body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
     }

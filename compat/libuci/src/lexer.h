@@ -6,7 +6,7 @@
  *
  * Where a line and its parts end is as in the real library, odd cases included, because a file must mean
  * here what it means on a router; and so are the places of errors: a line counts once its newline is read,
- * so the last one has no number of its own without one, and a byte is the number of those before it on the
+ * so the last one has no number without one, and a byte is the number of those before it on the
  * line, or on all lines that a quote or a backslash joined.
  */
 #pragma once

@@ -69,7 +69,7 @@ int file_text::read_open(int fd, bool is_private)
     if (!S_ISREG(info.st_mode) || (is_private && info.st_uid != geteuid())) {
         return UCI_ERR_NOTFOUND;
     }
-    // Whoever commits holds the lock exclusively while the file changes.
+    // A commit holds the lock exclusively while the file changes.
     while (flock(fd, LOCK_SH) != 0) {
         if (errno != EINTR) {
             return UCI_ERR_IO;
@@ -108,8 +108,8 @@ bool overridden(const uci_context *ctx, const char *name, char (&path)[PATH_MAX]
     return ctx->conf2dir && join(path, ctx->conf2dir, name) && access(path, F_OK) == 0;
 }
 
-// A folder of saved changes. Of one that somebody else can put files into nothing is taken: whoever makes
-// the usual one first, in a place open to all, would have a say in everybody's configuration.
+// A folder of saved changes. Nothing is taken from one that somebody else can put files into: the maker of
+// the usual one, in a place open to all, would have a say in everybody's configuration.
 int open_private_folder(const char *path)
 {
     int fd = open_to_read(AT_FDCWD, path, O_DIRECTORY | O_NOFOLLOW);

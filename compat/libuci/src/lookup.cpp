@@ -94,7 +94,7 @@ int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str)
         char *section = dot + 1;
         ptr->section = section;
         ptr->target = UCI_TYPE_SECTION;
-        // A type between the brackets' sign and index may hold dots of its own.
+        // A type between the brackets' sign and index may hold dots.
         char *bracket = section[0] == '@' ? strchr(section, ']') : nullptr;
         if (char *option = strchr(bracket ? bracket : section, '.')) {
             *option = '\0';

@@ -1,10 +1,10 @@
 #!/bin/sh
 # Removes what the interface manager has laid: clients, iptables chains, policy rules, routes, bridges and VLAN
-# devices, WAN rows. Safe to run twice. Run by the init script when the daemon has been told to end.
+# devices, WAN rows. Safe to run twice. Run by the init script while the daemon ends.
 #
 # A chain that holds rules of other programs stays, with the jump that leads to it: the daemon hooks a chain
 # only when it creates it, so a chain without its jump would stay out of use after the next start.
-# Left as they are: the switch's registers (the next start lays them anew), eth0 and eth1, secrets, login
+# Not touched: the switch's registers (the next start writes them), eth0 and eth1, secrets, login
 # records.
 
 # shellcheck source=image/files/lib/ivarode/wan.sh
@@ -130,7 +130,7 @@ remove_chains() {
     done
 }
 
-# Preferences 10000 and 10001, and each P that leads to a table of its own number.
+# Preferences 10000 and 10001, and each P that leads to table P.
 remove_rules() {
     ip -4 rule show | sed -n 's/^\([0-9]*\):.* lookup \([0-9a-z]*\).*/\1 \2/p' | while read -r preference table; do
         if [ "$preference" = 10000 ] || [ "$preference" = "$WAN_RULE_CONNECTED" ] ||

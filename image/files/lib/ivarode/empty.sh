@@ -1,7 +1,7 @@
 #!/bin/sh
 # Events of the DHCP client of a WAN. The client passes the lease in the environment; /sbin/udhcpc adds the
 # WAN's number. The last thing a new lease does is the line "bound" in the system log, and before it the row:
-# whoever waits for either finds address, route and resolver in place. What a server says is not believed: a lease that
+# a waiter for either finds address, route and resolver in place. What a server says is not believed: a lease that
 # could take traffic from another device, or that no host can have, is refused.
 
 # shellcheck disable=SC2154  # the client sets the lease's variables

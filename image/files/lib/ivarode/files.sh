@@ -65,7 +65,7 @@ make_folder() {
     fi
 }
 
-# take_lock FOLDER: no other script works there until this shell, which should be one of its own, has ended.
+# take_lock FOLDER: no other script works there until this shell, a subshell for this purpose, has ended.
 take_lock() {
     command -v flock >/dev/null || return 0
     if ! reason=$({ true >>"$1/.lock"; } 2>&1); then
