@@ -169,6 +169,11 @@ void sleep_ms(long long milliseconds)
 
 using namespace libsys;
 
+int libsys::serving_socket()
+{
+    return serving ? serving->sock.fd : -1;
+}
+
 int ubuslib_connect_init(void)
 {
     if (serving) {

@@ -3,10 +3,34 @@
 #include "internal.h"
 
 #include <cstdarg>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace libsys {
 
 namespace {
+
+// Whether the broker greets one who connects. It is looked for where our own objects are served; without
+// those, or where anything fails at once, the bus library finds out for itself.
+bool broker_greets(int limit_ms)
+{
+    sockaddr_un place = {};
+    socklen_t length = sizeof(place);
+    auto *address = reinterpret_cast<sockaddr *>(&place);
+    if (getpeername(serving_socket(), address, &length) != 0) {
+        return true;
+    }
+    unique_fd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!probe) {
+        return true;
+    }
+    if (connect(probe.get(), address, length) != 0) {
+        return errno != EAGAIN; // so many wait for it already
+    }
+    pollfd greeting = {probe.get(), POLLIN, 0};
+    return retry_eintr([&] { return poll(&greeting, 1, limit_ms); }) != 0;
+}
 
 class connection {
 public:
@@ -53,6 +77,9 @@ int errno_of(int status)
 int call_bus(const char *object, const char *method, blob_buf *request, ubus_data_handler_t reply, void *priv,
              int timeout_ms)
 {
+    if (!broker_greets(timeout_ms)) {
+        return UBUS_STATUS_TIMEOUT;
+    }
     connection bus;
     if (!bus.get()) {
         return UBUS_STATUS_CONNECTION_FAILED;

@@ -1,6 +1,9 @@
 /*
  * Calls to other objects on the bus, each on its own connection: while such a call waits, requests to
  * our objects stay where they are, and a restarted broker needs no special care.
+ *
+ * The bus library may wait without end for the greeting of the broker and for its look-ups. So a broker that
+ * does not greet within the limit is not called at all.
  */
 #pragma once
 
@@ -10,6 +13,9 @@
 namespace libsys {
 
 constexpr int call_timeout_ms = 3000;
+
+// The connection that serves our own objects, or -1; also when it has been lost.
+int serving_socket();
 
 // No such object; apart from the bus's own status "not found", which the method itself may give.
 constexpr int object_missing = -UBUS_STATUS_NOT_FOUND;

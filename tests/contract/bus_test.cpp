@@ -4,7 +4,11 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
+#include <libubus.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -147,6 +151,44 @@ TEST_F(BusTest, ACallEndsAfterThreeSeconds)
     EXPECT_EQ(errno, ETIMEDOUT);
     EXPECT_GE(milliseconds_since(begin), 2990);
     EXPECT_LT(milliseconds_since(begin), 6000);
+}
+
+// The bus library itself may wait for the greeting, and for the look-up, without end.
+TEST_F(BusTest, ACallToABrokerThatStandsStillEndsToo)
+{
+    Broker broker;
+    Peer other("other");
+    ASSERT_EQ(ubuslib_connect_init(), 0);
+    broker.stand_still();
+    auto begin = Clock::now();
+    EXPECT_NE(ubuslib_invoke_call("other", "run", nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_GE(milliseconds_since(begin), 2990);
+    broker.go_on();
+    EXPECT_EQ(ubuslib_invoke_call("other", "run", nullptr, nullptr, nullptr), 0);
+}
+
+// Its queue of those who connect is full then.
+TEST_F(BusTest, ACallToABrokerThatHasStoodStillForLongEndsAtOnce)
+{
+    Broker broker;
+    ASSERT_EQ(ubuslib_connect_init(), 0);
+    broker.stand_still();
+    sockaddr_un place = {};
+    place.sun_family = AF_UNIX;
+    strcpy(place.sun_path, UBUS_UNIX_SOCKET);
+    std::vector<int> waiting;
+    int result = 0;
+    while (result == 0 && waiting.size() < 5000) {
+        waiting.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        result = connect(waiting.back(), reinterpret_cast<sockaddr *>(&place), sizeof(place));
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    EXPECT_NE(ubuslib_invoke_call("other", "run", nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    for (int fd : waiting) {
+        close(fd);
+    }
 }
 
 // An attribute "list" made from JSON.

@@ -135,6 +135,18 @@ void Broker::start()
     EXPECT_TRUE(wait_for(broker_answers)) << program;
 }
 
+void Broker::stand_still()
+{
+    ::kill(pid_, SIGSTOP);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid_, &status, WUNTRACED), pid_);
+}
+
+void Broker::go_on()
+{
+    ::kill(pid_, SIGCONT);
+}
+
 void Broker::kill()
 {
     end(&pid_);

@@ -27,6 +27,8 @@ public:
     Broker &operator=(const Broker &) = delete;
     void start();
     void kill(); // with SIGKILL, so that the socket file stays
+    void stand_still();
+    void go_on();
 
 private:
     pid_t pid_ = -1;
