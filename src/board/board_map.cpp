@@ -24,7 +24,7 @@ bool role_is_wan(uint8_t role)
     return role == role_wan || role == role_lan_or_wan;
 }
 
-// The ports of one kind, in the order found: a bitmap for the count, and a text for the log.
+// Collects the ports of one kind: a bitmap for the count, and a text for the log.
 struct port_scan {
     uint32_t bitmap = 0;
     char list[64] = {};
@@ -34,7 +34,7 @@ struct port_scan {
         bitmap |= port_bit(port.hw_port);
         char digits[7];
         text_format(digits, sizeof(digits), "%d ", port.hw_port);
-        // Readers of this log line expect one character for each port and nothing between them.
+        // On purpose one character for each port: readers of this log line expect it so.
         strncat(list, digits, 1);
     }
 };
@@ -52,7 +52,7 @@ int hwport_of_slot(const struct netbd_ether *const (&slots)[netbd_slot_count], u
     return rv_ok;
 }
 
-// Not inlined: every look-up of a name comes past, and hardly any has something to report.
+// Kept out of line: every look-up of a name asks the map, and few of them have something to report.
 [[gnu::noinline]] int lan_missing(uint32_t number)
 {
     NET_ERROR("lan %d get hw port error\n", number);
@@ -67,7 +67,7 @@ int hwport_of_slot(const struct netbd_ether *const (&slots)[netbd_slot_count], u
 
 int slot_of_hwport(const struct netbd_ether *const (&slots)[netbd_slot_count], uint32_t hw_port)
 {
-    for (uint32_t slot = 0; slot < netbd_slot_count; slot++) {
+    for (uint32_t slot = 0; slot < netbd_slot_count; ++slot) {
         if (slots[slot] != nullptr && slots[slot]->hw_port == hw_port) {
             return static_cast<int>(slot);
         }
@@ -90,7 +90,7 @@ int netbd_lan_wan_init()
     info.board_type = sys_bdinfo_cpuid_get() == cpuid_two_cpu_ports ? board_type_two_cpu_ports : 1;
 
     port_scan lan;
-    for (uint32_t index = 0; index < netbd_slot_count; index++) {
+    for (uint32_t index = 0; index < netbd_slot_count; ++index) {
         const struct netbd_ether *port = sys_bdinfo_ether_get(index);
         if (port != nullptr && role_is_lan(port->role)) {
             info.lan_ports[index] = port;
@@ -112,7 +112,7 @@ int netbd_lan_wan_init()
 
     const uint32_t bitmap = lan.bitmap | wan.bitmap;
     for (uint32_t bits = bitmap & 0xffU; bits != 0; bits &= bits - 1) {
-        info.port_total++;
+        ++info.port_total;
     }
     NET_INFO("\n%s %d port_bitmap=0x%x port_total=%d\n", __func__, 124, bitmap, info.port_total);
     return rv_ok;

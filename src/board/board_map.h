@@ -1,4 +1,4 @@
-// The board's port map: which switch ports are LAN ports and which WAN ports, and the base MAC address.
+// The board's port map: the switch ports of LANs and WANs, and the base MAC address.
 //
 // Filled once at start-up, read-only afterwards. The port records belong to the platform library and live as
 // long as the process. LAN and WAN numbers count from 1.
@@ -15,7 +15,7 @@ constexpr uint32_t board_type_two_cpu_ports = 2;
 enum netbd_role : uint8_t { role_lan = 1, role_wan = 2, role_lan_or_wan = 3 };
 
 struct netbd_info {
-    uint32_t board_type; // 2: WANs have their own CPU port
+    uint32_t board_type; // 2: WANs reach the CPU through a second CPU port
     uint8_t base_mac[mac_size];
     // Slot i: the port of Ethernet index i where that is a LAN port, else null. There can be gaps.
     const struct netbd_ether *lan_ports[netbd_slot_count];
@@ -38,7 +38,7 @@ int netbd_wan_hwport_get(uint32_t number, uint32_t *hw_port);
 // down. Returns 0, rv_invalid for a null result pointer, rv_fail when the port is neither.
 int netbd_seqport_get(uint32_t hw_port, uint32_t *sequence);
 
-// 2 on boards whose WANs have their own CPU port, else 1.
+// 2 on boards with a second CPU port, for WANs; else 1.
 uint32_t netbd_board_type_get();
 
 uint32_t netbd_port_total_get();

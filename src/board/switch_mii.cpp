@@ -104,7 +104,7 @@ int mtksw_phy_power_up(uint32_t phy)
 int mtksw_phy_power_up_all()
 {
     int result = rv_ok;
-    for (uint32_t phy = 0; phy < front_port_count; phy++) {
+    for (uint32_t phy = 0; phy < front_port_count; ++phy) {
         if (mtksw_phy_power_up(phy) != rv_ok) {
             NET_ERROR("php port up error,i = %d\n", phy);
             result = rv_fail;

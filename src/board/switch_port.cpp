@@ -51,7 +51,7 @@ int untag_init()
     if (const int rv = reg_set_bits(switch_untag_control, switch_untag_enable); rv != rv_ok) {
         return rv;
     }
-    for (uint32_t entry = 0; entry < front_port_count; entry++) {
+    for (uint32_t entry = 0; entry < front_port_count; ++entry) {
         const uint32_t bits = untag_front_ports << (untag_bits * (entry % 4));
         if (const int rv = reg_set_bits(untag_register(entry), bits); rv != rv_ok) {
             return rv;
@@ -64,7 +64,7 @@ int untag_init()
 
 int mtksw_mii_init()
 {
-    for (uint32_t phy = 0; phy < front_port_count; phy++) {
+    for (uint32_t phy = 0; phy < front_port_count; ++phy) {
         if (const int rv = mtksw_mii_write(phy, mii_control, mii_control_start); rv != rv_ok) {
             NET_ERROR("%s %d i=%d rv=%d,power up error\n", __func__, 694, phy, rv);
             return rv;
@@ -98,10 +98,10 @@ int mtksw_port_pvid_set(uint32_t hw_port, uint32_t pvid)
 
 int mtksw_port_vlan_init()
 {
-    for (uint32_t entry = 0; entry < vlan_pool_first; entry++) {
+    for (uint32_t entry = 0; entry < vlan_pool_first; ++entry) {
         mtksw_vlan_entry_set(entry, port_vlan(entry), 0);
     }
-    for (uint32_t entry = vlan_pool_first; entry < vlan_entry_count; entry++) {
+    for (uint32_t entry = vlan_pool_first; entry < vlan_entry_count; ++entry) {
         mtksw_vlan_entry_set(entry, 0, 0);
     }
     if (untag_init() != rv_ok) {

@@ -6,7 +6,7 @@
 
 // Powers up PHYs 0..4 and restarts auto-negotiation; stops at the first failure and reports it.
 int mtksw_mii_init();
-// The same for the start-up sequence, which a PHY does not stop. Returns 0.
+// The same for the start-up sequence, which goes on without a PHY. Returns 0.
 int mtksw_mii_init_post();
 
 // Sets the default VLAN of a switch port. Ports 5 and above have none: nothing is done, and that is success.
@@ -17,6 +17,5 @@ int mtksw_port_pvid_set(uint32_t hw_port, uint32_t pvid);
 int mtksw_port_vlan_init();
 int mtksw_port_vlan_init_post();
 
-// Leaves the link state as the caller set it: ports count as down until a link event says otherwise.
-// Returns 0.
+// Leaves *link unchanged: ports count as down until their first link event. Returns 0.
 int mtksw_port_link_get(uint32_t hw_port, uint32_t *link);

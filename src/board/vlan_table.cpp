@@ -13,7 +13,7 @@ constexpr uint32_t vid_bits = 12;
 constexpr uint32_t member_bits = 8;
 constexpr uint32_t member_mask = 0x7f; // ports 0..6
 
-// Two VLAN IDs share a register, four member bytes do.
+// A register holds two VLAN IDs, or four member bytes.
 constexpr uint32_t vid_register(uint32_t index)
 {
     return switch_vlan_id + 4 * (index / 2);
@@ -80,7 +80,7 @@ int mtksw_vlan_entry_find(uint32_t vid, int allocate)
 {
     uint32_t entry_vid = 0;
     uint32_t members = 0;
-    for (uint32_t index = vlan_pool_first; index < vlan_entry_count; index++) {
+    for (uint32_t index = vlan_pool_first; index < vlan_entry_count; ++index) {
         if (mtksw_vlan_entry_get(index, &entry_vid, &members) == rv_ok && entry_vid == vid) {
             return static_cast<int>(index);
         }
@@ -88,7 +88,7 @@ int mtksw_vlan_entry_find(uint32_t vid, int allocate)
     if (allocate == 0) {
         return -1;
     }
-    for (uint32_t index = vlan_pool_first; index < vlan_entry_count; index++) {
+    for (uint32_t index = vlan_pool_first; index < vlan_entry_count; ++index) {
         if (mtksw_vlan_entry_get(index, &entry_vid, &members) == rv_ok && members == 0) {
             return static_cast<int>(index);
         }
@@ -99,7 +99,7 @@ int mtksw_vlan_entry_find(uint32_t vid, int allocate)
 int mtksw_vlan_member_set(uint32_t index, uint32_t vid, uint32_t hw_port)
 {
     if (index == vlan_index_by_vid) {
-        // A failed search is index -1, which reading refuses.
+        // A failed search gives index -1, which the read refuses.
         index = static_cast<uint32_t>(mtksw_vlan_entry_find(vid, 1));
     }
     uint32_t entry_vid = 0;

@@ -15,7 +15,7 @@ int mtksw_vlan_entry_get(uint32_t index, uint32_t *vid, uint32_t *members);
 int mtksw_vlan_entry_find(uint32_t vid, int allocate);
 
 // Adds a port to an entry, or removes it. The index vlan_index_by_vid stands for the entry of that VLAN ID;
-// adding allocates one where there is none. Removing by VLAN ID gives an entry without members back, and
-// keeps the CPU port in for as long as a front port is.
+// adding allocates one where there is none. Removing by VLAN ID frees an entry without members, and keeps the
+// CPU port as long as a front port is a member.
 int mtksw_vlan_member_set(uint32_t index, uint32_t vid, uint32_t hw_port);
 int mtksw_vlan_member_clear(uint32_t index, uint32_t vid, uint32_t hw_port);

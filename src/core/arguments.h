@@ -1,8 +1,8 @@
 // The arguments of a bus request.
 //
-// A handler says in its order what must be there. The first thing missing is reported and decides the status;
-// from then on nothing is reported. Fields and texts lie in the message and are valid only while its handler
-// runs.
+// A handler names in its order what must be there. The first missing thing is reported and decides the
+// status; after it nothing is reported. Fields and texts lie in the message and are valid only while its
+// handler runs.
 #pragma once
 
 #include "core/policies.h"
@@ -19,8 +19,8 @@ public:
     // The text of a field that may be missing, or null.
     const char *text(size_t field) const;
 
-    // The text of a field that must be there; null after a complaint. A field that is there has a text on any
-    // bus of today, yet the texts of both complaints are part of the methods.
+    // The text of a required field; null after a complaint. The bus library gives every present field a text;
+    // the complaint about a null one is part of the methods all the same.
     const char *text(size_t field, const char *complaint, bus_status status = status_invalid_argument);
 
     // Complains unless all of these fields are there.
@@ -64,7 +64,7 @@ public:
     {
         const char *const *name = names_;
         while (name != names_ + Capacity && *name != nullptr) {
-            name++;
+            ++name;
         }
         return name;
     }

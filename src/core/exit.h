@@ -4,11 +4,11 @@
 // children. It is kept for a build of the platform whose loop leaves signals alone.
 #pragma once
 
-// Says goodbye on the output channel and ends every supervised child.
+// Writes a line to the output channel and ends every supervised child.
 void ivarode_main_exit();
 
-// SIGTERM ends the process with status 0. Any other number does nothing and is answered with the number of
-// the one signal that is handled, 15.
+// SIGTERM ends the process with status 0. Any other number does nothing and gives 15, the number of the
+// signal that is handled.
 int ivarode_sig_handler(int signal_number);
 
 // Installs the handler, and ivarode_main_exit at process exit. Returns 0.

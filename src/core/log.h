@@ -2,7 +2,7 @@
 // the system log, then the platform's output. Information and debug texts go to the platform's output alone.
 //
 // Texts carry their own line ends. Many begin with a function and a number, as in "netintf_lan_add 2240": the
-// numbers are fixed parts of the texts, not lines of today's sources, and so are blanks and misspellings
+// numbers are fixed parts of the texts, not line numbers of these sources, and so are blanks and misspellings
 // ("enalbe", "mesquerade", "php"). Log watchers and docs/messages.md know them so.
 //
 // The arguments of a report are evaluated once for each channel, so they must not have side effects.

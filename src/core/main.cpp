@@ -1,10 +1,10 @@
 // The start-up sequence. One table, in the order in which the parts of a router must come up: reporting, bus
 // and sibling daemon, firewall, board, event loop, interfaces, kernel events, routes, and last the bus
-// objects, so that they work as soon as the bus shows them.
+// objects, so that they work as soon as they can be found.
 //
 // A failing step ends the process with status -3. Two things are deliberate: the GPIO step is only reported,
 // and three steps in the middle clean up late (children ended, ports brought up) while those before and after
-// them leave everything as it is.
+// them end without clean-up.
 
 #include "board/board_map.h"
 #include "core/bus_objects.h"

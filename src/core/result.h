@@ -1,8 +1,8 @@
 // Result codes of the daemon's own functions, and the statuses its bus methods answer with.
 //
 // Functions return 0 for success and one small negative code for each kind of failure. Handlers translate
-// them into bus statuses, which are a type of their own; the few places where a code leaves on the bus as it
-// is say handed_through.
+// them into bus statuses, a separate type; the few places where a code leaves on the bus unchanged say
+// handed_through.
 #pragma once
 
 #include <libubus.h>
@@ -33,7 +33,7 @@ enum bus_status : int {
     status_unknown_error = UBUS_STATUS_UNKNOWN_ERROR,
 };
 
-// A result, 0 or a negative code, as the status of a request: callers of these methods know the codes.
+// A result, 0 or an error code, sent as the status of a request: callers of these methods know the codes.
 constexpr bus_status handed_through(int rv)
 {
     return static_cast<bus_status>(rv);

@@ -1,4 +1,4 @@
-// Things that must be given back are given back when their scope ends.
+// Releasing a handle at the end of a scope.
 #pragma once
 
 // Runs a release function on a handle at the end of the scope. release is called for any handle the scope

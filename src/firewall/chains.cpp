@@ -18,7 +18,7 @@ constexpr const char *input_all_chain = "ipt_input_filter_rules_all";
 constexpr const char *mss_chain = "ipt_fwd_mangle_rules_def";
 constexpr const char *masquerade_chain = "intf_sip_mesquerade";
 
-// How a user chain comes to be: by the chain call, or by its own command line.
+// A user chain is created by the chain call, or by a whole command line.
 enum class creation { call, command };
 
 enum class step_kind { accept_established, hook, run };
@@ -29,7 +29,7 @@ struct skeleton_step {
     const char *parent; // the chain that gets the rule
     const char *chain;  // hook: the user chain
     creation how;
-    void (*report_create)(); // null: a failure has no message
+    void (*report_create)(); // null: a failure is not reported
     void (*report_append)();
     int (*run)();
 };
@@ -126,7 +126,7 @@ int jump_append(const skeleton_step &step)
     return iptlib_rule_append(step.table, step.parent, jump);
 }
 
-// A chain that exists is left alone, and so is its parent: only a chain just created is hooked.
+// Only a chain just created is hooked; one that exists is left alone, and so is its parent.
 int chain_hook(const skeleton_step &step)
 {
     if (iptlib_chain_is_exist(step.table, step.chain) != 0) {

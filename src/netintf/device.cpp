@@ -17,7 +17,7 @@ cpu_path netintf_cpu_path(uint32_t type)
 
 bool netintf_mac_is_zero(const uint8_t *mac)
 {
-    for (uint32_t i = 0; i < mac_size; i++) {
+    for (uint32_t i = 0; i < mac_size; ++i) {
         if (mac[i] != 0) {
             return false;
         }

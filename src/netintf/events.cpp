@@ -66,7 +66,7 @@ int netevt_proto_param_get(void *, const char *text)
     if (text == nullptr) {
         return rv_ok;
     }
-    for (int words = 0;; words++) {
+    for (int words = 0;; ++words) {
         text += strspn(text, " ");
         if (*text == '\0') {
             return rv_ok;

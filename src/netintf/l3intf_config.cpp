@@ -3,7 +3,7 @@
 // The old interface is torn down whole before anything of the new one is checked or built. The order is the
 // point: protocol, bridge, VLAN, then the record, then the new protocol's name, VLAN, bridge, addresses. A
 // failing step leaves what was done before it; the record stays registered under its new name. The interface
-// keeps its hardware port whatever port the new name stands for.
+// keeps its hardware port, also when the new name stands for another port.
 
 #include "core/bus_handlers.h"
 #include "core/log.h"
@@ -54,7 +54,7 @@ bus_status old_intf_exit(netintf_entry *entry, const config_request &request)
 // cannot be built before it has gone.
 bool ppp_device_gone(const char *name)
 {
-    for (int ask = 0; ask < ppp_gone_asks; ask++) {
+    for (int ask = 0; ask < ppp_gone_asks; ++ask) {
         if (ask > 0) {
             usleep(ppp_gone_pause);
         }
@@ -97,7 +97,7 @@ bus_status lan_config(netintf_entry *entry, intf_arguments &args)
     return status_ok;
 }
 
-// What the protocol needs, or false. Addresses that are missing altogether have no complaint.
+// What the protocol needs, or false after a complaint; missing address fields are not reported, on purpose.
 bool wan_settings_get(netintf_proto proto, intf_arguments &args, wan_settings *settings)
 {
     if (proto == proto_static) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-// What an interface is made of; proto is that of its device.
+// The parts of an interface; proto is that of its device.
 struct new_intf {
     const char *name;
     uint32_t type;
@@ -23,7 +23,7 @@ struct new_intf {
 
 enum add_step { step_port, step_record, step_vlan, step_device };
 
-// What is said of a LAN's failing step.
+// The reports of a LAN's failing steps.
 constexpr void (*lan_reports[])() = {
     [] { NET_ERROR("%s %d\n", "netintf_lan_add", 2240); },
     [] { NET_ERROR("%s %d\n", "netintf_lan_add", 2247); },

@@ -1,4 +1,4 @@
-// Bus method "port_add": gives a switch port its own LAN or WAN VLAN, with a default interface on it.
+// Bus method "port_add": sets a switch port up as a LAN or WAN port with a default interface.
 
 #include "board/board_map.h"
 #include "core/arguments.h"
@@ -20,7 +20,7 @@ int netintf_ubus_port_add(struct ubus_context *, struct ubus_object *, struct ub
         return args.status();
     }
     NET_INFO("%s %d port_name=%s\n", __func__, 3084, name);
-    // A name is resolved before its length is looked at: which of the two fails decides the text.
+    // On purpose the name is resolved before its length is checked: the first failure decides the text.
     uint32_t port = 0;
     if (netintf_hwport_get_byname(name, &port) != rv_ok) {
         NET_ERROR("%s %d port_name=%s\n", __func__, 3090, name);
@@ -31,7 +31,7 @@ int netintf_ubus_port_add(struct ubus_context *, struct ubus_object *, struct ub
         NET_ERROR("intf_name is error\n");
         return status_invalid_command;
     }
-    // The default interface has the port's MAC itself; only its port device has the first byte increased.
+    // The default interface has the port's MAC; the port device has its first byte increased by 2.
     uint32_t sequence = 0;
     uint8_t mac[mac_size] = {};
     netbd_seqport_get(port, &sequence);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The port's name, not the entry's, decides which removal is used.
+// The port's name, not the entry's, decides between LAN and WAN removal.
 bus_status interfaces_remove(uint32_t port, uint32_t type)
 {
     netintf_port_entries entries(netintf_port_head_get(port));

@@ -109,7 +109,7 @@ int netintf_hw_port_exit(uint32_t type, uint32_t hw_port)
         NET_ERROR("hw intf get by port error,hw_port==%d\n", hw_port);
         return rv_fail;
     }
-    // Always "lan1", whatever the port served: the port is one of LAN 1's again.
+    // Always "lan1", also for a WAN port: the port belongs to LAN 1 again.
     head->intf_type = intf_type_none;
     text_copy(head->name, "lan1");
     return rv_ok;

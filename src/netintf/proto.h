@@ -38,7 +38,7 @@ int netintf_proto_intf_up(netintf_entry *head);
 int netintf_proto_static_stop(netintf_entry *entry); // 0 or rv_fail
 int netintf_proto_dhcp_stop(netintf_entry *entry);   // 0 or rv_fail, the client then left running
 int netintf_proto_pppoe_stop(netintf_entry *entry);  // 0
-// Stops whatever protocol the entry runs and deletes its WAN information row. Returns 0.
+// Stops the entry's protocol and deletes its WAN information row. Returns 0.
 int netintf_proto_stop(netintf_entry *entry);
 
 // Has an interface's DHCP client renew or release its lease. 0, or rv_proto (reported) when there is no
@@ -46,7 +46,7 @@ int netintf_proto_stop(netintf_entry *entry);
 int netintf_dhcp_client_renew(const netintf_entry *entry);
 int netintf_dhcp_client_release(const netintf_entry *entry);
 
-// The address text of what has none.
+// The text for an address that is not set.
 inline constexpr char address_any[] = "0.0.0.0";
 
 bool netintf_address_is_any(const char *text);

@@ -74,7 +74,7 @@ int netintf_proto_config_dhcp(netintf_entry *entry)
     char pid_file[pid_file_size];
     pid_file_path(entry, pid_file);
     command_line<256> line;
-    // The program item ends in a blank: two follow the name.
+    // The doubled blank is part of the line.
     line.add("/sbin/udhcpc  -t 0 -i %s -s /lib/ivarode/empty.sh -C -p %s -f -m %d", entry->name, pid_file,
              entry->defrt_pri);
     const int rv = cmdlib_procd_start_inst(dhcp_service, entry->name, line.text(), 0);
@@ -91,9 +91,9 @@ int netintf_proto_config_pppoe(netintf_entry *entry, uint32_t start_count, const
     char nic[name_size];
     netintf_bridge_name(device, sizeof(device), entry->name, proto_pppoe);
     text_format(nic, sizeof(nic), "nic-%s", device);
-    for (uint32_t started = 0; started != start_count; started++) {
-        // Each item is followed by one blank. Some contain further blanks, and an item that is not given
-        // is empty, so that runs of blanks stand in the line.
+    for (uint32_t started = 0; started != start_count; ++started) {
+        // Each item is followed by one blank. Some items hold blanks themselves and a missing one is empty:
+        // the runs of blanks are part of the line.
         command_line<512> line;
         line.add("/usr/sbin/pppd nodetach ipparam 'pppoec,%d' ifname %s ", entry->defrt_pri, entry->name);
         line.add(" +ipv6  nodefaultroute  usepeerdns  persist  maxfail  0 ");

@@ -1,4 +1,4 @@
-// What a port's link does to the interfaces on it.
+// Pausing and resuming the interfaces of a port with its link.
 
 #include "board/board_map.h"
 #include "core/log.h"

@@ -35,7 +35,7 @@ int netintf_registry_init()
     if (netintf_registry == nullptr) {
         return rv_no_memory;
     }
-    for (uint32_t port = 0; port < netintf_port_count; port++) {
+    for (uint32_t port = 0; port < netintf_port_count; ++port) {
         netintf_entry *head = &netintf_registry[port];
         head_init(head);
         uint32_t link = 0;

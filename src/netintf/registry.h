@@ -64,7 +64,7 @@ int netintf_registry_init();
 // LAN or WAN by the first three characters of a name; none for any other name and for null.
 uint32_t netintf_type_of(const char *name);
 
-// The number behind "lan" or "wan", whatever follows it; 0 when there is none.
+// The number after "lan" or "wan", 0 when there is none; the rest of the name is ignored.
 inline int netintf_number_of(const char *name)
 {
     return atoi(name + 3);

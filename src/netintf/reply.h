@@ -1,5 +1,6 @@
-// The daemon's one message buffer, for replies and for calls of other objects. Whoever fills it initialises
-// it first; nothing keeps it beyond its handler.
+// The daemon's one message buffer, for replies and for calls of other objects. Each user initialises it
+// first and looks at every result: a message that memory does not suffice for must not be sent. Nothing keeps
+// it beyond its handler.
 #pragma once
 
 #include <libubus.h>

@@ -60,7 +60,7 @@ int netintf_init_post()
     for (unsigned left = link_settle_seconds; left != 0;) {
         left = sleep(left);
     }
-    for (uint32_t port = 0; port < netintf_port_count; port++) {
+    for (uint32_t port = 0; port < netintf_port_count; ++port) {
         uint32_t link = 0;
         if (mtksw_port_link_get(port, &link) != rv_ok) {
             continue;

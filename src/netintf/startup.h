@@ -8,7 +8,7 @@ struct uci_section;
 // timer. 0 or the first failing step's code, which is reported; interfaces created before a failure stay.
 int netintf_lan_init();
 
-// The pass behind the start-up: PHYs programmed, five seconds for their links, interfaces of linked ports
+// The pass after the start-up: PHYs programmed, five seconds for their links, interfaces of linked ports
 // brought up. Returns 0.
 int netintf_init_post();
 

@@ -26,19 +26,19 @@ constexpr int number_count = 9;
 
 struct uloop_timeout statist_timeout;
 
-// Tools see from this counter that sampling runs: it advances by two for each run.
+// Advances by two for each run, so that tools see that sampling runs.
 void debug_counter_advance()
 {
     if (g_netd_dbg_shm != nullptr) {
         uint32_t *counter = g_netd_dbg_shm + netdbg_counter_offset / sizeof(uint32_t);
         uint64_t value = 0;
         memcpy(&value, counter, sizeof(value));
-        value++;
+        ++value;
         memcpy(counter, &value, sizeof(value));
     }
 }
 
-// A number that the line lacks keeps the value of the line before.
+// A missing number keeps the previous line's value.
 void numbers_read(const char *text, uint64_t (&numbers)[number_count])
 {
     for (uint64_t &number : numbers) {
@@ -71,8 +71,8 @@ void line_sample(char *line, uint64_t (&numbers)[number_count])
 void table_sample(FILE *table)
 {
     uint64_t numbers[number_count] = {};
-    for (int line_number = 1;; line_number++) {
-        // Each line has a buffer allocated for it alone, and freed with it: the sampler keeps no memory.
+    for (int line_number = 1;; ++line_number) {
+        // On purpose each line is read into a fresh buffer, which is freed with it.
         char *line = nullptr;
         size_t size = 0;
         const ssize_t length = getline(&line, &size, table);
@@ -119,7 +119,7 @@ void netintf_statist_timer(struct uloop_timeout *timeout)
 {
     debug_counter_advance();
     if (FILE *table = fopen("/proc/net/dev", "rt"); table != nullptr) {
-        // The kernel gives a page at a time; without this, the C library asks for a quarter of it.
+        // The kernel gives a page at a time; the C library would ask for a quarter of it.
         char buffer[4096];
         const scope_release closer(table, fclose);
         setvbuf(table, buffer, _IOFBF, sizeof(buffer));
@@ -135,7 +135,7 @@ int netintf_ubus_statist(struct ubus_context *ctx, struct ubus_object *, struct 
     if (blob_buf_init(&netintf_reply, BLOBMSG_TYPE_TABLE) != 0) {
         return status_unknown_error;
     }
-    for (uint32_t port = 0; port < netintf_port_count; port++) {
+    for (uint32_t port = 0; port < netintf_port_count; ++port) {
         for (const netintf_entry *entry : netintf_port_entries(netintf_port_head_get(port))) {
             // Repeats for ever on failure, on purpose: docs/behaviour.md, "statist asks for a link until it
             // gets an answer".

@@ -44,7 +44,7 @@ int netintf_section_mac(const char *kind, const char *section, const char *text,
         netintf_mac_parse(text, mac);
         return rv_ok;
     }
-    for (int number = 1; number <= default_count; number++) {
+    for (int number = 1; number <= default_count; ++number) {
         char name[name_size];
         text_format(name, sizeof(name), "%s%d_default", kind, number);
         if (!name_equals(section, name)) {

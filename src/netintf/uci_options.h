@@ -26,7 +26,7 @@ private:
     struct uci_section *section_;
 };
 
-// Six hexadecimal bytes; those that the text lacks are left alone.
+// Six hexadecimal bytes; missing ones are left unchanged.
 void netintf_mac_parse(const char *text, uint8_t *mac);
 
 // A configured MAC: the text's; without one, for the default interfaces kind1_default to kind4_default the
@@ -35,5 +35,5 @@ void netintf_mac_parse(const char *text, uint8_t *mac);
 int netintf_section_mac(const char *kind, const char *section, const char *text, uint32_t hw_port,
                         uint8_t *mac);
 
-// The one-time set-up of a port as LAN or WAN port; mask notes the ports that have had it. 0 or rv_fail.
+// The one-time set-up of a port as LAN or WAN port; mask holds the ports that have had it. 0 or rv_fail.
 int netintf_port_init_once(uint8_t *mask, uint32_t type, int number, uint32_t hw_port);

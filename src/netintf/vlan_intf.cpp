@@ -13,7 +13,7 @@
 
 namespace {
 
-// What carries an interface's VLAN: "eth0", or the port device on "eth1".
+// The device under an interface's VLAN: "eth0", or the port device on "eth1".
 struct vlan_carrier {
     char master[name_size];
     uint32_t cpu_port;
@@ -48,7 +48,7 @@ bool uses_vlan(const netintf_entry *entry, uint32_t type, uint32_t vid1, uint32_
            (vid2 == vlan_none || entry->vlanid2 == vid2);
 }
 
-// Deletes a device when the VLAN has one user left, keeps it for more.
+// Deletes the device if the VLAN has one user left.
 int device_release(uint32_t type, uint32_t vid1, uint32_t vid2, const char *device)
 {
     uint32_t users = 0;
@@ -93,13 +93,13 @@ int netintf_vlan_users_count(uint32_t type, uint32_t vid1, uint32_t vid2, uint32
         return rv_fail;
     }
     uint32_t users = 0;
-    for (uint32_t port = 0; port < netintf_port_count; port++) {
+    for (uint32_t port = 0; port < netintf_port_count; ++port) {
         // On purpose the count starts behind the first entry of each list.
         bool first = true;
         netintf_port_entries entries(netintf_port_head_get(port));
         for (const netintf_entry *entry : entries) {
             if (!std::exchange(first, false) && uses_vlan(entry, type, vid1, vid2)) {
-                users++;
+                ++users;
             }
         }
         if (entries.broken()) {

@@ -1,4 +1,4 @@
-// VLAN devices of interfaces with their own VLAN, and the VLAN's place in the switch.
+// VLAN devices of interfaces on user VLANs, and the VLAN's entry in the switch.
 //
 // No operation undoes its earlier steps when a later one fails.
 #pragma once

@@ -15,7 +15,7 @@ void old_gateway_delete(const netintf_entry *entry)
 
 int static_start(netintf_entry *entry, const wan_settings &settings, uint32_t link, const wan_manner &manner)
 {
-    if (manner.old == wan_manner::all_replaced) {
+    if (manner.rule == old_rule::goes_before) {
         old_gateway_delete(entry);
         netlib_intf_plcrt_del(entry->name, entry->defrt_pri);
     }
@@ -24,7 +24,7 @@ int static_start(netintf_entry *entry, const wan_settings &settings, uint32_t li
     if (rv != rv_ok) {
         return rv;
     }
-    if (manner.old == wan_manner::rule_replaced) {
+    if (manner.rule == old_rule::goes_after) {
         netlib_intf_plcrt_del(entry->name, entry->defrt_pri);
     }
     if (link != 0 && entry->enable != 0) {
@@ -41,17 +41,17 @@ int protocol_start(netintf_entry *entry, const char *name, const wan_settings &s
     }
     if (entry->proto == proto_dhcp) {
         const int rv = netintf_proto_config_dhcp(entry);
-        if (rv != rv_ok && manner.reports) {
+        if (rv != rv_ok && manner.names_failures) {
             NET_ERROR("wan dhcp config error,if=%s\n", name);
         }
         return rv;
     }
-    if (manner.pppoe_if_enabled && entry->enable == 0) {
+    if (manner.stops_disabled_pppoe && entry->enable == 0) {
         return netintf_proto_pppoe_stop(entry);
     }
     const int rv =
         netintf_proto_config_pppoe(entry, 1, settings.service, settings.username, settings.password);
-    if (rv != rv_ok && manner.reports) {
+    if (rv != rv_ok && manner.names_failures) {
         NET_ERROR("wan pppoe config error,if=%s\n", name);
     }
     return rv;
@@ -71,7 +71,7 @@ int row_insert(const netintf_entry *entry, const char *name, const wan_settings 
     const int rv = netlib_waninfo_db_insert(name, settings.proto != nullptr ? settings.proto : proto,
                                             known(settings.ipaddr), known(settings.netmask),
                                             known(settings.gateway), unknown, unknown);
-    if (rv != 0 && manner.reports) {
+    if (rv != 0 && manner.names_failures) {
         NET_ERROR("wan info db insert error,if=%s\n", name);
     } else if (rv != 0) {
         NET_ERROR("wan info db insert error\n");

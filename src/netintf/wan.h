@@ -1,12 +1,12 @@
-// WANs: the one path from settings to a running protocol and a row, behind the configuration and the bus
-// methods "add" and "config"; and a static WAN's way out.
+// Starting a WAN, for the configuration and the bus methods "add" and "config": from its settings to a
+// running protocol and a row in the WAN information; and a static WAN's default route.
 #pragma once
 
 #include "netintf/proto.h"
 
-// What a WAN is given, each text null where it is not.
+// The settings of a WAN; each text may be null.
 struct wan_settings {
-    const char *proto; // for the row; null: the record's protocol by its own name
+    const char *proto; // as the row shows it; null: the name of the record's protocol
     const char *ipaddr;
     const char *netmask;
     const char *gateway;
@@ -15,21 +15,20 @@ struct wan_settings {
     const char *password;
 };
 
-// In what the three callers differ. Others rely on each of these differences.
+// When the policy rule of an earlier static WAN is removed: never, or after or before the new addresses are
+// set. Before, its gateway is removed too.
+enum class old_rule { stays, goes_after, goes_before };
+
+// The differences between the three callers. Others rely on each of them.
 struct wan_manner {
-    enum {
-        rule_kept,
-        rule_replaced,
-        all_replaced
-    } old;                       // what goes of an old static WAN: its policy rule
-                                 // behind the new address; gateway and rule before
-    bool pppoe_if_enabled;       // a disabled PPPoE WAN is stopped, not started
-    bool reports;                // a client that cannot be started, and the name of a row that is refused
-    const char *unknown_address; // what the row holds for an address that is not given
+    old_rule rule;
+    bool stops_disabled_pppoe;   // instead of starting it
+    bool names_failures;         // reports a client that fails to start, and names the WAN of a refused row
+    const char *unknown_address; // in the row, for an address that is not given
 };
-inline constexpr wan_manner wan_by_uci = {wan_manner::rule_replaced, false, true, address_any};
-inline constexpr wan_manner wan_by_add = {wan_manner::rule_kept, false, true, address_any};
-inline constexpr wan_manner wan_by_config = {wan_manner::all_replaced, true, false, nullptr};
+inline constexpr wan_manner wan_by_uci = {old_rule::goes_after, false, true, address_any};
+inline constexpr wan_manner wan_by_add = {old_rule::stays, false, true, address_any};
+inline constexpr wan_manner wan_by_config = {old_rule::goes_before, true, false, nullptr};
 
 // Starts the record's protocol and inserts the WAN information row under name, which may be longer than the
 // record's. A static WAN gets its policy rule only while its port has link and it is enabled. 0, or the

@@ -1,5 +1,5 @@
-// iptables, supervised processes, CHAP secrets and the database. 0 success, non-zero failure, but for the two
-// questions of iptables.
+// iptables, supervised processes, CHAP secrets and the database. 0 success, non-zero failure, except
+// the two iptlib_*_is_exist queries.
 #pragma once
 
 #ifdef __cplusplus

@@ -1,6 +1,6 @@
 // Network devices, bridges, addresses, routes, policy rules and the WAN information rows.
 //
-// Addresses are dotted-quad text, MACs 6 bytes. All results: 0 success, non-zero failure, but for
+// Addresses are dotted-quad text, MACs 6 bytes. All results: 0 success, non-zero failure, except
 // netlib_eth_intf_exist.
 #pragma once
 

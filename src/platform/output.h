@@ -24,7 +24,7 @@ int netdbg_shm_init(void);
 // Prepares the platform library's own debug records.
 int libsys_dbg_init(void);
 
-// The debug area: word 0 holds the debug bits, an unsigned 64-bit counter of sampling runs lies further on.
+// The debug area: word 0 holds the debug bits; an unsigned 64-bit counter of sampling runs follows.
 // Owned by the platform library, shared with its tools.
 extern uint32_t *g_netd_dbg_shm;
 static const uint32_t netdbg_bit_daemon = 4;      // bit value: the daemon's debug messages

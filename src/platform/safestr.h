@@ -1,5 +1,5 @@
-// Checked string operations. They behave as strncpy, strncmp and memcpy, and record null pointers under the
-// caller's function name and a line number of its choice.
+// Checked string operations: strncpy, strncmp and memcpy that record null pointers under the function name
+// and line number that the caller gives.
 #pragma once
 
 #ifdef __cplusplus

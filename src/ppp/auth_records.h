@@ -9,6 +9,6 @@
 int pppauth_db_insert(const char *username, const char *type, const char *ipaddr, const char *dial_mac,
                       const char *dial_ip);
 
-// A logout: removes every row of the type, name and address, whatever its MAC. 0, or rv_database after a
+// A logout: removes every row of the type, name and address; the MAC is ignored. 0, or rv_database after a
 // report.
 int pppauth_db_delete(const char *username, const char *type, const char *ipaddr, const char *dial_mac);

@@ -1,5 +1,5 @@
-// Bus methods of "ivarode.route". They check their arguments, call the table, and answer 0, or 2 for every
-// failure whatever its cause.
+// Bus methods of "ivarode.route". They check their arguments, call the table, and answer 0, or 2 for any
+// failure.
 
 #include "core/arguments.h"
 #include "core/bus_handlers.h"
@@ -12,11 +12,11 @@ constexpr int name_capacity = 16;
 
 using route_arguments = arguments<route_field_count>;
 
-// True when the first count fields are there; reports the first that is not. "edit" reports in the words of
-// "add" too.
+// True when the first count fields are there; reports the first missing one. "edit" reports with the text of
+// "add", on purpose.
 bool fields_present(const route_arguments &args, size_t count)
 {
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
         if (args[i] == nullptr) {
             NET_ERROR("route entry add err,param err ,i=%d\n", static_cast<int>(i));
             return false;

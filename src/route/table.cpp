@@ -10,7 +10,7 @@
 
 namespace {
 
-// Points at itself from the beginning, so that a lookup before the load finds an empty list.
+// An empty list from the beginning, so that look-ups before the load are safe.
 struct route_cfg_list routes = {{&routes.head, &routes.head}, 0};
 
 route_cfg_entry *entry_of(struct list_head *links)
@@ -102,7 +102,7 @@ int route_cfg_entry_new(uint32_t enable, const route_cfg_texts &texts)
     entry_write(entry, texts);
     entry->enable = enable;
     list_add_tail(&entry->links, &routes.head);
-    routes.route_cfg_count++;
+    ++routes.route_cfg_count;
     if (enable == 1) {
         install(entry);
     }

@@ -1,7 +1,7 @@
-// Named static routes, installed into a separate routing table.
+// Named static routes, installed into routing table 10000.
 //
 // The list owns its records. Addresses stay text. Names are unique by convention only: lookups reach the
-// oldest record of a name. What the kernel refuses is neither reported nor taken back; the record stays.
+// oldest record of a name. A route that the kernel refuses is not reported, and its record stays.
 #pragma once
 
 #include "core/text.h"
@@ -28,7 +28,7 @@ struct route_cfg_list {
     uint32_t route_cfg_count;
 };
 
-// The texts of a route, unchanged; each may be null.
+// The texts of a new or changed route; each may be null.
 struct route_cfg_texts {
     const char *name;
     const char *line;

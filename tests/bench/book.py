@@ -58,9 +58,7 @@ on. Nothing in the daemon or the platform library adds to it: the file is read o
 
 ![A statistics sample beside reading the file](performance-samples.svg)
 
-The kernel lists devices in the order they were made in, and the interfaces of a port stand in the same order, so the
-next device of a port is usually its next interface. Where a kernel lists otherwise, each device is looked for among
-the interfaces of its port. Per sample:
+Each device of the table is looked up by its name among the interfaces of its port. Per sample:
 
 {calls}
 
