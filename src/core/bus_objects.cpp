@@ -57,47 +57,34 @@ constexpr struct ubus_method run_methods[] = {
     method("run", ivarode_ubus_run),
 };
 
-template <size_t N>
-constexpr struct ubus_object_type object_type(const char *name, const struct ubus_method (&methods)[N])
-{
+// One object with its type. The type publishes the methods, the object dispatches them: both point at the
+// same table. The library writes the assigned ids into both.
+struct bus_object {
     struct ubus_object_type type = {};
-    type.name = name;
-    type.methods = methods;
-    type.n_methods = static_cast<int>(N);
-    return type;
-}
-
-// The type publishes the methods, the object dispatches them: both point at the same table.
-template <size_t N>
-constexpr struct ubus_object object(const char *name, struct ubus_object_type *type,
-                                    const struct ubus_method (&methods)[N])
-{
     struct ubus_object object = {};
-    object.name = name;
-    object.type = type;
-    object.methods = methods;
-    object.n_methods = static_cast<int>(N);
-    return object;
-}
 
-// The library writes the assigned ids into both records.
-constinit struct ubus_object_type types[] = {
-    object_type("netintf", intf_methods),   object_type("netauth", pppauth_methods),
-    object_type("routeset", route_methods), object_type("pppuser", pppuser_methods),
-    object_type("ivarode", run_methods),
+    template <size_t N>
+    constexpr bus_object(const char *name, const char *type_name, const struct ubus_method (&methods)[N])
+    {
+        type.name = type_name;
+        object.name = name;
+        object.type = &type;
+        type.methods = object.methods = methods;
+        type.n_methods = object.n_methods = static_cast<int>(N);
+    }
 };
 
-constinit struct ubus_object objects[] = {
-    object("ivarode.intf", &types[0], intf_methods),   object("ivarode.pppauth", &types[1], pppauth_methods),
-    object("ivarode.route", &types[2], route_methods), object("ivarode.pppuser", &types[3], pppuser_methods),
-    object("ivarode.run", &types[4], run_methods),
+constinit bus_object objects[] = {
+    {"ivarode.intf", "netintf", intf_methods},    {"ivarode.pppauth", "netauth", pppauth_methods},
+    {"ivarode.route", "routeset", route_methods}, {"ivarode.pppuser", "pppuser", pppuser_methods},
+    {"ivarode.run", "ivarode", run_methods},
 };
 
-constexpr int object_count = sizeof(objects) / sizeof(objects[0]);
-
-constinit struct ubus_object *object_list[object_count] = {
-    &objects[0], &objects[1], &objects[2], &objects[3], &objects[4],
+constinit struct ubus_object *object_list[] = {
+    &objects[0].object, &objects[1].object, &objects[2].object, &objects[3].object, &objects[4].object,
 };
+
+constexpr int object_count = sizeof(object_list) / sizeof(object_list[0]);
 
 } // namespace
 

@@ -34,11 +34,6 @@ struct startup_step {
     void (*report)();
 };
 
-int ignore(int)
-{
-    return rv_ok;
-}
-
 constexpr startup_step startup[] = {
     {ivarode_dbg_init, on_failure::end, [] { NET_ERROR("ivarode debug init failed\n"); }},
     {sys_gpio_init2, on_failure::go_on, [] { NET_ERROR("ombrine sys gpio init failed\n"); }},
@@ -54,10 +49,10 @@ constexpr startup_step startup[] = {
     {netevt_nl_init, on_failure::clean_up_and_end, [] { NET_ERROR("net event init failed\n"); }},
     {netintf_init_post, on_failure::end, [] { NET_ERROR("net nat init failed\n"); }},
     // Routes that cannot be loaded, and a refused handler, leave a router that still serves its interfaces.
-    {[] { return ignore(route_cfg_init()); }, on_failure::go_on, [] {}},
+    {route_cfg_init, on_failure::go_on, [] {}},
     {nl_rtmsg_init, on_failure::end, [] { NET_ERROR("netlink route init error\n"); }},
-    {[] { return ignore(nl_rtmsg_handler_reg(nl_rtmsg_new_address, route_addr_event_handler)); },
-     on_failure::go_on, [] {}},
+    {[] { return nl_rtmsg_handler_reg(nl_rtmsg_new_address, route_addr_event_handler); }, on_failure::go_on,
+     [] {}},
     {ivarode_ubus_init, on_failure::end, [] { NET_ERROR("ivarode ubus init failed\n"); }},
 };
 

@@ -7,6 +7,8 @@
 #include "netintf/registry.h"
 #include "platform/netdev.h"
 
+#include <string.h>
+
 cpu_path netintf_cpu_path(uint32_t type)
 {
     if (type == intf_type_wan && netbd_board_type_get() >= board_type_two_cpu_ports) {
@@ -17,12 +19,8 @@ cpu_path netintf_cpu_path(uint32_t type)
 
 bool netintf_mac_is_zero(const uint8_t *mac)
 {
-    for (uint32_t i = 0; i < mac_size; ++i) {
-        if (mac[i] != 0) {
-            return false;
-        }
-    }
-    return true;
+    constexpr uint8_t zero[mac_size] = {};
+    return memcmp(mac, zero, mac_size) == 0;
 }
 
 int netintf_port_mac_get(uint32_t sequence, uint8_t *mac)

@@ -14,14 +14,7 @@
 
 namespace {
 
-struct add_request {
-    const char *name;
-    uint8_t mac[mac_size];
-    uint16_t vlanid1;
-    uint16_t vlanid2;
-};
-
-bus_status lan_add(const add_request &request, intf_arguments &args)
+bus_status lan_add(const l3intf_request &request, intf_arguments &args)
 {
     args.require({intf_ipaddr, intf_netmask}, "l3intf_config ipaddr or netmask null\n");
     const char *ipaddr = args.text(intf_ipaddr, "ip addr is null\n");
@@ -37,7 +30,7 @@ bus_status lan_add(const add_request &request, intf_arguments &args)
     return handed_through(netintf_lan_addr_set(entry, ipaddr, netmask));
 }
 
-bus_status wan_add(const add_request &request, intf_arguments &args)
+bus_status wan_add(const l3intf_request &request, intf_arguments &args)
 {
     uint32_t link = 0;
     netintf_link_get_byname(request.name, &link);
@@ -78,7 +71,7 @@ int netintf_ubus_l3intf_add(struct ubus_context *, struct ubus_object *, struct 
 {
     intf_arguments args(intf_policy, msg);
     args.require({intf_name}, "l3intf_add interface name error\n");
-    add_request request = {};
+    l3intf_request request = {};
     request.name = args.text(intf_name, "intf_name is null\n", status_invalid_command);
     if (args.status() != status_ok) {
         return args.status();
@@ -89,12 +82,12 @@ int netintf_ubus_l3intf_add(struct ubus_context *, struct ubus_object *, struct 
     request.vlanid1 = l3intf_vlan(args[intf_vlanid1]);
     request.vlanid2 = l3intf_vlan(args[intf_vlanid2]);
 
-    const uint32_t type = netintf_type_of(request.name);
-    if (type == intf_type_none) {
+    request.type = netintf_type_of(request.name);
+    if (request.type == intf_type_none) {
         NET_ERROR("intf_name is error\n");
         return status_invalid_command;
     }
-    const bus_status status = type == intf_type_lan ? lan_add(request, args) : wan_add(request, args);
+    const bus_status status = request.type == intf_type_lan ? lan_add(request, args) : wan_add(request, args);
     if (status == status_ok) {
         NET_INFO(" lan or wan intf add success,intf=%s\r\n", request.name);
     }

@@ -22,23 +22,14 @@ namespace {
 constexpr int ppp_gone_asks = 2001;
 constexpr useconds_t ppp_gone_pause = 1000; // microseconds between two asks
 
-struct config_request {
-    const char *name;
-    const char *old_name;
-    uint32_t type; // of the new name
-    uint8_t mac[mac_size];
-    uint16_t vlanid1;
-    uint16_t vlanid2;
-};
-
-bus_status old_intf_exit(netintf_entry *entry, const config_request &request)
+bus_status old_intf_exit(netintf_entry *entry, const char *old_name, const l3intf_request &request)
 {
     if (request.type == intf_type_wan) {
         netintf_proto_stop(entry);
     }
-    if (netintf_bridge_delete(request.old_name, entry->proto, entry->hw_port, entry->vlanid1,
-                              entry->vlanid2) != rv_ok) {
-        NET_ERROR("net config user old intf exit error ifname=%s port=%d v1=%d v2=%d\n", request.old_name,
+    if (netintf_bridge_delete(old_name, entry->proto, entry->hw_port, entry->vlanid1, entry->vlanid2) !=
+        rv_ok) {
+        NET_ERROR("net config user old intf exit error ifname=%s port=%d v1=%d v2=%d\n", old_name,
                   entry->hw_port, entry->vlanid1, entry->vlanid2);
         return status_unknown_error;
     }
@@ -65,7 +56,7 @@ bool ppp_device_gone(const char *name)
     return false;
 }
 
-bus_status new_intf_init(netintf_entry *entry, const config_request &request, netintf_proto proto)
+bus_status new_intf_init(netintf_entry *entry, const l3intf_request &request, netintf_proto proto)
 {
     if (request.vlanid1 != vlan_none && netintf_vlan_intf_create(entry->intf_type, entry->hw_port,
                                                                  request.vlanid1, request.vlanid2) != rv_ok) {
@@ -137,7 +128,7 @@ bool wan_config(netintf_entry *entry, const char *name, intf_arguments &args, ne
            netintf_wan_start(entry, name, settings, link, wan_by_config) == rv_ok;
 }
 
-bus_status addresses_config(netintf_entry *entry, const config_request &request, intf_arguments &args,
+bus_status addresses_config(netintf_entry *entry, const l3intf_request &request, intf_arguments &args,
                             netintf_proto proto)
 {
     if (request.type == intf_type_lan) {
@@ -161,16 +152,16 @@ int netintf_ubus_l3intf_config(struct ubus_context *, struct ubus_object *, stru
 {
     intf_arguments args(intf_policy, msg);
     args.require({intf_name}, "l3intf_config interface name error\n");
-    config_request request = {};
+    l3intf_request request = {};
     request.name = args.text(intf_name, "ubus config intf param intf_name is null\n");
-    request.old_name = args.text(intf_old_name, "ubus config intf param old intf_name is null\n");
+    const char *old_name = args.text(intf_old_name, "ubus config intf param old intf_name is null\n");
     if (args.status() != status_ok) {
         return args.status();
     }
     request.type = netintf_type_of(request.name);
     request.vlanid1 = l3intf_vlan(args[intf_vlanid1]);
     request.vlanid2 = l3intf_vlan(args[intf_vlanid2]);
-    netintf_entry *entry = netintf_entry_find_byname(request.old_name);
+    netintf_entry *entry = netintf_entry_find_byname(old_name);
     if (entry == nullptr) {
         NET_ERROR("net config get intf byname error\n");
         return status_unknown_error;
@@ -181,7 +172,7 @@ int netintf_ubus_l3intf_config(struct ubus_context *, struct ubus_object *, stru
         mac_copy(request.mac, entry->mac);
     }
 
-    if (const bus_status status = old_intf_exit(entry, request); status != status_ok) {
+    if (const bus_status status = old_intf_exit(entry, old_name, request); status != status_ok) {
         return status;
     }
     text_copy(entry->name, request.name);
@@ -194,8 +185,8 @@ int netintf_ubus_l3intf_config(struct ubus_context *, struct ubus_object *, stru
     if (proto_text == nullptr || netintf_proto_strtoenum(proto_text, &proto) != rv_ok) {
         return status_invalid_argument;
     }
-    if (request.type == intf_type_wan && entry->proto == proto_pppoe &&
-        name_equals(request.name, request.old_name) && !ppp_device_gone(request.name)) {
+    if (request.type == intf_type_wan && entry->proto == proto_pppoe && name_equals(request.name, old_name) &&
+        !ppp_device_gone(request.name)) {
         NET_ERROR("old ppp interface exist error\n");
         return status_invalid_argument;
     }

@@ -103,15 +103,14 @@ netintf_entry *netintf_wan_add(const char *name, uint32_t proto, const uint8_t *
 int netintf_lan_del(const char *name)
 {
     netintf_entry *entry = netintf_entry_find_byname(name);
-    return entry == nullptr ? rv_device : intf_remove(entry);
+    return entry != nullptr ? intf_remove(entry) : rv_device;
 }
 
 int netintf_wan_del(const char *name)
 {
-    netintf_entry *entry = netintf_entry_find_byname(name);
-    if (entry == nullptr) {
-        return rv_device;
+    if (netintf_entry *entry = netintf_entry_find_byname(name); entry != nullptr) {
+        netintf_proto_stop(entry);
+        return intf_remove(entry);
     }
-    netintf_proto_stop(entry);
-    return intf_remove(entry);
+    return rv_device;
 }

@@ -8,8 +8,6 @@
 #include "platform/netdev.h"
 
 #include <signal.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <sys/types.h>
 
 namespace {
@@ -18,36 +16,16 @@ constexpr const char *dhcp_service = "dhcp";
 constexpr const char *pppoe_service = "pppoe";
 constexpr size_t pid_file_size = 64;
 
-// A command line that grows item by item and is cut at its buffer's end.
-template <size_t Size> class command_line {
-public:
-    __attribute__((format(printf, 2, 3))) void add(const char *format, ...)
-    {
-        va_list args;
-        va_start(args, format);
-        const int length = vsnprintf(text_ + used_, Size - used_, format, args);
-        va_end(args);
-        if (length > 0) {
-            used_ += static_cast<size_t>(length);
-        }
-        if (used_ >= Size) {
-            used_ = Size - 1;
-        }
-    }
-    // An option with a value, or an empty item where there is none.
-    void add_option(const char *option, const char *value)
-    {
-        if (value != nullptr) {
-            add("%s %s", option, value);
-        }
-        add(" ");
-    }
-    const char *text() const { return text_; }
-
-private:
-    char text_[Size] = {};
-    size_t used_ = 0;
+// An option with a value, in two parts; both empty when the value is not given.
+struct option_item {
+    const char *option;
+    const char *value;
 };
+
+option_item item_of(const char *option, const char *value)
+{
+    return value != nullptr ? option_item{option, value} : option_item{"", ""};
+}
 
 void pid_file_path(const netintf_entry *entry, char (&path)[pid_file_size])
 {
@@ -73,11 +51,11 @@ int netintf_proto_config_dhcp(netintf_entry *entry)
 {
     char pid_file[pid_file_size];
     pid_file_path(entry, pid_file);
-    command_line<256> line;
+    char line[256];
     // The doubled blank is part of the line.
-    line.add("/sbin/udhcpc  -t 0 -i %s -s /lib/ivarode/empty.sh -C -p %s -f -m %d", entry->name, pid_file,
-             entry->defrt_pri);
-    const int rv = cmdlib_procd_start_inst(dhcp_service, entry->name, line.text(), 0);
+    text_format(line, sizeof(line), "/sbin/udhcpc  -t 0 -i %s -s /lib/ivarode/empty.sh -C -p %s -f -m %d",
+                entry->name, pid_file, entry->defrt_pri);
+    const int rv = cmdlib_procd_start_inst(dhcp_service, entry->name, line, 0);
     if (rv == 0) {
         entry->proto = proto_dhcp;
     }
@@ -91,19 +69,21 @@ int netintf_proto_config_pppoe(netintf_entry *entry, uint32_t start_count, const
     char nic[name_size];
     netintf_bridge_name(device, sizeof(device), entry->name, proto_pppoe);
     text_format(nic, sizeof(nic), "nic-%s", device);
+    const option_item user_item = item_of("user ", user);
+    const option_item password_item = item_of("password ", password);
+    const option_item service_item = item_of("rp_pppoe_service ", service);
     for (uint32_t started = 0; started != start_count; ++started) {
         // Each item is followed by one blank. Some items hold blanks themselves and a missing one is empty:
         // the runs of blanks are part of the line.
-        command_line<512> line;
-        line.add("/usr/sbin/pppd nodetach ipparam 'pppoec,%d' ifname %s ", entry->defrt_pri, entry->name);
-        line.add(" +ipv6  nodefaultroute  usepeerdns  persist  maxfail  0 ");
-        line.add_option("user", user);
-        line.add_option("password", password);
-        line.add("mtu 1492 mru 1492 plugin  rp-pppoe.so ");
-        line.add_option("rp_pppoe_service", service);
-        line.add("%s ", nic);
-        NET_INFO("%s %d cmd_line=%s\n", __func__, 920, line.text());
-        if (const int rv = cmdlib_procd_start_inst(pppoe_service, entry->name, line.text(), 0); rv != 0) {
+        char line[512];
+        text_format(
+            line, sizeof(line),
+            "/usr/sbin/pppd nodetach ipparam 'pppoec,%d' ifname %s  +ipv6  nodefaultroute  usepeerdns  "
+            "persist  maxfail  0 %s%s %s%s mtu 1492 mru 1492 plugin  rp-pppoe.so %s%s %s ",
+            entry->defrt_pri, entry->name, user_item.option, user_item.value, password_item.option,
+            password_item.value, service_item.option, service_item.value, nic);
+        NET_INFO("%s %d cmd_line=%s\n", __func__, 920, line);
+        if (const int rv = cmdlib_procd_start_inst(pppoe_service, entry->name, line, 0); rv != 0) {
             NET_ERROR("start process failed\n");
             return rv;
         }

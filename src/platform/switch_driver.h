@@ -7,10 +7,6 @@
 #include <linux/sockios.h>
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 enum switch_ioctl {
     switch_reg_read = SIOCDEVPRIVATE + 1,  // switch_reg_block; fills value
     switch_reg_write = SIOCDEVPRIVATE + 2, // switch_reg_block
@@ -39,7 +35,3 @@ static const uint32_t switch_vlan_members = 0x70; // of an entry: 4, 8 bits each
 static const uint32_t switch_untag_control = 0x98; // bit 0x8000: the untag bits count
 static const uint32_t switch_untag_enable = 0x8000;
 static const uint32_t switch_vlan_untag = 0x100; // of an entry: 4, 7 bits each; bit n is port n
-
-#ifdef __cplusplus
-}
-#endif

@@ -9,6 +9,9 @@
 #include <libubus.h>
 #include <stdint.h>
 
+struct uci_context;
+struct uci_section;
+
 constexpr uint32_t route_cfg_table = 10000; // the routing table's number, and the policy rule's
 
 struct route_cfg_entry {
@@ -42,6 +45,10 @@ const struct route_cfg_list &route_cfg_list_get();
 
 // Empties the list, then loads package "route_config". 0 or rv_fail.
 int route_cfg_init();
+
+// One section of type "route": its name is the route's; missing options leave their fields empty. The result
+// of creating it.
+int route_cfg_entry_uci_load(struct uci_context *ctx, struct uci_section *section, void *arg);
 
 // Lays the policy rule that makes the kernel consult the table. Returns 0.
 int route_cfg_rule_init();

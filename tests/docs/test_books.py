@@ -82,7 +82,7 @@ def uci_options() -> dict[str, set[str]]:
         return set(re.findall(r'(?:\b(?:options\.)?(?:text|number|vlan|option))\("(\w+)"', text))
 
     return {"lan_intf": read("netintf/uci_lan.cpp"), "wan_intf": read("netintf/uci_wan.cpp"),
-            "route_config": read("route/uci_load.cpp"), "dhcp": read("netintf/dhcp_pool.cpp")}
+            "route_config": read("route/table.cpp"), "dhcp": read("netintf/dhcp_pool.cpp")}
 
 
 @pytest.mark.parametrize("package", ["lan_intf", "wan_intf", "route_config", "dhcp"])
