@@ -2,13 +2,13 @@
 // which stays far below what a signed char can carry.
 #include "exported.h"
 
-#include <string.h>
+#include <cstring>
 
 namespace {
 
 int height(const avl_node *node)
 {
-    return node ? node->balance : 0;
+    return node != nullptr ? node->balance : 0;
 }
 
 void update_height(avl_node *node)
@@ -20,14 +20,14 @@ void update_height(avl_node *node)
 
 void replace_child(avl_tree *tree, avl_node *parent, const avl_node *old_child, avl_node *new_child)
 {
-    if (!parent) {
+    if (parent == nullptr) {
         tree->root = new_child;
     } else if (parent->left == old_child) {
         parent->left = new_child;
     } else {
         parent->right = new_child;
     }
-    if (new_child) {
+    if (new_child != nullptr) {
         new_child->parent = parent;
     }
 }
@@ -42,7 +42,7 @@ avl_node *rotate(avl_tree *tree, avl_node *node, avl_node *child)
     (lift_left ? child->right : child->left) = node;
     node->parent = child;
     (lift_left ? node->left : node->right) = inner;
-    if (inner) {
+    if (inner != nullptr) {
         inner->parent = node;
     }
     update_height(node);
@@ -52,13 +52,13 @@ avl_node *rotate(avl_tree *tree, avl_node *node, avl_node *child)
 
 void rebalance_upwards(avl_tree *tree, avl_node *node)
 {
-    while (node) {
+    while (node != nullptr) {
         const int lean = height(node->left) - height(node->right);
         const bool left_heavy = lean > 0;
         avl_node *child = left_heavy ? node->left : node->right;
-        if (child && (lean > 1 || lean < -1)) {
+        if (child != nullptr && (lean > 1 || lean < -1)) {
             avl_node *inner = left_heavy ? child->right : child->left;
-            if (inner && inner->balance > height(left_heavy ? child->left : child->right)) {
+            if (inner != nullptr && inner->balance > height(left_heavy ? child->left : child->right)) {
                 child = rotate(tree, child, inner);
             }
             node = rotate(tree, node, child);
@@ -76,7 +76,7 @@ avl_node *descend(const avl_tree *tree, const void *key, int *order)
     avl_node *last = nullptr;
 
     *order = 0;
-    while (node) {
+    while (node != nullptr) {
         last = node;
         *order = tree->comp(key, node->key, tree->cmp_ptr);
         if (*order == 0) {
@@ -98,7 +98,7 @@ avl_node *last_of_group(const avl_tree *tree, avl_node *leader)
     avl_node *last = leader;
     for (;;) {
         avl_node *next = list_node(tree, last->list.next);
-        if (!next || next->leader) {
+        if (next == nullptr || next->leader) {
             return last;
         }
         last = next;
@@ -110,10 +110,10 @@ void take_place(avl_tree *tree, avl_node *node, avl_node *successor)
     successor->left = node->left;
     successor->right = node->right;
     successor->balance = node->balance;
-    if (successor->left) {
+    if (successor->left != nullptr) {
         successor->left->parent = successor;
     }
-    if (successor->right) {
+    if (successor->right != nullptr) {
         successor->right->parent = successor;
     }
     replace_child(tree, node->parent, node, successor);
@@ -123,9 +123,9 @@ void remove_from_tree(avl_tree *tree, avl_node *node)
 {
     avl_node *start = nullptr;
 
-    if (node->left && node->right) {
+    if (node->left != nullptr && node->right != nullptr) {
         avl_node *next = node->right;
-        while (next->left) {
+        while (next->left != nullptr) {
             next = next->left;
         }
         start = next->parent == node ? next : next->parent;
@@ -133,7 +133,7 @@ void remove_from_tree(avl_tree *tree, avl_node *node)
         take_place(tree, node, next);
     } else {
         start = node->parent;
-        replace_child(tree, node->parent, node, node->left ? node->left : node->right);
+        replace_child(tree, node->parent, node, node->left != nullptr ? node->left : node->right);
     }
     rebalance_upwards(tree, start);
 }
@@ -154,14 +154,14 @@ avl_node *avl_find(const avl_tree *tree, const void *key)
 {
     int order;
     avl_node *node = descend(tree, key, &order);
-    return node && order == 0 ? node : nullptr;
+    return node != nullptr && order == 0 ? node : nullptr;
 }
 
 avl_node *avl_find_lessequal(const avl_tree *tree, const void *key)
 {
     int order;
     avl_node *node = descend(tree, key, &order);
-    if (!node || order >= 0) {
+    if (node == nullptr || order >= 0) {
         return node;
     }
     return list_node(tree, node->list.prev);
@@ -171,7 +171,7 @@ avl_node *avl_find_greaterequal(const avl_tree *tree, const void *key)
 {
     int order;
     avl_node *node = descend(tree, key, &order);
-    if (!node || order <= 0) {
+    if (node == nullptr || order <= 0) {
         return node;
     }
     return list_node(tree, last_of_group(tree, node)->list.next);
@@ -182,17 +182,17 @@ int avl_insert(avl_tree *tree, avl_node *node)
     int order;
     avl_node *place = descend(tree, node->key, &order);
 
-    if (place && order == 0 && !tree->allow_dups) {
+    if (place != nullptr && order == 0 && !tree->allow_dups) {
         return -1;
     }
     node->parent = place;
     node->left = nullptr;
     node->right = nullptr;
     node->balance = 1;
-    node->leader = !place || order != 0;
+    node->leader = place == nullptr || order != 0;
     tree->count++;
 
-    if (!place) {
+    if (place == nullptr) {
         tree->root = node;
         list_add(&node->list, &tree->list_head);
         return 0;

@@ -1,7 +1,7 @@
 // Attribute buffers: one growing block, addressed by offsets wherever a pointer would not survive its growth.
 #include "exported.h"
 
-#include <errno.h>
+#include <cerrno>
 
 namespace {
 
@@ -33,7 +33,7 @@ bool grow_by_steps(blob_buf *buf, int minlen)
     const size_t old_len = static_cast<size_t>(buf->buflen);
     auto *grown = static_cast<char *>(realloc(buf->buf, old_len + delta));
 
-    if (!grown) {
+    if (grown == nullptr) {
         return false;
     }
     memset(grown + old_len, 0, delta);
@@ -63,7 +63,7 @@ void set_raw_len(blob_attr *attr, size_t len)
 // Makes room for an attribute of this raw length behind the open container; null when it does not fit.
 blob_attr *make_room(blob_buf *buf, size_t raw_len)
 {
-    if (!buf->head || raw_len > BLOB_ATTR_LEN_MASK) {
+    if (buf->head == nullptr || raw_len > BLOB_ATTR_LEN_MASK) {
         return nullptr;
     }
     const size_t offset = offset_of(buf, blob_next(buf->head));
@@ -94,7 +94,7 @@ void blob_set_raw_len(blob_attr *attr, unsigned int len)
 
 bool blob_attr_equal(const blob_attr *a1, const blob_attr *a2)
 {
-    if (!a1 || !a2) {
+    if (a1 == nullptr || a2 == nullptr) {
         return a1 == a2;
     }
     return blob_pad_len(a1) == blob_pad_len(a2) && memcmp(a1, a2, blob_pad_len(a1)) == 0;
@@ -104,7 +104,7 @@ blob_attr *blob_memdup(const blob_attr *attr)
 {
     const size_t len = blob_pad_len(attr);
     auto *copy = static_cast<blob_attr *>(malloc(len));
-    if (copy) {
+    if (copy != nullptr) {
         memcpy(copy, attr, len);
     }
     return copy;
@@ -112,7 +112,7 @@ blob_attr *blob_memdup(const blob_attr *attr)
 
 int blob_buf_init(blob_buf *buf, int id)
 {
-    if (!buf->grow) {
+    if (buf->grow == nullptr) {
         buf->grow = grow_by_steps;
     }
     if (buf->buflen < static_cast<int>(sizeof(blob_attr)) && !buf->grow(buf, sizeof(blob_attr))) {
@@ -137,11 +137,11 @@ bool blob_buf_grow(blob_buf *buf, int required)
     if (required < 0 || buf->buflen + static_cast<int64_t>(required) > BLOB_ATTR_LEN_MASK) {
         return false;
     }
-    const size_t head = buf->head ? offset_of(buf, buf->head) : 0;
-    if (!buf->grow || !buf->grow(buf, required)) {
+    const size_t head = buf->head != nullptr ? offset_of(buf, buf->head) : 0;
+    if (buf->grow == nullptr || !buf->grow(buf, required)) {
         return false;
     }
-    if (buf->head) {
+    if (buf->head != nullptr) {
         buf->head = attr_at(buf, head);
     }
     return true;
@@ -151,7 +151,7 @@ blob_attr *blob_new(blob_buf *buf, int id, int payload)
 {
     const size_t raw_len = sizeof(blob_attr) + static_cast<size_t>(payload);
     blob_attr *attr = payload < 0 ? nullptr : make_room(buf, raw_len);
-    if (!attr) {
+    if (attr == nullptr) {
         return nullptr;
     }
     set_header(attr, id, raw_len);
@@ -165,7 +165,7 @@ blob_attr *blob_put(blob_buf *buf, int id, const void *ptr, unsigned int len)
         return nullptr;
     }
     blob_attr *attr = blob_new(buf, id, static_cast<int>(len));
-    if (attr && ptr) {
+    if (attr != nullptr && ptr != nullptr) {
         memcpy(attr->data, ptr, len);
     }
     return attr;
@@ -173,11 +173,11 @@ blob_attr *blob_put(blob_buf *buf, int id, const void *ptr, unsigned int len)
 
 blob_attr *blob_put_raw(blob_buf *buf, const void *ptr, unsigned int len)
 {
-    if (len < sizeof(blob_attr) || !ptr) {
+    if (len < sizeof(blob_attr) || ptr == nullptr) {
         return nullptr;
     }
     blob_attr *attr = make_room(buf, len);
-    if (!attr) {
+    if (attr == nullptr) {
         return nullptr;
     }
     extend_head(buf, len);
@@ -187,7 +187,7 @@ blob_attr *blob_put_raw(blob_buf *buf, const void *ptr, unsigned int len)
 
 void *blob_nest_start(blob_buf *buf, int id)
 {
-    if (!buf->head) {
+    if (buf->head == nullptr) {
         return nullptr;
     }
     // The bias keeps the cookie of the outermost container from being null.
@@ -195,13 +195,13 @@ void *blob_nest_start(blob_buf *buf, int id)
     buf->head = blob_new(buf, id, 0);
     // The buffer may move while the container is open: what the caller is handed is a place in it.
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    return buf->head ? reinterpret_cast<void *>(cookie) : nullptr;
+    return buf->head != nullptr ? reinterpret_cast<void *>(cookie) : nullptr;
 }
 
 void blob_nest_end(blob_buf *buf, void *cookie)
 {
     const uintptr_t biased = reinterpret_cast<uintptr_t>(cookie);
-    if (!buf->head || biased < BLOB_COOKIE) {
+    if (buf->head == nullptr || biased < BLOB_COOKIE) {
         return;
     }
     blob_attr *outer = attr_at(buf, biased - BLOB_COOKIE);

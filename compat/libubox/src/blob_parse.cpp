@@ -1,7 +1,6 @@
 // Reading plain attributes by id. The last of several with one id wins.
 #include "exported.h"
 
-
 namespace {
 
 bool acceptable(blob_attr *attr, const blob_attr_info *info)
@@ -18,7 +17,7 @@ bool acceptable(blob_attr *attr, const blob_attr_info *info)
     if (info->maxlen && blob_raw_len(attr) > info->maxlen) {
         return false;
     }
-    return !info->validate || info->validate(info, attr);
+    return info->validate == nullptr || info->validate(info, attr);
 }
 
 } // namespace
@@ -60,10 +59,10 @@ int blob_parse(blob_attr *attr, blob_attr **data, const blob_attr_info *info, in
         if (id >= max || blob_raw_len(pos) < sizeof(blob_attr)) {
             continue;
         }
-        if (info && !acceptable(pos, &info[id])) {
+        if (info != nullptr && !acceptable(pos, &info[id])) {
             continue;
         }
-        if (!data[id]) {
+        if (data[id] == nullptr) {
             found++;
         }
         data[id] = pos;

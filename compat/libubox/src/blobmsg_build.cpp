@@ -1,21 +1,21 @@
 // Building messages.
 #include "exported.h"
 
-#include <limits.h>
-#include <stdio.h>
+#include <climits>
+#include <cstdio>
 
 namespace {
 
 // A new value with room for `payload` bytes, left uninitialised; null when it does not fit.
 blob_attr *new_value(blob_buf *buf, int type, const char *name, size_t payload)
 {
-    const size_t name_len = name ? strlen(name) : 0;
+    const size_t name_len = name != nullptr ? strlen(name) : 0;
     if (name_len > UINT16_MAX || payload > BLOB_ATTR_LEN_MASK) {
         return nullptr;
     }
     const auto hdr_len = static_cast<size_t>(blobmsg_hdrlen(static_cast<unsigned int>(name_len)));
     blob_attr *attr = blob_new(buf, type, static_cast<int>(hdr_len + payload));
-    if (!attr) {
+    if (attr == nullptr) {
         return nullptr;
     }
     attr->id_len |= cpu_to_be32(BLOB_ATTR_EXTENDED);
@@ -38,7 +38,7 @@ void shrink_head(blob_buf *buf, size_t len)
 int blobmsg_add_field(blob_buf *buf, int type, const char *name, const void *data, unsigned int len)
 {
     blob_attr *attr = new_value(buf, type, name, len);
-    if (!attr) {
+    if (attr == nullptr) {
         return -1;
     }
     if (len) {
@@ -49,12 +49,12 @@ int blobmsg_add_field(blob_buf *buf, int type, const char *name, const void *dat
 
 void *blobmsg_open_nested(blob_buf *buf, const char *name, bool array)
 {
-    if (!buf->head) {
+    if (buf->head == nullptr) {
         return nullptr;
     }
     const auto outer = reinterpret_cast<char *>(buf->head) - static_cast<char *>(buf->buf);
     blob_attr *attr = new_value(buf, array ? BLOBMSG_TYPE_ARRAY : BLOBMSG_TYPE_TABLE, name, 0);
-    if (!attr) {
+    if (attr == nullptr) {
         return nullptr;
     }
     // blob_nest_end adds the whole payload of the nest, name header included, to the outer container.
@@ -67,7 +67,7 @@ void *blobmsg_open_nested(blob_buf *buf, const char *name, bool array)
 void *blobmsg_alloc_string_buffer(blob_buf *buf, const char *name, unsigned int maxlen)
 {
     blob_attr *attr = new_value(buf, BLOBMSG_TYPE_STRING, name, static_cast<size_t>(maxlen) + 1);
-    if (!attr) {
+    if (attr == nullptr) {
         return nullptr;
     }
     // The container takes the value in only when its length is known.
@@ -112,7 +112,7 @@ int blobmsg_vprintf(blob_buf *buf, const char *name, const char *format, va_list
         return -1;
     }
     auto *text = static_cast<char *>(blobmsg_alloc_string_buffer(buf, name, static_cast<unsigned int>(len)));
-    if (!text) {
+    if (text == nullptr) {
         return -1;
     }
     vsnprintf(text, static_cast<size_t>(len) + 1, format, arg);

@@ -1,7 +1,7 @@
 // Checking and reading messages.
 #include "exported.h"
 
-#include <errno.h>
+#include <cerrno>
 
 namespace {
 
@@ -107,7 +107,7 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
     size_t rem = len;
 
     memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
-    if (!data || !len) {
+    if (data == nullptr || !len) {
         return -EINVAL;
     }
     __blob_for_each_attr(attr, data, rem)
@@ -119,8 +119,8 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
             continue;
         }
         for (int i = 0; i < policy_len; i++) {
-            if (!tb[i] && policy[i].name && type_matches(policy[i].type, blobmsg_type(attr)) &&
-                name_matches(policy[i].name, attr)) {
+            if (tb[i] == nullptr && policy[i].name != nullptr &&
+                type_matches(policy[i].type, blobmsg_type(attr)) && name_matches(policy[i].name, attr)) {
                 tb[i] = attr;
             }
         }
@@ -136,7 +136,7 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
     int next = 0;
 
     memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
-    if (!data || !len) {
+    if (data == nullptr || !len) {
         return -EINVAL;
     }
     __blob_for_each_attr(attr, data, rem)

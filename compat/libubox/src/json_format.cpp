@@ -1,8 +1,8 @@
 // Messages to JSON text.
 #include "exported.h"
 
-#include <inttypes.h>
-#include <stdio.h>
+#include <cinttypes>
+#include <cstdio>
 
 namespace {
 
@@ -50,7 +50,7 @@ void Writer::raw(const char *text, size_t len)
     if (len_ + len + 1 > size_) {
         const size_t wanted = (len_ + len + 1) * 2;
         auto *grown = static_cast<char *>(realloc(text_, wanted));
-        if (!grown) {
+        if (grown == nullptr) {
             failed_ = true;
             return;
         }
@@ -150,7 +150,7 @@ void Writer::scalar(blob_attr *attr)
 
 void Writer::value(blob_attr *attr)
 {
-    if (format_) {
+    if (format_ != nullptr) {
         if (const char *replacement = format_(priv_, attr)) {
             raw(replacement);
             return;

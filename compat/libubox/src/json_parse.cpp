@@ -17,7 +17,7 @@ bool add_number(blob_buf *b, const char *name, json_object *obj)
 bool add_array(blob_buf *b, const char *name, json_object *obj)
 {
     void *cookie = blobmsg_open_array(b, name);
-    if (!cookie) {
+    if (cookie == nullptr) {
         return false;
     }
     const size_t count = json_object_array_length(obj);
@@ -32,7 +32,7 @@ bool add_array(blob_buf *b, const char *name, json_object *obj)
 bool add_table(blob_buf *b, const char *name, json_object *obj)
 {
     void *cookie = blobmsg_open_table(b, name);
-    if (!cookie) {
+    if (cookie == nullptr) {
         return false;
     }
     const bool complete = blobmsg_add_object(b, obj);
@@ -43,7 +43,8 @@ bool add_table(blob_buf *b, const char *name, json_object *obj)
 // Takes over the reference.
 bool add_root(blob_buf *b, json_object *obj)
 {
-    const bool added = obj && json_object_is_type(obj, json_type_object) && blobmsg_add_object(b, obj);
+    const bool added =
+        obj != nullptr && (json_object_is_type(obj, json_type_object) != 0) && blobmsg_add_object(b, obj);
     json_object_put(obj);
     return added;
 }

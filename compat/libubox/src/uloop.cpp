@@ -1,9 +1,9 @@
 // Start, end and turn of the event loop, and the signals that wake it.
 #include "uloop_internal.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
-#include <string.h>
 #include <unistd.h>
 
 bool uloop_cancelled = false;

@@ -1,7 +1,7 @@
 // Descriptors of the event loop, on epoll.
 #include "uloop_internal.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -37,7 +37,7 @@ void forget_undelivered(const uloop_fd *fd)
             ready[i].fd = nullptr;
         }
     }
-    for (ActiveCallback *entry = active; entry; entry = entry->outer) {
+    for (ActiveCallback *entry = active; entry != nullptr; entry = entry->outer) {
         if (entry->fd == fd) {
             entry->fd = nullptr;
         }
@@ -46,7 +46,7 @@ void forget_undelivered(const uloop_fd *fd)
 
 void remove_from_epoll(uloop_fd *fd)
 {
-    if (uloop_fd_set_cb) {
+    if (uloop_fd_set_cb != nullptr) {
         uloop_fd_set_cb(fd, 0);
     }
     fd->registered = false;
@@ -95,7 +95,7 @@ bool left_to_outer_callback(const uloop_fd *fd, unsigned int events)
     if (!(fd->flags & ULOOP_EDGE_TRIGGER)) {
         return false;
     }
-    for (ActiveCallback *entry = active; entry; entry = entry->outer) {
+    for (ActiveCallback *entry = active; entry != nullptr; entry = entry->outer) {
         if (entry->fd == fd) {
             entry->events |= events | ULOOP_EVENT_BUFFERED;
             return true;
@@ -106,7 +106,7 @@ bool left_to_outer_callback(const uloop_fd *fd, unsigned int events)
 
 void dispatch(uloop_fd *fd, unsigned int events)
 {
-    if (!fd || !fd->cb || left_to_outer_callback(fd, events)) {
+    if (fd == nullptr || fd->cb == nullptr || left_to_outer_callback(fd, events)) {
         return;
     }
     ActiveCallback self = {active, fd, 0};
@@ -115,7 +115,7 @@ void dispatch(uloop_fd *fd, unsigned int events)
         self.events = 0;
         fd->cb(fd, events & ULOOP_EVENT_MASK);
         events = self.events;
-    } while (self.fd && (events & ULOOP_EVENT_BUFFERED));
+    } while (self.fd != nullptr && ((events & ULOOP_EVENT_BUFFERED) != 0));
     active = self.outer;
 }
 
@@ -148,7 +148,7 @@ void fds_run(int timeout)
     }
     while (ready_next < ready_count) {
         const ReadyFd item = ready[ready_next++];
-        if (item.fd) {
+        if (item.fd != nullptr) {
             dispatch(item.fd, item.events);
             return;
         }
@@ -184,7 +184,7 @@ int uloop_fd_add(uloop_fd *sock, unsigned int flags)
     if (result < 0) {
         return result;
     }
-    if (uloop_fd_set_cb) {
+    if (uloop_fd_set_cb != nullptr) {
         uloop_fd_set_cb(sock, flags);
     }
     sock->flags = static_cast<uint8_t>(flags);

@@ -1,7 +1,7 @@
 // Child processes of the event loop.
 #include "uloop_internal.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <sys/wait.h>
 
 namespace {

@@ -1,8 +1,8 @@
 // Timers of the event loop: one list, sorted by expiry in milliseconds, equal ones in order of insertion.
 #include "uloop_internal.h"
 
-#include <limits.h>
-#include <time.h>
+#include <climits>
+#include <ctime>
 
 namespace {
 
@@ -51,7 +51,7 @@ void timeouts_run()
             return;
         }
         unlink(first);
-        if (first->cb) {
+        if (first->cb != nullptr) {
             first->cb(first);
         }
     }

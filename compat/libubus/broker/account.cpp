@@ -1,7 +1,7 @@
 #include "account.h"
 
-#include <stdint.h>
-#include <stdlib.h>
+#include <cstdint>
+#include <cstdlib>
 #include <sys/resource.h>
 
 namespace broker {
@@ -48,7 +48,7 @@ Account *find_or_open(uid_t uid)
         }
     }
     account = static_cast<Account *>(calloc(1, sizeof(Account)));
-    if (account) {
+    if (account != nullptr) {
         account->uid = uid;
         list_add_tail(&account->list, &accounts);
     }
@@ -83,7 +83,7 @@ bool account_join(uid_t uid, Account **account)
         return true;
     }
     Account *found = find_or_open(uid);
-    if (!found) {
+    if (found == nullptr) {
         return false;
     }
     if (!charge(found, {.connections = 1})) {
@@ -96,7 +96,7 @@ bool account_join(uid_t uid, Account **account)
 
 bool charge(Account *account, const Cost &cost)
 {
-    if (!account) {
+    if (account == nullptr) {
         return true;
     }
     for (const Budget &budget : budgets) {
@@ -115,7 +115,7 @@ bool charge(Account *account, const Cost &cost)
 
 void discharge(Account *account, const Cost &cost)
 {
-    if (!account) {
+    if (account == nullptr) {
         return;
     }
     for (const Budget &budget : budgets) {

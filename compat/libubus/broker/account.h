@@ -1,8 +1,8 @@
 // Budgets: what the clients of one user may hold of the broker at a time. Root has no account and no limit.
 #pragma once
 
+#include <cstddef>
 #include <libubox/list.h>
-#include <stddef.h>
 #include <sys/types.h>
 
 namespace broker {

@@ -5,8 +5,8 @@ extern "C" {
 #include <libubox/blobmsg_json.h>
 }
 
+#include <cerrno>
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
@@ -62,7 +62,7 @@ bool holds(const Identity &identity, const Grant *grant)
 void add_grant(const Holder &holder, Access access, const char *name, const char *method)
 {
     auto *grant = static_cast<Grant *>(calloc(1, sizeof(Grant)));
-    if (!grant) {
+    if (grant == nullptr) {
         return;
     }
     grant->to_group = holder.is_group;
@@ -70,7 +70,7 @@ void add_grant(const Holder &holder, Access access, const char *name, const char
     grant->access = access;
     grant->name = copy_text(name);
     grant->method = copy_text(method);
-    if (!grant->name || (method && !grant->method)) {
+    if (grant->name == nullptr || (method != nullptr && grant->method == nullptr)) {
         free(grant->name);
         free(grant->method);
         free(grant);
@@ -85,13 +85,13 @@ void add_grants(const Holder &holder, Access access, const char *name, blob_attr
     blob_attr *item;
     size_t rem;
 
-    if (!array || blobmsg_check_array(array, BLOBMSG_TYPE_STRING) < 0) {
+    if (array == nullptr || blobmsg_check_array(array, BLOBMSG_TYPE_STRING) < 0) {
         return;
     }
     blobmsg_for_each_attr(item, array, rem)
     {
         const char *text = blobmsg_get_string(item);
-        add_grant(holder, access, name ? name : text, name ? text : nullptr);
+        add_grant(holder, access, name != nullptr ? name : text, name != nullptr ? text : nullptr);
     }
 }
 
@@ -101,7 +101,7 @@ void add_calls(const Holder &holder, blob_attr *table)
     blob_attr *object;
     size_t rem;
 
-    if (!table || blobmsg_check_array(table, BLOBMSG_TYPE_TABLE) < 0) {
+    if (table == nullptr || blobmsg_check_array(table, BLOBMSG_TYPE_TABLE) < 0) {
         return;
     }
     blobmsg_for_each_attr(object, table, rem)
@@ -114,14 +114,14 @@ void add_calls(const Holder &holder, blob_attr *table)
 
 bool find_holder(blob_attr *user, blob_attr *group, Holder *holder)
 {
-    if (user) {
+    if (user != nullptr) {
         const passwd *entry = getpwnam(blobmsg_get_string(user));
-        *holder = {false, entry ? entry->pw_uid : 0};
+        *holder = {false, entry != nullptr ? entry->pw_uid : 0};
         return entry != nullptr;
     }
-    if (group) {
+    if (group != nullptr) {
         const struct group *entry = getgrnam(blobmsg_get_string(group));
-        *holder = {true, entry ? entry->gr_gid : 0};
+        *holder = {true, entry != nullptr ? entry->gr_gid : 0};
         return entry != nullptr;
     }
     return false;
@@ -189,7 +189,7 @@ char *read_trusted(int dir_fd, const char *name)
         !(info.st_mode & (S_IWGRP | S_IWOTH)) && info.st_size <= max_file_size) {
         const auto size = static_cast<size_t>(info.st_size);
         text = static_cast<char *>(calloc(1, size + 1));
-        if (text && !read_whole(fd, text, size)) {
+        if (text != nullptr && !read_whole(fd, text, size)) {
             free(text);
             text = nullptr;
         }
@@ -201,7 +201,8 @@ char *read_trusted(int dir_fd, const char *name)
 int json_files_only(const dirent *entry)
 {
     const size_t len = strlen(entry->d_name);
-    return entry->d_name[0] != '.' && len > 5 && strcmp(entry->d_name + len - 5, ".json") == 0;
+    return static_cast<int>(entry->d_name[0] != '.' && len > 5 &&
+                            strcmp(entry->d_name + len - 5, ".json") == 0);
 }
 
 } // namespace
@@ -217,7 +218,7 @@ bool acl_allows(const Client *client, Access access, const char *name, const cha
         if (grant->access != access || !holds(client->identity, grant) || !name_matches(grant->name, name)) {
             continue;
         }
-        if (!grant->method || (method && name_matches(grant->method, method))) {
+        if (grant->method == nullptr || (method != nullptr && name_matches(grant->method, method))) {
             return true;
         }
     }
@@ -244,10 +245,10 @@ void acl_load(const char *dir)
 
     for (int i = 0; i < count; i++) {
         char *text = read_trusted(dir_fd, files[i]->d_name);
-        if (!text || !load_text(text)) {
+        if (text == nullptr || !load_text(text)) {
             syslog(LOG_ERR, "access file %s/%s is left out: %s", dir, files[i]->d_name,
-                   text ? "no known user or group, or not a JSON object"
-                        : "not a file that only root can write");
+                   text != nullptr ? "no known user or group, or not a JSON object"
+                                   : "not a file that only root can write");
         }
         free(text);
         free(files[i]);

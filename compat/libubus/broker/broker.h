@@ -8,8 +8,8 @@
 #include "account.h"
 #include "builder.h"
 
+#include <cstddef>
 #include <libubus.h>
-#include <stddef.h>
 
 namespace broker {
 

@@ -14,7 +14,7 @@ constexpr int trim_ms = 1000;
 avl_tree *clients()
 {
     static avl_tree tree;
-    if (!tree.comp) {
+    if (tree.comp == nullptr) {
         init_id_tree(&tree);
     }
     return &tree;
@@ -39,7 +39,7 @@ uloop_timeout trim_timer = {{}, false, trim_heap, {}};
 Client *client_new(int fd, const Identity &identity, Account *account)
 {
     auto *client = static_cast<Client *>(calloc(1, sizeof(Client)));
-    if (!client || !file_under_new_id(clients(), &client->by_id, &client->id)) {
+    if (client == nullptr || !file_under_new_id(clients(), &client->by_id, &client->id)) {
         free(client);
         free_identity(identity);
         discharge(account, one_connection);

@@ -18,12 +18,13 @@ int handle_ping(Client *client, const Message &msg)
 int handle_answer(Client *client, const Message &msg)
 {
     const bool status = msg.hdr.type == UBUS_MSG_STATUS;
-    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[status ? UBUS_ATTR_STATUS : UBUS_ATTR_DATA]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr ||
+        msg.attr[status ? UBUS_ATTR_STATUS : UBUS_ATTR_DATA] == nullptr) {
         return no_reply;
     }
     Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
     Client *caller = client_find(msg.hdr.peer);
-    if (!object || object->client != client || !caller) {
+    if (object == nullptr || object->client != client || caller == nullptr) {
         return no_reply;
     }
     ubus_msghdr hdr = msg.hdr;
@@ -65,7 +66,7 @@ int call_own_object(Client *client, uint32_t id, const Message &msg, const char 
 
 int handle_invoke(Client *client, const Message &msg)
 {
-    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_METHOD]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_METHOD] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJID]);
@@ -74,10 +75,10 @@ int handle_invoke(Client *client, const Message &msg)
         return call_own_object(client, id, msg, method);
     }
     Object *object = object_find(id);
-    if (!object) {
+    if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    if (object->path && !acl_allows(client, Access::call, object->path, method)) {
+    if (object->path != nullptr && !acl_allows(client, Access::call, object->path, method)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return forward_call(client, object, msg, method);
@@ -101,7 +102,7 @@ void build_call(ObjectMessage &call, const Client *from, const Message &msg, con
     call.put_string(UBUS_ATTR_METHOD, method);
     call.put_string(UBUS_ATTR_USER, from->identity.user);
     call.put_string(UBUS_ATTR_GROUP, from->identity.group);
-    if (msg.attr[UBUS_ATTR_DATA]) {
+    if (msg.attr[UBUS_ATTR_DATA] != nullptr) {
         call.put_data(UBUS_ATTR_DATA, msg.attr[UBUS_ATTR_DATA]);
     }
 }
@@ -115,7 +116,8 @@ void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int
     wire::parse(msg.body, msg.attr);
 
     const Handler handler = hdr.type < __UBUS_MSG_LAST ? handlers[hdr.type] : nullptr;
-    const int status = handler ? handler(client, msg) : static_cast<int>(UBUS_STATUS_INVALID_COMMAND);
+    const int status =
+        handler != nullptr ? handler(client, msg) : static_cast<int>(UBUS_STATUS_INVALID_COMMAND);
     if (status != no_reply) {
         send_status(client, msg, status);
     }

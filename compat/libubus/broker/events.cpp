@@ -77,7 +77,7 @@ int add_pattern(Object *object, const char *text)
         return UBUS_STATUS_NO_MEMORY;
     }
     auto *pattern = static_cast<Pattern *>(calloc(1, sizeof(Pattern) + len + 1));
-    if (!pattern) {
+    if (pattern == nullptr) {
         discharge(object->client->account, cost_of(len));
         return UBUS_STATUS_NO_MEMORY;
     }
@@ -96,7 +96,7 @@ int handle_register(Client *client, blob_attr *data)
     blob_attr *args[2];
 
     blobmsg_parse_attr(policy, 2, args, data);
-    if (!args[0] || !args[1]) {
+    if (args[0] == nullptr || args[1] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const uint32_t id = blobmsg_get_u32(args[0]);
@@ -104,7 +104,7 @@ int handle_register(Client *client, blob_attr *data)
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     Object *object = object_find(id);
-    if (!object) {
+    if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     const char *text = blobmsg_get_string(args[1]);
@@ -120,7 +120,7 @@ int handle_send(Client *client, blob_attr *data)
     blob_attr *args[2];
 
     blobmsg_parse_attr(policy, 2, args, data);
-    if (!args[0] || !args[1]) {
+    if (args[0] == nullptr || args[1] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const char *name = blobmsg_get_string(args[0]);
@@ -137,7 +137,7 @@ int handle_send(Client *client, blob_attr *data)
 int handle_event_call(Client *client, const Message &msg, const char *method)
 {
     blob_attr *data = msg.attr[UBUS_ATTR_DATA];
-    if (!data) {
+    if (data == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     if (strcmp(method, "register") == 0) {

@@ -2,7 +2,7 @@
 #include "broker.h"
 #include "wire.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <sys/random.h>
 
 namespace broker {
@@ -32,7 +32,7 @@ bool file_under_new_id(avl_tree *tree, avl_node *node, uint32_t *id)
 
 char *copy_text(const char *text)
 {
-    return text ? strdup(text) : nullptr;
+    return text != nullptr ? strdup(text) : nullptr;
 }
 
 } // namespace broker

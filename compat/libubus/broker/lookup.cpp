@@ -35,7 +35,7 @@ bool put_signature(Builder &body, const Client *client, const Object *object)
 // False when the object should have been sent and could not be.
 bool send_object(Client *client, const Object *object, uint16_t seq, uint32_t peer)
 {
-    if (!object->type) {
+    if (object->type == nullptr) {
         return true;
     }
     Builder body;
@@ -53,15 +53,16 @@ bool send_object(Client *client, const Object *object, uint16_t seq, uint32_t pe
 Object *next_of(const Listing &listing)
 {
     Object *object;
-    if (listing.last_path) {
+    if (listing.last_path != nullptr) {
         object = object_after_path(listing.last_path);
-    } else if (listing.prefix) {
+    } else if (listing.prefix != nullptr) {
         object = object_find_path(listing.prefix);
-        object = object ? object : object_after_path(listing.prefix);
+        object = object != nullptr ? object : object_after_path(listing.prefix);
     } else {
         object = object_first_path();
     }
-    if (object && listing.prefix && strncmp(object->path, listing.prefix, strlen(listing.prefix)) != 0) {
+    if (object != nullptr && listing.prefix != nullptr &&
+        strncmp(object->path, listing.prefix, strlen(listing.prefix)) != 0) {
         return nullptr;
     }
     return object;
@@ -81,7 +82,7 @@ void end_listing(Client *client, int status)
 
 void drop_listing(Client *client)
 {
-    if (client->listing.prefix) {
+    if (client->listing.prefix != nullptr) {
         discharge(client->account, {.bytes = strlen(client->listing.prefix)});
     }
     free(client->listing.prefix);
@@ -101,7 +102,7 @@ void continue_listing(Client *client)
         }
         turn.work++;
         char *path = copy_text(object->path);
-        if (!path) {
+        if (path == nullptr) {
             end_listing(client, UBUS_STATUS_NO_MEMORY);
             return;
         }
@@ -120,15 +121,16 @@ void continue_listing(Client *client)
 
 int handle_lookup(Client *client, const Message &msg)
 {
-    const char *path = msg.attr[UBUS_ATTR_OBJPATH] ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
-    const size_t len = path ? strlen(path) : 0;
+    const char *path =
+        msg.attr[UBUS_ATTR_OBJPATH] != nullptr ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
+    const size_t len = path != nullptr ? strlen(path) : 0;
 
-    if (path && !len) {
+    if (path != nullptr && !len) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (path && path[len - 1] != '*') {
+    if (path != nullptr && path[len - 1] != '*') {
         const Object *object = object_find_path(path);
-        if (!object) {
+        if (object == nullptr) {
             return UBUS_STATUS_NOT_FOUND;
         }
         return send_object(client, object, msg.hdr.seq, msg.hdr.peer) ? UBUS_STATUS_OK
@@ -136,17 +138,17 @@ int handle_lookup(Client *client, const Message &msg)
     }
     drop_listing(client);
     Listing &listing = client->listing;
-    if (path) {
+    if (path != nullptr) {
         const Cost cost = {.bytes = len - 1};
         if (!charge(client->account, cost)) {
             return UBUS_STATUS_NO_MEMORY;
         }
         listing.prefix = strndup(path, len - 1);
-        if (!listing.prefix) {
+        if (listing.prefix == nullptr) {
             discharge(client->account, cost);
             return UBUS_STATUS_NO_MEMORY;
         }
-        if (!next_of(listing)) {
+        if (next_of(listing) == nullptr) {
             drop_listing(client);
             return UBUS_STATUS_NOT_FOUND;
         }

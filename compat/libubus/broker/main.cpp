@@ -2,10 +2,10 @@
 #include "broker.h"
 #include "server.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <getopt.h>
-#include <stdio.h>
 #include <syslog.h>
 #include <unistd.h>
 

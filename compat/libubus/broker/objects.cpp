@@ -18,7 +18,7 @@ struct Registry {
 Registry &registry()
 {
     static Registry instance;
-    if (!instance.objects.comp) {
+    if (instance.objects.comp == nullptr) {
         init_id_tree(&instance.objects);
         init_id_tree(&instance.types);
         avl_init(&instance.paths, avl_strcmp, false, nullptr);
@@ -28,7 +28,7 @@ Registry &registry()
 
 Object *object_of(avl_node *by_path)
 {
-    return by_path ? container_of(by_path, Object, by_path) : nullptr;
+    return by_path != nullptr ? container_of(by_path, Object, by_path) : nullptr;
 }
 
 Cost cost_of(const blob_attr *signature)
@@ -38,12 +38,12 @@ Cost cost_of(const blob_attr *signature)
 
 Cost cost_of(const char *path)
 {
-    return {.bytes = path ? strlen(path) : 0, .objects = 1};
+    return {.bytes = path != nullptr ? strlen(path) : 0, .objects = 1};
 }
 
 void type_release(Type *type)
 {
-    if (!type || --type->users) {
+    if (type == nullptr || --type->users) {
         return;
     }
     avl_delete(&registry().types, &type->by_id);
@@ -73,12 +73,13 @@ Type *type_new(Account *account, const blob_attr *signature)
         return nullptr;
     }
     auto *type = static_cast<Type *>(calloc(1, sizeof(Type)));
-    if (type) {
+    if (type != nullptr) {
         type->signature = blob_memdup(signature);
     }
-    if (!type || !type->signature || !file_under_new_id(&registry().types, &type->by_id, &type->id)) {
+    if (type == nullptr || type->signature == nullptr ||
+        !file_under_new_id(&registry().types, &type->by_id, &type->id)) {
         discharge(account, cost_of(signature));
-        free(type ? type->signature : nullptr);
+        free(type != nullptr ? type->signature : nullptr);
         free(type);
         return nullptr;
     }
@@ -91,7 +92,7 @@ Type *type_shared(uint32_t id)
 {
     Type *type;
     type = avl_find_element(&registry().types, &id, type, by_id);
-    if (type) {
+    if (type != nullptr) {
         type->users++;
     }
     return type;
@@ -103,11 +104,11 @@ int type_of_request(Account *account, const Message &msg, Type **type)
 {
     const blob_attr *signature = msg.attr[UBUS_ATTR_SIGNATURE];
     *type = nullptr;
-    if (signature && is_sound(signature)) {
+    if (signature != nullptr && is_sound(signature)) {
         *type = type_new(account, signature);
-        return *type ? UBUS_STATUS_OK : UBUS_STATUS_NO_MEMORY;
+        return *type != nullptr ? UBUS_STATUS_OK : UBUS_STATUS_NO_MEMORY;
     }
-    if (!signature && msg.attr[UBUS_ATTR_OBJTYPE]) {
+    if (signature == nullptr && msg.attr[UBUS_ATTR_OBJTYPE] != nullptr) {
         *type = type_shared(blob_get_u32(msg.attr[UBUS_ATTR_OBJTYPE]));
     }
     return UBUS_STATUS_OK;
@@ -117,7 +118,7 @@ bool file_path(Object *object, const char *path)
 {
     object->path = copy_text(path);
     object->by_path.key = object->path;
-    if (object->path && avl_insert(&registry().paths, &object->by_path) == 0) {
+    if (object->path != nullptr && avl_insert(&registry().paths, &object->by_path) == 0) {
         return true;
     }
     free(object->path);
@@ -129,11 +130,11 @@ bool file_path(Object *object, const char *path)
 Object *object_new(Client *client, const char *path, Type *type)
 {
     auto *object = static_cast<Object *>(calloc(1, sizeof(Object)));
-    if (!object || !file_under_new_id(&registry().objects, &object->by_id, &object->id)) {
+    if (object == nullptr || !file_under_new_id(&registry().objects, &object->by_id, &object->id)) {
         free(object);
         return nullptr;
     }
-    if (path && !file_path(object, path)) {
+    if (path != nullptr && !file_path(object, path)) {
         avl_delete(&registry().objects, &object->by_id);
         free(object);
         return nullptr;
@@ -177,14 +178,14 @@ Object *object_next_path(Object *object)
 Object *object_after_path(const char *path)
 {
     Object *object = object_of(avl_find_greaterequal(&registry().paths, path));
-    return object && strcmp(object->path, path) == 0 ? object_next_path(object) : object;
+    return object != nullptr && strcmp(object->path, path) == 0 ? object_next_path(object) : object;
 }
 
 void object_free(Object *object)
 {
     drop_subscriptions(object);
     drop_patterns(object);
-    if (object->path) {
+    if (object->path != nullptr) {
         announce_object("ubus.object.remove", object);
         avl_delete(&registry().paths, &object->by_path);
     }
@@ -198,8 +199,9 @@ void object_free(Object *object)
 
 int handle_add_object(Client *client, const Message &msg)
 {
-    const char *path = msg.attr[UBUS_ATTR_OBJPATH] ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
-    if (path && (!path[0] || !acl_allows(client, Access::publish, path))) {
+    const char *path =
+        msg.attr[UBUS_ATTR_OBJPATH] != nullptr ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
+    if (path != nullptr && (!path[0] || !acl_allows(client, Access::publish, path))) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     if (!charge(client->account, cost_of(path))) {
@@ -208,17 +210,17 @@ int handle_add_object(Client *client, const Message &msg)
     Type *type;
     const int status = type_of_request(client->account, msg, &type);
     Object *object = status ? nullptr : object_new(client, path, type);
-    if (!object) {
+    if (object == nullptr) {
         discharge(client->account, cost_of(path));
         type_release(type);
         return status ? status : static_cast<int>(UBUS_STATUS_INVALID_ARGUMENT);
     }
-    if (object->path) {
+    if (object->path != nullptr) {
         announce_object("ubus.object.add", object);
     }
     Builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
-    if (object->type && msg.attr[UBUS_ATTR_SIGNATURE]) {
+    if (object->type != nullptr && msg.attr[UBUS_ATTR_SIGNATURE] != nullptr) {
         body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
     }
     send_to(client, UBUS_MSG_DATA, msg.hdr.seq, msg.hdr.peer, body);
@@ -227,7 +229,7 @@ int handle_add_object(Client *client, const Message &msg)
 
 int handle_remove_object(Client *client, const Message &msg)
 {
-    if (!msg.attr[UBUS_ATTR_OBJID]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     const uint32_t id = blob_get_u32(msg.attr[UBUS_ATTR_OBJID]);
@@ -235,7 +237,7 @@ int handle_remove_object(Client *client, const Message &msg)
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     Object *object = object_find(id);
-    if (!object) {
+    if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (object->client != client) {
@@ -243,8 +245,8 @@ int handle_remove_object(Client *client, const Message &msg)
     }
     Builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
-    // Sent so that the client can forget the type's id when nobody uses it any more.
-    if (object->type && object->type->users == 1) {
+    // Told so that the client can forget the type's id when nobody uses it any more.
+    if (object->type != nullptr && object->type->users == 1) {
         body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
     }
     send_to(client, UBUS_MSG_DATA, msg.hdr.seq, msg.hdr.peer, body);

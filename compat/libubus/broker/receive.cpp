@@ -27,7 +27,7 @@ bool ensure_room(Client *client, size_t body_have, size_t body_goal)
         return false;
     }
     auto *grown = static_cast<char *>(realloc(client->rx_body, capacity));
-    if (!grown) {
+    if (grown == nullptr) {
         discharge(client->account, cost);
         return false;
     }

@@ -2,7 +2,7 @@
 #include "broker.h"
 #include "wire.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -17,7 +17,7 @@ namespace {
 // Who pays for what is sent to a client. Nobody for what a monitor sees.
 Account *payer_of(const Client *client, int type)
 {
-    if (client->account || type == UBUS_MSG_MONITOR) {
+    if (client->account != nullptr || type == UBUS_MSG_MONITOR) {
         return client->account;
     }
     return turn.account;
@@ -69,7 +69,7 @@ void free_outgoing(Client *client, Outgoing *out)
 bool enqueue(Client *client, Account *payer, const iovec *parts, size_t len, size_t sent, int *fd)
 {
     auto *out = static_cast<Outgoing *>(malloc(sizeof(Outgoing) + len));
-    if (!out) {
+    if (out == nullptr) {
         return false;
     }
     memcpy(out->bytes, parts[0].iov_base, parts[0].iov_len);
@@ -78,7 +78,7 @@ bool enqueue(Client *client, Account *payer, const iovec *parts, size_t len, siz
     out->len = len;
     out->sent = sent;
     out->fd = -1;
-    if (fd) {
+    if (fd != nullptr) {
         out->fd = *fd;
         *fd = -1;
     }
@@ -110,14 +110,15 @@ void update_interest(Client *client)
 
 bool has_room(const Client *client, size_t len)
 {
-    return list_empty(&client->tx) || client->tx_len + len <= (turn.account ? max_queue : 2 * max_queue);
+    return list_empty(&client->tx) ||
+           client->tx_len + len <= (turn.account != nullptr ? max_queue : 2 * max_queue);
 }
 
 bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd)
 {
     const size_t len = wire::header_len + blob_raw_len(body);
     Account *payer = payer_of(client, hdr.type);
-    const Cost cost = cost_of(len, fd ? *fd : -1);
+    const Cost cost = cost_of(len, fd != nullptr ? *fd : -1);
 
     turn.work++;
     if (client->leaving || !has_room(client, len)) {
@@ -126,7 +127,7 @@ bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int
     // What the socket takes as a whole costs nothing. Half a message cannot be taken back: a client without
     // means is cut off then, but root never for a sender's want of them.
     const bool paid = charge(payer, cost);
-    if (!paid && (!client->account || !list_empty(&client->tx))) {
+    if (!paid && (client->account == nullptr || !list_empty(&client->tx))) {
         return false;
     }
     if (hdr.type != UBUS_MSG_MONITOR) {
@@ -139,7 +140,7 @@ bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int
 
     size_t sent = 0;
     if (list_empty(&client->tx)) {
-        sent = write_some(client->sock.fd, parts, 2, fd ? *fd : -1);
+        sent = write_some(client->sock.fd, parts, 2, fd != nullptr ? *fd : -1);
     }
     if (sent < len && paid && enqueue(client, payer, parts, len, sent, fd)) {
         return true;

@@ -3,12 +3,12 @@
 
 #include "broker.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
 #include <pwd.h>
-#include <stdio.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -37,10 +37,10 @@ bool identify(int fd, const ucred &credentials, Identity *identity)
         identity->group_count = len / sizeof(gid_t);
     }
     const passwd *user = getpwuid(credentials.uid);
-    identity->user = copy_text(user ? user->pw_name : nullptr);
+    identity->user = copy_text(user != nullptr ? user->pw_name : nullptr);
     const struct group *group = getgrgid(credentials.gid);
-    identity->group = copy_text(group ? group->gr_name : nullptr);
-    return identity->user && identity->group;
+    identity->group = copy_text(group != nullptr ? group->gr_name : nullptr);
+    return identity->user != nullptr && identity->group != nullptr;
 }
 
 void let_in(int fd)

@@ -56,7 +56,7 @@ void answer_for(const Object *subscriber, Client *client, const Message &msg)
 void notify_subscribers(Client *client, const Object *object, const Message &msg, bool silent)
 {
     const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
-    const size_t least_len = msg.attr[UBUS_ATTR_DATA] ? blob_raw_len(msg.attr[UBUS_ATTR_DATA]) : 0;
+    const size_t least_len = msg.attr[UBUS_ATTR_DATA] != nullptr ? blob_raw_len(msg.attr[UBUS_ATTR_DATA]) : 0;
     ObjectMessage call;
     Subscription *subscription;
 
@@ -102,31 +102,31 @@ void drop_subscriptions(Object *object)
 
 int handle_subscribe(Client *client, const Message &msg)
 {
-    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_TARGET]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_TARGET] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
     Object *target = object_find(blob_get_u32(msg.attr[UBUS_ATTR_TARGET]));
-    if (!subscriber || subscriber->client != client) {
+    if (subscriber == nullptr || subscriber->client != client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (!target) {
+    if (target == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (target->client == client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (target->path && !acl_allows(client, Access::subscribe, target->path)) {
+    if (target->path != nullptr && !acl_allows(client, Access::subscribe, target->path)) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    if (find_subscription(subscriber, target->id)) {
+    if (find_subscription(subscriber, target->id) != nullptr) {
         return UBUS_STATUS_OK;
     }
     if (!charge(client->account, one_subscription)) {
         return UBUS_STATUS_NO_MEMORY;
     }
     auto *subscription = static_cast<Subscription *>(calloc(1, sizeof(Subscription)));
-    if (!subscription) {
+    if (subscription == nullptr) {
         discharge(client->account, one_subscription);
         return UBUS_STATUS_NO_MEMORY;
     }
@@ -143,16 +143,16 @@ int handle_subscribe(Client *client, const Message &msg)
 
 int handle_unsubscribe(Client *client, const Message &msg)
 {
-    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_TARGET]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_TARGET] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
     const uint32_t target_id = blob_get_u32(msg.attr[UBUS_ATTR_TARGET]);
-    if (!subscriber || subscriber->client != client) {
+    if (subscriber == nullptr || subscriber->client != client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     Subscription *subscription = find_subscription(subscriber, target_id);
-    if (!subscription) {
+    if (subscription == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     Object *target = subscription->target;
@@ -165,18 +165,19 @@ int handle_unsubscribe(Client *client, const Message &msg)
 
 int handle_notify(Client *client, const Message &msg)
 {
-    if (!msg.attr[UBUS_ATTR_OBJID] || !msg.attr[UBUS_ATTR_METHOD]) {
+    if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_METHOD] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
-    if (!object) {
+    if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (object->client != client) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     Subscription *subscription;
-    const bool silent = msg.attr[UBUS_ATTR_NO_REPLY] && blob_get_u8(msg.attr[UBUS_ATTR_NO_REPLY]);
+    const bool silent =
+        msg.attr[UBUS_ATTR_NO_REPLY] != nullptr && (blob_get_u8(msg.attr[UBUS_ATTR_NO_REPLY]) != 0);
     if (!silent) {
         Builder body;
         body.put_u32(UBUS_ATTR_OBJID, object->id);

@@ -1,8 +1,8 @@
 // ubus: talks to the bus from a shell.
 #include "cli.h"
 
+#include <cstdio>
 #include <getopt.h>
-#include <stdio.h>
 
 namespace {
 
@@ -36,7 +36,7 @@ void usage(FILE *out)
 int run(const cli::Options &options, const Entry &command, int argc, char **argv)
 {
     ubus_context *ctx = ubus_connect(options.socket);
-    if (!ctx) {
+    if (ctx == nullptr) {
         if (!options.simple) {
             fprintf(stderr, "Failed to connect to ubus\n");
         }

@@ -1,7 +1,7 @@
 // Commands that ask once: list, call, send.
 #include "cli.h"
 
-#include <stdio.h>
+#include <cstdio>
 #include <unistd.h>
 
 namespace cli {
@@ -42,7 +42,7 @@ void print_object(ubus_context *, ubus_object_data *object, void *priv)
     blob_for_each_attr(method, object->signature, rem)
     {
         char *text = blobmsg_format_json_with_cb(method, false, argument_type, nullptr, -1);
-        printf("\t%s\n", text ? text : "");
+        printf("\t%s\n", text != nullptr ? text : "");
         free(text);
     }
 }
@@ -51,7 +51,7 @@ void print_reply(ubus_request *req, int, blob_attr *msg)
 {
     const auto &options = *static_cast<const Options *>(req->priv);
     char *text = blobmsg_format_json_indent(msg, true, options.simple ? -1 : 0);
-    printf("%s\n", text ? text : "");
+    printf("%s\n", text != nullptr ? text : "");
     free(text);
 }
 
@@ -62,7 +62,7 @@ int invoke(ubus_context *ctx, const Options &options, const char *object, const 
     uint32_t id = 0;
 
     *found = true;
-    if (json && !blobmsg_add_json_from_string(&args, json)) {
+    if (json != nullptr && !blobmsg_add_json_from_string(&args, json)) {
         return UBUS_STATUS_PARSE_ERROR;
     }
     const int status = ubus_lookup_id(ctx, object, &id);

@@ -1,7 +1,7 @@
 // Commands that stay: listen, wait_for.
 #include "cli.h"
 
-#include <stdio.h>
+#include <cstdio>
 
 namespace cli {
 
@@ -23,7 +23,7 @@ void end_loop(uloop_timeout *)
 void print_event(ubus_context *, ubus_event_handler *, const char *name, blob_attr *msg)
 {
     char *text = blobmsg_format_json(msg, true);
-    printf("{ \"%s\": %s }\n", name, text ? text : "");
+    printf("{ \"%s\": %s }\n", name, text != nullptr ? text : "");
     fflush(stdout);
     free(text);
 }
@@ -37,7 +37,7 @@ struct Wait {
 
 void mark_found(Wait *wait, int index)
 {
-    if (wait->names[index]) {
+    if (wait->names[index] != nullptr) {
         wait->names[index] = nullptr;
         wait->missing--;
     }
@@ -50,11 +50,11 @@ void on_object_added(ubus_context *, ubus_event_handler *handler, const char *, 
     blob_attr *path;
 
     blobmsg_parse_attr(policy, 1, &path, msg);
-    if (!path) {
+    if (path == nullptr) {
         return;
     }
     for (int i = 0; i < wait->count; i++) {
-        if (wait->names[i] && strcmp(wait->names[i], blobmsg_get_string(path)) == 0) {
+        if (wait->names[i] != nullptr && strcmp(wait->names[i], blobmsg_get_string(path)) == 0) {
             mark_found(wait, i);
         }
     }
@@ -121,7 +121,7 @@ int wait_for(ubus_context *ctx, const Options &options, int argc, char **argv)
     ubus_add_uloop(ctx);
     for (int i = 0; i < argc; i++) {
         uint32_t id = 0;
-        if (argv[i] && ubus_lookup_id(ctx, argv[i], &id) == 0 && id) {
+        if (argv[i] != nullptr && ubus_lookup_id(ctx, argv[i], &id) == 0 && id) {
             mark_found(&wait, i);
         }
     }

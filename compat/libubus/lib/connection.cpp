@@ -2,7 +2,7 @@
 #include "internal.h"
 #include "wire.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -104,7 +104,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path)
     ctx->sock.eof = false;
     ctx->sock.error = false;
 
-    ctx->sock.fd = connect_socket(path ? path : UBUS_UNIX_SOCKET);
+    ctx->sock.fd = connect_socket(path != nullptr ? path : UBUS_UNIX_SOCKET);
     if (ctx->sock.fd < 0) {
         return UBUS_STATUS_CONNECTION_FAILED;
     }
@@ -136,7 +136,7 @@ int ubus_connect_ctx(ubus_context *ctx, const char *path)
 ubus_context *ubus_connect(const char *path)
 {
     auto *ctx = static_cast<ubus_context *>(calloc(1, sizeof(ubus_context)));
-    if (!ctx) {
+    if (ctx == nullptr) {
         return nullptr;
     }
     if (ubus_connect_ctx(ctx, path) != 0) {

@@ -35,7 +35,7 @@ int ubus_register_event_handler(ubus_context *ctx, ubus_event_handler *ev, const
         }
     }
     args.ok = args.ok && blobmsg_add_u32(&args, "object", ev->obj.id) == 0 &&
-              (!pattern || blobmsg_add_string(&args, "pattern", pattern) == 0);
+              (pattern == nullptr || blobmsg_add_string(&args, "pattern", pattern) == 0);
     return call_event_object(ctx, "register", args);
 }
 

@@ -5,7 +5,7 @@
 // another one.
 #pragma once
 
-#include <stddef.h>
+#include <cstddef>
 
 // What is declared there is all that the library exports.
 #pragma GCC visibility push(default)

@@ -45,11 +45,11 @@ void take_ids(ubus_request *req, int, blob_attr *msg)
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
-    if (!attributes[UBUS_ATTR_OBJID]) {
+    if (attributes[UBUS_ATTR_OBJID] == nullptr) {
         return;
     }
     obj->id = blob_get_u32(attributes[UBUS_ATTR_OBJID]);
-    if (attributes[UBUS_ATTR_OBJTYPE] && obj->type) {
+    if (attributes[UBUS_ATTR_OBJTYPE] != nullptr && obj->type != nullptr) {
         obj->type->id = blob_get_u32(attributes[UBUS_ATTR_OBJTYPE]);
     }
 }
@@ -60,11 +60,11 @@ void forget_ids(ubus_request *req, int, blob_attr *msg)
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
-    if (!attributes[UBUS_ATTR_OBJID]) {
+    if (attributes[UBUS_ATTR_OBJID] == nullptr) {
         return;
     }
     obj->id = 0;
-    if (attributes[UBUS_ATTR_OBJTYPE] && obj->type) {
+    if (attributes[UBUS_ATTR_OBJTYPE] != nullptr && obj->type != nullptr) {
         obj->type->id = 0;
     }
 }
@@ -81,7 +81,7 @@ const ubus_method *find_method(const ubus_object *obj, const char *name)
     for (int i = 0; i < obj->n_methods; i++) {
         const ubus_method &method = obj->methods[i];
         // A method without a name takes every call.
-        if (!method.name || strcmp(method.name, name) == 0) {
+        if (method.name == nullptr || strcmp(method.name, name) == 0) {
             return &method;
         }
     }
@@ -90,20 +90,20 @@ const ubus_method *find_method(const ubus_object *obj, const char *name)
 
 int call_method(ubus_context *ctx, ubus_request_data *req, blob_attr **attributes)
 {
-    if (!attributes[UBUS_ATTR_METHOD] || !attributes[UBUS_ATTR_DATA]) {
+    if (attributes[UBUS_ATTR_METHOD] == nullptr || attributes[UBUS_ATTR_DATA] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     ubus_object *obj = find_object(ctx, attributes[UBUS_ATTR_OBJID]);
-    if (!obj) {
+    if (obj == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     const char *name = blob_get_string(attributes[UBUS_ATTR_METHOD]);
     const ubus_method *method = find_method(obj, name);
-    if (!method || !method->handler) {
+    if (method == nullptr || method->handler == nullptr) {
         return UBUS_STATUS_METHOD_NOT_FOUND;
     }
     req->acl.object = obj->name;
-    if (attributes[UBUS_ATTR_USER] && attributes[UBUS_ATTR_GROUP]) {
+    if (attributes[UBUS_ATTR_USER] != nullptr && attributes[UBUS_ATTR_GROUP] != nullptr) {
         req->acl.user = blob_get_string(attributes[UBUS_ATTR_USER]);
         req->acl.group = blob_get_string(attributes[UBUS_ATTR_GROUP]);
     }
@@ -112,7 +112,8 @@ int call_method(ubus_context *ctx, ubus_request_data *req, blob_attr **attribute
 
 void handle_invoke(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr **attributes, int fd)
 {
-    const bool no_reply = attributes[UBUS_ATTR_NO_REPLY] && blob_get_u8(attributes[UBUS_ATTR_NO_REPLY]);
+    const bool no_reply =
+        attributes[UBUS_ATTR_NO_REPLY] != nullptr && (blob_get_u8(attributes[UBUS_ATTR_NO_REPLY]) != 0);
     ubus_request_data req = {};
     req.object = blob_get_u32(attributes[UBUS_ATTR_OBJID]);
     req.peer = hdr.peer;
@@ -133,11 +134,11 @@ void handle_invoke(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr **attrib
 void handle_state(ubus_context *ctx, blob_attr **attributes)
 {
     ubus_object *obj = find_object(ctx, attributes[UBUS_ATTR_OBJID]);
-    if (!obj || !attributes[UBUS_ATTR_ACTIVE]) {
+    if (obj == nullptr || attributes[UBUS_ATTR_ACTIVE] == nullptr) {
         return;
     }
     obj->has_subscribers = blob_get_u8(attributes[UBUS_ATTR_ACTIVE]) != 0;
-    if (obj->subscribe_cb) {
+    if (obj->subscribe_cb != nullptr) {
         obj->subscribe_cb(ctx, obj);
     }
 }
@@ -154,7 +155,8 @@ void on_lookup_result(ubus_request *req, int, blob_attr *msg)
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
-    if (!attributes[UBUS_ATTR_OBJID] || !attributes[UBUS_ATTR_OBJPATH] || !attributes[UBUS_ATTR_OBJTYPE]) {
+    if (attributes[UBUS_ATTR_OBJID] == nullptr || attributes[UBUS_ATTR_OBJPATH] == nullptr ||
+        attributes[UBUS_ATTR_OBJTYPE] == nullptr) {
         return;
     }
     ubus_object_data data = {};
@@ -162,10 +164,10 @@ void on_lookup_result(ubus_request *req, int, blob_attr *msg)
     data.path = blob_get_string(attributes[UBUS_ATTR_OBJPATH]);
     data.type_id = blob_get_u32(attributes[UBUS_ATTR_OBJTYPE]);
     data.signature = attributes[UBUS_ATTR_SIGNATURE];
-    if (lookup->id) {
+    if (lookup->id != nullptr) {
         *lookup->id = data.id;
     }
-    if (lookup->cb) {
+    if (lookup->cb != nullptr) {
         lookup->cb(req->ctx, &data, lookup->priv);
     }
 }
@@ -175,7 +177,7 @@ int run_lookup(ubus_context *ctx, const char *path, Lookup lookup)
     wire::Builder msg;
     ubus_request req;
 
-    if (path) {
+    if (path != nullptr) {
         msg.put_string(UBUS_ATTR_OBJPATH, path);
     }
     const int status = start_request(ctx, &req, msg, UBUS_MSG_LOOKUP, 0);
@@ -194,14 +196,14 @@ void handle_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr 
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
-    if (hdr.type == UBUS_MSG_INVOKE && attributes[UBUS_ATTR_OBJID]) {
+    if (hdr.type == UBUS_MSG_INVOKE && attributes[UBUS_ATTR_OBJID] != nullptr) {
         handle_invoke(ctx, hdr, attributes, fd);
         return;
     }
     if (fd >= 0) {
         close(fd);
     }
-    if (hdr.type == UBUS_MSG_NOTIFY && attributes[UBUS_ATTR_OBJID]) {
+    if (hdr.type == UBUS_MSG_NOTIFY && attributes[UBUS_ATTR_OBJID] != nullptr) {
         handle_state(ctx, attributes);
     }
 }
@@ -211,7 +213,8 @@ void refuse_call(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int 
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
-    if (hdr.type != UBUS_MSG_INVOKE || !attributes[UBUS_ATTR_OBJID] || attributes[UBUS_ATTR_NO_REPLY]) {
+    if (hdr.type != UBUS_MSG_INVOKE || attributes[UBUS_ATTR_OBJID] == nullptr ||
+        attributes[UBUS_ATTR_NO_REPLY] != nullptr) {
         return;
     }
     ubus_request_data req = {};
@@ -231,7 +234,7 @@ bool register_objects_again(ubus_context *ctx)
     INIT_LIST_HEAD(&objects);
     avl_for_each_element_safe(&ctx->objects, obj, avl, next)
     {
-        if (obj->type) {
+        if (obj->type != nullptr) {
             obj->type->id = 0;
         }
         avl_delete(&ctx->objects, &obj->avl);
@@ -264,7 +267,7 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
     wire::Builder msg;
     ubus_request req;
 
-    if (obj->name && obj->type) {
+    if (obj->name != nullptr && obj->type != nullptr) {
         msg.put_string(UBUS_ATTR_OBJPATH, obj->name);
         put_type(msg, *obj->type);
     }
@@ -278,7 +281,7 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
     if (status) {
         // The ids may have come before the connection went; the next broker does not know them.
         obj->id = 0;
-        if (obj->type) {
+        if (obj->type != nullptr) {
             obj->type->id = 0;
         }
         return status;

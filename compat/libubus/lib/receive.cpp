@@ -19,28 +19,29 @@ constexpr int max_queued = 1024;
 ReceivedMessage *receive_buffer(ubus_context *ctx)
 {
     auto *body = reinterpret_cast<char *>(ctx->msgbuf.data);
-    return body ? reinterpret_cast<ReceivedMessage *>(body - offsetof(ReceivedMessage, body)) : nullptr;
+    return body != nullptr ? reinterpret_cast<ReceivedMessage *>(body - offsetof(ReceivedMessage, body))
+                           : nullptr;
 }
 
 void set_receive_buffer(ubus_context *ctx, ReceivedMessage *rx)
 {
-    ctx->msgbuf.data = rx ? reinterpret_cast<blob_attr *>(rx->body) : nullptr;
-    ctx->msgbuf_data_len = rx ? static_cast<uint32_t>(rx->capacity) : 0;
+    ctx->msgbuf.data = rx != nullptr ? reinterpret_cast<blob_attr *>(rx->body) : nullptr;
+    ctx->msgbuf_data_len = rx != nullptr ? static_cast<uint32_t>(rx->capacity) : 0;
 }
 
 // The context's buffer with room for a body of this length, contents kept; null without memory.
 ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
 {
     ReceivedMessage *rx = receive_buffer(ctx);
-    if (rx && rx->capacity >= body_len) {
+    if (rx != nullptr && rx->capacity >= body_len) {
         return rx;
     }
     const size_t capacity = (body_len + UBUS_MSG_CHUNK_SIZE - 1) / UBUS_MSG_CHUNK_SIZE * UBUS_MSG_CHUNK_SIZE;
     auto *grown = static_cast<ReceivedMessage *>(realloc(rx, sizeof(ReceivedMessage) + capacity));
-    if (!grown) {
+    if (grown == nullptr) {
         return nullptr;
     }
-    if (!rx) {
+    if (rx == nullptr) {
         grown->have = 0;
         grown->fd = -1;
     }
@@ -65,7 +66,7 @@ Step receive_step(ubus_context *ctx)
 {
     for (;;) {
         ReceivedMessage *rx = ensure_capacity(ctx, sizeof(blob_attr));
-        if (!rx) {
+        if (rx == nullptr) {
             return Step::broken;
         }
         const size_t goal = wire::goal(rx->have, rx->body);
@@ -76,7 +77,7 @@ Step receive_step(ubus_context *ctx)
             return Step::message;
         }
         rx = ensure_capacity(ctx, goal - header_len);
-        if (!rx) {
+        if (rx == nullptr) {
             return Step::broken;
         }
         const Step step = wire::step_after(read_towards(ctx, rx, goal));
@@ -93,8 +94,8 @@ void give_back(ubus_context *ctx, ReceivedMessage *rx)
     if (rx->capacity > UBUS_MSG_CHUNK_SIZE) {
         ctx->msgbuf_reduction_counter = small ? ctx->msgbuf_reduction_counter + 1 : 0;
     }
-    if (ctx->msgbuf.data || (rx->capacity > UBUS_MSG_CHUNK_SIZE &&
-                             ctx->msgbuf_reduction_counter >= small_messages_before_shrinking)) {
+    if (ctx->msgbuf.data != nullptr || (rx->capacity > UBUS_MSG_CHUNK_SIZE &&
+                                        ctx->msgbuf_reduction_counter >= small_messages_before_shrinking)) {
         ctx->msgbuf_reduction_counter = 0;
         free(rx);
         return;
@@ -121,7 +122,7 @@ void dispatch(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd)
         }
         return;
     case UBUS_MSG_MONITOR:
-        if (ctx->monitor_cb) {
+        if (ctx->monitor_cb != nullptr) {
             ctx->monitor_cb(ctx, hdr.seq, msg);
         }
         break;
@@ -153,7 +154,7 @@ void connection_is_lost(ubus_context *ctx)
 {
     ctx->sock.eof = true;
     ubus_flush_requests(ctx);
-    if (ctx->connection_lost && ctx->connection_lost != default_connection_lost) {
+    if (ctx->connection_lost != nullptr && ctx->connection_lost != default_connection_lost) {
         // Out of the loop first: a dead socket stays readable, and the handler may free the context.
         uloop_fd_delete(&ctx->sock);
         ctx->connection_lost(ctx);
@@ -190,7 +191,7 @@ void on_readable(uloop_fd *sock, unsigned int)
 void free_receive_buffer(ubus_context *ctx)
 {
     ReceivedMessage *rx = receive_buffer(ctx);
-    if (rx && rx->fd >= 0) {
+    if (rx != nullptr && rx->fd >= 0) {
         close(rx->fd);
     }
     free(rx);
@@ -200,11 +201,11 @@ void free_receive_buffer(ubus_context *ctx)
 QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd)
 {
     auto *message = static_cast<QueuedMessage *>(calloc(1, sizeof(QueuedMessage)));
-    if (!message) {
+    if (message == nullptr) {
         return nullptr;
     }
     message->data = blob_memdup(msg);
-    if (!message->data) {
+    if (message->data == nullptr) {
         free(message);
         return nullptr;
     }
@@ -232,7 +233,7 @@ void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *
     }
 
     QueuedMessage *message = count < max_queued ? new_queued_message(hdr, msg, fd) : nullptr;
-    if (!message) {
+    if (message == nullptr) {
         if (fd >= 0) {
             close(fd);
         }

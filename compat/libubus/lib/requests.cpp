@@ -3,9 +3,9 @@
 #include "internal.h"
 #include "wire.h"
 
-#include <errno.h>
+#include <cerrno>
+#include <ctime>
 #include <poll.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace bus {
@@ -14,20 +14,20 @@ namespace {
 
 void complete(ubus_request *req)
 {
-    if (req->complete_cb) {
+    if (req->complete_cb != nullptr) {
         req->complete_cb(req, req->status_code);
     }
 }
 
 void call_data_callbacks(ubus_request *req, int type, blob_attr *msg)
 {
-    if (req->raw_data_cb) {
+    if (req->raw_data_cb != nullptr) {
         req->raw_data_cb(req, type, msg);
     }
-    if (req->data_cb) {
+    if (req->data_cb != nullptr) {
         blob_attr *attributes[UBUS_ATTR_MAX];
         wire::parse(msg, attributes);
-        if (attributes[UBUS_ATTR_DATA]) {
+        if (attributes[UBUS_ATTR_DATA] != nullptr) {
             req->data_cb(req, type, attributes[UBUS_ATTR_DATA]);
         }
     }
@@ -90,7 +90,7 @@ void pass_fd(ubus_request *req, int fd)
     if (fd < 0) {
         return;
     }
-    if (req && req->fd_cb) {
+    if (req != nullptr && req->fd_cb != nullptr) {
         req->fd_cb(req, fd);
     } else {
         close(fd);
@@ -124,7 +124,7 @@ bool serve_until(ubus_context *ctx, bool limited, int64_t deadline)
 void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd)
 {
     ubus_request *req = find_request(ctx, hdr);
-    if (!req) {
+    if (req == nullptr) {
         pass_fd(nullptr, fd);
         return;
     }
@@ -133,7 +133,7 @@ void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int
         wire::parse(msg, attributes);
         const blob_attr *status = attributes[UBUS_ATTR_STATUS];
         pass_fd(req, fd);
-        finish(ctx, req, status ? blob_get_int32(status) : UBUS_STATUS_INVALID_ARGUMENT);
+        finish(ctx, req, status != nullptr ? blob_get_int32(status) : UBUS_STATUS_INVALID_ARGUMENT);
         return;
     }
     pass_fd(nullptr, fd);

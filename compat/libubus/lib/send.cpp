@@ -2,7 +2,7 @@
 #include "internal.h"
 #include "wire.h"
 
-#include <errno.h>
+#include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>

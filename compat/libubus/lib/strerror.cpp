@@ -1,7 +1,7 @@
 // Texts of the status codes.
 #include "internal.h"
 
-#include <stdio.h>
+#include <cstdio>
 
 namespace {
 

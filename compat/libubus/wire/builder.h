@@ -12,15 +12,15 @@ struct Builder : blob_buf {
     Builder(const Builder &) = delete;
     Builder &operator=(const Builder &) = delete;
 
-    void check(const void *added) { ok = ok && added; }
+    void check(const void *added) { ok = ok && added != nullptr; }
     void put_u8(int id, uint8_t value) { check(blob_put_u8(this, id, value)); }
     void put_u32(int id, uint32_t value) { check(blob_put_u32(this, id, value)); }
     void put_string(int id, const char *text) { check(blob_put_string(this, id, text)); }
     // The payload of attr as the attribute `id`; null is an empty one.
     void put_data(int id, const blob_attr *attr)
     {
-        check(blob_put(this, id, attr ? blob_data(attr) : nullptr,
-                       attr ? static_cast<unsigned int>(blob_len(attr)) : 0));
+        check(blob_put(this, id, attr != nullptr ? blob_data(attr) : nullptr,
+                       attr != nullptr ? static_cast<unsigned int>(blob_len(attr)) : 0));
     }
     bool sendable() const { return ok && blob_raw_len(head) <= UBUS_MAX_MSGLEN; }
 
