@@ -50,7 +50,7 @@ public:
     // One too many of a user stays outside.
     void join(bool as_root)
     {
-        broker::Account *account;
+        broker::user_account *account;
         leave();
         if (!broker::account_join(as_root ? 0 : nobody(), &account)) {
             return;
@@ -58,7 +58,7 @@ public:
         int ends[2];
         promise(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
                 "there are sockets");
-        broker::Identity identity = {};
+        broker::peer_identity identity = {};
         identity.uid = as_root ? 0 : nobody();
         identity.gid = identity.uid;
         identity.user = broker::copy_text(as_root ? "root" : "nobody");
@@ -178,14 +178,14 @@ void check_service(int joined)
 // A user whose clients have gone may have everything again.
 void check_budgets()
 {
-    constexpr broker::Cost first = {.connections = 1};
-    constexpr broker::Cost rest = {.connections = 31,
-                                   .descriptors = 16,
-                                   .bytes = 3 << 20,
-                                   .objects = 64,
-                                   .types = 64,
-                                   .subscriptions = 128};
-    broker::Account *account;
+    constexpr broker::resource_cost first = {.connections = 1};
+    constexpr broker::resource_cost rest = {.connections = 31,
+                                            .descriptors = 16,
+                                            .bytes = 3 << 20,
+                                            .objects = 64,
+                                            .types = 64,
+                                            .subscriptions = 128};
+    broker::user_account *account;
     promise(broker::account_join(nobody(), &account), "nothing stays charged: connections");
     promise(broker::charge(account, rest), "nothing stays charged");
     broker::discharge(account, rest);

@@ -10,14 +10,14 @@ constexpr int max_tabs = 16;
 // A message can nest deeper than any stack; what lies deeper than this prints as an empty container.
 constexpr int max_depth = 1000;
 
-class Writer {
+class json_writer {
 public:
-    Writer(blobmsg_json_format_t callback, void *callback_priv, int indent)
+    json_writer(blobmsg_json_format_t callback, void *callback_priv, int indent)
         : format_(callback), priv_(callback_priv), pretty_(indent >= 0), level_(indent)
     {}
-    ~Writer() { free(text_); }
-    Writer(const Writer &) = delete;
-    Writer &operator=(const Writer &) = delete;
+    ~json_writer() { free(text_); }
+    json_writer(const json_writer &) = delete;
+    json_writer &operator=(const json_writer &) = delete;
 
     void list(blob_attr *attr, bool array);
     void element(blob_attr *attr, bool with_name);
@@ -42,7 +42,7 @@ private:
     bool failed_ = false;
 };
 
-void Writer::raw(const char *text, size_t len)
+void json_writer::raw(const char *text, size_t len)
 {
     if (failed_) {
         return;
@@ -62,7 +62,7 @@ void Writer::raw(const char *text, size_t len)
     text_[len_] = 0;
 }
 
-char *Writer::take()
+char *json_writer::take()
 {
     raw("", 0);
     if (failed_) {
@@ -73,7 +73,7 @@ char *Writer::take()
     return text;
 }
 
-void Writer::new_line()
+void json_writer::new_line()
 {
     if (!pretty_) {
         return;
@@ -82,7 +82,7 @@ void Writer::new_line()
     raw(line, 1 + static_cast<size_t>(level_ < max_tabs ? level_ : max_tabs));
 }
 
-void Writer::quoted(const char *text)
+void json_writer::quoted(const char *text)
 {
     static const char hex[] = "0123456789abcdef";
     const char *plain = text;
@@ -125,7 +125,7 @@ void Writer::quoted(const char *text)
     raw("\"");
 }
 
-void Writer::scalar(blob_attr *attr)
+void json_writer::scalar(blob_attr *attr)
 {
     char number[400];
 
@@ -148,7 +148,7 @@ void Writer::scalar(blob_attr *attr)
     raw(number);
 }
 
-void Writer::value(blob_attr *attr)
+void json_writer::value(blob_attr *attr)
 {
     if (format_ != nullptr) {
         if (const char *replacement = format_(priv_, attr)) {
@@ -164,7 +164,7 @@ void Writer::value(blob_attr *attr)
     }
 }
 
-void Writer::element(blob_attr *attr, bool with_name)
+void json_writer::element(blob_attr *attr, bool with_name)
 {
     // A plain attribute has neither a name nor a checked payload, so only its members can be shown.
     if (!blobmsg_check_attr(attr, false)) {
@@ -181,7 +181,7 @@ void Writer::element(blob_attr *attr, bool with_name)
     value(attr);
 }
 
-void Writer::list(blob_attr *attr, bool array)
+void json_writer::list(blob_attr *attr, bool array)
 {
     blob_attr *pos;
     size_t rem;
@@ -213,7 +213,7 @@ void Writer::list(blob_attr *attr, bool array)
 char *blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_format_t cb, void *priv,
                                   int indent)
 {
-    Writer writer(cb, priv, indent);
+    json_writer writer(cb, priv, indent);
     if (list) {
         writer.list(attr, blob_is_extended(attr) && blobmsg_type(attr) == BLOBMSG_TYPE_ARRAY);
     } else {
@@ -224,7 +224,7 @@ char *blobmsg_format_json_with_cb(blob_attr *attr, bool list, blobmsg_json_forma
 
 char *blobmsg_format_json_value_with_cb(blob_attr *attr, blobmsg_json_format_t cb, void *priv, int indent)
 {
-    Writer writer(cb, priv, indent);
+    json_writer writer(cb, priv, indent);
     writer.element(attr, false);
     return writer.take();
 }

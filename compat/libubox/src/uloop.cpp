@@ -16,12 +16,12 @@ uloop_fd waker = {};
 int run_depth = 0;
 volatile int run_status = 0;
 
-struct HandledSignal {
+struct handled_signal {
     int number;
     struct sigaction previous;
     bool installed;
 };
-HandledSignal handled[] = {{SIGINT, {}, false}, {SIGTERM, {}, false}, {SIGCHLD, {}, false}};
+handled_signal handled[] = {{SIGINT, {}, false}, {SIGTERM, {}, false}, {SIGCHLD, {}, false}};
 
 void wake()
 {
@@ -88,7 +88,7 @@ void waker_close()
     close(write_fd);
 }
 
-void install(HandledSignal &signal, void (*handler)(int))
+void install(handled_signal &signal, void (*handler)(int))
 {
     struct sigaction current = {};
 
@@ -103,7 +103,7 @@ void install(HandledSignal &signal, void (*handler)(int))
 
 void signals_install()
 {
-    for (HandledSignal &signal : handled) {
+    for (handled_signal &signal : handled) {
         if (signal.number != SIGCHLD) {
             install(signal, on_end_signal);
         } else if (uloop_handle_sigchld) {
@@ -120,7 +120,7 @@ void signals_install()
 
 void signals_restore()
 {
-    for (HandledSignal &signal : handled) {
+    for (handled_signal &signal : handled) {
         struct sigaction current = {};
         if (!signal.installed) {
             continue;

@@ -12,23 +12,23 @@ namespace {
 
 constexpr int max_events = 10;
 
-struct ReadyFd {
+struct ready_fd {
     uloop_fd *fd;
     unsigned int events;
 };
 
 // One entry for each callback on the stack, innermost first.
-struct ActiveCallback {
-    ActiveCallback *outer;
+struct active_callback {
+    active_callback *outer;
     uloop_fd *fd;
     unsigned int events;
 };
 
 int epoll_fd = -1;
-ReadyFd ready[max_events];
+ready_fd ready[max_events];
 int ready_count = 0;
 int ready_next = 0;
-ActiveCallback *active = nullptr;
+active_callback *active = nullptr;
 
 void forget_undelivered(const uloop_fd *fd)
 {
@@ -37,7 +37,7 @@ void forget_undelivered(const uloop_fd *fd)
             ready[i].fd = nullptr;
         }
     }
-    for (ActiveCallback *entry = active; entry != nullptr; entry = entry->outer) {
+    for (active_callback *entry = active; entry != nullptr; entry = entry->outer) {
         if (entry->fd == fd) {
             entry->fd = nullptr;
         }
@@ -95,7 +95,7 @@ bool left_to_outer_callback(const uloop_fd *fd, unsigned int events)
     if (!(fd->flags & ULOOP_EDGE_TRIGGER)) {
         return false;
     }
-    for (ActiveCallback *entry = active; entry != nullptr; entry = entry->outer) {
+    for (active_callback *entry = active; entry != nullptr; entry = entry->outer) {
         if (entry->fd == fd) {
             entry->events |= events | ULOOP_EVENT_BUFFERED;
             return true;
@@ -109,7 +109,7 @@ void dispatch(uloop_fd *fd, unsigned int events)
     if (fd == nullptr || fd->cb == nullptr || left_to_outer_callback(fd, events)) {
         return;
     }
-    ActiveCallback self = {active, fd, 0};
+    active_callback self = {active, fd, 0};
     active = &self;
     do {
         self.events = 0;
@@ -147,7 +147,7 @@ void fds_run(int timeout)
         fetch(timeout);
     }
     while (ready_next < ready_count) {
-        const ReadyFd item = ready[ready_next++];
+        const ready_fd item = ready[ready_next++];
         if (item.fd != nullptr) {
             dispatch(item.fd, item.events);
             return;

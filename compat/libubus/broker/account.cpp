@@ -8,46 +8,46 @@ namespace broker {
 
 namespace {
 
-struct Budget {
-    size_t Cost::*resource;
+struct resource_budget {
+    size_t resource_cost::*resource;
     size_t each; // of one user
     size_t all;  // of all users but root
 };
 
 constexpr size_t megabyte = 1 << 20;
 
-Budget budgets[] = {
-    {&Cost::connections, 32, 256},
-    {&Cost::descriptors, 16, 128},
+resource_budget budgets[] = {
+    {&resource_cost::connections, 32, 256},
+    {&resource_cost::descriptors, 16, 128},
     // The largest message takes two: one where it is received, one where it waits.
-    {&Cost::bytes, 3 * megabyte, 18 * megabyte},
-    {&Cost::objects, 64, 512},
-    {&Cost::types, 64, 512},
-    {&Cost::subscriptions, 128, 1024},
+    {&resource_cost::bytes, 3 * megabyte, 18 * megabyte},
+    {&resource_cost::objects, 64, 512},
+    {&resource_cost::types, 64, 512},
+    {&resource_cost::subscriptions, 128, 1024},
 };
 
 list_head accounts = LIST_HEAD_INIT(accounts);
-Cost used_by_all = {};
+resource_cost used_by_all = {};
 
-void limit_share(size_t Cost::*resource, size_t most)
+void limit_share(size_t resource_cost::*resource, size_t most)
 {
-    for (Budget &budget : budgets) {
+    for (resource_budget &budget : budgets) {
         if (budget.resource == resource && budget.all > most) {
             budget.all = most;
         }
     }
 }
 
-Account *find_or_open(uid_t uid)
+user_account *find_or_open(uid_t uid)
 {
-    Account *account;
+    user_account *account;
     list_for_each_entry(account, &accounts, list)
     {
         if (account->uid == uid) {
             return account;
         }
     }
-    account = static_cast<Account *>(calloc(1, sizeof(Account)));
+    account = static_cast<user_account *>(calloc(1, sizeof(user_account)));
     if (account != nullptr) {
         account->uid = uid;
         list_add_tail(&account->list, &accounts);
@@ -55,9 +55,9 @@ Account *find_or_open(uid_t uid)
     return account;
 }
 
-void close_unused(Account *account)
+void close_unused(user_account *account)
 {
-    if (account->used == Cost{}) {
+    if (account->used == resource_cost{}) {
         list_del(&account->list);
         free(account);
     }
@@ -71,18 +71,18 @@ void accounts_open()
     if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < SIZE_MAX) {
         const auto descriptors = static_cast<size_t>(files.rlim_cur);
         // A connection may hold a second descriptor, which came with a message that is not complete yet.
-        limit_share(&Cost::connections, descriptors / 4);
-        limit_share(&Cost::descriptors, descriptors / 8);
+        limit_share(&resource_cost::connections, descriptors / 4);
+        limit_share(&resource_cost::descriptors, descriptors / 8);
     }
 }
 
-bool account_join(uid_t uid, Account **account)
+bool account_join(uid_t uid, user_account **account)
 {
     *account = nullptr;
     if (uid == 0) {
         return true;
     }
-    Account *found = find_or_open(uid);
+    user_account *found = find_or_open(uid);
     if (found == nullptr) {
         return false;
     }
@@ -94,31 +94,31 @@ bool account_join(uid_t uid, Account **account)
     return true;
 }
 
-bool charge(Account *account, const Cost &cost)
+bool charge(user_account *account, const resource_cost &cost)
 {
     if (account == nullptr) {
         return true;
     }
-    for (const Budget &budget : budgets) {
+    for (const resource_budget &budget : budgets) {
         const size_t amount = cost.*budget.resource;
         if (amount > 0 && (account->used.*budget.resource + amount > budget.each ||
                            used_by_all.*budget.resource + amount > budget.all)) {
             return false;
         }
     }
-    for (const Budget &budget : budgets) {
+    for (const resource_budget &budget : budgets) {
         account->used.*budget.resource += cost.*budget.resource;
         used_by_all.*budget.resource += cost.*budget.resource;
     }
     return true;
 }
 
-void discharge(Account *account, const Cost &cost)
+void discharge(user_account *account, const resource_cost &cost)
 {
     if (account == nullptr) {
         return;
     }
-    for (const Budget &budget : budgets) {
+    for (const resource_budget &budget : budgets) {
         account->used.*budget.resource -= cost.*budget.resource;
         used_by_all.*budget.resource -= cost.*budget.resource;
     }

@@ -7,7 +7,7 @@
 
 namespace broker {
 
-struct Cost {
+struct resource_cost {
     size_t connections = 0;
     size_t descriptors = 0; // that wait in a queue
     size_t bytes = 0;       // received in part, queued, or kept as text and signature
@@ -15,14 +15,14 @@ struct Cost {
     size_t types = 0;
     size_t subscriptions = 0; // to objects and to patterns of events
 
-    bool operator==(const Cost &) const = default;
+    bool operator==(const resource_cost &) const = default;
 };
 
 // Lives as long as anything is charged to it.
-struct Account {
+struct user_account {
     list_head list;
     uid_t uid;
-    Cost used;
+    resource_cost used;
 };
 
 // Sets the share of all users together by the number of descriptors that this process may have.
@@ -30,10 +30,10 @@ void accounts_open();
 
 // Charges a user's first or next connection. *account is null for root. False when a budget is used up or
 // memory is missing.
-bool account_join(uid_t uid, Account **account);
+bool account_join(uid_t uid, user_account **account);
 // Both take null for root. charge is false, and nothing is charged, when a budget of the user or the share of
 // all users does not allow it.
-bool charge(Account *account, const Cost &cost);
-void discharge(Account *account, const Cost &cost);
+bool charge(user_account *account, const resource_cost &cost);
+void discharge(user_account *account, const resource_cost &cost);
 
 } // namespace broker

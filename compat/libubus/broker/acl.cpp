@@ -20,11 +20,11 @@ namespace {
 
 constexpr off_t max_file_size = 1 << 20;
 
-struct Grant {
+struct access_grant {
     list_head list;
     bool to_group;
     uint32_t owner; // user or group id
-    Access access;
+    access_kind access;
     char *name;   // exact, or the beginning when it ends with '*'
     char *method; // of a call; "*" is any
 };
@@ -32,7 +32,7 @@ struct Grant {
 list_head grants = LIST_HEAD_INIT(grants);
 uint32_t sequence = 0;
 
-struct Holder {
+struct grant_holder {
     bool is_group;
     uint32_t id;
 };
@@ -46,7 +46,7 @@ bool name_matches(const char *pattern, const char *name)
     return strcmp(pattern, name) == 0;
 }
 
-bool holds(const Identity &identity, const Grant *grant)
+bool holds(const peer_identity &identity, const access_grant *grant)
 {
     if (!grant->to_group) {
         return identity.uid == grant->owner;
@@ -59,9 +59,9 @@ bool holds(const Identity &identity, const Grant *grant)
     return identity.gid == grant->owner;
 }
 
-void add_grant(const Holder &holder, Access access, const char *name, const char *method)
+void add_grant(const grant_holder &holder, access_kind access, const char *name, const char *method)
 {
-    auto *grant = static_cast<Grant *>(calloc(1, sizeof(Grant)));
+    auto *grant = static_cast<access_grant *>(calloc(1, sizeof(access_grant)));
     if (grant == nullptr) {
         return;
     }
@@ -80,7 +80,7 @@ void add_grant(const Holder &holder, Access access, const char *name, const char
 }
 
 // One grant for each text of an array; the text is the name, or the method of the given name.
-void add_grants(const Holder &holder, Access access, const char *name, blob_attr *array)
+void add_grants(const grant_holder &holder, access_kind access, const char *name, blob_attr *array)
 {
     blob_attr *item;
     size_t rem;
@@ -95,7 +95,7 @@ void add_grants(const Holder &holder, Access access, const char *name, blob_attr
     }
 }
 
-void add_calls(const Holder &holder, blob_attr *table)
+void add_calls(const grant_holder &holder, blob_attr *table)
 {
     static const blobmsg_policy policy[] = {{"methods", BLOBMSG_TYPE_ARRAY}};
     blob_attr *object;
@@ -108,11 +108,11 @@ void add_calls(const Holder &holder, blob_attr *table)
     {
         blob_attr *methods;
         blobmsg_parse_attr(policy, 1, &methods, object);
-        add_grants(holder, Access::call, blobmsg_name(object), methods);
+        add_grants(holder, access_kind::call, blobmsg_name(object), methods);
     }
 }
 
-bool find_holder(blob_attr *user, blob_attr *group, Holder *holder)
+bool find_holder(blob_attr *user, blob_attr *group, grant_holder *holder)
 {
     if (user != nullptr) {
         const passwd *entry = getpwnam(blobmsg_get_string(user));
@@ -134,9 +134,9 @@ bool load_text(const char *text)
         {"user", BLOBMSG_TYPE_STRING},   {"group", BLOBMSG_TYPE_STRING},    {"access", BLOBMSG_TYPE_TABLE},
         {"publish", BLOBMSG_TYPE_ARRAY}, {"subscribe", BLOBMSG_TYPE_ARRAY}, {"listen", BLOBMSG_TYPE_ARRAY},
         {"send", BLOBMSG_TYPE_ARRAY}};
-    Builder file;
+    message_builder file;
     blob_attr *entry[count];
-    Holder holder;
+    grant_holder holder;
 
     if (!file.ok || !blobmsg_add_json_from_string(&file, text)) {
         return false;
@@ -146,10 +146,10 @@ bool load_text(const char *text)
         return false;
     }
     add_calls(holder, entry[access]);
-    add_grants(holder, Access::publish, nullptr, entry[publish]);
-    add_grants(holder, Access::subscribe, nullptr, entry[subscribe]);
-    add_grants(holder, Access::listen, nullptr, entry[listen]);
-    add_grants(holder, Access::send, nullptr, entry[send]);
+    add_grants(holder, access_kind::publish, nullptr, entry[publish]);
+    add_grants(holder, access_kind::subscribe, nullptr, entry[subscribe]);
+    add_grants(holder, access_kind::listen, nullptr, entry[listen]);
+    add_grants(holder, access_kind::send, nullptr, entry[send]);
     return true;
 }
 
@@ -207,12 +207,12 @@ int json_files_only(const dirent *entry)
 
 } // namespace
 
-bool acl_allows(const Client *client, Access access, const char *name, const char *method)
+bool acl_allows(const bus_client *client, access_kind access, const char *name, const char *method)
 {
     if (client->identity.uid == 0) {
         return true;
     }
-    Grant *grant;
+    access_grant *grant;
     list_for_each_entry(grant, &grants, list)
     {
         if (grant->access != access || !holds(client->identity, grant) || !name_matches(grant->name, name)) {
@@ -228,7 +228,7 @@ bool acl_allows(const Client *client, Access access, const char *name, const cha
 void acl_free()
 {
     while (!list_empty(&grants)) {
-        Grant *grant = list_first_entry(&grants, Grant, list);
+        access_grant *grant = list_first_entry(&grants, access_grant, list);
         list_del(&grant->list);
         free(grant->name);
         free(grant->method);
@@ -265,12 +265,12 @@ void acl_reload(const char *dir)
     announce_acl_sequence(++sequence);
 }
 
-int handle_acl_call(Client *client, const Message &msg, const char *method)
+int handle_acl_call(bus_client *client, const received_request &msg, const char *method)
 {
     if (strcmp(method, "query") != 0) {
         return UBUS_STATUS_INVALID_COMMAND;
     }
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, UBUS_SYSTEM_OBJECT_ACL);
     void *data = blob_nest_start(&body, UBUS_ATTR_DATA);
     body.check(data);

@@ -18,25 +18,25 @@ constexpr int no_reply = -1;
 constexpr size_t max_queue = UBUS_MAX_MSGLEN;
 
 // What the broker is doing at the moment.
-struct Turn {
-    Account *account;  // of the client whose message is handled; null: of root, or the broker's own doing
-    unsigned int work; // messages taken and sent, and objects listed
+struct client_turn {
+    user_account *account; // of the client whose message is handled; null: of root, or the broker's own doing
+    unsigned int work;     // messages taken and sent, and objects listed
 };
-extern Turn turn;
+extern client_turn turn;
 // After so much work the other clients get their turn.
 constexpr unsigned int work_per_turn = 32;
 
 // A message in reception or under examination.
-struct Message {
+struct received_request {
     ubus_msghdr hdr;
     blob_attr *body;
     blob_attr *attr[UBUS_ATTR_MAX];
     int *fd; // descriptor that came with it, or -1; a handler may take it
 };
 
-struct Outgoing {
+struct outgoing_message {
     list_head list;
-    Account *payer;
+    user_account *payer;
     size_t len;
     size_t sent;
     int fd;
@@ -44,7 +44,7 @@ struct Outgoing {
 };
 
 // A LOOKUP that lists more than the client has read so far.
-struct Listing {
+struct running_listing {
     bool running;
     uint16_t seq;
     uint32_t peer;
@@ -52,7 +52,7 @@ struct Listing {
     char *last_path; // the last one sent, null: none yet
 };
 
-struct Identity {
+struct peer_identity {
     uid_t uid;
     gid_t gid;
     gid_t groups[64];
@@ -61,12 +61,12 @@ struct Identity {
     char *group;
 };
 
-struct Client {
+struct bus_client {
     avl_node by_id;
     uint32_t id;
     uloop_fd sock;
-    Identity identity;
-    Account *account; // null: root's
+    peer_identity identity;
+    user_account *account; // null: root's
     list_head objects;
 
     ubus_msghdr rx_hdr;
@@ -78,47 +78,47 @@ struct Client {
     list_head tx;
     size_t tx_len;
 
-    Listing listing;
+    running_listing listing;
     bool leaving;
     bool monitoring;
     list_head in_monitors;
     uint16_t monitor_seq;
 };
 
-struct Type {
+struct object_type {
     avl_node by_id;
     uint32_t id;
     unsigned int users;
-    Account *payer;       // the one who brought it, as long as it has users
+    user_account *payer;  // the one who brought it, as long as it has users
     blob_attr *signature; // the SIGNATURE attribute as it was sent
 };
 
-struct Object {
+struct bus_object {
     avl_node by_id;
     avl_node by_path; // only with a path
     list_head in_client;
     uint32_t id;
-    char *path; // null: anonymous
-    Type *type; // null: never listed
-    Client *client;
-    list_head subscribers;   // Subscription::of_target
-    list_head subscriptions; // Subscription::of_subscriber
-    list_head patterns;      // Pattern::of_object
+    char *path;        // null: anonymous
+    object_type *type; // null: never listed
+    bus_client *client;
+    list_head subscribers;   // subscription_link::of_target
+    list_head subscriptions; // subscription_link::of_subscriber
+    list_head patterns;      // event_pattern::of_object
     uint16_t seq;            // of messages the broker itself starts
     uint32_t last_event;
 };
 
-struct Subscription {
+struct subscription_link {
     list_head of_target;
     list_head of_subscriber;
-    Object *target;
-    Object *subscriber;
+    bus_object *target;
+    bus_object *subscriber;
 };
 
-using wire::Builder;
+using wire::message_builder;
 
 // A message to one object or to many, the same for all but for the object's id.
-struct ObjectMessage : Builder {
+struct object_message : message_builder {
     void put_id() // its place
     {
         id_place = ok ? blob_pad_len(head) : 0;
@@ -142,74 +142,76 @@ char *copy_text(const char *text); // null without memory or text
 
 // client.cpp
 // Greets. Takes over fd, the names and the connection that was charged to the account, in any case.
-Client *client_new(int fd, const Identity &identity, Account *account);
-void client_free(Client *client);
-Client *client_find(uint32_t id);
+bus_client *client_new(int fd, const peer_identity &identity, user_account *account);
+void client_free(bus_client *client);
+bus_client *client_find(uint32_t id);
 void clients_free_all();
 
 // receive.cpp
 void on_client_event(uloop_fd *sock, unsigned int events);
-void drop_received(Client *client);
+void drop_received(bus_client *client);
 
 // send.cpp. What waits in a queue is paid for by its client, or, where that is root's, by the sender. The
 // results are false when the message is lost: the queue is full, a budget used up, or memory missing.
-bool send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd = nullptr);
-bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd = nullptr);
+bool send_to(bus_client *client, int type, uint16_t seq, uint32_t peer, const message_builder &body,
+             int *fd = nullptr);
+bool send_raw(bus_client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd = nullptr);
 // Whether a message of this length could be sent, so that none is built in vain.
-bool has_room(const Client *client, size_t len);
-void send_status(Client *client, const Message &request, int status);
-bool flush_queue(Client *client); // true when nothing is left
-void drop_queue(Client *client);
+bool has_room(const bus_client *client, size_t len);
+void send_status(bus_client *client, const received_request &request, int status);
+bool flush_queue(bus_client *client); // true when nothing is left
+void drop_queue(bus_client *client);
 // What the event loop is to tell about this client's socket, by the state of its queue and listing.
-void update_interest(Client *client);
+void update_interest(bus_client *client);
 
 // dispatch.cpp
-void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd);
+void handle_message(bus_client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd);
 // A call or a notification as the owner of an object gets it.
-void build_call(ObjectMessage &call, const Client *from, const Message &msg, const char *method, bool silent);
+void build_call(object_message &call, const bus_client *from, const received_request &msg, const char *method,
+                bool silent);
 
 // objects.cpp
-Object *object_find(uint32_t id);
-Object *object_find_path(const char *path);
+bus_object *object_find(uint32_t id);
+bus_object *object_find_path(const char *path);
 // In the order of paths; null after the last.
-Object *object_first_path();
-Object *object_next_path(Object *object);
+bus_object *object_first_path();
+bus_object *object_next_path(bus_object *object);
 // The first path behind this one.
-Object *object_after_path(const char *path);
-void object_free(Object *object);
-int handle_add_object(Client *client, const Message &msg);
-int handle_remove_object(Client *client, const Message &msg);
+bus_object *object_after_path(const char *path);
+void object_free(bus_object *object);
+int handle_add_object(bus_client *client, const received_request &msg);
+int handle_remove_object(bus_client *client, const received_request &msg);
 
 // lookup.cpp
-int handle_lookup(Client *client, const Message &msg);
-void continue_listing(Client *client);
-void drop_listing(Client *client);
+int handle_lookup(bus_client *client, const received_request &msg);
+void continue_listing(bus_client *client);
+void drop_listing(bus_client *client);
 
 // subscribe.cpp
-int handle_subscribe(Client *client, const Message &msg);
-int handle_unsubscribe(Client *client, const Message &msg);
-int handle_notify(Client *client, const Message &msg);
-void drop_subscriptions(Object *object);
+int handle_subscribe(bus_client *client, const received_request &msg);
+int handle_unsubscribe(bus_client *client, const received_request &msg);
+int handle_notify(bus_client *client, const received_request &msg);
+void drop_subscriptions(bus_object *object);
 
 // events.cpp
-int handle_event_call(Client *client, const Message &msg, const char *method);
+int handle_event_call(bus_client *client, const received_request &msg, const char *method);
 // From the broker itself: to everyone who listens.
-void announce_object(const char *event, const Object *object);
+void announce_object(const char *event, const bus_object *object);
 void announce_acl_sequence(uint32_t sequence);
-void drop_patterns(Object *object);
+void drop_patterns(bus_object *object);
 
 // monitor.cpp
-int handle_monitor_call(Client *client, const char *method);
-void monitor_remove(Client *client);
-void monitor_message(const Client *client, const ubus_msghdr &hdr, const blob_attr *body,
+int handle_monitor_call(bus_client *client, const char *method);
+void monitor_remove(bus_client *client);
+void monitor_message(const bus_client *client, const ubus_msghdr &hdr, const blob_attr *body,
                      bool sent_by_broker);
 
 // acl.cpp: access for users other than root, from files.
-enum class Access { call, publish, subscribe, listen, send };
-bool acl_allows(const Client *client, Access access, const char *name, const char *method = nullptr);
+enum class access_kind { call, publish, subscribe, listen, send };
+bool acl_allows(const bus_client *client, access_kind access, const char *name, const char *method = nullptr);
 void acl_load(const char *dir);
 void acl_reload(const char *dir); // counts, and tells who listens
 void acl_free();
-int handle_acl_call(Client *client, const Message &msg, const char *method);
+int handle_acl_call(bus_client *client, const received_request &msg, const char *method);
 
 } // namespace broker

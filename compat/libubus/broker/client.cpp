@@ -8,7 +8,7 @@ namespace broker {
 
 namespace {
 
-constexpr Cost one_connection = {.connections = 1};
+constexpr resource_cost one_connection = {.connections = 1};
 constexpr int trim_ms = 1000;
 
 avl_tree *clients()
@@ -20,7 +20,7 @@ avl_tree *clients()
     return &tree;
 }
 
-void free_identity(const Identity &identity)
+void free_identity(const peer_identity &identity)
 {
     free(identity.user);
     free(identity.group);
@@ -36,9 +36,9 @@ uloop_timeout trim_timer = {{}, false, trim_heap, {}};
 
 } // namespace
 
-Client *client_new(int fd, const Identity &identity, Account *account)
+bus_client *client_new(int fd, const peer_identity &identity, user_account *account)
 {
-    auto *client = static_cast<Client *>(calloc(1, sizeof(Client)));
+    auto *client = static_cast<bus_client *>(calloc(1, sizeof(bus_client)));
     if (client == nullptr || !file_under_new_id(clients(), &client->by_id, &client->id)) {
         free(client);
         free_identity(identity);
@@ -55,7 +55,7 @@ Client *client_new(int fd, const Identity &identity, Account *account)
     INIT_LIST_HEAD(&client->tx);
     INIT_LIST_HEAD(&client->in_monitors);
 
-    Builder hello;
+    message_builder hello;
     if (!send_to(client, UBUS_MSG_HELLO, 0, client->id, hello) ||
         uloop_fd_add(&client->sock, ULOOP_READ | ULOOP_ERROR_CB) < 0) {
         client_free(client);
@@ -66,13 +66,13 @@ Client *client_new(int fd, const Identity &identity, Account *account)
     return client;
 }
 
-void client_free(Client *client)
+void client_free(bus_client *client)
 {
     client->leaving = true;
     uloop_fd_delete(&client->sock);
     monitor_remove(client);
     while (!list_empty(&client->objects)) {
-        object_free(list_first_entry(&client->objects, Object, in_client));
+        object_free(list_first_entry(&client->objects, bus_object, in_client));
     }
     drop_queue(client);
     drop_listing(client);
@@ -90,16 +90,16 @@ void client_free(Client *client)
     }
 }
 
-Client *client_find(uint32_t id)
+bus_client *client_find(uint32_t id)
 {
-    Client *client;
+    bus_client *client;
     return avl_find_element(clients(), &id, client, by_id);
 }
 
 void clients_free_all()
 {
     while (!avl_is_empty(clients())) {
-        Client *client = nullptr;
+        bus_client *client = nullptr;
         client_free(avl_first_element(clients(), client, by_id));
     }
 }

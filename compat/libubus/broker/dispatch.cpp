@@ -6,7 +6,7 @@ namespace broker {
 
 namespace {
 
-int handle_ping(Client *client, const Message &msg)
+int handle_ping(bus_client *client, const received_request &msg)
 {
     ubus_msghdr hdr = msg.hdr;
     hdr.type = UBUS_MSG_DATA;
@@ -14,16 +14,16 @@ int handle_ping(Client *client, const Message &msg)
     return UBUS_STATUS_OK;
 }
 
-// An answer of an object's owner. An answer without the object, or to nobody, is ignored.
-int handle_answer(Client *client, const Message &msg)
+// An answer of an object's owner. Whoever cannot show the object, or answers into the void, is ignored.
+int handle_answer(bus_client *client, const received_request &msg)
 {
     const bool status = msg.hdr.type == UBUS_MSG_STATUS;
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr ||
         msg.attr[status ? UBUS_ATTR_STATUS : UBUS_ATTR_DATA] == nullptr) {
         return no_reply;
     }
-    Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
-    Client *caller = client_find(msg.hdr.peer);
+    bus_object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    bus_client *caller = client_find(msg.hdr.peer);
     if (object == nullptr || object->client != client || caller == nullptr) {
         return no_reply;
     }
@@ -34,12 +34,12 @@ int handle_answer(Client *client, const Message &msg)
     return no_reply;
 }
 
-int forward_call(Client *from, const Object *to, const Message &msg, const char *method)
+int forward_call(bus_client *from, const bus_object *to, const received_request &msg, const char *method)
 {
     if (!has_room(to->client, blob_raw_len(msg.body))) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    ObjectMessage call;
+    object_message call;
     build_call(call, from, msg, method, false);
     call.address_to(to->id);
     // The names may have pushed a message of just the permitted size over the limit.
@@ -50,7 +50,7 @@ int forward_call(Client *from, const Object *to, const Message &msg, const char 
                                                                                      : UBUS_STATUS_NO_MEMORY;
 }
 
-int call_own_object(Client *client, uint32_t id, const Message &msg, const char *method)
+int call_own_object(bus_client *client, uint32_t id, const received_request &msg, const char *method)
 {
     switch (id) {
     case UBUS_SYSTEM_OBJECT_EVENT:
@@ -64,7 +64,7 @@ int call_own_object(Client *client, uint32_t id, const Message &msg, const char 
     }
 }
 
-int handle_invoke(Client *client, const Message &msg)
+int handle_invoke(bus_client *client, const received_request &msg)
 {
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_METHOD] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -74,26 +74,27 @@ int handle_invoke(Client *client, const Message &msg)
     if (id < UBUS_SYSTEM_OBJECT_MAX) {
         return call_own_object(client, id, msg, method);
     }
-    Object *object = object_find(id);
+    bus_object *object = object_find(id);
     if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    if (object->path != nullptr && !acl_allows(client, Access::call, object->path, method)) {
+    if (object->path != nullptr && !acl_allows(client, access_kind::call, object->path, method)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return forward_call(client, object, msg, method);
 }
 
-using Handler = int (*)(Client *, const Message &);
+using message_handler = int (*)(bus_client *, const received_request &);
 
-constexpr Handler handlers[__UBUS_MSG_LAST] = {
+constexpr message_handler handlers[__UBUS_MSG_LAST] = {
     nullptr,          handle_answer,      handle_answer,     handle_ping,
     handle_lookup,    handle_invoke,      handle_add_object, handle_remove_object,
     handle_subscribe, handle_unsubscribe, handle_notify,     nullptr};
 
 } // namespace
 
-void build_call(ObjectMessage &call, const Client *from, const Message &msg, const char *method, bool silent)
+void build_call(object_message &call, const bus_client *from, const received_request &msg, const char *method,
+                bool silent)
 {
     if (silent) {
         call.put_u8(UBUS_ATTR_NO_REPLY, 1);
@@ -107,15 +108,15 @@ void build_call(ObjectMessage &call, const Client *from, const Message &msg, con
     }
 }
 
-void handle_message(Client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd)
+void handle_message(bus_client *client, const ubus_msghdr &hdr, blob_attr *body, int *fd)
 {
-    Message msg = {};
+    received_request msg = {};
     msg.hdr = hdr;
     msg.body = body;
     msg.fd = fd;
     wire::parse(msg.body, msg.attr);
 
-    const Handler handler = hdr.type < __UBUS_MSG_LAST ? handlers[hdr.type] : nullptr;
+    const message_handler handler = hdr.type < __UBUS_MSG_LAST ? handlers[hdr.type] : nullptr;
     const int status =
         handler != nullptr ? handler(client, msg) : static_cast<int>(UBUS_STATUS_INVALID_COMMAND);
     if (status != no_reply) {

@@ -5,10 +5,10 @@ namespace broker {
 
 namespace {
 
-struct Pattern {
+struct event_pattern {
     list_head in_all;
     list_head of_object;
-    Object *object;
+    bus_object *object;
     bool prefix;
     size_t len;
     char text[];
@@ -17,27 +17,27 @@ struct Pattern {
 list_head patterns = LIST_HEAD_INIT(patterns);
 uint32_t event_count = 0;
 
-Cost cost_of(size_t pattern_len)
+resource_cost cost_of(size_t pattern_len)
 {
     return {.bytes = pattern_len, .subscriptions = 1};
 }
 
-bool matches(const Pattern *pattern, const char *name)
+bool matches(const event_pattern *pattern, const char *name)
 {
     return pattern->prefix ? strncmp(pattern->text, name, pattern->len) == 0
                            : strcmp(pattern->text, name) == 0;
 }
 
 // data: its payload becomes the event's. from is left out; null for the broker itself.
-void send_event(const Client *from, const char *name, const void *data, size_t len)
+void send_event(const bus_client *from, const char *name, const void *data, size_t len)
 {
-    ObjectMessage event;
-    Pattern *pattern;
+    object_message event;
+    event_pattern *pattern;
 
     event_count++;
     list_for_each_entry(pattern, &patterns, in_all)
     {
-        Object *object = pattern->object;
+        bus_object *object = pattern->object;
         if (object->client == from || object->last_event == event_count || !matches(pattern, name) ||
             !has_room(object->client, len)) {
             continue;
@@ -53,9 +53,9 @@ void send_event(const Client *from, const char *name, const void *data, size_t l
     }
 }
 
-bool has_pattern(const Object *object, const char *text, size_t len, bool prefix)
+bool has_pattern(const bus_object *object, const char *text, size_t len, bool prefix)
 {
-    Pattern *pattern;
+    event_pattern *pattern;
     list_for_each_entry(pattern, &object->patterns, of_object)
     {
         if (pattern->prefix == prefix && pattern->len == len && memcmp(pattern->text, text, len) == 0) {
@@ -65,7 +65,7 @@ bool has_pattern(const Object *object, const char *text, size_t len, bool prefix
     return false;
 }
 
-int add_pattern(Object *object, const char *text)
+int add_pattern(bus_object *object, const char *text)
 {
     const size_t text_len = strlen(text);
     const bool prefix = text[text_len - 1] == '*';
@@ -76,7 +76,7 @@ int add_pattern(Object *object, const char *text)
     if (!charge(object->client->account, cost_of(len))) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    auto *pattern = static_cast<Pattern *>(calloc(1, sizeof(Pattern) + len + 1));
+    auto *pattern = static_cast<event_pattern *>(calloc(1, sizeof(event_pattern) + len + 1));
     if (pattern == nullptr) {
         discharge(object->client->account, cost_of(len));
         return UBUS_STATUS_NO_MEMORY;
@@ -90,7 +90,7 @@ int add_pattern(Object *object, const char *text)
     return UBUS_STATUS_OK;
 }
 
-int handle_register(Client *client, blob_attr *data)
+int handle_register(bus_client *client, blob_attr *data)
 {
     static const blobmsg_policy policy[] = {{"object", BLOBMSG_TYPE_INT32}, {"pattern", BLOBMSG_TYPE_STRING}};
     blob_attr *args[2];
@@ -103,18 +103,18 @@ int handle_register(Client *client, blob_attr *data)
     if (id < UBUS_SYSTEM_OBJECT_MAX) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
-    Object *object = object_find(id);
+    bus_object *object = object_find(id);
     if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     const char *text = blobmsg_get_string(args[1]);
-    if (object->client != client || !text[0] || !acl_allows(client, Access::listen, text)) {
+    if (object->client != client || !text[0] || !acl_allows(client, access_kind::listen, text)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     return add_pattern(object, text);
 }
 
-int handle_send(Client *client, blob_attr *data)
+int handle_send(bus_client *client, blob_attr *data)
 {
     static const blobmsg_policy policy[] = {{"id", BLOBMSG_TYPE_STRING}, {"data", BLOBMSG_TYPE_TABLE}};
     blob_attr *args[2];
@@ -125,7 +125,7 @@ int handle_send(Client *client, blob_attr *data)
     }
     const char *name = blobmsg_get_string(args[0]);
     // The broker's own events cannot be forged.
-    if (strncmp(name, "ubus.", 5) == 0 || !acl_allows(client, Access::send, name)) {
+    if (strncmp(name, "ubus.", 5) == 0 || !acl_allows(client, access_kind::send, name)) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
     send_event(client, name, blobmsg_data(args[1]), blobmsg_data_len(args[1]));
@@ -134,7 +134,7 @@ int handle_send(Client *client, blob_attr *data)
 
 } // namespace
 
-int handle_event_call(Client *client, const Message &msg, const char *method)
+int handle_event_call(bus_client *client, const received_request &msg, const char *method)
 {
     blob_attr *data = msg.attr[UBUS_ATTR_DATA];
     if (data == nullptr) {
@@ -149,9 +149,9 @@ int handle_event_call(Client *client, const Message &msg, const char *method)
     return UBUS_STATUS_INVALID_COMMAND;
 }
 
-void announce_object(const char *event, const Object *object)
+void announce_object(const char *event, const bus_object *object)
 {
-    Builder data;
+    message_builder data;
     data.ok = data.ok && blobmsg_add_u32(&data, "id", object->id) == 0 &&
               blobmsg_add_string(&data, "path", object->path) == 0;
     if (data.ok) {
@@ -161,17 +161,17 @@ void announce_object(const char *event, const Object *object)
 
 void announce_acl_sequence(uint32_t sequence)
 {
-    Builder data;
+    message_builder data;
     data.ok = data.ok && blobmsg_add_u32(&data, "sequence", sequence) == 0;
     if (data.ok) {
         send_event(nullptr, "ubus.acl.sequence", blob_data(data.head), blob_len(data.head));
     }
 }
 
-void drop_patterns(Object *object)
+void drop_patterns(bus_object *object)
 {
     while (!list_empty(&object->patterns)) {
-        Pattern *pattern = list_first_entry(&object->patterns, Pattern, of_object);
+        event_pattern *pattern = list_first_entry(&object->patterns, event_pattern, of_object);
         list_del(&pattern->in_all);
         list_del(&pattern->of_object);
         discharge(object->client->account, cost_of(pattern->len));

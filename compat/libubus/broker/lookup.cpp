@@ -6,7 +6,7 @@ namespace broker {
 namespace {
 
 // Adds the methods the client may call; false when there are some and it may call none.
-bool put_signature(Builder &body, const Client *client, const Object *object)
+bool put_signature(message_builder &body, const bus_client *client, const bus_object *object)
 {
     const blob_attr *method;
     size_t rem;
@@ -19,7 +19,7 @@ bool put_signature(Builder &body, const Client *client, const Object *object)
     body.check(nest);
     blob_for_each_attr(method, object->type->signature, rem)
     {
-        if (!acl_allows(client, Access::call, object->path, blobmsg_name(method))) {
+        if (!acl_allows(client, access_kind::call, object->path, blobmsg_name(method))) {
             hidden = true;
         } else if (body.ok) {
             any = true;
@@ -33,12 +33,12 @@ bool put_signature(Builder &body, const Client *client, const Object *object)
 }
 
 // False when the object should have been sent and could not be.
-bool send_object(Client *client, const Object *object, uint16_t seq, uint32_t peer)
+bool send_object(bus_client *client, const bus_object *object, uint16_t seq, uint32_t peer)
 {
     if (object->type == nullptr) {
         return true;
     }
-    Builder body;
+    message_builder body;
     body.put_string(UBUS_ATTR_OBJPATH, object->path);
     body.put_u32(UBUS_ATTR_OBJID, object->id);
     body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
@@ -50,9 +50,9 @@ bool send_object(Client *client, const Object *object, uint16_t seq, uint32_t pe
     return send_to(client, UBUS_MSG_DATA, seq, peer, body);
 }
 
-Object *next_of(const Listing &listing)
+bus_object *next_of(const running_listing &listing)
 {
-    Object *object;
+    bus_object *object;
     if (listing.last_path != nullptr) {
         object = object_after_path(listing.last_path);
     } else if (listing.prefix != nullptr) {
@@ -68,9 +68,9 @@ Object *next_of(const Listing &listing)
     return object;
 }
 
-void end_listing(Client *client, int status)
+void end_listing(bus_client *client, int status)
 {
-    Message request = {};
+    received_request request = {};
     request.hdr.seq = client->listing.seq;
     request.hdr.peer = client->listing.peer;
     drop_listing(client);
@@ -80,7 +80,7 @@ void end_listing(Client *client, int status)
 
 } // namespace
 
-void drop_listing(Client *client)
+void drop_listing(bus_client *client)
 {
     if (client->listing.prefix != nullptr) {
         discharge(client->account, {.bytes = strlen(client->listing.prefix)});
@@ -90,12 +90,12 @@ void drop_listing(Client *client)
     client->listing = {};
 }
 
-void continue_listing(Client *client)
+void continue_listing(bus_client *client)
 {
-    Listing &listing = client->listing;
+    running_listing &listing = client->listing;
 
     // Objects may come and go between two calls, so the place is kept as a path.
-    while (Object *object = next_of(listing)) {
+    while (bus_object *object = next_of(listing)) {
         if (turn.work >= work_per_turn) {
             update_interest(client);
             return;
@@ -119,7 +119,7 @@ void continue_listing(Client *client)
     end_listing(client, UBUS_STATUS_OK);
 }
 
-int handle_lookup(Client *client, const Message &msg)
+int handle_lookup(bus_client *client, const received_request &msg)
 {
     const char *path =
         msg.attr[UBUS_ATTR_OBJPATH] != nullptr ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
@@ -129,7 +129,7 @@ int handle_lookup(Client *client, const Message &msg)
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     if (path != nullptr && path[len - 1] != '*') {
-        const Object *object = object_find_path(path);
+        const bus_object *object = object_find_path(path);
         if (object == nullptr) {
             return UBUS_STATUS_NOT_FOUND;
         }
@@ -137,9 +137,9 @@ int handle_lookup(Client *client, const Message &msg)
                                                                       : UBUS_STATUS_NO_MEMORY;
     }
     drop_listing(client);
-    Listing &listing = client->listing;
+    running_listing &listing = client->listing;
     if (path != nullptr) {
-        const Cost cost = {.bytes = len - 1};
+        const resource_cost cost = {.bytes = len - 1};
         if (!charge(client->account, cost)) {
             return UBUS_STATUS_NO_MEMORY;
         }

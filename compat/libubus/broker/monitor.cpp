@@ -6,13 +6,13 @@ namespace broker {
 namespace {
 
 // Numbers of the attributes in a monitor's messages; not those of other messages.
-enum MonitorAttribute { attr_client, attr_peer, attr_send, attr_seq, attr_type, attr_data };
+enum monitor_attribute { attr_client, attr_peer, attr_send, attr_seq, attr_type, attr_data };
 
 list_head monitors = LIST_HEAD_INIT(monitors);
 
 } // namespace
 
-int handle_monitor_call(Client *client, const char *method)
+int handle_monitor_call(bus_client *client, const char *method)
 {
     if (client->identity.uid != 0 || client->identity.gid != 0) {
         return UBUS_STATUS_PERMISSION_DENIED;
@@ -34,7 +34,7 @@ int handle_monitor_call(Client *client, const char *method)
     return UBUS_STATUS_METHOD_NOT_FOUND;
 }
 
-void monitor_remove(Client *client)
+void monitor_remove(bus_client *client)
 {
     if (client->monitoring) {
         client->monitoring = false;
@@ -42,14 +42,15 @@ void monitor_remove(Client *client)
     }
 }
 
-void monitor_message(const Client *client, const ubus_msghdr &hdr, const blob_attr *body, bool sent_by_broker)
+void monitor_message(const bus_client *client, const ubus_msghdr &hdr, const blob_attr *body,
+                     bool sent_by_broker)
 {
     if (list_empty(&monitors)) {
         return;
     }
-    Builder copy;
+    message_builder copy;
     bool built = false;
-    Client *monitor;
+    bus_client *monitor;
 
     list_for_each_entry(monitor, &monitors, in_monitors)
     {

@@ -9,15 +9,15 @@ namespace broker {
 
 namespace {
 
-struct Registry {
+struct object_registry {
     avl_tree objects;
     avl_tree paths;
     avl_tree types;
 };
 
-Registry &registry()
+object_registry &registry()
 {
-    static Registry instance;
+    static object_registry instance;
     if (instance.objects.comp == nullptr) {
         init_id_tree(&instance.objects);
         init_id_tree(&instance.types);
@@ -26,22 +26,22 @@ Registry &registry()
     return instance;
 }
 
-Object *object_of(avl_node *by_path)
+bus_object *object_of(avl_node *by_path)
 {
-    return by_path != nullptr ? container_of(by_path, Object, by_path) : nullptr;
+    return by_path != nullptr ? container_of(by_path, bus_object, by_path) : nullptr;
 }
 
-Cost cost_of(const blob_attr *signature)
+resource_cost cost_of(const blob_attr *signature)
 {
     return {.bytes = blob_pad_len(signature), .types = 1};
 }
 
-Cost cost_of(const char *path)
+resource_cost cost_of(const char *path)
 {
     return {.bytes = path != nullptr ? strlen(path) : 0, .objects = 1};
 }
 
-void type_release(Type *type)
+void type_release(object_type *type)
 {
     if (type == nullptr || --type->users) {
         return;
@@ -67,12 +67,12 @@ bool is_sound(const blob_attr *signature)
 }
 
 // Null when a budget is used up or memory is missing.
-Type *type_new(Account *account, const blob_attr *signature)
+object_type *type_new(user_account *account, const blob_attr *signature)
 {
     if (!charge(account, cost_of(signature))) {
         return nullptr;
     }
-    auto *type = static_cast<Type *>(calloc(1, sizeof(Type)));
+    auto *type = static_cast<object_type *>(calloc(1, sizeof(object_type)));
     if (type != nullptr) {
         type->signature = blob_memdup(signature);
     }
@@ -88,9 +88,9 @@ Type *type_new(Account *account, const blob_attr *signature)
     return type;
 }
 
-Type *type_shared(uint32_t id)
+object_type *type_shared(uint32_t id)
 {
-    Type *type;
+    object_type *type;
     type = avl_find_element(&registry().types, &id, type, by_id);
     if (type != nullptr) {
         type->users++;
@@ -100,7 +100,7 @@ Type *type_shared(uint32_t id)
 
 // A status. *type stays null, and the object is never listed, when a member of the signature is not a sound,
 // named value, or when there is no such type.
-int type_of_request(Account *account, const Message &msg, Type **type)
+int type_of_request(user_account *account, const received_request &msg, object_type **type)
 {
     const blob_attr *signature = msg.attr[UBUS_ATTR_SIGNATURE];
     *type = nullptr;
@@ -114,7 +114,7 @@ int type_of_request(Account *account, const Message &msg, Type **type)
     return UBUS_STATUS_OK;
 }
 
-bool file_path(Object *object, const char *path)
+bool file_path(bus_object *object, const char *path)
 {
     object->path = copy_text(path);
     object->by_path.key = object->path;
@@ -127,9 +127,9 @@ bool file_path(Object *object, const char *path)
 }
 
 // Already charged to the client. Null when the path is taken or memory is missing.
-Object *object_new(Client *client, const char *path, Type *type)
+bus_object *object_new(bus_client *client, const char *path, object_type *type)
 {
-    auto *object = static_cast<Object *>(calloc(1, sizeof(Object)));
+    auto *object = static_cast<bus_object *>(calloc(1, sizeof(bus_object)));
     if (object == nullptr || !file_under_new_id(&registry().objects, &object->by_id, &object->id)) {
         free(object);
         return nullptr;
@@ -150,38 +150,38 @@ Object *object_new(Client *client, const char *path, Type *type)
 
 } // namespace
 
-Object *object_find(uint32_t id)
+bus_object *object_find(uint32_t id)
 {
-    Object *object;
+    bus_object *object;
     return avl_find_element(&registry().objects, &id, object, by_id);
 }
 
-Object *object_find_path(const char *path)
+bus_object *object_find_path(const char *path)
 {
     return object_of(avl_find(&registry().paths, path));
 }
 
-Object *object_first_path()
+bus_object *object_first_path()
 {
     if (avl_is_empty(&registry().paths)) {
         return nullptr;
     }
-    Object *object = nullptr;
+    bus_object *object = nullptr;
     return avl_first_element(&registry().paths, object, by_path);
 }
 
-Object *object_next_path(Object *object)
+bus_object *object_next_path(bus_object *object)
 {
     return avl_is_last(&registry().paths, &object->by_path) ? nullptr : avl_next_element(object, by_path);
 }
 
-Object *object_after_path(const char *path)
+bus_object *object_after_path(const char *path)
 {
-    Object *object = object_of(avl_find_greaterequal(&registry().paths, path));
+    bus_object *object = object_of(avl_find_greaterequal(&registry().paths, path));
     return object != nullptr && strcmp(object->path, path) == 0 ? object_next_path(object) : object;
 }
 
-void object_free(Object *object)
+void object_free(bus_object *object)
 {
     drop_subscriptions(object);
     drop_patterns(object);
@@ -197,19 +197,19 @@ void object_free(Object *object)
     free(object);
 }
 
-int handle_add_object(Client *client, const Message &msg)
+int handle_add_object(bus_client *client, const received_request &msg)
 {
     const char *path =
         msg.attr[UBUS_ATTR_OBJPATH] != nullptr ? blob_get_string(msg.attr[UBUS_ATTR_OBJPATH]) : nullptr;
-    if (path != nullptr && (!path[0] || !acl_allows(client, Access::publish, path))) {
+    if (path != nullptr && (!path[0] || !acl_allows(client, access_kind::publish, path))) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     if (!charge(client->account, cost_of(path))) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    Type *type;
+    object_type *type;
     const int status = type_of_request(client->account, msg, &type);
-    Object *object = status ? nullptr : object_new(client, path, type);
+    bus_object *object = status ? nullptr : object_new(client, path, type);
     if (object == nullptr) {
         discharge(client->account, cost_of(path));
         type_release(type);
@@ -218,7 +218,7 @@ int handle_add_object(Client *client, const Message &msg)
     if (object->path != nullptr) {
         announce_object("ubus.object.add", object);
     }
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
     if (object->type != nullptr && msg.attr[UBUS_ATTR_SIGNATURE] != nullptr) {
         body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
@@ -227,7 +227,7 @@ int handle_add_object(Client *client, const Message &msg)
     return UBUS_STATUS_OK;
 }
 
-int handle_remove_object(Client *client, const Message &msg)
+int handle_remove_object(bus_client *client, const received_request &msg)
 {
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
@@ -236,14 +236,14 @@ int handle_remove_object(Client *client, const Message &msg)
     if (id >= UBUS_SYSTEM_OBJECT_EVENT && id <= UBUS_SYSTEM_OBJECT_MONITOR) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
-    Object *object = object_find(id);
+    bus_object *object = object_find(id);
     if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (object->client != client) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
     // Told so that the client can forget the type's id when nobody uses it any more.
     if (object->type != nullptr && object->type->users == 1) {

@@ -10,19 +10,19 @@ namespace broker {
 namespace {
 
 using wire::header_len;
-using wire::Step;
+using wire::progress;
 
 constexpr size_t first_capacity = 1024;
 constexpr size_t kept_capacity = 16384;
 
 // Room behind what is there, doubling up to what the message needs.
-bool ensure_room(Client *client, size_t body_have, size_t body_goal)
+bool ensure_room(bus_client *client, size_t body_have, size_t body_goal)
 {
     if (client->rx_capacity >= body_goal || client->rx_capacity > body_have) {
         return true;
     }
     const size_t capacity = client->rx_capacity ? client->rx_capacity * 2 : first_capacity;
-    const Cost cost = {.bytes = capacity - client->rx_capacity};
+    const resource_cost cost = {.bytes = capacity - client->rx_capacity};
     if (!charge(client->account, cost)) {
         return false;
     }
@@ -36,7 +36,7 @@ bool ensure_room(Client *client, size_t body_have, size_t body_goal)
     return true;
 }
 
-ssize_t read_towards(Client *client, size_t goal)
+ssize_t read_towards(bus_client *client, size_t goal)
 {
     const size_t body_have = wire::body_part(client->rx_have);
     size_t body_wanted = goal - header_len - body_have;
@@ -51,27 +51,27 @@ ssize_t read_towards(Client *client, size_t goal)
     return got;
 }
 
-Step receive_step(Client *client)
+progress receive_step(bus_client *client)
 {
     for (;;) {
         const size_t goal = wire::goal(client->rx_have, client->rx_body);
         if (goal == 0) {
-            return Step::broken;
+            return progress::broken;
         }
         if (client->rx_have == goal) {
-            return Step::message;
+            return progress::message;
         }
         if (!ensure_room(client, wire::body_part(client->rx_have), goal - header_len)) {
-            return Step::broken;
+            return progress::broken;
         }
-        const Step step = wire::step_after(read_towards(client, goal));
-        if (step != Step::more) {
+        const progress step = wire::step_after(read_towards(client, goal));
+        if (step != progress::more) {
             return step;
         }
     }
 }
 
-void deliver(Client *client)
+void deliver(bus_client *client)
 {
     ubus_msghdr hdr = client->rx_hdr;
     hdr.seq = be16_to_cpu(hdr.seq);
@@ -91,7 +91,7 @@ void deliver(Client *client)
     }
 }
 
-void serve(Client *client, bool writable, bool hung_up)
+void serve(bus_client *client, bool writable, bool hung_up)
 {
     if (hung_up) {
         drop_listing(client);
@@ -101,11 +101,11 @@ void serve(Client *client, bool writable, bool hung_up)
     }
     // A client that does not read its listing is not listened to either.
     while (turn.work < work_per_turn && !client->listing.running) {
-        const Step step = receive_step(client);
-        if (step == Step::nothing && !hung_up) {
+        const progress step = receive_step(client);
+        if (step == progress::nothing && !hung_up) {
             return;
         }
-        if (step != Step::message) {
+        if (step != progress::message) {
             client_free(client);
             return;
         }
@@ -116,7 +116,7 @@ void serve(Client *client, bool writable, bool hung_up)
 
 } // namespace
 
-void drop_received(Client *client)
+void drop_received(bus_client *client)
 {
     free(client->rx_body);
     discharge(client->account, {.bytes = client->rx_capacity});
@@ -126,7 +126,7 @@ void drop_received(Client *client)
 
 void on_client_event(uloop_fd *sock, unsigned int events)
 {
-    Client *client = container_of(sock, Client, sock);
+    bus_client *client = container_of(sock, bus_client, sock);
 
     turn = {client->account, 0};
     serve(client, (events & ULOOP_WRITE) != 0, sock->error);

@@ -10,12 +10,12 @@
 
 namespace broker {
 
-Turn turn = {};
+client_turn turn = {};
 
 namespace {
 
 // Who pays for what is sent to a client. Nobody for what a monitor sees.
-Account *payer_of(const Client *client, int type)
+user_account *payer_of(const bus_client *client, int type)
 {
     if (client->account != nullptr || type == UBUS_MSG_MONITOR) {
         return client->account;
@@ -23,15 +23,15 @@ Account *payer_of(const Client *client, int type)
     return turn.account;
 }
 
-Cost cost_of(size_t len, int fd)
+resource_cost cost_of(size_t len, int fd)
 {
-    return {.descriptors = fd >= 0 ? 1U : 0U, .bytes = sizeof(Outgoing) + len};
+    return {.descriptors = fd >= 0 ? 1U : 0U, .bytes = sizeof(outgoing_message) + len};
 }
 
 // Bytes the socket took; 0 also when it is full or dead. The descriptor goes with the first byte.
 size_t write_some(int sock, iovec *parts, size_t count, int fd)
 {
-    wire::FdControl control;
+    wire::fd_control control;
     msghdr msg = {};
 
     msg.msg_iov = parts;
@@ -47,7 +47,7 @@ size_t write_some(int sock, iovec *parts, size_t count, int fd)
 }
 
 // The descriptor has gone with the first byte, or goes nowhere.
-void release_descriptor(Outgoing *out)
+void release_descriptor(outgoing_message *out)
 {
     if (out->fd >= 0) {
         close(out->fd);
@@ -56,7 +56,7 @@ void release_descriptor(Outgoing *out)
     }
 }
 
-void free_outgoing(Client *client, Outgoing *out)
+void free_outgoing(bus_client *client, outgoing_message *out)
 {
     client->tx_len -= out->len - out->sent;
     list_del(&out->list);
@@ -66,9 +66,9 @@ void free_outgoing(Client *client, Outgoing *out)
 }
 
 // Takes over the cost and the descriptor; false without memory.
-bool enqueue(Client *client, Account *payer, const iovec *parts, size_t len, size_t sent, int *fd)
+bool enqueue(bus_client *client, user_account *payer, const iovec *parts, size_t len, size_t sent, int *fd)
 {
-    auto *out = static_cast<Outgoing *>(malloc(sizeof(Outgoing) + len));
+    auto *out = static_cast<outgoing_message *>(malloc(sizeof(outgoing_message) + len));
     if (out == nullptr) {
         return false;
     }
@@ -93,7 +93,7 @@ bool enqueue(Client *client, Account *payer, const iovec *parts, size_t len, siz
 
 } // namespace
 
-void update_interest(Client *client)
+void update_interest(bus_client *client)
 {
     unsigned int flags = ULOOP_ERROR_CB;
     if (!list_empty(&client->tx) || client->listing.running) {
@@ -108,17 +108,17 @@ void update_interest(Client *client)
     }
 }
 
-bool has_room(const Client *client, size_t len)
+bool has_room(const bus_client *client, size_t len)
 {
     return list_empty(&client->tx) ||
            client->tx_len + len <= (turn.account != nullptr ? max_queue : 2 * max_queue);
 }
 
-bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd)
+bool send_raw(bus_client *client, const ubus_msghdr &hdr, const blob_attr *body, int *fd)
 {
     const size_t len = wire::header_len + blob_raw_len(body);
-    Account *payer = payer_of(client, hdr.type);
-    const Cost cost = cost_of(len, fd != nullptr ? *fd : -1);
+    user_account *payer = payer_of(client, hdr.type);
+    const resource_cost cost = cost_of(len, fd != nullptr ? *fd : -1);
 
     turn.work++;
     if (client->leaving || !has_room(client, len)) {
@@ -155,7 +155,7 @@ bool send_raw(Client *client, const ubus_msghdr &hdr, const blob_attr *body, int
     return sent == len;
 }
 
-bool send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builder &body, int *fd)
+bool send_to(bus_client *client, int type, uint16_t seq, uint32_t peer, const message_builder &body, int *fd)
 {
     if (!body.sendable()) {
         return false;
@@ -167,17 +167,17 @@ bool send_to(Client *client, int type, uint16_t seq, uint32_t peer, const Builde
     return send_raw(client, hdr, body.head, fd);
 }
 
-void send_status(Client *client, const Message &request, int status)
+void send_status(bus_client *client, const received_request &request, int status)
 {
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_STATUS, static_cast<uint32_t>(status));
     send_to(client, UBUS_MSG_STATUS, request.hdr.seq, request.hdr.peer, body);
 }
 
-bool flush_queue(Client *client)
+bool flush_queue(bus_client *client)
 {
     while (!list_empty(&client->tx)) {
-        Outgoing *out = list_first_entry(&client->tx, Outgoing, list);
+        outgoing_message *out = list_first_entry(&client->tx, outgoing_message, list);
         iovec part = {out->bytes + out->sent, out->len - out->sent};
         const size_t sent = write_some(client->sock.fd, &part, 1, out->fd);
         if (!sent) {
@@ -195,10 +195,10 @@ bool flush_queue(Client *client)
     return list_empty(&client->tx);
 }
 
-void drop_queue(Client *client)
+void drop_queue(bus_client *client)
 {
     while (!list_empty(&client->tx)) {
-        free_outgoing(client, list_first_entry(&client->tx, Outgoing, list));
+        free_outgoing(client, list_first_entry(&client->tx, outgoing_message, list));
     }
 }
 

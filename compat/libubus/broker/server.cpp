@@ -28,7 +28,7 @@ struct stat own_file = {}; // the socket as it was made
 // Given up for a moment when no descriptor is left, so that the waiting client can be turned away.
 int reserve_fd = -1;
 
-bool identify(int fd, const ucred &credentials, Identity *identity)
+bool identify(int fd, const ucred &credentials, peer_identity *identity)
 {
     identity->uid = credentials.uid;
     identity->gid = credentials.gid;
@@ -47,14 +47,14 @@ void let_in(int fd)
 {
     ucred credentials = {};
     socklen_t len = sizeof(credentials);
-    Account *account;
+    user_account *account;
     // Before the names are looked up, which costs more than all else here.
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &len) < 0 ||
         !account_join(credentials.uid, &account)) {
         close(fd);
         return;
     }
-    Identity identity = {};
+    peer_identity identity = {};
     if (!identify(fd, credentials, &identity)) {
         free(identity.user);
         free(identity.group);

@@ -5,26 +5,26 @@ namespace broker {
 
 namespace {
 
-constexpr Cost one_subscription = {.subscriptions = 1};
+constexpr resource_cost one_subscription = {.subscriptions = 1};
 
 // Tells the owner that the first subscriber has come or the last one has gone.
-void tell_owner(Object *target, bool active)
+void tell_owner(bus_object *target, bool active)
 {
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, target->id);
     body.put_u8(UBUS_ATTR_ACTIVE, active ? 1 : 0);
     send_to(target->client, UBUS_MSG_NOTIFY, ++target->seq, 0, body);
 }
 
-void tell_subscriber(Object *subscriber, const Object *target)
+void tell_subscriber(bus_object *subscriber, const bus_object *target)
 {
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, subscriber->id);
     body.put_u32(UBUS_ATTR_TARGET, target->id);
     send_to(subscriber->client, UBUS_MSG_UNSUBSCRIBE, ++subscriber->seq, 0, body);
 }
 
-void unlink(Subscription *subscription)
+void unlink(subscription_link *subscription)
 {
     list_del(&subscription->of_target);
     list_del(&subscription->of_subscriber);
@@ -32,9 +32,9 @@ void unlink(Subscription *subscription)
     free(subscription);
 }
 
-Subscription *find_subscription(const Object *subscriber, uint32_t target_id)
+subscription_link *find_subscription(const bus_object *subscriber, uint32_t target_id)
 {
-    Subscription *subscription;
+    subscription_link *subscription;
     list_for_each_entry(subscription, &subscriber->subscriptions, of_subscriber)
     {
         if (subscription->target->id == target_id) {
@@ -45,24 +45,25 @@ Subscription *find_subscription(const Object *subscriber, uint32_t target_id)
 }
 
 // The answer to a notification that a subscriber cannot get.
-void answer_for(const Object *subscriber, Client *client, const Message &msg)
+void answer_for(const bus_object *subscriber, bus_client *client, const received_request &msg)
 {
-    Builder body;
+    message_builder body;
     body.put_u32(UBUS_ATTR_STATUS, UBUS_STATUS_NO_MEMORY);
     body.put_u32(UBUS_ATTR_OBJID, subscriber->id);
     send_to(client, UBUS_MSG_STATUS, msg.hdr.seq, subscriber->id, body);
 }
 
-void notify_subscribers(Client *client, const Object *object, const Message &msg, bool silent)
+void notify_subscribers(bus_client *client, const bus_object *object, const received_request &msg,
+                        bool silent)
 {
     const char *method = blob_get_string(msg.attr[UBUS_ATTR_METHOD]);
     const size_t least_len = msg.attr[UBUS_ATTR_DATA] != nullptr ? blob_raw_len(msg.attr[UBUS_ATTR_DATA]) : 0;
-    ObjectMessage call;
-    Subscription *subscription;
+    object_message call;
+    subscription_link *subscription;
 
     list_for_each_entry(subscription, &object->subscribers, of_target)
     {
-        const Object *subscriber = subscription->subscriber;
+        const bus_object *subscriber = subscription->subscriber;
         bool sent = false;
         if (has_room(subscriber->client, least_len)) {
             if (call.id_place == 0) {
@@ -79,11 +80,12 @@ void notify_subscribers(Client *client, const Object *object, const Message &msg
 
 } // namespace
 
-void drop_subscriptions(Object *object)
+void drop_subscriptions(bus_object *object)
 {
     while (!list_empty(&object->subscriptions)) {
-        Subscription *subscription = list_first_entry(&object->subscriptions, Subscription, of_subscriber);
-        Object *target = subscription->target;
+        subscription_link *subscription =
+            list_first_entry(&object->subscriptions, subscription_link, of_subscriber);
+        bus_object *target = subscription->target;
         unlink(subscription);
         if (list_empty(&target->subscribers)) {
             tell_owner(target, false);
@@ -91,7 +93,8 @@ void drop_subscriptions(Object *object)
     }
     const bool watched = !list_empty(&object->subscribers);
     while (!list_empty(&object->subscribers)) {
-        Subscription *subscription = list_first_entry(&object->subscribers, Subscription, of_target);
+        subscription_link *subscription =
+            list_first_entry(&object->subscribers, subscription_link, of_target);
         tell_subscriber(subscription->subscriber, object);
         unlink(subscription);
     }
@@ -100,13 +103,13 @@ void drop_subscriptions(Object *object)
     }
 }
 
-int handle_subscribe(Client *client, const Message &msg)
+int handle_subscribe(bus_client *client, const received_request &msg)
 {
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_TARGET] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
-    Object *target = object_find(blob_get_u32(msg.attr[UBUS_ATTR_TARGET]));
+    bus_object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    bus_object *target = object_find(blob_get_u32(msg.attr[UBUS_ATTR_TARGET]));
     if (subscriber == nullptr || subscriber->client != client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
@@ -116,7 +119,7 @@ int handle_subscribe(Client *client, const Message &msg)
     if (target->client == client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    if (target->path != nullptr && !acl_allows(client, Access::subscribe, target->path)) {
+    if (target->path != nullptr && !acl_allows(client, access_kind::subscribe, target->path)) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (find_subscription(subscriber, target->id) != nullptr) {
@@ -125,7 +128,7 @@ int handle_subscribe(Client *client, const Message &msg)
     if (!charge(client->account, one_subscription)) {
         return UBUS_STATUS_NO_MEMORY;
     }
-    auto *subscription = static_cast<Subscription *>(calloc(1, sizeof(Subscription)));
+    auto *subscription = static_cast<subscription_link *>(calloc(1, sizeof(subscription_link)));
     if (subscription == nullptr) {
         discharge(client->account, one_subscription);
         return UBUS_STATUS_NO_MEMORY;
@@ -141,21 +144,21 @@ int handle_subscribe(Client *client, const Message &msg)
     return UBUS_STATUS_OK;
 }
 
-int handle_unsubscribe(Client *client, const Message &msg)
+int handle_unsubscribe(bus_client *client, const received_request &msg)
 {
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_TARGET] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    bus_object *subscriber = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
     const uint32_t target_id = blob_get_u32(msg.attr[UBUS_ATTR_TARGET]);
     if (subscriber == nullptr || subscriber->client != client) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Subscription *subscription = find_subscription(subscriber, target_id);
+    subscription_link *subscription = find_subscription(subscriber, target_id);
     if (subscription == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    Object *target = subscription->target;
+    bus_object *target = subscription->target;
     unlink(subscription);
     if (list_empty(&target->subscribers)) {
         tell_owner(target, false);
@@ -163,23 +166,23 @@ int handle_unsubscribe(Client *client, const Message &msg)
     return UBUS_STATUS_OK;
 }
 
-int handle_notify(Client *client, const Message &msg)
+int handle_notify(bus_client *client, const received_request &msg)
 {
     if (msg.attr[UBUS_ATTR_OBJID] == nullptr || msg.attr[UBUS_ATTR_METHOD] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    Object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
+    bus_object *object = object_find(blob_get_u32(msg.attr[UBUS_ATTR_OBJID]));
     if (object == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
     if (object->client != client) {
         return UBUS_STATUS_PERMISSION_DENIED;
     }
-    Subscription *subscription;
+    subscription_link *subscription;
     const bool silent =
         msg.attr[UBUS_ATTR_NO_REPLY] != nullptr && (blob_get_u8(msg.attr[UBUS_ATTR_NO_REPLY]) != 0);
     if (!silent) {
-        Builder body;
+        message_builder body;
         body.put_u32(UBUS_ATTR_OBJID, object->id);
         void *nest = blob_nest_start(&body, UBUS_ATTR_SUBSCRIBERS);
         body.check(nest);

@@ -15,7 +15,7 @@ namespace cli {
 constexpr int failed = -1;
 constexpr int usage_error = -2;
 
-struct Options {
+struct cli_options {
     const char *socket = nullptr; // null: the default
     int timeout = 30;             // seconds
     bool timeout_given = false;
@@ -23,20 +23,20 @@ struct Options {
     bool verbose = false;
 };
 
-using Command = int (*)(ubus_context *ctx, const Options &options, int argc, char **argv);
+using cli_command = int (*)(ubus_context *ctx, const cli_options &options, int argc, char **argv);
 
-int list(ubus_context *ctx, const Options &options, int argc, char **argv);
-int call(ubus_context *ctx, const Options &options, int argc, char **argv);
-int listen(ubus_context *ctx, const Options &options, int argc, char **argv);
-int send(ubus_context *ctx, const Options &options, int argc, char **argv);
-int wait_for(ubus_context *ctx, const Options &options, int argc, char **argv);
+int list(ubus_context *ctx, const cli_options &options, int argc, char **argv);
+int call(ubus_context *ctx, const cli_options &options, int argc, char **argv);
+int listen(ubus_context *ctx, const cli_options &options, int argc, char **argv);
+int send(ubus_context *ctx, const cli_options &options, int argc, char **argv);
+int wait_for(ubus_context *ctx, const cli_options &options, int argc, char **argv);
 
 // A message freed with the scope.
-struct Buffer : blob_buf {
-    Buffer() : blob_buf{} { blob_buf_init(this, 0); }
-    ~Buffer() { blob_buf_free(this); }
-    Buffer(const Buffer &) = delete;
-    Buffer &operator=(const Buffer &) = delete;
+struct scoped_buffer : blob_buf {
+    scoped_buffer() : blob_buf{} { blob_buf_init(this, 0); }
+    ~scoped_buffer() { blob_buf_free(this); }
+    scoped_buffer(const scoped_buffer &) = delete;
+    scoped_buffer &operator=(const scoped_buffer &) = delete;
 };
 
 } // namespace cli

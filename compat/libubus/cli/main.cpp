@@ -6,12 +6,12 @@
 
 namespace {
 
-struct Entry {
+struct command_entry {
     const char *name;
-    cli::Command run;
+    cli::cli_command run;
 };
 
-constexpr Entry commands[] = {
+constexpr command_entry commands[] = {
     {"list", cli::list}, {"call", cli::call},         {"listen", cli::listen},
     {"send", cli::send}, {"wait_for", cli::wait_for},
 };
@@ -33,7 +33,7 @@ void usage(FILE *out)
                  " wait_for <object>...               wait until all objects are there\n");
 }
 
-int run(const cli::Options &options, const Entry &command, int argc, char **argv)
+int run(const cli::cli_options &options, const command_entry &command, int argc, char **argv)
 {
     ubus_context *ctx = ubus_connect(options.socket);
     if (ctx == nullptr) {
@@ -56,7 +56,7 @@ int run(const cli::Options &options, const Entry &command, int argc, char **argv
 int main(int argc, char **argv)
 {
     static const option long_options[] = {{"help", no_argument, nullptr, 'h'}, {}};
-    cli::Options options;
+    cli::cli_options options;
     int letter;
 
     // Options may follow the command: "ubus list -v" is what fingers type.
@@ -88,7 +88,7 @@ int main(int argc, char **argv)
         return 1;
     }
     int result = cli::usage_error;
-    for (const Entry &command : commands) {
+    for (const command_entry &command : commands) {
         if (strcmp(command.name, argv[optind]) == 0) {
             result = run(options, command, argc - optind - 1, argv + optind + 1);
         }

@@ -31,7 +31,7 @@ const char *argument_type(void *, blob_attr *attr)
 
 void print_object(ubus_context *, ubus_object_data *object, void *priv)
 {
-    const auto &options = *static_cast<const Options *>(priv);
+    const auto &options = *static_cast<const cli_options *>(priv);
     if (options.simple || !options.verbose) {
         printf("%s\n", object->path);
         return;
@@ -49,16 +49,16 @@ void print_object(ubus_context *, ubus_object_data *object, void *priv)
 
 void print_reply(ubus_request *req, int, blob_attr *msg)
 {
-    const auto &options = *static_cast<const Options *>(req->priv);
+    const auto &options = *static_cast<const cli_options *>(req->priv);
     char *text = blobmsg_format_json_indent(msg, true, options.simple ? -1 : 0);
     printf("%s\n", text != nullptr ? text : "");
     free(text);
 }
 
-int invoke(ubus_context *ctx, const Options &options, const char *object, const char *method,
+int invoke(ubus_context *ctx, const cli_options &options, const char *object, const char *method,
            const char *json, bool *found)
 {
-    Buffer args;
+    scoped_buffer args;
     uint32_t id = 0;
 
     *found = true;
@@ -70,21 +70,21 @@ int invoke(ubus_context *ctx, const Options &options, const char *object, const 
         *found = false;
         return status;
     }
-    return ubus_invoke(ctx, id, method, args.head, print_reply, const_cast<Options *>(&options),
+    return ubus_invoke(ctx, id, method, args.head, print_reply, const_cast<cli_options *>(&options),
                        options.timeout * 1000);
 }
 
 } // namespace
 
-int list(ubus_context *ctx, const Options &options, int argc, char **argv)
+int list(ubus_context *ctx, const cli_options &options, int argc, char **argv)
 {
     if (argc > 1) {
         return usage_error;
     }
-    return ubus_lookup(ctx, argc ? argv[0] : nullptr, print_object, const_cast<Options *>(&options));
+    return ubus_lookup(ctx, argc ? argv[0] : nullptr, print_object, const_cast<cli_options *>(&options));
 }
 
-int call(ubus_context *ctx, const Options &options, int argc, char **argv)
+int call(ubus_context *ctx, const cli_options &options, int argc, char **argv)
 {
     if (argc < 2 || argc > 3) {
         return usage_error;
@@ -104,9 +104,9 @@ int call(ubus_context *ctx, const Options &options, int argc, char **argv)
     return status;
 }
 
-int send(ubus_context *ctx, const Options &, int argc, char **argv)
+int send(ubus_context *ctx, const cli_options &, int argc, char **argv)
 {
-    Buffer data;
+    scoped_buffer data;
 
     if (argc < 1 || argc > 2) {
         return usage_error;

@@ -28,14 +28,14 @@ void print_event(ubus_context *, ubus_event_handler *, const char *name, blob_at
     free(text);
 }
 
-struct Wait {
+struct object_wait {
     ubus_event_handler handler; // first, so that the handler's address is the record's
     int missing;
     int count;
     char **names; // null: found
 };
 
-void mark_found(Wait *wait, int index)
+void mark_found(object_wait *wait, int index)
 {
     if (wait->names[index] != nullptr) {
         wait->names[index] = nullptr;
@@ -46,7 +46,7 @@ void mark_found(Wait *wait, int index)
 void on_object_added(ubus_context *, ubus_event_handler *handler, const char *, blob_attr *msg)
 {
     static const blobmsg_policy policy[] = {{"path", BLOBMSG_TYPE_STRING}};
-    auto *wait = reinterpret_cast<Wait *>(handler);
+    auto *wait = reinterpret_cast<object_wait *>(handler);
     blob_attr *path;
 
     blobmsg_parse_attr(policy, 1, &path, msg);
@@ -65,7 +65,7 @@ void on_object_added(ubus_context *, ubus_event_handler *handler, const char *, 
 
 } // namespace
 
-int listen(ubus_context *ctx, const Options &options, int argc, char **argv)
+int listen(ubus_context *ctx, const cli_options &options, int argc, char **argv)
 {
     static char everything[] = "*";
     char *all[] = {everything};
@@ -100,9 +100,9 @@ int listen(ubus_context *ctx, const Options &options, int argc, char **argv)
     return connected ? 0 : failed;
 }
 
-int wait_for(ubus_context *ctx, const Options &options, int argc, char **argv)
+int wait_for(ubus_context *ctx, const cli_options &options, int argc, char **argv)
 {
-    Wait wait = {};
+    object_wait wait = {};
     uloop_timeout timer = {};
 
     if (argc < 1) {

@@ -14,11 +14,11 @@ namespace {
 // The broker greets at once; one that accepts and stays silent must not hold up a reconnecting daemon.
 constexpr int greeting_ms = 5000;
 
-struct Greeting {
+struct greeting_message {
     ubus_msghdr hdr;
     uint32_t root;
 };
-static_assert(sizeof(Greeting) == 12);
+static_assert(sizeof(greeting_message) == 12);
 
 int connect_socket(const char *path)
 {
@@ -45,7 +45,7 @@ int connect_socket(const char *path)
     return fd;
 }
 
-bool read_greeting(int fd, Greeting *greeting)
+bool read_greeting(int fd, greeting_message *greeting)
 {
     auto *bytes = reinterpret_cast<char *>(greeting);
     size_t have = 0;
@@ -108,7 +108,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path)
     if (ctx->sock.fd < 0) {
         return UBUS_STATUS_CONNECTION_FAILED;
     }
-    Greeting greeting;
+    greeting_message greeting;
     if (!read_greeting(ctx->sock.fd, &greeting)) {
         close_socket(ctx);
         return UBUS_STATUS_UNKNOWN_ERROR;

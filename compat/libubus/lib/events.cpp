@@ -12,7 +12,7 @@ int on_event(ubus_context *ctx, ubus_object *obj, ubus_request_data *, const cha
 
 const ubus_method event_method = {nullptr, on_event, 0, 0, nullptr, 0};
 
-int call_event_object(ubus_context *ctx, const char *method, const wire::Builder &args)
+int call_event_object(ubus_context *ctx, const char *method, const wire::message_builder &args)
 {
     if (!args.ok) {
         return UBUS_STATUS_NO_MEMORY;
@@ -24,7 +24,7 @@ int call_event_object(ubus_context *ctx, const char *method, const wire::Builder
 
 int ubus_register_event_handler(ubus_context *ctx, ubus_event_handler *ev, const char *pattern)
 {
-    wire::Builder args;
+    wire::message_builder args;
 
     if (!ev->obj.id) {
         ev->obj.methods = &event_method;
@@ -41,7 +41,7 @@ int ubus_register_event_handler(ubus_context *ctx, ubus_event_handler *ev, const
 
 int ubus_send_event(ubus_context *ctx, const char *id, blob_attr *data)
 {
-    wire::Builder args;
+    wire::message_builder args;
 
     args.ok = args.ok && blobmsg_add_string(&args, "id", id) == 0 &&
               blobmsg_add_field(&args, BLOBMSG_TYPE_TABLE, "data", blob_data(data),

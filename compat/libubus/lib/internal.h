@@ -1,6 +1,6 @@
 // What the parts of the bus library share; nothing of it is exported.
 //
-// A received message lives in a ReceivedMessage whose body the context's msgbuf.data points to. While a
+// A received message lives in a received_message whose body the context's msgbuf.data points to. While a
 // message is being handled it is taken out of the context, so that a handler's own bus calls receive into
 // another one.
 #pragma once
@@ -16,7 +16,7 @@
 
 namespace bus {
 
-struct ReceivedMessage {
+struct received_message {
     size_t have;     // bytes of header and body so far
     size_t capacity; // of body
     int fd;          // descriptor that came with it, or -1
@@ -25,7 +25,7 @@ struct ReceivedMessage {
 };
 
 // One message in a list, to be handled later.
-struct QueuedMessage {
+struct queued_message {
     list_head list;
     ubus_msghdr hdr; // in host byte order
     int fd;
@@ -44,8 +44,8 @@ void default_connection_lost(ubus_context *ctx);
 
 // requests.cpp: peer and other header fields in host byte order. Takes over fd.
 void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
-int start_request(ubus_context *ctx, ubus_request *req, const wire::Builder &msg, int type, uint32_t peer,
-                  int fd = -1);
+int start_request(ubus_context *ctx, ubus_request *req, const wire::message_builder &msg, int type,
+                  uint32_t peer, int fd = -1);
 
 // objects.cpp: takes over fd.
 void handle_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
@@ -57,7 +57,7 @@ bool register_objects_again(ubus_context *ctx);
 void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd);
 void handle_queued_messages(ubus_context *ctx);
 void drop_queued_messages(ubus_context *ctx);
-QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd);
-void free_queued_message(QueuedMessage *message);
+queued_message *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd);
+void free_queued_message(queued_message *message);
 
 } // namespace bus

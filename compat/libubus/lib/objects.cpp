@@ -8,7 +8,7 @@ namespace bus {
 
 namespace {
 
-void put_method(wire::Builder &msg, const ubus_method &method)
+void put_method(wire::message_builder &msg, const ubus_method &method)
 {
     void *table = blobmsg_open_table(&msg, method.name);
     msg.check(table);
@@ -23,7 +23,7 @@ void put_method(wire::Builder &msg, const ubus_method &method)
     }
 }
 
-void put_type(wire::Builder &msg, const ubus_object_type &type)
+void put_type(wire::message_builder &msg, const ubus_object_type &type)
 {
     if (type.id) {
         msg.put_u32(UBUS_ATTR_OBJTYPE, type.id);
@@ -143,7 +143,7 @@ void handle_state(ubus_context *ctx, blob_attr **attributes)
     }
 }
 
-struct Lookup {
+struct lookup_request {
     ubus_lookup_handler_t cb;
     void *priv;
     uint32_t *id;
@@ -151,7 +151,7 @@ struct Lookup {
 
 void on_lookup_result(ubus_request *req, int, blob_attr *msg)
 {
-    auto *lookup = static_cast<Lookup *>(req->priv);
+    auto *lookup = static_cast<lookup_request *>(req->priv);
     blob_attr *attributes[UBUS_ATTR_MAX];
 
     wire::parse(msg, attributes);
@@ -172,9 +172,9 @@ void on_lookup_result(ubus_request *req, int, blob_attr *msg)
     }
 }
 
-int run_lookup(ubus_context *ctx, const char *path, Lookup lookup)
+int run_lookup(ubus_context *ctx, const char *path, lookup_request lookup)
 {
-    wire::Builder msg;
+    wire::message_builder msg;
     ubus_request req;
 
     if (path != nullptr) {
@@ -264,7 +264,7 @@ using namespace bus;
 
 int ubus_add_object(ubus_context *ctx, ubus_object *obj)
 {
-    wire::Builder msg;
+    wire::message_builder msg;
     ubus_request req;
 
     if (obj->name != nullptr && obj->type != nullptr) {
@@ -296,7 +296,7 @@ int ubus_add_object(ubus_context *ctx, ubus_object *obj)
 
 int ubus_remove_object(ubus_context *ctx, ubus_object *obj)
 {
-    wire::Builder msg;
+    wire::message_builder msg;
     ubus_request req;
 
     msg.put_u32(UBUS_ATTR_OBJID, obj->id);
@@ -334,7 +334,7 @@ int ubus_lookup_id(ubus_context *ctx, const char *path, uint32_t *id)
 
 int ubus_send_reply(ubus_context *ctx, ubus_request_data *req, blob_attr *msg)
 {
-    wire::Builder buffer;
+    wire::message_builder buffer;
 
     buffer.put_u32(UBUS_ATTR_OBJID, req->object);
     buffer.put_data(UBUS_ATTR_DATA, msg);

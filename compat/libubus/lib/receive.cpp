@@ -10,34 +10,34 @@ namespace bus {
 namespace {
 
 using wire::header_len;
-using wire::Step;
+using wire::progress;
 
 constexpr int messages_per_turn = 64;
 constexpr int small_messages_before_shrinking = 16;
 constexpr int max_queued = 1024;
 
-ReceivedMessage *receive_buffer(ubus_context *ctx)
+received_message *receive_buffer(ubus_context *ctx)
 {
     auto *body = reinterpret_cast<char *>(ctx->msgbuf.data);
-    return body != nullptr ? reinterpret_cast<ReceivedMessage *>(body - offsetof(ReceivedMessage, body))
+    return body != nullptr ? reinterpret_cast<received_message *>(body - offsetof(received_message, body))
                            : nullptr;
 }
 
-void set_receive_buffer(ubus_context *ctx, ReceivedMessage *rx)
+void set_receive_buffer(ubus_context *ctx, received_message *rx)
 {
     ctx->msgbuf.data = rx != nullptr ? reinterpret_cast<blob_attr *>(rx->body) : nullptr;
     ctx->msgbuf_data_len = rx != nullptr ? static_cast<uint32_t>(rx->capacity) : 0;
 }
 
 // The context's buffer with room for a body of this length, contents kept; null without memory.
-ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
+received_message *ensure_capacity(ubus_context *ctx, size_t body_len)
 {
-    ReceivedMessage *rx = receive_buffer(ctx);
+    received_message *rx = receive_buffer(ctx);
     if (rx != nullptr && rx->capacity >= body_len) {
         return rx;
     }
     const size_t capacity = (body_len + UBUS_MSG_CHUNK_SIZE - 1) / UBUS_MSG_CHUNK_SIZE * UBUS_MSG_CHUNK_SIZE;
-    auto *grown = static_cast<ReceivedMessage *>(realloc(rx, sizeof(ReceivedMessage) + capacity));
+    auto *grown = static_cast<received_message *>(realloc(rx, sizeof(received_message) + capacity));
     if (grown == nullptr) {
         return nullptr;
     }
@@ -51,7 +51,7 @@ ReceivedMessage *ensure_capacity(ubus_context *ctx, size_t body_len)
 }
 
 // Reads on towards `goal` bytes of the current message.
-ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
+ssize_t read_towards(ubus_context *ctx, received_message *rx, size_t goal)
 {
     const size_t body_have = wire::body_part(rx->have);
     const ssize_t got = wire::read_on(ctx->sock.fd, ctx->msgbuf.hdr, rx->have, rx->body + body_have,
@@ -62,33 +62,33 @@ ssize_t read_towards(ubus_context *ctx, ReceivedMessage *rx, size_t goal)
     return got;
 }
 
-Step receive_step(ubus_context *ctx)
+progress receive_step(ubus_context *ctx)
 {
     for (;;) {
-        ReceivedMessage *rx = ensure_capacity(ctx, sizeof(blob_attr));
+        received_message *rx = ensure_capacity(ctx, sizeof(blob_attr));
         if (rx == nullptr) {
-            return Step::broken;
+            return progress::broken;
         }
         const size_t goal = wire::goal(rx->have, rx->body);
         if (goal == 0) {
-            return Step::broken;
+            return progress::broken;
         }
         if (rx->have == goal) {
-            return Step::message;
+            return progress::message;
         }
         rx = ensure_capacity(ctx, goal - header_len);
         if (rx == nullptr) {
-            return Step::broken;
+            return progress::broken;
         }
-        const Step step = wire::step_after(read_towards(ctx, rx, goal));
-        if (step != Step::more) {
+        const progress step = wire::step_after(read_towards(ctx, rx, goal));
+        if (step != progress::more) {
             return step;
         }
     }
 }
 
 // Large buffers stay for a while, as large messages come in series.
-void give_back(ubus_context *ctx, ReceivedMessage *rx)
+void give_back(ubus_context *ctx, received_message *rx)
 {
     const bool small = rx->have <= UBUS_MSG_CHUNK_SIZE;
     if (rx->capacity > UBUS_MSG_CHUNK_SIZE) {
@@ -136,7 +136,7 @@ void dispatch(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int fd)
 
 void handle_message(ubus_context *ctx)
 {
-    ReceivedMessage *rx = receive_buffer(ctx);
+    received_message *rx = receive_buffer(ctx);
     ubus_msghdr hdr = ctx->msgbuf.hdr;
     hdr.seq = be16_to_cpu(hdr.seq);
     hdr.peer = be32_to_cpu(hdr.peer);
@@ -173,11 +173,11 @@ void on_readable(uloop_fd *sock, unsigned int)
     const bool last_chance = sock->eof || sock->error;
 
     for (int count = 0; count < messages_per_turn || last_chance; count++) {
-        const Step step = receive_step(ctx);
-        if (step == Step::nothing) {
+        const progress step = receive_step(ctx);
+        if (step == progress::nothing) {
             return;
         }
-        if (step == Step::broken) {
+        if (step == progress::broken) {
             connection_is_lost(ctx);
             return;
         }
@@ -190,7 +190,7 @@ void on_readable(uloop_fd *sock, unsigned int)
 
 void free_receive_buffer(ubus_context *ctx)
 {
-    ReceivedMessage *rx = receive_buffer(ctx);
+    received_message *rx = receive_buffer(ctx);
     if (rx != nullptr && rx->fd >= 0) {
         close(rx->fd);
     }
@@ -198,9 +198,9 @@ void free_receive_buffer(ubus_context *ctx)
     set_receive_buffer(ctx, nullptr);
 }
 
-QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd)
+queued_message *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, int fd)
 {
-    auto *message = static_cast<QueuedMessage *>(calloc(1, sizeof(QueuedMessage)));
+    auto *message = static_cast<queued_message *>(calloc(1, sizeof(queued_message)));
     if (message == nullptr) {
         return nullptr;
     }
@@ -214,7 +214,7 @@ QueuedMessage *new_queued_message(const ubus_msghdr &hdr, const blob_attr *msg, 
     return message;
 }
 
-void free_queued_message(QueuedMessage *message)
+void free_queued_message(queued_message *message)
 {
     if (message->fd >= 0) {
         close(message->fd);
@@ -232,7 +232,7 @@ void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *
         count++;
     }
 
-    QueuedMessage *message = count < max_queued ? new_queued_message(hdr, msg, fd) : nullptr;
+    queued_message *message = count < max_queued ? new_queued_message(hdr, msg, fd) : nullptr;
     if (message == nullptr) {
         if (fd >= 0) {
             close(fd);
@@ -246,7 +246,7 @@ void queue_object_message(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *
 void handle_queued_messages(ubus_context *ctx)
 {
     while (!ctx->stack_depth && !list_empty(&ctx->pending)) {
-        QueuedMessage *message = list_first_entry(&ctx->pending, QueuedMessage, list);
+        queued_message *message = list_first_entry(&ctx->pending, queued_message, list);
         list_del(&message->list);
         const int fd = message->fd;
         message->fd = -1;
@@ -258,7 +258,7 @@ void handle_queued_messages(ubus_context *ctx)
 void drop_queued_messages(ubus_context *ctx)
 {
     while (!list_empty(&ctx->pending)) {
-        QueuedMessage *message = list_first_entry(&ctx->pending, QueuedMessage, list);
+        queued_message *message = list_first_entry(&ctx->pending, queued_message, list);
         list_del(&message->list);
         free_queued_message(message);
     }

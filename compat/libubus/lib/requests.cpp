@@ -36,7 +36,7 @@ void call_data_callbacks(ubus_request *req, int type, blob_attr *msg)
 void drop_queued_data(ubus_request *req)
 {
     while (!list_empty(&req->pending)) {
-        QueuedMessage *message = list_first_entry(&req->pending, QueuedMessage, list);
+        queued_message *message = list_first_entry(&req->pending, queued_message, list);
         list_del(&message->list);
         free_queued_message(message);
     }
@@ -49,7 +49,7 @@ void deliver_data(ubus_request *req, int type, blob_attr *msg)
     req->blocked = true;
     call_data_callbacks(req, type, msg);
     while (!req->cancelled && !list_empty(&req->pending)) {
-        QueuedMessage *message = list_first_entry(&req->pending, QueuedMessage, list);
+        queued_message *message = list_first_entry(&req->pending, queued_message, list);
         list_del(&message->list);
         call_data_callbacks(req, message->hdr.type, message->data);
         free_queued_message(message);
@@ -139,13 +139,13 @@ void handle_reply(ubus_context *ctx, const ubus_msghdr &hdr, blob_attr *msg, int
     pass_fd(nullptr, fd);
     if (!req->blocked) {
         deliver_data(req, hdr.type, msg);
-    } else if (QueuedMessage *message = new_queued_message(hdr, msg, -1)) {
+    } else if (queued_message *message = new_queued_message(hdr, msg, -1)) {
         list_add_tail(&message->list, &req->pending);
     }
 }
 
-int start_request(ubus_context *ctx, ubus_request *req, const wire::Builder &msg, int type, uint32_t peer,
-                  int fd)
+int start_request(ubus_context *ctx, ubus_request *req, const wire::message_builder &msg, int type,
+                  uint32_t peer, int fd)
 {
     memset(req, 0, sizeof(*req));
     INIT_LIST_HEAD(&req->list);
@@ -237,7 +237,7 @@ int ubus_complete_request(ubus_context *ctx, ubus_request *req, int timeout)
 int ubus_invoke_async_fd(ubus_context *ctx, uint32_t obj, const char *method, blob_attr *msg,
                          ubus_request *req, int fd)
 {
-    wire::Builder buffer;
+    wire::message_builder buffer;
     buffer.put_u32(UBUS_ATTR_OBJID, obj);
     buffer.put_string(UBUS_ATTR_METHOD, method);
     buffer.put_data(UBUS_ATTR_DATA, msg);

@@ -41,7 +41,7 @@ bool wait_writable(int fd)
 bool send_all(int sock, iovec *parts, size_t count, int fd)
 {
     msghdr msg = {};
-    wire::FdControl control;
+    wire::fd_control control;
 
     msg.msg_iov = parts;
     msg.msg_iovlen = count;

@@ -6,11 +6,11 @@
 namespace wire {
 
 // Freed with the scope. After a failure it is never sendable.
-struct Builder : blob_buf {
-    Builder() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
-    ~Builder() { blob_buf_free(this); }
-    Builder(const Builder &) = delete;
-    Builder &operator=(const Builder &) = delete;
+struct message_builder : blob_buf {
+    message_builder() : blob_buf{} { ok = blob_buf_init(this, 0) == 0; }
+    ~message_builder() { blob_buf_free(this); }
+    message_builder(const message_builder &) = delete;
+    message_builder &operator=(const message_builder &) = delete;
 
     void check(const void *added) { ok = ok && added != nullptr; }
     void put_u8(int id, uint8_t value) { check(blob_put_u8(this, id, value)); }

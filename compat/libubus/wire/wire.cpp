@@ -41,12 +41,12 @@ size_t goal(size_t have, const char *body)
     return raw_len < sizeof(blob_attr) || blob_pad_len(root) > UBUS_MAX_MSGLEN ? 0 : header_len + raw_len;
 }
 
-Step step_after(ssize_t got)
+progress step_after(ssize_t got)
 {
     if (got > 0 || (got < 0 && errno == EINTR)) {
-        return Step::more;
+        return progress::more;
     }
-    return got < 0 && errno == EAGAIN ? Step::nothing : Step::broken;
+    return got < 0 && errno == EAGAIN ? progress::nothing : progress::broken;
 }
 
 ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd)
@@ -70,7 +70,7 @@ ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body
     return got;
 }
 
-void attach_fd(msghdr &msg, FdControl &control, int fd)
+void attach_fd(msghdr &msg, fd_control &control, int fd)
 {
     control = {};
     msg.msg_control = control.space;

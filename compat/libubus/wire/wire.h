@@ -13,7 +13,7 @@ constexpr size_t header_len = sizeof(ubus_msghdr);
 constexpr size_t prefix_len = header_len + sizeof(blob_attr);
 
 // What has become of the message that is being received.
-enum class Step { more, nothing, message, broken };
+enum class progress { more, nothing, message, broken };
 
 // How many bytes there must be of a message of which `have` are there: enough to tell its length, then all of
 // it. 0 for a length that no message has.
@@ -23,7 +23,7 @@ inline size_t body_part(size_t have)
     return have < header_len ? 0 : have - header_len;
 }
 // What a result of read_on means, errno being that of the call: more, nothing or broken.
-Step step_after(ssize_t got);
+progress step_after(ssize_t got);
 
 // Reads on in a message of which `have` bytes are there: the rest of the header, then up to `body_wanted`
 // bytes to `body`, its first byte that is missing. Returns what recvmsg returns. The first descriptor
@@ -31,10 +31,10 @@ Step step_after(ssize_t got);
 ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd);
 
 // Makes a descriptor go along with a message that is sent; the control part must last as long.
-struct FdControl {
+struct fd_control {
     alignas(cmsghdr) char space[CMSG_SPACE(sizeof(int))];
 };
-void attach_fd(msghdr &msg, FdControl &control, int fd);
+void attach_fd(msghdr &msg, fd_control &control, int fd);
 
 // The attributes of a message by their numbers, UBUS_ATTR_MAX of them; those of the wrong type count as
 // absent.

@@ -167,9 +167,9 @@ TEST_F(FaultyBroker, ServesTheNextClients)
 // Whether the user of the access file may listen to what it grants.
 bool grants_are_known()
 {
-    broker::Client nobody = {};
+    broker::bus_client nobody = {};
     nobody.identity.uid = 65534;
-    return broker::acl_allows(&nobody, broker::Access::listen, "c", nullptr);
+    return broker::acl_allows(&nobody, broker::access_kind::listen, "c", nullptr);
 }
 
 class BrokerStart : public SandboxTest {};
