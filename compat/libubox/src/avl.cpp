@@ -1,5 +1,5 @@
 // Height-balanced tree behind libubox/avl.h. The field `balance` holds the height of the node's subtree,
-// which stays far below what a signed char can carry.
+// which stays far below the largest signed char.
 #include "exported.h"
 
 #include <cstring>

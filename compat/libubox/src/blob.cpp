@@ -193,7 +193,7 @@ void *blob_nest_start(blob_buf *buf, int id)
     // The bias keeps the cookie of the outermost container from being null.
     const uintptr_t cookie = offset_of(buf, buf->head) + BLOB_COOKIE;
     buf->head = blob_new(buf, id, 0);
-    // The buffer may move while the container is open: what the caller is handed is a place in it.
+    // The buffer may move while the container is open, so the caller gets an offset in it.
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     return buf->head != nullptr ? reinterpret_cast<void *>(cookie) : nullptr;
 }

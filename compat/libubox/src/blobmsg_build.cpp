@@ -6,7 +6,7 @@
 
 namespace {
 
-// A new value with room for `payload` bytes, left uninitialised; null when it does not fit.
+// A new value with room for `payload` bytes, not initialised; null when it does not fit.
 blob_attr *new_value(blob_buf *buf, int type, const char *name, size_t payload)
 {
     const size_t name_len = name != nullptr ? strlen(name) : 0;

@@ -1,4 +1,4 @@
-// The headers of the two libraries here: what they declare is all that is exported.
+// The headers of both libraries. They export only the functions and variables declared there.
 #pragma once
 
 #pragma GCC visibility push(default)

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int max_tabs = 16;
-// A message can nest deeper than any stack; what lies deeper than this prints as an empty container.
+// A message can nest deeper than any stack; containers below this depth print as empty.
 constexpr int max_depth = 1000;
 
 class json_writer {

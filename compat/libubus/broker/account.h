@@ -1,4 +1,5 @@
-// Budgets: what the clients of one user may hold of the broker at a time. Root has no account and no limit.
+// Budgets of the users: limits of the resources that all clients of one user hold together. Root has no
+// account and no limit.
 #pragma once
 
 #include <cstddef>

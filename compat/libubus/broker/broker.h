@@ -1,4 +1,4 @@
-// The bus broker: clients, the objects they publish, and what is kept about them.
+// The records of the bus broker: clients, their objects, types, subscriptions and queues.
 //
 // One process, one thread, driven by the event loop; never blocks. Clients own their objects, objects own
 // their subscriptions and event patterns. A client is freed only from its own socket callback, so a pointer
@@ -161,7 +161,7 @@ bool has_room(const bus_client *client, size_t len);
 void send_status(bus_client *client, const received_request &request, int status);
 bool flush_queue(bus_client *client); // true when nothing is left
 void drop_queue(bus_client *client);
-// What the event loop is to tell about this client's socket, by the state of its queue and listing.
+// Chooses the events of the client's socket by the state of its queue and listing.
 void update_interest(bus_client *client);
 
 // dispatch.cpp
@@ -210,7 +210,7 @@ void monitor_message(const bus_client *client, const ubus_msghdr &hdr, const blo
 enum class access_kind { call, publish, subscribe, listen, send };
 bool acl_allows(const bus_client *client, access_kind access, const char *name, const char *method = nullptr);
 void acl_load(const char *dir);
-void acl_reload(const char *dir); // counts, and tells who listens
+void acl_reload(const char *dir); // counts the readings, and sends an event to listeners
 void acl_free();
 int handle_acl_call(bus_client *client, const received_request &msg, const char *method);
 

@@ -14,7 +14,7 @@ int handle_ping(bus_client *client, const received_request &msg)
     return UBUS_STATUS_OK;
 }
 
-// An answer of an object's owner. Whoever cannot show the object, or answers into the void, is ignored.
+// An answer of an object's owner. Ignored when the sender does not own the object or the caller has gone.
 int handle_answer(bus_client *client, const received_request &msg)
 {
     const bool status = msg.hdr.type == UBUS_MSG_STATUS;

@@ -43,7 +43,7 @@ bool send_object(bus_client *client, const bus_object *object, uint16_t seq, uin
     body.put_u32(UBUS_ATTR_OBJID, object->id);
     body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
     const bool visible = put_signature(body, client, object);
-    // One that is too long for a message is nobody else's fault.
+    // One that is too long for a message is left out, as other listings must not end because of it.
     if (!visible || (body.ok && !body.sendable())) {
         return true;
     }

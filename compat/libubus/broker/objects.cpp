@@ -245,7 +245,7 @@ int handle_remove_object(bus_client *client, const received_request &msg)
     }
     message_builder body;
     body.put_u32(UBUS_ATTR_OBJID, object->id);
-    // Told so that the client can forget the type's id when nobody uses it any more.
+    // With the type's last object its id is in the answer, so that the client forgets it.
     if (object->type != nullptr && object->type->users == 1) {
         body.put_u32(UBUS_ATTR_OBJTYPE, object->type->id);
     }

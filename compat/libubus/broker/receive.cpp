@@ -1,4 +1,4 @@
-// Bytes from a client to whole messages. Memory for a message grows with what has arrived of it, so
+// Receiving: bytes of a client to whole messages. Memory for a message grows with the bytes received, so
 // announcing a large one costs the sender as much as the broker.
 #include "broker.h"
 #include "wire.h"
@@ -15,7 +15,7 @@ using wire::progress;
 constexpr size_t first_capacity = 1024;
 constexpr size_t kept_capacity = 16384;
 
-// Room behind what is there, doubling up to what the message needs.
+// Room for more bytes of the message: the buffer doubles until the whole message fits.
 bool ensure_room(bus_client *client, size_t body_have, size_t body_goal)
 {
     if (client->rx_capacity >= body_goal || client->rx_capacity > body_have) {

@@ -14,7 +14,7 @@ client_turn turn = {};
 
 namespace {
 
-// Who pays for what is sent to a client. Nobody for what a monitor sees.
+// The account that pays for a message to a client; none for a copy to a monitor.
 user_account *payer_of(const bus_client *client, int type)
 {
     if (client->account != nullptr || type == UBUS_MSG_MONITOR) {

@@ -1,4 +1,4 @@
-// The listening socket: where it lies, and who is let in.
+// The listening socket: its path, and the admission of clients.
 #include "server.h"
 
 #include "broker.h"

@@ -1,4 +1,4 @@
-// Subscriptions: objects that want to hear what another object has to tell.
+// Subscriptions: objects that receive the notifications of another object.
 #include "broker.h"
 
 namespace broker {

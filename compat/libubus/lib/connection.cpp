@@ -99,7 +99,7 @@ int ubus_reconnect(ubus_context *ctx, const char *path)
 {
     close_socket(ctx);
     bus::free_receive_buffer(ctx);
-    // Calls of the old connection have nobody left to answer to.
+    // The callers of the old connection cannot be answered any more.
     bus::drop_queued_messages(ctx);
     ctx->sock.eof = false;
     ctx->sock.error = false;

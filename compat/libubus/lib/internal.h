@@ -39,7 +39,7 @@ int send_message(ubus_context *ctx, const blob_attr *msg, int type, uint16_t seq
 void on_readable(uloop_fd *sock, unsigned int events);
 void free_receive_buffer(ubus_context *ctx);
 
-// connection.cpp: what a fresh context does when the broker goes away.
+// connection.cpp: the default handler of a lost connection.
 void default_connection_lost(ubus_context *ctx);
 
 // requests.cpp: peer and other header fields in host byte order. Takes over fd.

@@ -1,5 +1,5 @@
 // Receiving: bytes to messages, messages to replies and calls. A message that arrives in pieces waits in the
-// context for the rest, so a broker that stops in the middle of one stalls nobody.
+// context for the rest, so a broker that stops in the middle of one does not stall the event loop.
 #include "internal.h"
 #include "wire.h"
 

@@ -12,22 +12,22 @@ constexpr size_t header_len = sizeof(ubus_msghdr);
 // From here on the length of the whole message is known.
 constexpr size_t prefix_len = header_len + sizeof(blob_attr);
 
-// What has become of the message that is being received.
+// The state of the message that is being received.
 enum class progress { more, nothing, message, broken };
 
-// How many bytes there must be of a message of which `have` are there: enough to tell its length, then all of
-// it. 0 for a length that no message has.
+// The next length to receive up to, when `have` bytes have arrived: the prefix that holds the length, then
+// the whole message. 0 for a length that no message has.
 size_t goal(size_t have, const char *body);
 inline size_t body_part(size_t have)
 {
     return have < header_len ? 0 : have - header_len;
 }
-// What a result of read_on means, errno being that of the call: more, nothing or broken.
+// The meaning of a result of read_on with its errno: more, nothing or broken.
 progress step_after(ssize_t got);
 
-// Reads on in a message of which `have` bytes are there: the rest of the header, then up to `body_wanted`
-// bytes to `body`, its first byte that is missing. Returns what recvmsg returns. The first descriptor
-// that comes is put into `kept_fd` if that is negative, all others are closed.
+// Receives more of a message of which `have` bytes have arrived: the rest of the header, then up to
+// `body_wanted` bytes, stored at `body`. Returns the result of recvmsg. `kept_fd` takes the first descriptor
+// received, if it is negative; all others are closed.
 ssize_t read_on(int sock, ubus_msghdr &hdr, size_t have, char *body, size_t body_wanted, int &kept_fd);
 
 // Makes a descriptor go along with a message that is sent; the control part must last as long.
