@@ -8,8 +8,8 @@ import sys
 import threading
 import time
 
-from kinds import KINDS
-from runners import BUILD, Counts, build, build_for_mips, counting_runner
+from tests.kinds import KINDS
+from tests.runners import BUILD, Counts, build, build_for_mips, counting_runner
 
 # What runs on the virtual board mostly waits for its clock: two boards go on beside what keeps the processors busy,
 # and are served first.
@@ -27,7 +27,7 @@ class Report:
         self.total, self.table = Counts(), {}
 
     def run(self, kind, long, nice):
-        words = [sys.executable, "tests/kinds.py", kind, *(["--long"] if long else [])]
+        words = ["tests/python", "tests.kinds", kind, *(["--long"] if long else [])]
         self.say(f"\n== {kind}: {KINDS[kind][0]}" if self.alone else f"-- {kind} begins")
         start, out = time.monotonic(), sys.stdout if self.alone else io.StringIO()
         counts = counting_runner("nice", "-n", nice, *words, out=out, stderr=subprocess.STDOUT)

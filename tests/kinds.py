@@ -1,12 +1,11 @@
-#!/usr/bin/env python3
-"""Runs one kind of tests of a tree that is built: kinds.py KIND [--long]. Ends with a line of its counts."""
+"""Runs one kind of tests of a tree that is built: tests/python tests.kinds KIND [--long]. Ends with a line of its counts."""
 
 import argparse
 import io
 import re
 import sys
 
-from runners import BUILD, BUILD_SANITIZED, JOBS, build, counting_runner, ctest, pytest
+from tests.runners import BUILD, BUILD_SANITIZED, JOBS, build, counting_runner, ctest, pytest
 
 
 def fuzz(long):
@@ -88,7 +87,7 @@ KINDS = {
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="tests/kinds.py", description=__doc__)
+    parser = argparse.ArgumentParser(prog="tests/python tests.kinds", description=__doc__)
     parser.add_argument("kind", choices=KINDS, help="which kind")
     parser.add_argument("--long", action="store_true", help="its longer run, where it has one")
     arguments = parser.parse_args()

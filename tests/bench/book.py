@@ -2,7 +2,7 @@
 
 import textwrap
 
-import report
+from tests.bench import report
 
 TEXT = """# What it costs
 

@@ -5,18 +5,16 @@ What needs no VLAN devices is measured natively wherever that is possible, the r
 
 import re
 import shutil
-import sys
 import tempfile
 import time
 from pathlib import Path
 from statistics import median
 
-import on_host
-from row import Row, compared, figures
+from labctl import carrier, client
+from tests.bench import on_host
+from tests.bench.row import Row, compared, figures
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "lab"))
-from labctl import carrier, client  # noqa: E402
 
 READY = "ivarode init success"
 PAUSE = 5.0                     # seconds of a start in which the daemon waits for links

@@ -7,7 +7,7 @@ import tempfile
 from pathlib import Path
 from statistics import median
 
-from row import Row, compared, figures, paired
+from tests.bench.row import Row, compared, figures, paired
 
 BINARIES = ("bin/ivarode", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so")
 ROUTES = 10000

@@ -5,7 +5,7 @@ from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
 from pathlib import Path
 
-import notation
+from tests.conformance import notation
 
 Numbered = tuple[int, str]      # a line and its number
 WORD = re.compile(r'"(?:[^"\\]|\\.)*"|\S+')

@@ -2,9 +2,9 @@
 import fnmatch
 import re
 
-from filtering import filtered
-from recording import collapse, key_of
-from scenario import filters
+from tests.conformance.filtering import filtered
+from tests.conformance.recording import collapse, key_of
+from tests.conformance.scenario import filters
 
 NORMAL_END = ["cmdlib_kill_processes() = 0", "exit 0"]
 

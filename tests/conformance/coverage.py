@@ -8,7 +8,7 @@ import shutil
 import subprocess
 from collections import defaultdict
 
-from recording import collapse
+from tests.conformance.recording import collapse
 from tests.docs import messages
 
 CONVERSION = re.compile(r"%(?:%|[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?[diouxXcsp])")

@@ -1,9 +1,9 @@
 """Thousands of events and of requests that come and go: memory, lists and the world must be as before."""
 from pathlib import Path
 
-import notation
-from recording import run_process, temporary_folder
-from scenario import load_fixtures
+from tests.conformance import notation
+from tests.conformance.recording import run_process, temporary_folder
+from tests.conformance.scenario import load_fixtures
 
 SETUP = ("two-wan-board", "three-lans-two-wans")
 WARM_UP = 100

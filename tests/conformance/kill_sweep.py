@@ -8,8 +8,8 @@ import re
 import tempfile
 from pathlib import Path
 
-from recording import run_process
-from scenario import load_fixtures
+from tests.conformance.recording import run_process
+from tests.conformance.scenario import load_fixtures
 
 HERE = Path(__file__).resolve().parent
 SETUPS = (

@@ -5,7 +5,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-from scenario import script_text, step_script
+from tests.conformance.scenario import script_text, step_script
 
 SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notice"): "NOTICE"}
 

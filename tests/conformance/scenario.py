@@ -3,9 +3,9 @@ import copy
 import re
 from pathlib import Path
 
-import notation
-from blocks import NamedBlocks, ScenarioError, blocks, expand_each, inserted, named_lines, repeated, words
-from filtering import filtered
+from tests.conformance import notation
+from tests.conformance.blocks import NamedBlocks, ScenarioError, blocks, expand_each, inserted, named_lines, repeated, words
+from tests.conformance.filtering import filtered
 
 ROLES = {"lan": 1, "wan": 2, "either": 3}
 CONTENT_STEPS = ("netdev", "fact")

@@ -62,10 +62,10 @@ class Scenarios:
 
     def __init__(self, root: Path, build: Path) -> None:
         folder = root / "tests" / "conformance"
-        sys.path.insert(0, str(folder))
-        import compare  # pylint: disable=import-outside-toplevel,import-error
-        import recording  # pylint: disable=import-outside-toplevel,import-error
-        import scenario  # pylint: disable=import-outside-toplevel,import-error
+        sys.path.insert(0, str(root))
+        from tests.conformance import compare  # pylint: disable=import-outside-toplevel,import-error
+        from tests.conformance import recording  # pylint: disable=import-outside-toplevel,import-error
+        from tests.conformance import scenario  # pylint: disable=import-outside-toplevel,import-error
         self._check, self._recording = compare.check, recording
         self.build = build
         self._all: dict[str, Any] = {}

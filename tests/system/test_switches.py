@@ -18,7 +18,7 @@ from tests.system.held_lab import Lab
 
 UP = [str(paths.LAB / "lab"), "up"]
 RUN = ["env", f"PYTHONPATH={paths.LAB}", sys.executable, "-m", "labctl.tour", "--check"]
-TEST = [sys.executable, str(paths.ROOT / "tests/driver.py")]
+TEST = [str(paths.ROOT / "tests/python"), "tests.driver"]
 
 
 @pytest.mark.parametrize("words, mode", [([], None), (["--vm"], "vm"), (["--mips"], "mips"), (["--native"], "native")])
