@@ -6,7 +6,7 @@
 
 using intf_arguments = arguments<intf_field_count>;
 
-// A VLAN ID field, or vlan_none when it is absent.
+// The low 16 bits of a VLAN ID field, or vlan_none when it is absent.
 inline uint16_t l3intf_vlan(struct blob_attr *field)
 {
     return field != nullptr ? static_cast<uint16_t>(blobmsg_get_u32(field)) : vlan_none;

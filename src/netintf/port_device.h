@@ -9,8 +9,7 @@
 uint32_t netintf_port_name_type(const char *name);
 
 // Sets a port up as LAN or WAN port number: switch VLAN, PVID, port device, and the mark in the port's list
-// head. 0, rv_invalid for a port of 5 or more, or the failing step's
-// code.
+// head. 0, rv_invalid for a port of 5 or more, or the failing step's code.
 int netintf_port_init(uint32_t type, int number, uint32_t hw_port);
 
 // Gives a port back to LAN 1's VLAN, deletes its device and unmarks its list head. 0 or the failing step's
