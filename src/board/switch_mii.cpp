@@ -16,8 +16,9 @@ namespace {
 
 constexpr uint32_t mii_control_power_down = 0x800;
 
-// One private ioctl on "eth0". 0, rv_socket or rv_ioctl.
-int driver_call(unsigned long request, void *block)
+// One private ioctl on "eth0". 0, rv_socket or rv_ioctl. The type of its number fits into what ioctl takes,
+// which is an int in some C libraries and an unsigned long in others.
+int driver_call(uint16_t request, void *block)
 {
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (fd < 0) {

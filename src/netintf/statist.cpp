@@ -61,7 +61,8 @@ void line_sample(char *line, uint64_t (&numbers)[number_count])
     }
     entry->rx_bytes_prev = entry->rx_bytes;
     entry->tx_bytes_prev = entry->tx_bytes;
-    numbers_read(rest, numbers);
+    // Where the name ends the line, some C libraries leave nothing behind it, not even an empty text.
+    numbers_read(rest != nullptr ? rest : "", numbers);
     entry->rx_bytes = numbers[rx_bytes_number];
     entry->tx_bytes = numbers[tx_bytes_number];
     entry->rx_rate = (entry->rx_bytes - entry->rx_bytes_prev) / rate_divisor;
