@@ -51,8 +51,8 @@ def build_for_mips(folder):
 
 
 def build(folder, *options):
-    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON", *options,
-                *launcher()], stdout=subprocess.DEVNULL)
+    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON",
+                "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON", *options, *launcher()], stdout=subprocess.DEVNULL)
     if done.returncode == 0:
         done = run(["cmake", "--build", folder, "-j", JOBS])
     if done.returncode != 0:

@@ -27,7 +27,7 @@ if [ -n "$tests" ]; then
             "-DCMAKE_INSTALL_PREFIX=$googletest" -DCMAKE_INSTALL_LIBDIR=lib
         cmake --build "$folder/googletest-build" --parallel --target install
     fi
-    options+=(-DIVARODE_TESTS=ON "-DGTest_DIR=$googletest/lib/cmake/GTest" -DFUZZ_JSON_C_INCLUDE_DIR=/usr/include)
+    options+=(-DIVARODE_TESTS=ON -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "-DGTest_DIR=$googletest/lib/cmake/GTest" -DFUZZ_JSON_C_INCLUDE_DIR=/usr/include)
     parts="$parts contract_test short-sleep"
 fi
 if [ -n "$tests" ] || [ ! -e "$folder/CMakeCache.txt" ]; then

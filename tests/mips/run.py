@@ -50,7 +50,8 @@ def build(processor, folder, jobs):
              f"-DCMAKE_INSTALL_PREFIX={googletest}", "-DCMAKE_INSTALL_LIBDIR=lib")
         step("cmake", "--build", folder / "googletest-build", "-j", jobs, "--target", "install")
     # json-c is named but not linked: nothing that is built here uses it.
-    step("cmake", "-S", ".", "-B", folder, *common, "-DIVARODE_TESTS=ON", "-DIVARODE_STANDINS=ON",
+    step("cmake", "-S", ".", "-B", folder, *common, "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON",
+         "-DIVARODE_TESTS=ON", "-DIVARODE_STANDINS=ON",
          "-DJSON_C_INCLUDE_DIR=/usr/include", "-DJSON_C_LIBRARY=json-c", "-DFUZZ_JSON_C_INCLUDE_DIR=/usr/include",
          f"-DGTest_DIR={googletest}/lib/cmake/GTest")
     step("cmake", "--build", folder, "-j", jobs, "--target", "mips-tests")

@@ -32,6 +32,11 @@ def laid(tmp_path_factory):
     return {path.name: path for path in (folder / "out").iterdir()}
 
 
+def test_warnings_are_no_errors_for_who_builds_a_package(laid):
+    (commands,) = laid["ivarode"].parents[1].glob("build/*/build/compile_commands.json")
+    assert "-Wall" in commands.read_text() and "-Werror" not in commands.read_text()
+
+
 def control(folder):
     return dict(line.partition(": ")[::2] for line in (folder / "control").read_text().splitlines())
 

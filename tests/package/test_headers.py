@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import functools
+import json
 import os
 import re
 import shutil
@@ -32,7 +33,12 @@ def compile_one(compiler, include, source, *more, text=None):
 
 def test_the_flags_are_those_of_the_build():
     text = (common.ROOT / "cmake/Flags.cmake").read_text()
-    assert set(re.findall(r"-W(?!l\b|l,|no-)\w+", text.split("IVARODE_SANITIZE")[0])) == {f for f in FLAGS if f.startswith("-W")}
+    assert {*re.findall(r"-W(?!l\b|l,|no-)\w+", text.split("IVARODE_SANITIZE")[0]), "-Werror"} == {f for f in FLAGS if f.startswith("-W")}
+
+
+def test_warnings_are_errors_by_the_presets() -> None:
+    presets = json.loads((common.ROOT / "CMakePresets.json").read_text())["configurePresets"]
+    assert presets and all(preset["cacheVariables"]["CMAKE_COMPILE_WARNING_AS_ERROR"] == "ON" for preset in presets)
 
 
 @functools.cache
