@@ -79,7 +79,7 @@ KINDS = {
     "hostile": ("other users, servers, peers and full disks against every program: nothing of root's is given or lost",
                 lambda long: pytest("tests/hostile")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
-                lambda long: pytest("tests/package")),
+                lambda long: pytest("tests/package", *(["--long"] if long else []))),
     "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
               lambda long: pytest("tests/chaos", "--rounds", "200" if long else "25")),

@@ -13,9 +13,10 @@ struct FreeBlob {
 };
 using BlobCopy = std::unique_ptr<blob_attr, FreeBlob>;
 
+// Libraries before 2024-12 declare blob_memdup's argument without const, and only read it.
 inline BlobCopy copy_blob(const blob_attr *attr)
 {
-    return BlobCopy(attr ? blob_memdup(attr) : nullptr);
+    return BlobCopy(attr ? blob_memdup(const_cast<blob_attr *>(attr)) : nullptr);
 }
 
 class Message {

@@ -52,9 +52,9 @@ int DhcpRecorder::add(blob_attr *arguments)
     const bool written = file && line && fprintf(file, "%s\n", line) > 0;
     free(line);
     if (file && fclose(file) != 0) {
-        return UBUS_STATUS_SYSTEM_ERROR;
+        return UBUS_STATUS_UNKNOWN_ERROR;
     }
-    return written ? UBUS_STATUS_OK : UBUS_STATUS_SYSTEM_ERROR;
+    return written ? UBUS_STATUS_OK : UBUS_STATUS_UNKNOWN_ERROR;
 }
 
 void DhcpRecorder::dump(blob_buf *reply) const

@@ -73,6 +73,7 @@ OLDEST = [
     ("libubus.h", r"    union \{\n        struct \{\n            struct list_head auto_subscribers;.*?\n    \};\n", ""),
     ("ubusmsg.h", r"    UBUS_STATUS_(NO_MEMORY|PARSE_ERROR|SYSTEM_ERROR),\n", ""),
     ("libubox/uloop.h", r"\n    __attribute__\(\(deprecated\(.*?\)\)\);\nint64_t uloop_timeout_remaining64\(.*?\);", ";"),
+    ("libubox/blob.h", r"(blob_memdup)\(const (struct blob_attr)", r"\1(\2"),
     ("libubox/blobmsg.h", r",\n    BLOBMSG_CAST_INT64 = __BLOBMSG_TYPE_LAST", ""),
     ("libubox/blobmsg.h", r"static inline int blobmsg_parse_(array_)?attr\(.*?\n\}\n", ""),
     ("libubox/blobmsg.h", r"static inline u?int64_t blobmsg_cast_[us]64\(.*?\n\}\n", ""),

@@ -1,10 +1,13 @@
-"""Daemon and platform library compile, warnings as errors, with g++ and clang++, on bus headers of different years."""
+"""Daemon and platform library compile, warnings as errors, with g++ and clang++, on bus headers of different years; so do
+lab and tests, each source with its own command of the build."""
 
 import concurrent.futures
 import functools
 import json
 import os
+import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 
@@ -73,6 +76,44 @@ def test_every_source_compiles(headers, compiler, variant):
     assert not failed, "\n".join(failed)
 
 
+# --- the rest of the tree -------------------------------------------------------------------------------------------
+
+def build_commands() -> dict[pathlib.Path, list[str]]:
+    """Source of lab or tests -> its command of the build. What tests the stand-ins is built beside them alone."""
+    commands = {}
+    for entry in json.loads((common.BUILD / "compile_commands.json").read_text()):
+        source = pathlib.Path(entry["file"])
+        name = source.relative_to(common.ROOT) if source.is_relative_to(common.ROOT) else pathlib.Path()
+        if name.parts[:1] in (("lab",), ("tests",)) and name.parts[:2] != ("tests", "compat") and source.suffix == ".cpp":
+            commands[source] = shlex.split(entry["command"])
+    return commands
+
+
+def on_headers(command: list[str], include: pathlib.Path) -> list[str]:
+    """A command of the build that checks its source on other headers of the bus, which an image has outside of the tree."""
+    words, replaced = [], False
+    at = command.index("-o")
+    for word in command[:at] + command[at + 2:]:
+        if word[:2] == "-I" and pathlib.Path(word[2:]) in common.BUS_HEADERS:
+            replaced = True
+        elif word != "ccache":
+            words.append(word)
+    return [*words, "-isystem", str(include), "-fsyntax-only", "-Werror"] if replaced else []
+
+
+@pytest.mark.parametrize("part, some", [
+    ("lab", {"lab/siblings"}),
+    pytest.param("tests", {"tests/lab", "tests/unit", "tests/fuzz", "tests/contract", "tests/bench"}, marks=pytest.mark.long)])
+def test_lab_and_tests_compile_on_the_oldest_headers(headers: dict[str, pathlib.Path], part: str, some: set[str]) -> None:
+    commands = {source: on_headers(command, headers["oldest"]) for source, command in build_commands().items()}
+    wanted = {source: words for source, words in commands.items() if words and source.is_relative_to(common.ROOT / part)}
+    assert some <= {str(source.relative_to(common.ROOT).parent) for source in wanted}
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        done = list(pool.map(lambda words: subprocess.run(words, capture_output=True, text=True, cwd=common.BUILD), wanted.values()))
+    failed = [f"{source.relative_to(common.ROOT)}\n{result.stderr[:2000]}" for source, result in zip(wanted, done) if result.returncode]
+    assert not failed, "\n".join(failed)
+
+
 # --- that the variants are what they claim to be: each holds traps, and each trap shuts -----------------------------
 
 HANDLER = """
@@ -93,6 +134,7 @@ TRAPS = [
     ("deprecated", "#include <libubus.h>\nint f(struct uloop_timeout *t) { return uloop_timeout_remaining(t); }", {"oldest"}),
     ("newer remaining", "#include <libubus.h>\nint64_t f(struct uloop_timeout *t) { return uloop_timeout_remaining64(t); }", {"today"}),
     ("newer parse", HANDLER + "int f(struct blob_attr *a, struct blob_attr **t) { return blobmsg_parse_attr(p, 1, t, a); }", {"today"}),
+    ("copy of what stays", "#include <libubus.h>\nblob_attr *f(const blob_attr *a) { return blob_memdup(a); }", {"today"}),
     ("overrides", "#include <uci.h>\nchar *f(struct uci_context *c) { return c->conf2dir; }", {"today"}),
     ("older socket", '#include <libubus.h>\nstatic_assert(sizeof(UBUS_UNIX_SOCKET) == sizeof("/var/run/ubus.sock"));', {"oldest"}),
     ("fallthrough is a macro", "#include <libubus.h>\n#ifndef fallthrough\n#error\n#endif\n", {"today", "oldest"}),
