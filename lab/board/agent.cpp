@@ -90,8 +90,8 @@ void Carrier::take(Frame frame)
     } else if (frame.type == FrameType::exec &&
                frame.payload.compare(0, 8, std::string("machine\0", 8)) == 0) {
         std::vector<std::string> words = split_words(frame.payload, '\0');
-        words.erase(words.begin(), words.begin() + std::min<long>(2, static_cast<long>(words.size())));
-        executor_.start(frame.id, machine_, std::move(words), std::chrono::milliseconds(0));
+        words.erase(words.begin());
+        executor_.start(frame.id, machine_, std::move(words));
     } else if (frame.type == FrameType::exec && !board_channel_) {
         channel_.send(FrameType::exit, frame.id, "failed no board is up");
     } else {

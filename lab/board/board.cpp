@@ -27,22 +27,21 @@ void Board::take(Frame frame)
         executor_.input(frame.id, frame.payload);
     } else if (frame.type == FrameType::kill && !frame.payload.empty()) {
         executor_.kill(frame.id, frame.payload[0]);
-        if (auto it = waiting_.find(frame.id); it != waiting_.end()) {
+        if (waiting_.count(frame.id) != 0) {
             answer(frame.id, "", 130);
         }
     } else if (frame.type == FrameType::exec) {
         std::vector<std::string> words = split_words(frame.payload, '\0');
-        if (words.size() < 3) {
+        if (words.size() < 2) {
             channel_.send(FrameType::exit, frame.id, "failed no command");
             return;
         }
         std::string where = words[0];
-        std::chrono::milliseconds limit(std::strtoul(words[1].c_str(), nullptr, 10));
-        words.erase(words.begin(), words.begin() + 2);
+        words.erase(words.begin());
         if (where == "agent") {
             command(frame.id, words);
         } else if (auto it = hosts_.find(where); it != hosts_.end()) {
-            executor_.start(frame.id, it->second, std::move(words), limit);
+            executor_.start(frame.id, it->second, std::move(words));
         } else {
             channel_.send(FrameType::exit, frame.id, "failed no host is named " + where);
         }
@@ -51,18 +50,15 @@ void Board::take(Frame frame)
 
 void Board::answer(uint32_t id, const std::string &text, int status)
 {
-    if (auto it = waiting_.find(id); it != waiting_.end()) {
-        loop_.cancel(it->second);
-        waiting_.erase(it);
-    }
+    waiting_.erase(id);
     if (!text.empty()) {
         channel_.send(status == 0 ? FrameType::Stdout : FrameType::Stderr, id, text);
     }
     channel_.send(FrameType::exit, id, "exit " + std::to_string(status));
 }
 
-// What the board itself is asked: services | hosts | wait SECONDS TEXT | start, stop, restart NAME |
-// kill NAME SIGNAL-NUMBER.
+// What the board itself is asked: services | hosts | wait TEXT | start, stop, restart NAME |
+// kill NAME SIGNAL-NUMBER. Who waits sets a limit and ends the waiting: this clock may run too fast.
 void Board::command(uint32_t id, const std::vector<std::string> &words)
 {
     const std::string &verb = words[0];
@@ -74,8 +70,8 @@ void Board::command(uint32_t id, const std::vector<std::string> &words)
             text += host.name + " " + std::to_string(host.port) + "\n";
         }
         answer(id, text, 0);
-    } else if (verb == "wait" && words.size() == 3) {
-        wait_for_text(id, words);
+    } else if (verb == "wait" && words.size() == 2) {
+        wait_for_text(id, words[1]);
     } else if (words.size() >= 2 && services_.known(words[1])) {
         change_service(id, words);
     } else {
@@ -83,11 +79,10 @@ void Board::command(uint32_t id, const std::vector<std::string> &words)
     }
 }
 
-void Board::wait_for_text(uint32_t id, const std::vector<std::string> &words)
+void Board::wait_for_text(uint32_t id, const std::string &text)
 {
-    std::chrono::milliseconds limit(static_cast<long>(std::strtod(words[1].c_str(), nullptr) * 1000));
-    waiting_[id] = loop_.after(limit, [this, id] { answer(id, "it was not said in time\n", 1); });
-    log_.when_said(words[2], [this, id](const std::string &line, Clock::time_point at) {
+    waiting_.insert(id);
+    log_.when_said(text, [this, id](const std::string &line, Clock::time_point at) {
         if (waiting_.count(id) == 0) {
             return;
         }
@@ -134,11 +129,7 @@ void Board::service_ended(const std::string &name, const std::string &how)
         return;
     }
     // Who waits for the daemon to say something need not wait for the time limit.
-    std::vector<uint32_t> ids;
-    for (const auto &[id, timer] : waiting_) {
-        ids.push_back(id);
-    }
-    for (uint32_t id : ids) {
+    for (uint32_t id : std::set<uint32_t>(waiting_)) {
         answer(id, "the daemon has ended: " + how + "\n", 3);
     }
 }

@@ -10,6 +10,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace lab {
@@ -36,7 +37,7 @@ private:
     void take(Frame frame);
     void command(uint32_t id, const std::vector<std::string> &words);
     void answer(uint32_t id, const std::string &text, int status);
-    void wait_for_text(uint32_t id, const std::vector<std::string> &words);
+    void wait_for_text(uint32_t id, const std::string &text);
     void change_service(uint32_t id, const std::vector<std::string> &words);
     void service_ended(const std::string &name, const std::string &how);
 
@@ -48,7 +49,7 @@ private:
     std::map<std::string, Host> hosts_;
     Host parking_; // for the ends of cables that nobody holds
     Services services_;
-    std::map<uint32_t, Loop::TimerId> waiting_; // requests that wait for a text
+    std::set<uint32_t> waiting_; // requests that wait for a text
 };
 
 } // namespace lab

@@ -20,9 +20,8 @@ struct Executor::Job {
     pid_t pid = 0;
     UniqueFd in, out, err;
     std::string pending;
-    bool input_over = false, running = true, late = false;
+    bool input_over = false, running = true;
     std::string result;
-    Loop::TimerId limit = 0;
 };
 
 std::string exit_text(int wait_status)
@@ -40,8 +39,7 @@ Executor::Executor(Loop &loop, Channel &channel) : loop_(loop), channel_(channel
 
 Executor::~Executor() = default;
 
-void Executor::start(uint32_t id, const Host &host, std::vector<std::string> words,
-                     std::chrono::milliseconds limit)
+void Executor::start(uint32_t id, const Host &host, std::vector<std::string> words)
 {
     if (words.empty() || jobs_.count(id) != 0) {
         channel_.send(FrameType::exit, id, "failed no command, or its id is in use");
@@ -91,13 +89,6 @@ void Executor::start(uint32_t id, const Host &host, std::vector<std::string> wor
     loop_.watch(job.out.get(), listen, [this, &job](uint32_t) { output_ready(job, false); });
     loop_.watch(job.err.get(), listen, [this, &job](uint32_t) { output_ready(job, true); });
     loop_.on_child(job.pid, [this, &job](int status) { ended(job, status); });
-    if (limit.count() > 0) {
-        job.limit = loop_.after(limit, [this, id, &job] {
-            job.late = true;
-            job.limit = 0;
-            kill(id, SIGKILL);
-        });
-    }
 }
 
 void Executor::input(uint32_t id, std::string_view data)
@@ -191,10 +182,7 @@ void Executor::kill(uint32_t id, int signal)
 void Executor::ended(Job &job, int wait_status)
 {
     job.running = false;
-    job.result = job.late ? "timeout" : exit_text(wait_status);
-    if (job.limit != 0) {
-        loop_.cancel(job.limit);
-    }
+    job.result = exit_text(wait_status);
     uint32_t id = job.id;
     loop_.after(after_end, [this, id] {
         if (auto it = jobs_.find(id); it != jobs_.end() && !it->second->running) {

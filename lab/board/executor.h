@@ -1,5 +1,5 @@
 #pragma once
-// Runs the commands that come over the channel: output streamed back, input fed, time limit kept.
+// Runs the commands that come over the channel: output streamed back, input fed.
 
 #include "channel.h"
 #include "hosts.h"
@@ -18,9 +18,8 @@ public:
     Executor(const Executor &) = delete;
     Executor &operator=(const Executor &) = delete;
 
-    // Answers with Exit in any case, at once or when the command has ended. limit 0: none.
-    void start(uint32_t id, const Host &host, std::vector<std::string> words,
-               std::chrono::milliseconds limit);
+    // Answers with Exit in any case, at once or when the command has ended.
+    void start(uint32_t id, const Host &host, std::vector<std::string> words);
     void input(uint32_t id, std::string_view data);
     void kill(uint32_t id, int signal);
 

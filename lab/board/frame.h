@@ -2,11 +2,11 @@
 // The control channel's frames, the same bytes on a socket and on a virtual serial port.
 //
 // A frame is: payload length (32 bit, big-endian), request id (32 bit, big-endian), type (8 bit), payload.
-// Towards the board a request is begun by Exec (NUL-separated: host, time limit in ms or 0, words of the
-// command) and goes on with Stdin (empty: end of input) and Kill (one byte: signal number). Up
-// (NUL-separated: lab folder, folder of programs) and Down raise and end the board. From the board come
-// Stdout, Stderr and, once and last for each request, Exit with one of the texts "exit N", "signal N",
-// "timeout", "failed REASON". Id 0 belongs to nobody: Note carries a line for the operator's log.
+// Towards the board a request is begun by Exec (NUL-separated: host, words of the command) and goes on with
+// Stdin (empty: end of input) and Kill (one byte: signal number). Up (NUL-separated: lab folder, folder of
+// programs) and Down raise and end the board. From the board come Stdout, Stderr and, once and last for each
+// request, Exit with one of the texts "exit N", "signal N", "failed REASON". Id 0 belongs to nobody: Note
+// carries a line for the operator's log.
 
 #include <cstddef>
 #include <cstdint>

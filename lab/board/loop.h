@@ -16,7 +16,6 @@ namespace lab {
 class Loop {
 public:
     using ChildHandler = std::function<void(int wait_status)>;
-    using TimerId = EventLoop::TimerId;
 
     // Blocks SIGCHLD in this process; children must be started with the signal mask reset (see spawn).
     Loop();
@@ -28,11 +27,10 @@ public:
 
     void on_child(pid_t pid, ChildHandler handler) { children_[pid] = std::move(handler); }
 
-    TimerId after(std::chrono::milliseconds delay, std::function<void()> handler)
+    void after(std::chrono::milliseconds delay, std::function<void()> handler)
     {
-        return events_.after(delay, std::move(handler));
+        events_.after(delay, std::move(handler));
     }
-    void cancel(TimerId id) { events_.cancel(id); }
 
     void run();
     void stop() { events_.stop(); }

@@ -45,22 +45,15 @@ void EventLoop::remove(int fd)
     }
 }
 
-EventLoop::TimerId EventLoop::after(std::chrono::milliseconds delay, std::function<void()> handler)
+void EventLoop::after(std::chrono::milliseconds delay, std::function<void()> handler)
 {
-    const TimerId id = next_timer_++;
-    timers_.emplace(Clock::now() + delay, Timer{id, std::move(handler)});
-    return id;
-}
-
-void EventLoop::cancel(TimerId id)
-{
-    std::erase_if(timers_, [id](const auto &item) { return item.second.id == id; });
+    timers_.emplace(Clock::now() + delay, std::move(handler));
 }
 
 void EventLoop::run_timers()
 {
     while (!stopping_ && !timers_.empty() && timers_.begin()->first <= Clock::now()) {
-        const std::function<void()> handler = std::move(timers_.begin()->second.handler);
+        const std::function<void()> handler = std::move(timers_.begin()->second);
         timers_.erase(timers_.begin());
         handler();
     }

@@ -22,7 +22,6 @@ using Clock = std::chrono::steady_clock;
 class EventLoop {
 public:
     using Handler = std::function<void(uint32_t events)>;
-    using TimerId = unsigned;
 
     EventLoop();
 
@@ -32,8 +31,7 @@ public:
     void remove(int fd);
 
     // Once, after the delay.
-    TimerId after(std::chrono::milliseconds delay, std::function<void()> handler);
-    void cancel(TimerId id);
+    void after(std::chrono::milliseconds delay, std::function<void()> handler);
 
     bool run();
     void stop() { stopping_ = true; }
@@ -43,10 +41,6 @@ private:
         uint32_t generation;
         std::shared_ptr<Handler> handler;
     };
-    struct Timer {
-        TimerId id;
-        std::function<void()> handler;
-    };
 
     bool control(int operation, int fd, uint32_t events);
     void call(uint64_t key, uint32_t events);
@@ -55,8 +49,7 @@ private:
 
     UniqueFd epoll_;
     std::unordered_map<int, Watch> watches_;
-    std::multimap<Clock::time_point, Timer> timers_;
-    TimerId next_timer_ = 1;
+    std::multimap<Clock::time_point, std::function<void()>> timers_;
     uint32_t generation_ = 0;
     bool stopping_ = false;
 };

@@ -150,7 +150,7 @@ class Hub:
         if peer is self.channel:
             self.from_board(kind, ident, payload)
         elif kind == frames.EXEC and payload.startswith(b"hub\0"):
-            self.own_command(peer, ident, payload.split(b"\0")[2:])
+            self.own_command(peer, ident, payload.split(b"\0")[1:])
         elif kind in (frames.EXEC, frames.UP, frames.DOWN):
             ours, self.next_id = self.next_id, self.next_id % 0x7fffffff + 1
             self.routes[ours] = (peer, ident)
