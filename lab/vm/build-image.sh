@@ -58,7 +58,8 @@ key=$(cat "$LAB_VM_CACHE/debs/$set/.list" "$here/build-image.sh" "$here/mkcpio.p
 if [ "$(cat "$out/.key" 2>/dev/null)" = "$key" ]; then echo "image $target: up to date"; exit 0; fi
 t0=$(date +%s%N)
 rm -rf "$out"; mkdir -p "$out"; tree=$out/tree
-mkdir -p "$tree"/{bin,sbin,lib,proc,sys,dev,tmp,run,root,mnt,share,prog,etc/ppp/plugins,etc/udhcpc,var/{lib/misc,log},usr/{bin,sbin,lib,share}}
+mkdir -p "$tree"/{proc,sys,dev,tmp,run,root,mnt,share,prog,etc/ppp/plugins,etc/udhcpc,var/{lib/misc,log},usr/{bin,sbin,lib,lib64,share}}
+for d in bin sbin lib lib64; do ln -s "usr/$d" "$tree/$d"; done
 
 # --- programs and libraries -------------------------------------------------
 # All libraries go to where the packages have them; a NEEDED entry that no
@@ -67,7 +68,11 @@ mapfile -t libdirs < <(cd "$src" && find . -name '*.so*' \( -type f -o -type l \
     grep -E '^(/usr)?/lib/[^/]*-linux-gnu[^/]*$|^(/usr)?/lib$')
 declare -A have=()
 copy() {    # PATH-IN-SRC : copy keeping symlinks, then what it needs
-    local p=$1 f=$src$1 d link n
+    local p=$1 f link n
+    # all of it goes below /usr; packages of older systems have a part of it outside
+    case $p in /bin/* | /sbin/* | /lib/* | /lib64/*) p=/usr$p ;; esac
+    f=$src$p
+    [ -e "$f" ] || [ -L "$f" ] || f=$src${p#/usr}
     [ -z "${have[$p]:-}" ] || return 0
     have[$p]=1
     [ -e "$f" ] || [ -L "$f" ] || die "no $p in $set"
@@ -122,11 +127,11 @@ install -m755 "$here/guest/init" "$tree/init"
 # No depmod needed: dependencies and aliases are read from .modinfo (readelf
 # reads any architecture). modules.dep/modules.alias let the kernel autoload;
 # modules.boot and modules.load are load orders for init.
-mdir=$(echo "$kroot"/lib/modules/*); mdir=$(printf '%s\n' $mdir | while read -r m; do [ ! -d "$m" ] || echo "$m"; done)
+mdir=$(for m in "$kroot"/lib/modules/* "$kroot"/usr/lib/modules/*; do [ ! -d "$m" ] || echo "$m"; done)
 kver=${mdir##*/}
 md=$tree/lib/modules/$kver; mkdir -p "$md"
 declare -A mpath=() mdep=() mseen=()
-while read -r f; do n=${f##*/}; n=${n%.ko}; mpath[${n//-/_}]=$f; done < <(find "$mdir" -name '*.ko')
+while read -r f; do n=${f##*/}; n=${n%.ko*}; mpath[${n//-/_}]=$f; done < <(find "$mdir" -name '*.ko' -o -name '*.ko.xz')
 builtin=" $(sed -n 's#.*/\(.*\)\.ko$#\1#p' "$mdir/modules.builtin" 2>/dev/null | tr '\n-' ' _') "
 order=()
 addmod() {  # NAME WANTED-BY : depth first, so "order" is a valid load order
@@ -141,10 +146,11 @@ addmod() {  # NAME WANTED-BY : depth first, so "order" is a valid load order
         [ "$2" = maybe ] || echo "  note: kernel $kver has no module $n${2:+ (for $2)}" >&2
         return 0
     fi
+    case $f in *.xz) python3 -c 'import lzma, sys; sys.stdout.buffer.write(lzma.open(sys.argv[1]).read())' "$f" > "$out/module.ko"; f=$out/module.ko ;; esac
     info=$(readelf -p .modinfo "$f" 2>/dev/null | sed -n 's/^ *\[ *[0-9a-f]*\] *//p')
     mdep[$n]=$(sed -n 's/^depends=//p' <<< "$info" | tr ',-' ' _')
     for d in ${mdep[$n]} $(sed -n 's/^softdep=pre: *//p' <<< "$info"); do addmod "$d" "$n"; done
-    cp --preserve=mode "$f" "$md/$n.ko"
+    install -m644 "$f" "$md/$n.ko"
     sed -n "s/^alias=\(.*\)/alias \1 $n/p" <<< "$info" >> "$md/modules.alias"
     order+=("$n")
 }
@@ -166,7 +172,7 @@ mipsel) python3 "$here/unbz.py" "$kroot"/boot/vmlinuz-* "$out/kernel" 2>/dev/nul
 esac
 
 python3 "$here/mkcpio.py" "$tree" "$out/initramfs.cpio"
-rm -rf "$tree"
+rm -rf "$tree" "$out/module.ko"
 echo "$key" > "$out/.key"
 printf 'image %s: kernel %s, %d modules, initramfs %.1f MB, built in %.1f s\n' "$target" "$kver" "${#order[@]}" \
     "$(stat -c %s "$out/initramfs.cpio" | awk '{print $1/1e6}')" "$(( ($(date +%s%N) - t0) / 1000000 ))e-3"
