@@ -5,6 +5,7 @@
 #include "netintf/registry.h"
 #include "netintf/startup.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 
 namespace model {

@@ -7,6 +7,7 @@ extern "C" {
 #include <libubox/blob.h>
 }
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <random>

@@ -2,6 +2,7 @@
 // random, so the recorded ones stand for those met in this run; each must keep standing for the same.
 #include "support.h"
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 #include <set>

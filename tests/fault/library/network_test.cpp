@@ -4,6 +4,7 @@
 #include "platform/netdev.h"
 #include "sweep.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <net/if.h>

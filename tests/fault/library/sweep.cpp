@@ -2,6 +2,7 @@
 
 #include "sandbox.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
