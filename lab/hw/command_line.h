@@ -17,7 +17,7 @@ public:
     void text(const char *name, std::string &to);
     void flag(const char *name, bool &to, bool value);
     void value(const char *name, std::function<void(const std::string &)> take);
-    // Takes the options; true when there is nothing but options.
+    // Takes the options; true when there is nothing but options. Where words follow, getopt's optind is the first.
     bool parse(int argc, char **argv) const;
     [[noreturn]] void wrong(const char *text) const;
 

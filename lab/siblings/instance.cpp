@@ -47,6 +47,18 @@ void add_text(blob_buf *reply, const char *name, const std::string &text)
     }
 }
 
+void add_pairs(blob_buf *reply, const char *name, const Pairs &pairs)
+{
+    if (pairs.empty()) {
+        return;
+    }
+    void *table = blobmsg_open_table(reply, name);
+    for (const auto &[key, value] : pairs) {
+        blobmsg_add_string(reply, key.c_str(), value.c_str());
+    }
+    blobmsg_close_table(reply, table);
+}
+
 } // namespace
 
 Instance::Instance(InstanceOwner &instance_owner, OutputLog &output, std::string of_service,
@@ -97,7 +109,7 @@ void Instance::spawn()
         return;
     }
     const int output = log.writer(label());
-    const pid_t pid = output < 0 ? -1 : launch(config, output);
+    const pid_t pid = output < 0 ? -1 : launch(config, owner.jail_helper(), output);
     if (output >= 0) {
         close(output);
     }
@@ -193,6 +205,7 @@ void Instance::crashed_or_done()
     crash_count = lived_long ? 0 : crash_count + 1;
     if (config.respawn->retry > 0 && crash_count > config.respawn->retry) {
         log.line(label(), "ends again and again; given up");
+        config.respawn.reset(); // nor is it listed any longer
         return;
     }
     respawn_timer.set(config.respawn->timeout * 1000);
@@ -205,7 +218,9 @@ void Instance::describe(blob_buf *reply) const
     if (running()) {
         add_number(reply, "pid", child.pid());
     }
-    add_strings(reply, "command", config.command);
+    if (!config.command.empty()) {
+        add_strings(reply, "command", config.command);
+    }
     add_number(reply, "term_timeout", config.term_timeout);
     if (!running()) {
         add_number(reply, "exit_code", last_exit);
@@ -213,16 +228,11 @@ void Instance::describe(blob_buf *reply) const
     if (!config.errors.empty()) {
         add_strings(reply, "errors", config.errors);
     }
-    if (!config.env.empty()) {
-        void *env = blobmsg_open_table(reply, "env");
-        for (const auto &[name, value] : config.env) {
-            blobmsg_add_string(reply, name.c_str(), value.c_str());
-        }
-        blobmsg_close_table(reply, env);
-    }
+    add_pairs(reply, "env", config.env);
     if (user_data) {
         blobmsg_add_blob(reply, user_data.get());
     }
+    add_pairs(reply, "limits", config.limits);
     if (!config.netdev.empty()) {
         add_strings(reply, "netdev", config.netdev);
     }
@@ -236,9 +246,21 @@ void Instance::describe(blob_buf *reply) const
         add_number(reply, "retry", config.respawn->retry);
         blobmsg_close_table(reply, respawn);
     }
+    if (config.no_new_privs) {
+        blobmsg_add_u8(reply, "no_new_privs", 1);
+    }
+    add_text(reply, "capabilities", config.capabilities);
     add_text(reply, "pidfile", config.pidfile);
     add_text(reply, "user", config.user);
     add_text(reply, "group", config.group);
+    if (config.jail) {
+        void *jail = blobmsg_open_table(reply, "jail");
+        add_text(reply, "name", config.jail->name);
+        for (size_t i = 0; i < jail_options.size(); i++) {
+            blobmsg_add_u8(reply, jail_options[i], config.jail->options[i] ? 1 : 0);
+        }
+        blobmsg_close_table(reply, jail);
+    }
     blobmsg_close_table(reply, table);
 }
 

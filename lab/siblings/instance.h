@@ -12,10 +12,12 @@ namespace lab {
 
 class Instance;
 
-// Called when a removed instance has ended: its last act, upon which the owner destroys it.
+// Called when a removed instance has ended: its last act, upon which the owner destroys it. Knows the program
+// that instances with a jail are started through.
 class InstanceOwner {
 public:
     virtual void gone(Instance &instance) = 0;
+    virtual const std::string &jail_helper() const = 0;
 
 protected:
     ~InstanceOwner() = default;

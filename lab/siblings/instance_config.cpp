@@ -21,6 +21,10 @@ enum Field {
     field_term_timeout,
     field_reload_signal,
     field_data,
+    field_limits,
+    field_jail,
+    field_capabilities,
+    field_no_new_privs,
     field_count
 };
 
@@ -37,6 +41,10 @@ constexpr std::array<blobmsg_policy, field_count> policy = {{
     {"term_timeout", BLOBMSG_TYPE_INT32},
     {"reload_signal", BLOBMSG_TYPE_INT32},
     {"data", BLOBMSG_TYPE_TABLE},
+    {"limits", BLOBMSG_TYPE_TABLE},
+    {"jail", BLOBMSG_TYPE_TABLE},
+    {"capabilities", BLOBMSG_TYPE_STRING},
+    {"no_new_privs", BLOBMSG_TYPE_BOOL},
 }};
 
 // The strings of an array; anything else in it, or a malformed member, makes it unsound.
@@ -59,9 +67,9 @@ std::vector<std::string> strings(blob_attr *array, bool &sound)
     return list;
 }
 
-std::vector<std::pair<std::string, std::string>> pairs(blob_attr *table, bool &sound)
+Pairs pairs(blob_attr *table, bool &sound)
 {
-    std::vector<std::pair<std::string, std::string>> list;
+    Pairs list;
     if (!table) {
         return list;
     }
@@ -93,6 +101,27 @@ std::optional<Respawn> parse_respawn(blob_attr *array)
     return respawn;
 }
 
+std::optional<Jail> parse_jail(blob_attr *table)
+{
+    if (!table) {
+        return std::nullopt;
+    }
+    std::array<blobmsg_policy, jail_options.size() + 1> wanted{};
+    std::array<blob_attr *, jail_options.size() + 1> tb{};
+    for (size_t i = 0; i < jail_options.size(); i++) {
+        wanted[i] = {jail_options[i], BLOBMSG_TYPE_BOOL};
+    }
+    wanted.back() = {"name", BLOBMSG_TYPE_STRING};
+    blobmsg_parse(wanted.data(), static_cast<int>(wanted.size()), tb.data(), blobmsg_data(table),
+                  static_cast<unsigned>(blobmsg_data_len(table)));
+    Jail jail;
+    jail.name = tb.back() ? blobmsg_get_string(tb.back()) : "";
+    for (size_t i = 0; i < jail_options.size(); i++) {
+        jail.options.push_back(tb[i] && blobmsg_get_bool(tb[i]));
+    }
+    return jail;
+}
+
 std::string text(blob_attr *attr)
 {
     return attr ? blobmsg_get_string(attr) : "";
@@ -113,6 +142,9 @@ InstanceRequest parse_instance(const blob_attr *table)
     InstanceRequest request;
     InstanceConfig &config = request.config;
     config.command = strings(tb[field_command], config.sound);
+    // A command that is missing or no list is a command to come; a list of nothing, or of other things, is
+    // none.
+    config.sound &= !tb[field_command] || !config.command.empty();
     config.env = pairs(tb[field_env], config.sound);
     config.respawn = parse_respawn(tb[field_respawn]);
     config.netdev = strings(tb[field_netdev], config.sound);
@@ -127,6 +159,10 @@ InstanceRequest parse_instance(const blob_attr *table)
     config.sound &= config.nice >= -20 && config.nice <= 20;
     config.term_timeout = number(tb[field_term_timeout], config.term_timeout);
     config.reload_signal = number(tb[field_reload_signal], 0);
+    config.limits = pairs(tb[field_limits], config.sound);
+    config.jail = parse_jail(tb[field_jail]);
+    config.capabilities = text(tb[field_capabilities]);
+    config.no_new_privs = tb[field_no_new_privs] && blobmsg_get_bool(tb[field_no_new_privs]);
     request.data = copy_blob(tb[field_data]);
     return request;
 }

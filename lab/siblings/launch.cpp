@@ -1,5 +1,6 @@
 #include "launch.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -49,6 +50,65 @@ bool become(const InstanceConfig &config)
     return !user || setuid(user->pw_uid) == 0;
 }
 
+struct Limit {
+    const char *name;
+    decltype(RLIMIT_CORE) resource;
+};
+constexpr std::array<Limit, 14> limits = {{{"as", RLIMIT_AS},
+                                           {"core", RLIMIT_CORE},
+                                           {"cpu", RLIMIT_CPU},
+                                           {"data", RLIMIT_DATA},
+                                           {"fsize", RLIMIT_FSIZE},
+                                           {"memlock", RLIMIT_MEMLOCK},
+                                           {"msgqueue", RLIMIT_MSGQUEUE},
+                                           {"nice", RLIMIT_NICE},
+                                           {"nofile", RLIMIT_NOFILE},
+                                           {"nproc", RLIMIT_NPROC},
+                                           {"rss", RLIMIT_RSS},
+                                           {"rtprio", RLIMIT_RTPRIO},
+                                           {"sigpending", RLIMIT_SIGPENDING},
+                                           {"stack", RLIMIT_STACK}}};
+
+rlim_t amount(const std::string &word)
+{
+    return word == "unlimited" ? RLIM_INFINITY : static_cast<rlim_t>(strtoul(word.c_str(), nullptr, 0));
+}
+
+// Those that are unknown or out of bounds change nothing, as on the router.
+void limit(const Pairs &wanted)
+{
+    for (const auto &[name, value] : wanted) {
+        for (const Limit &known : limits) {
+            if (name == known.name) {
+                const size_t blank = value.find(' ');
+                const rlimit both = {amount(value.substr(0, blank)),
+                                     amount(blank == std::string::npos ? value : value.substr(blank + 1))};
+                setrlimit(known.resource, &both);
+            }
+        }
+    }
+}
+
+std::vector<std::string> words_of(const InstanceConfig &config, const std::string &jail_helper)
+{
+    std::vector<std::string> words;
+    if (config.jail && access(jail_helper.c_str(), X_OK) == 0) {
+        words.push_back(jail_helper);
+        if (!config.capabilities.empty()) {
+            words.insert(words.end(), {"--capabilities", config.capabilities});
+        }
+        if (config.no_new_privs) {
+            words.emplace_back("--no-new-privs");
+        }
+        for (const auto &variable : config.env) {
+            words.insert(words.end(), {"--import", variable.first});
+        }
+        words.emplace_back("--");
+    }
+    words.insert(words.end(), config.command.begin(), config.command.end());
+    return words;
+}
+
 [[noreturn]] void run_child(const InstanceConfig &config, char *const *arguments, int output, pid_t parent)
 {
     reset_signals();
@@ -59,6 +119,7 @@ bool become(const InstanceConfig &config)
     for (const auto &[name, value] : config.env) {
         setenv(name.c_str(), value.c_str(), 1);
     }
+    limit(config.limits);
     if ((config.nice != 0 && setpriority(PRIO_PROCESS, 0, config.nice) < 0) || !become(config)) {
         dprintf(STDERR_FILENO, "cannot take the wanted priority or user: %s\n", strerror(errno));
         _exit(127);
@@ -70,11 +131,12 @@ bool become(const InstanceConfig &config)
 
 } // namespace
 
-pid_t launch(const InstanceConfig &config, int output)
+pid_t launch(const InstanceConfig &config, const std::string &jail_helper, int output)
 {
+    std::vector<std::string> words = words_of(config, jail_helper);
     std::vector<char *> arguments;
-    for (const std::string &word : config.command) {
-        arguments.push_back(const_cast<char *>(word.c_str()));
+    for (std::string &word : words) {
+        arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
     // A signal sent to the child at once must wait until the child answers it as its command would.

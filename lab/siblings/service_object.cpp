@@ -42,7 +42,8 @@ template <size_t N> Arguments<N> parse(const Policy<N> &policy, blob_attr *argum
 
 } // namespace
 
-ServiceObject::ServiceObject(OutputLog &output) : supervisor(output)
+ServiceObject::ServiceObject(OutputLog &output, const std::string &jail_helper)
+    : supervisor(output, jail_helper)
 {
     const auto method = [this](const char *name, const auto &policy, auto handler) {
         bus_object.add_method(name, policy.data(), static_cast<int>(policy.size()), handler);

@@ -9,7 +9,8 @@ namespace lab {
 
 class ServiceObject {
 public:
-    explicit ServiceObject(OutputLog &output);
+    // `jail_helper` is the program that instances with a jail are started through.
+    ServiceObject(OutputLog &output, const std::string &jail_helper);
 
     BusObject &object() { return bus_object; }
     Supervisor &services() { return supervisor; }

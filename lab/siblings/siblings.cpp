@@ -18,6 +18,7 @@ struct Options {
     std::string socket;
     std::string log;
     std::string record;
+    std::string jail = "/usr/sbin/lab-jail";
     int ombrine_delay_ms = 0;
     bool ombrine = true;
 };
@@ -27,6 +28,8 @@ constexpr const char *usage =
     "Offers the bus objects service, ombrine.run and dnsmasq.dhcp.\n\n"
     "  --socket PATH        the broker's socket (default: the library's)\n"
     "  --log FILE           append the output of supervised processes here (default: standard error)\n"
+    "  --jail PROGRAM       starts instances with a jail (default: /usr/sbin/lab-jail); where it is not\n"
+    "                       there, they are started as others are\n"
     "  --dhcp-record FILE   append what dnsmasq.dhcp is given here, a line of JSON each\n"
     "  --ombrine-delay MS   offer ombrine.run only after this time\n"
     "  --no-ombrine         never offer ombrine.run\n"
@@ -39,6 +42,7 @@ Options parse(int argc, char **argv)
     line.text("socket", options.socket);
     line.text("log", options.log);
     line.text("dhcp-record", options.record);
+    line.text("jail", options.jail);
     line.value("ombrine-delay", [&](const std::string &text) {
         char *end = nullptr;
         const long value = strtol(text.c_str(), &end, 10);
@@ -73,7 +77,7 @@ int run(const Options &options)
                        [](blob_attr *, const auto &) { return static_cast<int>(UBUS_STATUS_OK); });
     lab::DhcpRecorder dhcp(options.record);
     lab::Bus bus(options.socket);
-    lab::ServiceObject service(log);
+    lab::ServiceObject service(log, options.jail);
 
     const auto give_up = [&failed] {
         failed = true;

@@ -60,12 +60,18 @@ void Supervisor::apply_instances(const std::string &name, Service &service, blob
             continue;
         }
         const std::string instance = blobmsg_name(member);
+        InstanceRequest request = parse_instance(member);
+        if (!request.config.sound) {
+            log.line(name + "/" + instance,
+                     "dropped: no list of words as its command, or an impossible setting");
+            continue;
+        }
         named.insert(instance);
         auto &slot = service.instances[instance];
         if (!slot) {
             slot = std::make_unique<Instance>(static_cast<InstanceOwner &>(*this), log, name, instance);
         }
-        slot->apply(parse_instance(member), service.autostart);
+        slot->apply(std::move(request), service.autostart);
     }
     for (const std::string &instance : replace ? keys_of(service.instances) : std::vector<std::string>()) {
         if (!named.contains(instance)) {

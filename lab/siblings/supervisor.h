@@ -19,7 +19,7 @@ struct ServiceRequest {
 
 class Supervisor final : private InstanceOwner {
 public:
-    explicit Supervisor(OutputLog &output) : log(output) {}
+    Supervisor(OutputLog &output, std::string jail_helper) : log(output), helper(std::move(jail_helper)) {}
 
     // Creates or updates. With `replace`, instances that the request does not name are stopped and removed.
     int update(const ServiceRequest &request, bool replace);
@@ -42,10 +42,12 @@ private:
     };
 
     void gone(Instance &instance) override;
+    const std::string &jail_helper() const override { return helper; }
     void apply_instances(const std::string &name, Service &service, blob_attr *table, bool replace);
     void vanish_if_done(const std::string &name);
 
     OutputLog &log;
+    std::string helper;
     std::map<std::string, Service> services;
 };
 

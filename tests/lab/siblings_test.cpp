@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -171,6 +172,7 @@ TEST_F(SiblingsTest, RespawnsUntilTheRetriesAreUsedUp)
     }
     EXPECT_EQ(starts, 3U);
     EXPECT_EQ(pid_of("wan1"), -1);
+    EXPECT_TRUE(has(list(), "wan1") && !has(list(), "respawn")) << list();
 }
 
 TEST_F(SiblingsTest, AnExitAfterTheThresholdIsNoCrash)
@@ -184,19 +186,139 @@ TEST_F(SiblingsTest, AnExitAfterTheThresholdIsNoCrash)
     EXPECT_FALSE(has(read_file(dir / "log"), "given up"));
 }
 
-TEST_F(SiblingsTest, ACommandThatIsNotAllStringsNeverStarts)
+TEST_F(SiblingsTest, AListThatIsNoCommandMakesNoInstance)
 {
-    EXPECT_EQ(service("add", R"({"name":"x","instances":{"a":{"command":["sleep",5]}}})").status, 0);
-    EXPECT_EQ(service("add", R"({"name":"x","instances":{"b":{"command":"sleep 5"}}})").status, 0);
-    EXPECT_EQ(service("add", R"({"name":"x","instances":{"c":{"command":[]}}})").status, 0);
+    EXPECT_EQ(
+        service("add", R"({"name":"x","instances":{"a":{"command":["sleep",5]},"b":{"command":[]}}})").status,
+        0);
+    EXPECT_EQ(list(), R"({"x":{}})");
+    EXPECT_TRUE(logged("[x/a] dropped: no list of words as its command, or an impossible setting"));
+    EXPECT_TRUE(logged("[x/b] dropped: no list of words as its command, or an impossible setting"));
+}
+
+TEST_F(SiblingsTest, WithoutACommandItIsListedAndNeverStarts)
+{
+    EXPECT_EQ(service("add", R"({"name":"x","instances":{"a":{},"b":{"command":"sleep 5"}}})").status, 0);
+    EXPECT_EQ(list(), R"({"x":{"instances":{"a":{"running":false,"term_timeout":5,"exit_code":0},)"
+                      R"("b":{"running":false,"term_timeout":5,"exit_code":0}}}})");
+    EXPECT_TRUE(logged("[x/a] not started: no usable command"));
+}
+
+TEST_F(SiblingsTest, WithAnErrorItNeverStarts)
+{
     EXPECT_EQ(service("add", R"({"name":"x","instances":{"d":{"command":["true"],"error":["no"]}}})").status,
               0);
-    const std::string text = list();
-    EXPECT_FALSE(has(text, "\"running\":true"));
-    for (const char *instance : {"a", "b", "c", "d"}) {
-        EXPECT_TRUE(has(text, std::string("\"") + instance + "\":{\"running\":false")) << text;
-        EXPECT_TRUE(logged(std::string("[x/") + instance + "] not started: no usable command"));
+    EXPECT_TRUE(has(list(), R"("d":{"running":false,"command":["true"])"));
+    EXPECT_TRUE(logged("[x/d] not started: no usable command"));
+}
+
+TEST_F(SiblingsTest, RespawnOfTextsThatAreNoNumbersIsZero)
+{
+    ASSERT_EQ(put("add", "x", "a", "exec sleep 1000", R"(,"respawn":["often","soon","some"])"), 0);
+    EXPECT_TRUE(has(list(), R"("respawn":{"threshold":0,"timeout":0,"retry":0})"));
+}
+
+// What a service asks for beside its command; a text of its own would be another service's.
+const std::string confinement = R"(,"limits":{"core":"0","nofile":"100 200"},"no_new_privs":true,)"
+                                R"("capabilities":"FILE")";
+
+class JailTest : public SiblingsTest {
+protected:
+    void SetUp() override
+    {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "needs root";
+        }
+        start_broker();
+        file = dir / "capabilities";
+        std::ofstream(file) << R"({"bounding":["CAP_NET_ADMIN","CAP_NET_RAW"],"effective":["CAP_NET_ADMIN"],)"
+                               R"("permitted":["CAP_NET_ADMIN"],"inheritable":["CAP_NET_RAW"],"ambient":[]})";
     }
+    std::string fields(const std::string &more) const
+    {
+        std::string text = confinement + more;
+        return text.replace(text.find("FILE"), 4, file);
+    }
+    // What an instance with these fields sees of itself.
+    std::string seen(const std::string &more)
+    {
+        EXPECT_EQ(put("add", "x", "a",
+                      "grep -E '^Cap(Inh|Prm|Eff|Bnd)|^NoNew' /proc/$$/status; ulimit -Sn; ulimit -Hn; tr "
+                      "'\\\\0' ' ' "
+                      "</proc/$$/environ; echo; echo end; exec sleep 1000",
+                      fields(more)),
+                  0);
+        EXPECT_TRUE(logged("[x/a] end"));
+        return read_file(dir / "log");
+    }
+
+    std::string file;
+};
+
+TEST_F(JailTest, ConfinesAndEmptiesTheEnvironment)
+{
+    start_siblings({"--jail", JAIL});
+    const std::string log = seen(R"(,"jail":{"name":"x"},"env":{"COLOUR":"blue"})");
+    // an exec by root would fill the sets up to the bounds, were it not for no_new_privs
+    for (const char *line :
+         {"CapPrm:\t0000000000001000", "CapEff:\t0000000000001000", "CapBnd:\t0000000000003000",
+          "CapInh:\t0000000000002000", "NoNewPrivs:\t1", "100", "200"}) {
+        EXPECT_TRUE(has(log, std::string("[x/a] ") + line + "\n")) << log;
+    }
+    EXPECT_TRUE(has(log, "[x/a] container=ujail PWD=/ COLOUR=blue \n")) << log;
+}
+
+TEST_F(JailTest, WithoutAJailOnlyLimitsTakeEffect)
+{
+    start_siblings({"--jail", JAIL});
+    const std::string log = seen("");
+    const std::string own = read_file("/proc/self/status");
+    const size_t at = own.find("CapBnd:");
+    EXPECT_TRUE(has(log, "[x/a] " + own.substr(at, own.find('\n', at) - at) + "\n")) << log;
+    EXPECT_TRUE(has(log, "[x/a] NoNewPrivs:\t0\n") && has(log, "[x/a] 100\n") && has(log, "[x/a] 200\n"))
+        << log;
+    EXPECT_TRUE(has(log, "PATH=")) << log;
+}
+
+TEST_F(JailTest, WithoutTheHelperItStartsAsAnyOther)
+{
+    start_siblings({"--jail", dir / "none"});
+    const std::string log = seen(R"(,"jail":{"name":"x"})");
+    EXPECT_TRUE(has(log, "[x/a] NoNewPrivs:\t0\n") && has(log, "PATH=")) << log;
+}
+
+TEST_F(JailTest, IsListedAsItWasAskedFor)
+{
+    start_siblings({"--jail", JAIL});
+    ASSERT_EQ(
+        put("add", "x", "a", "exec sleep 1000", fields(R"(,"jail":{"name":"x","log":true,"mount":{}})")), 0);
+    EXPECT_TRUE(
+        has(list(), R"("term_timeout":5,"limits":{"core":"0","nofile":"100 200"},"no_new_privs":true,)"
+                    R"("capabilities":")" +
+                        file +
+                        R"(","jail":{"name":"x","procfs":false,"sysfs":false,)"
+                        R"("ubus":false,"log":true,"ronly":false,"netns":false,"userns":false,)"
+                        R"("cgroupsns":false,"console":false}})"))
+        << list();
+}
+
+TEST_F(JailTest, AChangeOfItRestarts)
+{
+    start_siblings({"--jail", JAIL});
+    ASSERT_EQ(put("add", "x", "a", "exec sleep 1000"), 0);
+    const int pid = pid_of("a");
+    ASSERT_EQ(put("add", "x", "a", "exec sleep 1000", R"(,"jail":{"name":"x"})"), 0);
+    EXPECT_TRUE(eventually([&] { return pid_of("a") > 0 && pid_of("a") != pid; }));
+}
+
+TEST_F(JailTest, ACapabilityThatDoesNotExistStartsNothing)
+{
+    start_siblings({"--jail", JAIL});
+    std::ofstream(file)
+        << R"({"bounding":["CAP_FLY"],"effective":[],"permitted":[],"inheritable":[],"ambient":[]})";
+    ASSERT_EQ(put("add", "x", "a", "exec sleep 1000", fields(R"(,"jail":{"name":"x"})")), 0);
+    EXPECT_TRUE(logged("[x/a] lab-jail: " + file + ": no such capability"));
+    EXPECT_TRUE(becomes(R"("exit_code":125)"));
 }
 
 TEST_F(SiblingsTest, ACommandThatDoesNotExistSaysSo)
