@@ -1,5 +1,6 @@
 // How a board is raised, in order. Everything here may block: nobody is served yet, and it is the caller who
 // sets a limit.
+#include "../hw/places.h"
 #include "board.h"
 #include "files.h"
 #include "world.h"
@@ -35,7 +36,6 @@ bool answers(const char *path)
 void Board::raise()
 {
     Host &router = hosts_.at("router");
-    router.environment = {std::string("LAB_REGS=") + registers_path, std::string("LAB_PHYS=") + phys_path};
     step("mount, network, process, IPC and host name spaces; file system on a tmpfs");
     // whatever small tool the machine lacks; the search path ends there
     make_dirs(applets_path);
@@ -137,7 +137,8 @@ void Board::start_rest()
 {
     std::vector<std::string> words{"lab-siblings"};
     words.insert(words.end(), plan_.sibling_options.begin(), plan_.sibling_options.end());
-    services_.define("siblings", words, {});
+    // what it starts finds the emulated hardware, too
+    services_.define("siblings", words, {"LD_PRELOAD=/usr/lib/lab-shim.so"});
     step("lab-siblings");
     services_.start("siblings");
     // what the image's init script does before it starts the daemon

@@ -135,6 +135,8 @@ void copy_programs(const std::string &programs)
     for (const char *name : {"ivarode", "ubusd", "vswitch", "lab-siblings", "lab-agent"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/sbin/") + name);
     }
+    // The supervisor's helper, where a router has it.
+    copy_if_there(programs + "/bin/lab-jail", "/sbin/ujail");
     for (const char *name : {"ivarode-dbg", "ivarode-switch", "ubus", "uci"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/bin/") + name);
     }

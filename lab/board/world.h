@@ -14,8 +14,6 @@ void build_world(const std::string &root, const std::string &overlay, const std:
 // What differs per host: its own /tmp, /run, /var, /etc/ppp and /sys. Called inside the host's new spaces.
 void prepare_host_files();
 
-constexpr const char *registers_path = "/dev/mem"; // the switch's registers, where the router expects memory
-constexpr const char *phys_path = "/run/lab/phys";
 constexpr const char *switch_control_path = "/run/lab/switch.sock";
 
 } // namespace lab

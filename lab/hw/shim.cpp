@@ -2,12 +2,14 @@
 // "eth0" from the emulated switch and PHYs, so that the unchanged programs find the hardware they were made
 // for.
 //
-// LAB_REGS names the register file (laid out as physical memory), LAB_PHYS the file of the PHYs. Without
-// them, and for every other request or interface, the call goes to the C library. Errors as a driver gives
-// them: ENODEV when the files cannot be mapped, EINVAL for a register offset outside the block, EIO for an
-// impossible PHY address.
+// LAB_REGS names the register file (laid out as physical memory), LAB_PHYS the file of the PHYs; without
+// them they are where a board has them, because a router's programs may be started with an empty environment.
+// Where there are no such files, and for every other request or interface, the call goes to the C library.
+// Errors as a driver gives them: ENODEV when the files cannot be mapped, EINVAL for a register offset outside
+// the block, EIO for an impossible PHY address.
 #include "mapped_file.h"
 #include "phy.h"
+#include "places.h"
 #include "platform/switch_driver.h"
 #include "switch_regs.h"
 
@@ -33,16 +35,26 @@ struct Hardware {
 alignas(Hardware) unsigned char hardware_storage[sizeof(Hardware)];
 Hardware *hardware_mapped = nullptr;
 
+const char *named(const char *variable, const char *on_a_board)
+{
+    const char *name = getenv(variable);
+    return name != nullptr ? name : on_a_board;
+}
+
+bool in_a_lab()
+{
+    return getenv("LAB_REGS") != nullptr || access(lab::phys_path, F_OK) == 0;
+}
+
 Hardware *hardware()
 {
     if (hardware_mapped != nullptr) {
         return hardware_mapped;
     }
-    const char *regs = getenv("LAB_REGS");
-    const char *phys = getenv("LAB_PHYS");
+    const char *regs = named("LAB_REGS", lab::registers_path);
+    const char *phys = named("LAB_PHYS", lab::phys_path);
     auto *fresh = ::new (static_cast<void *>(hardware_storage)) Hardware;
-    if (regs != nullptr && phys != nullptr &&
-        fresh->regs.open(regs, lab::switch_physical_base, lab::switch_block_size, false) == 0 &&
+    if (fresh->regs.open(regs, lab::switch_physical_base, lab::switch_block_size, false) == 0 &&
         fresh->phys.open(phys, 0, sizeof(lab::PhyFile), false) == 0 &&
         fresh->phys.as<lab::PhyFile>()->magic.load() == lab::PhyFile::valid) {
         hardware_mapped = fresh;
@@ -90,8 +102,7 @@ int serve_phy(Hardware &board, unsigned long request, switch_mii_block *block)
 
 bool is_ours(unsigned long request, const void *argument)
 {
-    if (request < switch_reg_read || request > switch_mii_write || argument == nullptr ||
-        getenv("LAB_REGS") == nullptr) {
+    if (request < switch_reg_read || request > switch_mii_write || argument == nullptr || !in_a_lab()) {
         return false;
     }
     return strncmp(static_cast<const ifreq *>(argument)->ifr_name, "eth0", IFNAMSIZ) == 0;

@@ -95,6 +95,7 @@ def write_lab(folder: pathlib.Path, board: Board, config: str, extra_plan: Seque
     rootfs = folder / "rootfs"
     shutil.copytree(paths.ROOT / "image/files", rootfs)
     shutil.copytree(paths.LAB / "peers", rootfs / "usr/bin")       # commands for the hosts of the board
+    shutil.copy(paths.LAB / "rc/rc.common", rootfs / "etc/rc.common")
     (folder / "root").mkdir()
     shutil.copy(board.path, rootfs / "etc/board.json")
     for sample in (rootfs / "etc/config").iterdir():

@@ -18,7 +18,7 @@ struct Options {
     std::string socket;
     std::string log;
     std::string record;
-    std::string jail = "/usr/sbin/lab-jail";
+    std::string jail = "/sbin/ujail";
     int ombrine_delay_ms = 0;
     bool ombrine = true;
 };
@@ -28,7 +28,7 @@ constexpr const char *usage =
     "Offers the bus objects service, ombrine.run and dnsmasq.dhcp.\n\n"
     "  --socket PATH        the broker's socket (default: the library's)\n"
     "  --log FILE           append the output of supervised processes here (default: standard error)\n"
-    "  --jail PROGRAM       starts instances with a jail (default: /usr/sbin/lab-jail); where it is not\n"
+    "  --jail PROGRAM       starts instances with a jail (default: /sbin/ujail); where it is not\n"
     "                       there, they are started as others are\n"
     "  --dhcp-record FILE   append what dnsmasq.dhcp is given here, a line of JSON each\n"
     "  --ombrine-delay MS   offer ombrine.run only after this time\n"

@@ -54,7 +54,6 @@ class Machine(held_lab.Machine):
             described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + PRELOAD])
             self.lab.said(havoc.READY, havoc.LIMIT)
             self.lab.topology = topology.Topology(described, "three-lans")
-            havoc.prepare(self.lab)
             self.clean = snapshot.first(self.lab)
             self.up = havoc.Board(self.lab)
         return self.up

@@ -8,7 +8,6 @@ import time
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
-from labctl import paths
 from tests.chaos import additions, snapshot
 from tests.system.held_lab import Lab
 
@@ -222,11 +221,6 @@ def mend(board: Board) -> None:
         board.lab.ok("agent", "start", "daemon")
         board.lab.said(READY, LIMIT)
     board.lab.run("router", "ubus", "-t", str(LIMIT), "wait_for", *OBJECTS, check=True, timeout=LIMIT)
-
-
-def prepare(lab: Lab) -> None:
-    """The frame that the image's init script runs in."""
-    lab.put("router", "/etc/rc.common", (paths.ROOT / "tests/package/rc/rc.common").read_text())
 
 
 def init_stop(board: Board) -> None:

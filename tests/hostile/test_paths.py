@@ -104,7 +104,7 @@ cat /root/said
 
 @obstacles
 def test_the_init_script_frees_the_names_of_the_debug_objects(tmp_path: Path, obstacle: str) -> None:
-    frame = (ROOT / "tests/package/rc/rc.common").read_text()
+    frame = (ROOT / "lab/rc/rc.common").read_text()
     out = world.run(f"""{SECRET}
 cat >/etc/rc.common <<'END-OF-FRAME'
 {frame}

@@ -10,7 +10,7 @@ import pytest
 
 from tests.package import common
 
-PROGRAMS = ["bin/lab-agent", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode", "sbin/ivarode-dbg",
+PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode", "sbin/ivarode-dbg",
             "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
 LIBRARIES = ["lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
 
