@@ -225,6 +225,7 @@ def test_the_sibling_plug_in_answers() -> None:
     assert call("call", "stop")[0] != 0 and call()[0] != 0
 
 
+UNCONFINED = "runs with all privileges: the supervisor's jail helper is not installed"
 RC_COMMON = """#!/bin/sh
 # Stands for the framework: records what the service asks of the supervisor.
 initscript=$1
@@ -232,6 +233,7 @@ action=$2
 procd_open_instance() { echo open; }
 procd_set_param() { echo "param $*"; }
 procd_close_instance() { echo close; }
+procd_add_jail() { echo "jail $*"; }
 sysctl() { echo "sysctl $*"; }
 logger() { echo "logger $*"; }
 . "$initscript"
@@ -248,10 +250,10 @@ def test_the_init_script_asks_for_the_right_instance(tmp_path: pathlib.Path) -> 
         pytest.skip(why)
     script = "cat >/etc/rc.common <<'END'\n" + RC_COMMON + "END\nchmod 755 /etc/rc.common\n"
     out = sandbox.run(script + "/etc/init.d/ivarode start; ls /tmp/calmora/db", tmp_path).splitlines()
-    assert out == ["sysctl -qw net.ipv4.ip_forward=1", "open", "param command /usr/sbin/ivarode",
-                   "param respawn 3600 5 0",
-                   "param stderr 0", "param no_new_privs 1", "param capabilities /etc/capabilities/ivarode.json",
-                   "close", "order 20 90 1", "net_stat.db"]
+    assert out == ["sysctl -qw net.ipv4.ip_forward=1", f"logger -t ivarode -p daemon.warning {UNCONFINED}", "open",
+                   "param command /usr/sbin/ivarode", "param respawn 3600 5 0", "param stderr 0", "param no_new_privs 1",
+                   "param capabilities /etc/capabilities/ivarode.json", "jail ivarode", "close", "order 20 90 1",
+                   "net_stat.db"]
 
 
 def test_the_init_script_cleans_up_on_stop(tmp_path: pathlib.Path) -> None:

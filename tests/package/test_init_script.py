@@ -1,7 +1,6 @@
 """The init script, run by a stand-in of the frame that runs service scripts, in a root and network of its own."""
 
 import json
-import pathlib
 
 import pytest
 
@@ -10,7 +9,7 @@ from tests.package import common
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 
-FRAME = pathlib.Path(__file__).with_name("rc") / "rc.common"
+FRAME = common.ROOT / "lab/rc/rc.common"
 # "sysctl" is not on every machine that runs this.
 PREPARE = """
 cat >/etc/rc.common <<'END-OF-FRAME'
@@ -37,13 +36,21 @@ def test_start_hands_one_instance_to_the_supervisor(tmp_path):
     service = json.loads(requests[0].removeprefix("call service set "))
     assert service == {"name": "ivarode", "script": "/etc/init.d/ivarode", "instances": {"instance1": {
         "command": ["/usr/sbin/ivarode"], "respawn": ["3600", "5", "0"], "stderr": False, "no_new_privs": True,
-        "capabilities": "/etc/capabilities/ivarode.json"}}}
+        "capabilities": "/etc/capabilities/ivarode.json", "jail": {"name": "ivarode", "mount": {}}}}}
 
 
 def test_start_prepares_forwarding_and_the_login_database(tmp_path):
     out = run("$init start; cat /root/calls; ls -ln /tmp/calmora/db/net_stat.db", tmp_path)
     assert calls(out, "sysctl") == ["-qw net.ipv4.ip_forward=1"]
     assert "\n-rw------- 1 0 0 " in out
+
+
+def test_start_warns_and_goes_on_where_nothing_confines_it(tmp_path):
+    warning = "-t ivarode -p daemon.warning runs with all privileges: the supervisor's jail helper is not installed"
+    out = run("$init start; cat /root/calls", tmp_path)
+    assert warning in calls(out, "logger") and len(calls(out, "ubus")) == 1
+    out = run("cp /bin/true /sbin/ujail; $init start; cat /root/calls", tmp_path)
+    assert not calls(out, "logger") and len(calls(out, "ubus")) == 1
 
 
 def test_start_goes_on_without_the_database(tmp_path):

@@ -5,7 +5,6 @@ from __future__ import annotations
 import json
 import pathlib
 import re
-import subprocess
 import time
 from collections.abc import Iterable, Iterator
 from typing import Any, TYPE_CHECKING
@@ -22,7 +21,6 @@ if TYPE_CHECKING:
 
 READY = "ivarode init success"
 SHIM = "/usr/lib/lab-shim.so"
-HERE = paths.ROOT / "tests/system"
 
 
 def comparable(found: dict[str, Any]) -> dict[str, Any]:
@@ -65,19 +63,16 @@ def numbers() -> dict[str, int]:
     return {name: int(known[name]) for name in names}
 
 
-@pytest.fixture(scope="module")
-def confine(tmp_path_factory: pytest.TempPathFactory, compiler: list[str]) -> bytes:
-    """A launcher that needs nothing of the machine it runs on."""
-    program = tmp_path_factory.mktemp("confine") / "confine"
-    subprocess.run([*(compiler or ["g++"]), "-std=gnu++20", "-Wall", "-Wextra", "-Werror", "-O1", "-static", "-o",
-                    str(program), str(HERE / "confine.cpp")], check=True)
-    return program.read_bytes()
+def mask(capabilities: Iterable[int]) -> str:
+    return f"{sum(1 << number for number in capabilities):016x}"
 
 
-def confined(lab: Lab, confine: bytes, kept: Iterable[int]) -> client.Command:
-    lab.put("router", "/run/confine", confine, 0o755)
-    return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/run/confine", ",".join(map(str, kept)),
-                     "/usr/sbin/ivarode")
+def confined(lab: Lab, kept: Iterable[str], *words: str) -> client.Command:
+    """A program as the supervisor's helper starts it, with these capabilities."""
+    sets = {name: list(kept) for name in ("bounding", "effective", "permitted", "inheritable")} | {"ambient": []}
+    lab.put("router", "/run/kept.json", json.dumps(sets))
+    return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/sbin/ujail", "--capabilities", "/run/kept.json",
+                     "--no-new-privs", "--", *words)
 
 
 CALLS = [
@@ -91,14 +86,13 @@ CALLS = [
 ]
 
 
-def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any], confine: bytes) -> None:
+def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any]) -> None:
     """All others are given up: it starts as ever, and does what changes files, routes, the switch and databases."""
-    kept = numbers().values()
-    with confined(bare, confine, kept) as running:
+    with confined(bare, numbers(), "/usr/sbin/ivarode") as running:
         bare.said(READY, 90)
         about = facts(bare, daemon(bare))
-        mask = f"{sum(1 << number for number in kept):016x}"
-        assert (about["CapEff"], about["CapPrm"], about["CapBnd"], about["NoNewPrivs"]) == (mask, mask, mask, "1")
+        assert {about[name] for name in ("CapEff", "CapPrm", "CapBnd")} == {mask(numbers().values())}
+        assert about["NoNewPrivs"] == "1"
         assert comparable(state.settled(bare)) == usual
         for name, method, arguments in CALLS:
             answer = bare.run("router", "ubus", "-S", "-t", "20", "call", name, method, json.dumps(arguments))
@@ -116,13 +110,25 @@ def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any], confin
         running.kill(15)
 
 
-@pytest.mark.parametrize("name", ["CAP_NET_ADMIN", "CAP_NET_RAW"])
-def test_neither_can_be_left_out(bare: Lab, confine: bytes, name: str) -> None:
-    kept = [number for other, number in numbers().items() if other != name]
-    with confined(bare, confine, kept) as running:
+@pytest.mark.parametrize("name, lacks", [("CAP_NET_ADMIN", "net pre init failed"), ("CAP_NET_RAW", "net pre init failed")])
+def test_without_either_it_ends(bare: Lab, name: str, lacks: str) -> None:
+    """The firewall is the first to need them."""
+    with confined(bare, set(numbers()) - {name}, "/usr/sbin/ivarode") as running:
         result = running.collect(time.monotonic() + 90 * bare.pace)
-    assert result.status not in (0, 125)
-    assert READY not in bare.ok("router", "cat", "/var/log/messages")
+    log = bare.ok("router", "cat", "/var/log/messages")
+    assert result.status not in (0, 125) and READY not in log and lacks in log
+
+
+def test_without_the_third_there_are_no_registers(bare: Lab) -> None:
+    """The board's /dev/mem is a file; the device itself is asked for here."""
+    if not bare.run("router", "busybox", "mknod", "/dev/physical", "c", "1", "1"):
+        pytest.skip("no devices may be made here")
+    read = ("/bin/dd", "if=/dev/physical", "of=/dev/null", "bs=1", "count=1")
+    with confined(bare, numbers(), *read) as running:
+        assert running.collect(time.monotonic() + 30).status == 0
+    with confined(bare, set(numbers()) - {"CAP_SYS_RAWIO"}, *read) as running:
+        result = running.collect(time.monotonic() + 30)
+    assert result.status != 0 and "not permitted" in result.err
 
 
 # --- other bus libraries -----------------------------------------------------------------------------------
@@ -148,14 +154,12 @@ def test_runs_with_other_builds_of_the_bus_libraries(bare: Lab, usual: dict[str,
 # --- the init script ---------------------------------------------------------------------------------------
 
 def test_init_script_starts_guards_and_removes_it(bare: Lab, usual: dict[str, Any]) -> None:
-    frame = (paths.ROOT / "tests/package/rc/rc.common").read_text()
-    bare.put("router", "/etc/rc.common", frame)
-    # what the supervisor starts must see the emulated hardware, too
-    bare.put("router", "/etc/ld.so.preload", SHIM + "\n")
     bare.ok("router", "/etc/init.d/ivarode", "start")
     bare.said(READY, 90)
     assert comparable(state.settled(bare)) == usual
     first = daemon(bare)
+    bare.ok("router", "/etc/init.d/ivarode", "reload")
+    assert daemon(bare) == first
     bare.ok("router", "kill", "-9", str(first))
     # the supervisor waits five seconds, and the start takes five
     bare.shell("router", f"for i in $(seq 600); do test $(grep -c '{READY}' /var/log/messages) = 2 && exit; sleep 0.1; "
@@ -171,6 +175,31 @@ def test_init_script_starts_guards_and_removes_it(bare: Lab, usual: dict[str, An
     for table, chains in state.firewall(bare).items():
         assert not any(chains.values()) and set(chains) <= {"PREROUTING", "INPUT", "FORWARD", "OUTPUT",
                                                             "POSTROUTING"}, table
+
+
+def test_the_daemon_alone_is_confined(machine: Machine) -> None:
+    """Its clients are the supervisor's, and have what the supervisor has."""
+    machine.spoiled()
+    lab = machine.lab
+    lab.raise_board("two-wan", "dhcp-and-pppoe", ["no-daemon"])
+    try:
+        lab.ok("router", "/etc/init.d/ivarode", "start")
+        lab.said(READY, 90)
+        services = json.loads(lab.ok("router", "ubus", "-S", "call", "service", "list"))
+        seen = {service: facts(lab, instance["pid"])
+                for service, about in services.items() for instance in about["instances"].values()}
+        assert set(seen) == {"ivarode", "dhcp", "pppoe"}
+        own, all_of_it = mask(numbers().values()), facts(lab, 1)["CapBnd"]
+        assert own != all_of_it
+        for service, about in seen.items():
+            wanted = (own, own, "1") if service == "ivarode" else (all_of_it, all_of_it, "0")
+            assert (about["CapEff"], about["CapBnd"], about["NoNewPrivs"]) == wanted, service
+        environment = lab.ok("router", "cat", f"/proc/{daemon(lab)}/environ").rstrip("\0").split("\0")
+        # the last one is the board's: its emulated hardware
+        assert environment == ["container=ujail", "PWD=/", "LD_PRELOAD=" + SHIM]
+        assert "runs with all privileges" not in lab.ok("router", "cat", "/var/log/messages")
+    finally:
+        machine.spoiled()
 
 
 # --- who may call what -------------------------------------------------------------------------------------
