@@ -37,6 +37,14 @@ def test_warnings_are_no_errors_for_who_builds_a_package(laid):
     assert "-Wall" in commands.read_text() and "-Werror" not in commands.read_text()
 
 
+@pytest.mark.parametrize("lab", ["ON", "OFF"])
+def test_programs_for_this_machine_know_where_foreign_libraries_are(laid, tmp_path, lab):
+    staging = laid["ivarode"].parents[1] / "staging/usr"
+    common.run("cmake", "-S", common.ROOT, "-B", tmp_path, "-G", "Ninja", "-DIVARODE_TESTS=OFF", "-DIVARODE_LAB=" + lab,
+               "-DCMAKE_PREFIX_PATH=%s" % staging)
+    assert ("-Wl,-rpath,\\$$ORIGIN/../lib:%s/lib" % staging in (tmp_path / "build.ninja").read_text()) == (lab == "ON")
+
+
 def control(folder):
     return dict(line.partition(": ")[::2] for line in (folder / "control").read_text().splitlines())
 
