@@ -46,7 +46,8 @@ def repeated(text: str) -> str:
 
 def blocks(path: Path) -> Iterator[tuple[str, int, list[Numbered]]]:
     """(name, first line number, [(line number, text)]) of each block of a file."""
-    name, start, lines = "", 0, []
+    name, start = "", 0
+    lines: list[Numbered] = []
     for number, text in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
         if text.startswith("#"):
             continue
