@@ -52,7 +52,7 @@ uint32_t *seam::debug_words()
 uint64_t seam::debug_counter()
 {
     uint64_t counter = 0;
-    std::memcpy(&counter, debug_area + 4, sizeof counter);
+    std::memcpy(&counter, debug_area + 4, sizeof(counter));
     return counter;
 }
 
@@ -94,12 +94,11 @@ int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len,
 {
     const auto answer = [&] {
         const std::array<uint32_t, 8> &words = world.hardware.port_words;
-        const uint32_t size = std::min<uint32_t>(reply_size, sizeof words);
+        const uint32_t size = std::min<uint32_t>(reply_size, sizeof(words));
         std::memcpy(reply, words.data(), size);
         if (reply_len != nullptr) {
             *reply_len = size;
         }
-        return 0;
     };
     return act(__func__, answer, Hex{type}, Word{req == nullptr ? "null" : "data"}, req_len, reply_size,
                WordsOut{});
@@ -108,7 +107,7 @@ int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len,
 int outlib_client_init(int argc, char **argv)
 {
     std::string arguments = std::to_string(argc);
-    for (int i = 1; i < argc; i++) {
+    for (int i = 1; i < argc; ++i) {
         arguments += ", " + quote(argv[i]);
     }
     return act(__func__, nothing, Word{arguments});
@@ -132,11 +131,7 @@ OUTLIB(debug)
 
 int netdbg_shm_init(void)
 {
-    const auto map = [] {
-        g_netd_dbg_shm = debug_area;
-        return 0;
-    };
-    return act(__func__, map);
+    return act(__func__, [] { g_netd_dbg_shm = debug_area; });
 }
 
 int libsys_dbg_init(void)
@@ -151,11 +146,9 @@ int sys_gpio_init2(void)
 
 int timelib_curtime_str_get(char *buf, int size)
 {
-    const auto write = [&] {
-        std::snprintf(buf, static_cast<size_t>(size), "%s", world.time.c_str());
-        return 0;
-    };
-    return act(__func__, write, size, TextOut{buf});
+    return act(
+        __func__, [&] { std::snprintf(buf, static_cast<size_t>(size), "%s", world.time.c_str()); }, size,
+        TextOut{buf});
 }
 
 char *strncpy_safe_record(char *dst, const char *src, unsigned n, const char *func, int line)

@@ -49,14 +49,12 @@ int ubuslib_task_status_wait(const char *object, int timeout)
 int ubuslib_invoke_init(int flag, struct ubus_object **objects, int count)
 {
     std::string names;
-    for (int i = 0; i < count; i++) {
+    for (int i = 0; i < count; ++i) {
         names += (i == 0 ? "" : " ") + plain(objects[i]->name);
     }
-    const auto take = [&] {
-        process.objects.assign(objects, objects + count);
-        return 0;
-    };
-    return act(__func__, take, flag, Word{"[" + names + "]"}, count);
+    return act(
+        __func__, [&] { process.objects.assign(objects, objects + count); }, flag, Word{"[" + names + "]"},
+        count);
 }
 
 int ubuslib_invoke_exit(int flag, struct ubus_object ** /*objects*/, int count)

@@ -29,7 +29,7 @@ const Rule *rule_for(const std::string &call)
     const Rule *chosen = nullptr;
     for (Rule &rule : rules) {
         if (fnmatch(rule.pattern.c_str(), call.c_str(), FNM_NOESCAPE) == 0) {
-            rule.seen++;
+            ++rule.seen;
             if (rule.nth == 0 || rule.nth == rule.seen) {
                 chosen = &rule;
             }

@@ -181,16 +181,26 @@ private:
             out = argument.written();
         }
     }
-    // An effect is a function of a part of the world, or one of the arguments alone.
+    // An effect is a function of a part of the world with the arguments, or one that knows them.
     template <class Effect, class... Arguments>
     static int apply(const Effect &effect, const Arguments &...arguments)
     {
         if constexpr (std::is_invocable_v<Effect>) {
-            return effect();
+            return result_of(effect);
         } else if constexpr (std::is_invocable_v<Effect, System &, decltype(given(arguments))...>) {
-            return std::invoke(effect, world.system, given(arguments)...);
+            return result_of([&] { return std::invoke(effect, world.system, given(arguments)...); });
         } else {
-            return std::invoke(effect, world.hardware, given(arguments)...);
+            return result_of([&] { return std::invoke(effect, world.hardware, given(arguments)...); });
+        }
+    }
+    // An effect without a result succeeds.
+    static int result_of(const auto &effect)
+    {
+        if constexpr (std::is_void_v<decltype(effect())>) {
+            effect();
+            return 0;
+        } else {
+            return effect();
         }
     }
     std::string whole() const;
@@ -204,7 +214,7 @@ private:
 };
 
 // Nothing is done.
-constexpr auto nothing = [] { return 0; };
+constexpr auto nothing = [] {};
 
 template <class Effect, class... Arguments>
 int act(const Name &name, const Effect &effect, const Arguments &...arguments)

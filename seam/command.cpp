@@ -94,7 +94,6 @@ int sqlite3_db_open(const char *path, sqlite3 **db)
     const auto open = [&] {
         process.database_open = true;
         *db = &database;
-        return 0;
     };
     return act(__func__, open, path);
 }
@@ -121,11 +120,8 @@ int nl_init(const char *client)
 
 int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event))
 {
-    const auto take = [&] {
-        process.on_link = cb;
-        return 0;
-    };
-    return act(__func__, take, type);
+    return act(
+        __func__, [&] { process.on_link = cb; }, type);
 }
 
 int nl_duplex_init(void)
@@ -140,9 +136,6 @@ int nl_rtmsg_init(void)
 
 int nl_rtmsg_handler_reg(int type, int (*cb)(const struct nl_addr_event *event))
 {
-    const auto take = [&] {
-        process.on_address = cb;
-        return 0;
-    };
-    return act(__func__, take, type);
+    return act(
+        __func__, [&] { process.on_address = cb; }, type);
 }

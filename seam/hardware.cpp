@@ -3,8 +3,6 @@
 namespace seam {
 namespace {
 
-constexpr uint32_t register_block = 0x10110000;
-
 // Where the switch's data sheet puts these.
 constexpr uint32_t pvid_register = 0x40;   // two ports in each, of 12 bits
 constexpr uint32_t vid_register = 0x50;    // two entries
@@ -12,70 +10,36 @@ constexpr uint32_t member_register = 0x70; // four entries, of 8 bits
 constexpr uint32_t vlan_entries = 16;
 constexpr uint32_t front_ports = 5;
 
-template <class Key> uint32_t value_of(const std::map<Key, uint32_t> &values, const Key &key)
-{
-    const auto found = values.find(key);
-    return found == values.end() ? 0 : found->second;
-}
-
 } // namespace
 
-int Hardware::read(uint32_t offset, uint32_t *value) const
+uint32_t Hardware::field(uint32_t offset, uint32_t shift, uint32_t mask) const
 {
-    *value = value_of(registers, offset);
-    return 0;
-}
-
-int Hardware::write(uint32_t offset, uint32_t value)
-{
-    registers[offset] = value;
-    return 0;
-}
-
-int Hardware::cpu_read(uint32_t address, uint32_t *value) const
-{
-    return read(address - register_block, value);
-}
-
-int Hardware::cpu_write(uint32_t address, uint32_t value)
-{
-    return write(address - register_block, value);
-}
-
-int Hardware::phy_read(uint32_t phy, uint32_t reg, uint32_t *value) const
-{
-    *value = value_of(phys, {phy, reg});
-    return 0;
-}
-
-int Hardware::phy_write(uint32_t phy, uint32_t reg, uint32_t value)
-{
-    phys[{phy, reg}] = value;
-    return 0;
+    const auto found = registers.find(offset);
+    return found == registers.end() ? 0 : found->second >> shift & mask;
 }
 
 Hardware::VlanEntry Hardware::vlan_entry(uint32_t index) const
 {
-    return {value_of(registers, vid_register + 4 * (index / 2)) >> 12 * (index % 2) & 0xfff,
-            value_of(registers, member_register + 4 * (index / 4)) >> 8 * (index % 4) & 0xff};
+    return {field(vid_register + 4 * (index / 2), 12 * (index % 2), 0xfff),
+            field(member_register + 4 * (index / 4), 8 * (index % 4), 0xff)};
 }
 
 uint32_t Hardware::pvid(uint32_t port) const
 {
-    return value_of(registers, pvid_register + 4 * (port / 2)) >> 12 * (port % 2) & 0xfff;
+    return field(pvid_register + 4 * (port / 2), 12 * (port % 2), 0xfff);
 }
 
 std::string Hardware::vlans() const
 {
     std::string out;
-    for (uint32_t i = 0; i < vlan_entries; i++) {
+    for (uint32_t i = 0; i < vlan_entries; ++i) {
         const VlanEntry entry = vlan_entry(i);
         if (entry == VlanEntry{}) {
             continue;
         }
         out += std::to_string(i) + ": " + std::to_string(entry.vid) + " members";
         const char *between = " ";
-        for (uint32_t port = 0; port < 8; port++) {
+        for (uint32_t port = 0; port < 8; ++port) {
             if ((entry.members >> port & 1) != 0) {
                 out += between + std::to_string(port);
                 between = ",";
@@ -89,7 +53,7 @@ std::string Hardware::vlans() const
 std::string Hardware::pvids() const
 {
     std::string out;
-    for (uint32_t port = 0; port < front_ports; port++) {
+    for (uint32_t port = 0; port < front_ports; ++port) {
         out += std::to_string(port) + ": " + std::to_string(pvid(port)) + "\n";
     }
     return out;

@@ -93,7 +93,7 @@ void record_syslog(int level, const char *fmt, va_list args, const void *site)
     if (std::strcmp(fmt, "%s") == 0) {
         say({"syslog", site}, level, text.c_str());
     } else {
-        process.misused++;
+        ++process.misused;
         say({"syslog", site}, level, Word{"format " + quote(fmt)}, text.c_str());
     }
 }
@@ -282,11 +282,8 @@ int uloop_run_timeout(int timeout)
 
 int uloop_timeout_set(struct uloop_timeout *timeout, int msecs)
 {
-    const auto set = [&] {
-        process.timer = timeout;
-        return 0;
-    };
-    return act(__func__, set, msecs);
+    return act(
+        __func__, [&] { process.timer = timeout; }, msecs);
 }
 
 int ubus_send_reply(struct ubus_context *ctx, struct ubus_request_data *req, struct blob_attr *msg)

@@ -38,7 +38,7 @@ std::string integer_text(blob_attr *attr, int size, const char *type)
 {
     const auto *bytes = static_cast<const unsigned char *>(blobmsg_data(attr));
     uint64_t value = 0;
-    for (int i = 0; i < size; i++) {
+    for (int i = 0; i < size; ++i) {
         value = value << 8 | bytes[i];
     }
     const int shift = 64 - 8 * size;
@@ -76,7 +76,7 @@ std::string value_text(blob_attr *attr)
 const ubus_method *method_find(const std::string &object, const std::string &method)
 {
     for (const ubus_object *known : process.objects) {
-        for (int i = 0; object == known->name && i < known->n_methods; i++) {
+        for (int i = 0; object == known->name && i < known->n_methods; ++i) {
             if (method == known->methods[i].name) {
                 return &known->methods[i];
             }

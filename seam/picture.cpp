@@ -27,6 +27,17 @@ std::string word(int number)
     return std::to_string(number);
 }
 
+// Where the key says all.
+std::string word(Nothing /*none*/)
+{
+    return {};
+}
+
+std::string word(bool /*set*/)
+{
+    return {};
+}
+
 template <class A, class B> std::string word(const std::pair<A, B> &pair)
 {
     return word(pair.first) + " " + word(pair.second);
@@ -58,6 +69,13 @@ void read(const std::string &text, std::string &out)
 void read(const std::string &text, int &out)
 {
     out = std::atoi(text.c_str());
+}
+
+void read(const std::string & /*text*/, Nothing & /*out*/) {}
+
+void read(const std::string & /*text*/, bool &out)
+{
+    out = true;
 }
 
 template <class A, class B> void read(const std::string &text, std::pair<A, B> &out)
@@ -114,59 +132,31 @@ template <auto Table> constexpr Kind map_kind(std::string_view first)
             }};
 }
 
-template <auto Table> constexpr Kind set_kind(std::string_view first)
-{
-    return {first,
-            [](const System &system, const std::string &first_word, Facts &out) {
-                for (const auto &key : system.*Table) {
-                    out[first_word + word(key)];
-                }
-            },
-            [](System &system, const std::string &text, const std::string *value) {
-                typename std::decay_t<decltype(system.*Table)>::key_type key;
-                read(text, key);
-                if (value == nullptr) {
-                    (system.*Table).erase(key);
-                } else {
-                    (system.*Table).insert(key);
-                }
-            }};
-}
-
-// A text of a device; the empty one is none.
+// Of a device; an empty text is none.
 template <auto Member> constexpr Kind device_kind(std::string_view first)
 {
     return {first,
             [](const System &system, const std::string &first_word, Facts &out) {
                 for (const auto &[name, device] : system.devices) {
-                    if (!(device.*Member).empty()) {
-                        out[first_word + name] = device.*Member;
+                    if (device.*Member != decltype(device.*Member){}) {
+                        out[first_word + name] = word(device.*Member);
                     }
                 }
             },
             [](System &system, const std::string &name, const std::string *value) {
-                system.devices[name].*Member = value == nullptr ? "" : *value;
+                system.devices[name].*Member = {};
+                if (value != nullptr) {
+                    read(*value, system.devices[name].*Member);
+                }
             }};
 }
 
-constexpr Kind up_kind{"up ",
-                       [](const System &system, const std::string &first, Facts &out) {
-                           for (const auto &[name, device] : system.devices) {
-                               if (device.up) {
-                                   out[first + name];
-                               }
-                           }
-                       },
-                       [](System &system, const std::string &name, const std::string *value) {
-                           system.devices[name].up = value != nullptr;
-                       }};
-
 constexpr Kind kinds[] = {
-    device_kind<&Device::kind>("device "),     up_kind,
+    device_kind<&Device::kind>("device "),     device_kind<&Device::up>("up "),
     device_kind<&Device::mac>("mac "),         device_kind<&Device::bridge>("bridge of "),
     device_kind<&Device::address>("address "), device_kind<&Device::mask>("netmask "),
-    map_kind<&System::gateways>("gateway "),   set_kind<&System::policies>("policy "),
-    map_kind<&System::rows>("wan "),           set_kind<&System::routes>("route "),
+    map_kind<&System::gateways>("gateway "),   map_kind<&System::policies>("policy "),
+    map_kind<&System::rows>("wan "),           map_kind<&System::routes>("route "),
     map_kind<&System::rules>("rule "),         map_kind<&System::chains>("chain "),
     map_kind<&System::clients>("process "),    map_kind<&System::pids>("pid "),
     map_kind<&System::secrets>("secret "),
@@ -231,9 +221,10 @@ std::string lines_of(const Facts &facts, const std::string &prefix)
 
 std::string picture(const std::string &prefix)
 {
-    return prefix == "vlans"   ? world.hardware.vlans()
-           : prefix == "pvids" ? world.hardware.pvids()
-                               : lines_of(all(), prefix);
+    if (prefix == "vlans") {
+        return world.hardware.vlans();
+    }
+    return prefix == "pvids" ? world.hardware.pvids() : lines_of(all(), prefix);
 }
 
 bool state_fact(const std::string &fact)

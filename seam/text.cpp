@@ -29,7 +29,7 @@ std::string escaped(char c)
         return {c};
     }
     char text[8];
-    std::snprintf(text, sizeof text, "\\x%02x", byte);
+    std::snprintf(text, sizeof(text), "\\x%02x", byte);
     return text;
 }
 
@@ -57,7 +57,7 @@ std::string plain(const char *text)
 std::string hex(uint32_t value, int digits)
 {
     char text[16];
-    std::snprintf(text, sizeof text, "0x%0*x", digits, value);
+    std::snprintf(text, sizeof(text), "0x%0*x", digits, value);
     return text;
 }
 
@@ -67,7 +67,7 @@ std::string mac_text(const uint8_t *mac)
         return "null";
     }
     char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+    std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
                   mac[5]);
     return text;
 }
@@ -97,7 +97,7 @@ std::optional<std::string> file_text(const std::string &path)
     }
     std::string text;
     char block[4096];
-    for (ssize_t n = 0; (n = read(fd, block, sizeof block)) > 0;) {
+    for (ssize_t n = 0; (n = read(fd, block, sizeof(block))) > 0;) {
         text.append(block, static_cast<size_t>(n));
     }
     syscall(SYS_close, fd);

@@ -29,7 +29,7 @@ uintptr_t code_end = 0;
 int note_program(dl_phdr_info *info, size_t /*size*/, void * /*data*/)
 {
     code_base = info->dlpi_addr;
-    for (int i = 0; i < info->dlpi_phnum; i++) {
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
         const ElfW(Phdr) &header = info->dlpi_phdr[i];
         if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
             code_begin = info->dlpi_addr + header.p_vaddr;

@@ -3,7 +3,6 @@
 #include "text.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <sstream>
 
 namespace seam {
@@ -43,7 +42,7 @@ std::vector<std::string> words(const std::string &line)
 std::string joined(const std::vector<std::string> &words, size_t from)
 {
     std::string out;
-    for (size_t i = from; i < words.size(); i++) {
+    for (size_t i = from; i < words.size(); ++i) {
         out += (i == from ? "" : " ") + words[i];
     }
     return out;
@@ -56,55 +55,31 @@ std::string pid_file_of(const std::string &line)
     return at == std::string::npos ? "" : line.substr(at + 4, line.find(' ', at + 4) - (at + 4));
 }
 
-const std::string &word(const std::string &text)
-{
-    return text;
-}
-
-std::string word(int number)
-{
-    return std::to_string(number);
-}
-
-std::string word(const System::Row &row)
-{
-    std::string out;
-    for (const Text &column : row) {
-        out += column.value_or("(none)") + " ";
-    }
-    return out;
-}
-
 } // namespace
 
-// A change: not done when it is the one to be refused, else its effect says whether it could be done; one
-// that says nothing could.
-template <class Effect, class... Words> int System::ask(Effect effect, const Words &...words)
+// A change: not done when it is the one to be refused, else its effect says whether it could be done.
+int System::ask(const Words &words, const std::function<bool()> &effect)
 {
-    bool done = !(refuse_ != 0 && --refuse_ == 0);
-    if constexpr (std::is_void_v<decltype(effect())>) {
-        done ? effect() : void();
-    } else {
-        done = done && effect();
-    }
-    const int result = done ? 0 : -1;
+    const bool refused = refuse_ != 0 && --refuse_ == 0;
+    const int result = !refused && effect() ? 0 : -1;
     if (keep_asked_) {
-        std::string line;
-        ((line += word(words) + " "), ...);
-        asked_.push_back(line + "= " + std::to_string(result));
+        asked_.push_back(joined(words, 0) + " = " + std::to_string(result));
     }
     return result;
 }
 
-// A change of a device, which must be there.
-template <class Effect, class... Words>
-int System::change(const std::string &name, Effect effect, const Words &...words)
+int System::always(const Words &words, const std::function<void()> &effect)
 {
-    const auto of_device = [&] {
+    return ask(words, [&] { return effect(), true; });
+}
+
+// A change of a device, which must be there.
+int System::change(const std::string &name, const Words &words, const std::function<bool(Device &)> &effect)
+{
+    return ask(words, [&] {
         Device *device = find(name);
         return device != nullptr && effect(*device);
-    };
-    return ask(of_device, words...);
+    });
 }
 
 Device *System::find(const std::string &name)
@@ -133,73 +108,44 @@ void System::remove(const std::string &name)
 int System::vlan_create(const std::string &master, int vid)
 {
     const std::string name = master + "." + std::to_string(vid);
-    const auto create = [&](const Device & /*master*/) {
+    return change(master, {"vlan", name}, [&](const Device & /*master*/) {
         if (vid < 1 || vid > 4094 || name.size() > longest_name) {
             return false;
         }
         std::string &kind = devices[name].kind;
         kind = kind.empty() ? "vlan of " + master : kind;
         return kind == "vlan of " + master;
-    };
-    return change(master, create, "vlan", name);
-}
-
-int System::device_delete(const std::string &name)
-{
-    return ask([&] { remove(name); }, "delete", name);
+    });
 }
 
 int System::mac_set(const std::string &name, const uint8_t *mac)
 {
-    const auto set = [&](Device &device) {
-        device.mac = mac_text(mac);
-        return true;
-    };
-    return change(name, set, "mac", name, mac_text(mac));
+    const std::string text = mac_text(mac);
+    return change(name, {"mac", name, text}, [&](Device &device) { return !(device.mac = text).empty(); });
 }
 
 int System::mac_get(const std::string &name, uint8_t *mac)
 {
-    const auto get = [&](const Device &device) {
+    return change(name, {"mac?", name}, [&](const Device &device) {
         return mac_of(device.mac.empty() ? own_mac : device.mac, mac);
-    };
-    return change(name, get, "mac?", name);
-}
-
-int System::up(const std::string &name)
-{
-    return change(
-        name, [](Device &device) { return device.up = true; }, "up", name);
-}
-
-int System::down(const std::string &name)
-{
-    return change(
-        name, [](Device &device) { return !(device.up = false); }, "down", name);
-}
-
-int System::exists(const std::string &name) const
-{
-    const auto found = devices.find(name);
-    return found != devices.end() && !found->second.kind.empty() ? 1 : 0;
+    });
 }
 
 int System::bridge_create(const std::string &name)
 {
-    const auto create = [&] {
+    return ask({"bridge", name}, [&] {
         if (name.size() > longest_name) {
             return false;
         }
         std::string &kind = devices[name].kind;
         kind = kind.empty() ? "bridge" : kind;
         return kind == "bridge";
-    };
-    return ask(create, "bridge", name);
+    });
 }
 
 int System::bridge_join(const std::string &bridge, const std::string &member)
 {
-    const auto join = [&](Device &device) {
+    return change(member, {"join", bridge, member}, [&](Device &device) {
         const Device *there = find(bridge);
         if (there == nullptr || there->kind != "bridge" ||
             (!device.bridge.empty() && device.bridge != bridge)) {
@@ -207,110 +153,66 @@ int System::bridge_join(const std::string &bridge, const std::string &member)
         }
         device.bridge = bridge;
         return true;
-    };
-    return change(member, join, "join", bridge, member);
+    });
 }
 
 int System::bridge_leave(const std::string &bridge, const std::string &member)
 {
-    const auto leave = [&] {
+    return always({"leave", bridge, member}, [&] {
         if (Device *device = find(member); device != nullptr && device->bridge == bridge) {
             device->bridge.clear();
         }
-    };
-    return ask(leave, "leave", bridge, member);
+    });
 }
 
 int System::address_set(const std::string &name, const std::string &address)
 {
-    const auto set = [&](Device &device) {
+    return change(name, {"address", name, address}, [&](Device &device) {
         const std::string wanted = address == "0.0.0.0" ? "" : address;
         if (wanted.empty() || device.address != wanted) {
             device.mask.clear();
         }
         device.address = wanted;
         return true;
-    };
-    return change(name, set, "address", name, address);
+    });
 }
 
 int System::mask_set(const std::string &name, const std::string &mask)
 {
-    const auto set = [&](Device &device) {
+    return change(name, {"mask", name, mask}, [&](Device &device) {
         device.mask = device.address.empty() ? "" : mask;
         return !device.address.empty();
-    };
-    return change(name, set, "mask", name, mask);
+    });
 }
 
 int System::gateway_add(int table, const std::string &gateway, const std::string &name, int table_again)
 {
-    const auto add = [&](const Device & /*there*/) {
-        if (wan_table(table)) {
-            gateways[{table, name}] = gateway;
-        }
-        return wan_table(table);
-    };
-    return change(name, add, "gateway", name, table, gateway, table_again);
+    const Words words{"gateway", name, std::to_string(table), gateway, std::to_string(table_again)};
+    return change(name, words, [&](const Device & /*there*/) {
+        return wan_table(table) && (gateways.insert_or_assign({table, name}, gateway), true);
+    });
 }
 
 int System::gateway_del(int table, const std::string &gateway, const std::string &name, int table_again)
 {
-    return ask([&] { gateways.erase({table, name}); }, "gateway-delete", name, table, gateway, table_again);
+    const Words words{"gateway-delete", name, std::to_string(table), gateway, std::to_string(table_again)};
+    return always(words, [&] { gateways.erase({table, name}); });
 }
 
 int System::policy_add(const std::string &name, int number)
 {
-    const auto add = [&] {
-        if (wan_table(number)) {
-            policies.insert({number, name});
-        }
-        return wan_table(number);
-    };
-    return ask(add, "policy", name, number);
-}
-
-int System::policy_del(const std::string &name, int number)
-{
-    return ask([&] { policies.erase({number, name}); }, "policy-delete", name, number);
+    return ask({"policy", name, std::to_string(number)}, [&] {
+        return wan_table(number) && (policies.try_emplace({number, name}), true);
+    });
 }
 
 int System::row_insert(const std::string &name, const Row &row)
 {
-    return ask([&] { rows[name] = row; }, "row", name, row);
-}
-
-int System::row_update(const std::string &name, const Row &row)
-{
-    return rows.contains(name) ? row_insert(name, row) : -1;
-}
-
-int System::row_delete(const std::string &name)
-{
-    return ask([&] { rows.erase(name); }, "row-delete", name);
-}
-
-int System::route_add(const std::string &route)
-{
-    routes.insert(route);
-    return 0;
-}
-
-int System::route_del(const std::string &route)
-{
-    return routes.erase(route) != 0 ? 0 : -1;
-}
-
-int System::rule_add(uint32_t number, const std::string &selector)
-{
-    rules[static_cast<int>(number)] = selector;
-    return 0;
-}
-
-int System::rule_del(uint32_t number)
-{
-    rules.erase(static_cast<int>(number));
-    return 0;
+    Words words{"row", name};
+    for (const Text &column : row) {
+        words.push_back(column.value_or("(none)"));
+    }
+    return always(words, [&] { rows[name] = row; });
 }
 
 int System::chain_exists(const std::string &table, const std::string &chain) const
@@ -366,49 +268,31 @@ int System::iptables(const std::string &line)
 int System::client_start(const std::string &service, const std::string &instance, const std::string &line,
                          int /*flag*/)
 {
-    const auto start = [&] {
+    return always({"client", service, instance, line}, [&] {
         clients[{service, instance}] = line;
         if (const std::string file = pid_file_of(line); !file.empty()) {
             pids.try_emplace(file, first_pid + started_);
         }
-        started_++;
-    };
-    return ask(start, "client", service, instance, line);
+        ++started_;
+    });
 }
 
 int System::client_stop(const std::string &service, const std::string &instance)
 {
-    const auto stop = [&] {
+    return always({"client-stop", service, instance}, [&] {
         if (const auto found = clients.find({service, instance}); found != clients.end()) {
             pids.erase(pid_file_of(found->second));
             clients.erase(found);
         }
-    };
-    return ask(stop, "client-stop", service, instance);
+    });
 }
 
 int System::client_pid(const std::string &pid_file, int *pid)
 {
-    const auto get = [&] {
+    return ask({"pid?", pid_file}, [&] {
         const auto found = pids.find(pid_file);
-        if (found != pids.end()) {
-            *pid = found->second;
-        }
-        return found != pids.end();
-    };
-    return ask(get, "pid?", pid_file);
-}
-
-int System::secret_add(const std::string &user, const std::string &provider, const std::string &password,
-                       const std::string &address)
-{
-    secrets[{user, provider}] = {password, address};
-    return 0;
-}
-
-int System::secret_del(const std::string &user, const std::string &provider)
-{
-    return secrets.erase({user, provider}) != 0 ? 0 : -1;
+        return found != pids.end() && (*pid = found->second) != 0;
+    });
 }
 
 } // namespace seam

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -31,36 +32,59 @@ struct Device {
     bool up = false;
 };
 
+struct Nothing {};
+
 // What kernel, firewall, supervisor and files hold. It outlives the daemon.
 class System {
 public:
     using Row = std::array<Text, 6>;
 
     int vlan_create(const std::string &master, int vid);
-    int device_delete(const std::string &name);
+    int device_delete(const std::string &name)
+    {
+        return always({"delete", name}, [&] { remove(name); });
+    }
     int mac_set(const std::string &name, const uint8_t *mac);
     int mac_get(const std::string &name, uint8_t *mac);
-    int up(const std::string &name);
-    int down(const std::string &name);
-    int exists(const std::string &name) const;
+    int up(const std::string &name)
+    {
+        return change(name, {"up", name}, [](Device &device) { return device.up = true; });
+    }
+    int down(const std::string &name)
+    {
+        return change(name, {"down", name}, [](Device &device) { return !(device.up = false); });
+    }
+    int exists(const std::string &name) { return find(name) == nullptr ? 0 : 1; }
     int bridge_create(const std::string &name);
     int bridge_join(const std::string &bridge, const std::string &member);
     int bridge_leave(const std::string &bridge, const std::string &member);
     int address_set(const std::string &name, const std::string &address);
     int mask_set(const std::string &name, const std::string &mask);
+
     // The second number is the first once more.
     int gateway_add(int table, const std::string &gateway, const std::string &name, int table_again);
     int gateway_del(int table, const std::string &gateway, const std::string &name, int table_again);
     int policy_add(const std::string &name, int number);
-    int policy_del(const std::string &name, int number);
+    int policy_del(const std::string &name, int number)
+    {
+        return always({"policy-delete", name, std::to_string(number)}, [&] {
+            policies.erase({number, name});
+        });
+    }
     int row_insert(const std::string &name, const Row &row);
-    int row_update(const std::string &name, const Row &row);
-    int row_delete(const std::string &name);
+    int row_update(const std::string &name, const Row &row)
+    {
+        return rows.contains(name) ? row_insert(name, row) : -1;
+    }
+    int row_delete(const std::string &name)
+    {
+        return always({"row-delete", name}, [&] { rows.erase(name); });
+    }
     // A route as it is written in the picture.
-    int route_add(const std::string &route);
-    int route_del(const std::string &route);
-    int rule_add(uint32_t number, const std::string &selector);
-    int rule_del(uint32_t number);
+    void route_add(const std::string &route) { routes.try_emplace(route); }
+    int route_del(const std::string &route) { return routes.erase(route) != 0 ? 0 : -1; }
+    void rule_add(int number, const std::string &selector) { rules[number] = selector; }
+    void rule_del(int number) { rules.erase(number); }
 
     int chain_exists(const std::string &table, const std::string &chain) const;
     int rule_exists(const std::string &table, const std::string &chain, const std::string &text) const;
@@ -73,9 +97,15 @@ public:
                      int flag);
     int client_stop(const std::string &service, const std::string &instance);
     int client_pid(const std::string &pid_file, int *pid);
-    int secret_add(const std::string &user, const std::string &provider, const std::string &password,
-                   const std::string &address);
-    int secret_del(const std::string &user, const std::string &provider);
+    void secret_add(const std::string &user, const std::string &provider, const std::string &password,
+                    const std::string &address)
+    {
+        secrets[{user, provider}] = {password, address};
+    }
+    int secret_del(const std::string &user, const std::string &provider)
+    {
+        return secrets.erase({user, provider}) != 0 ? 0 : -1;
+    }
 
     // For two systems that are to be asked the same: the nth change from now on is refused for no reason of
     // its own (0: none), and what was asked since the last take, with the results.
@@ -86,9 +116,9 @@ public:
     size_t longest_name = std::string::npos; // of a device; 15 in a kernel
     std::map<std::string, Device> devices{{"eth0", {"port", {}, {}, {}, {}, false}}};
     std::map<Numbered, std::string> gateways; // by table and device
-    std::set<Numbered> policies;
+    std::map<Numbered, Nothing> policies;
     std::map<std::string, Row> rows;
-    std::set<std::string> routes;
+    std::map<std::string, Nothing> routes;
     std::map<int, std::string> rules;
     std::map<Two, std::vector<std::string>> chains; // by table and chain; those of iptables itself from their
                                                     // first rule on
@@ -97,9 +127,10 @@ public:
     std::map<Two, Two> secrets;                     // password and address by user and provider
 
 private:
-    template <class Effect, class... Words> int ask(Effect effect, const Words &...words);
-    template <class Effect, class... Words>
-    int change(const std::string &name, Effect effect, const Words &...words);
+    using Words = std::vector<std::string>;
+    int ask(const Words &words, const std::function<bool()> &effect);
+    int always(const Words &words, const std::function<void()> &effect);
+    int change(const std::string &name, const Words &words, const std::function<bool(Device &)> &effect);
     Device *find(const std::string &name);
     void remove(const std::string &name);
 
@@ -118,12 +149,12 @@ public:
         bool operator==(const VlanEntry &) const = default;
     };
 
-    int read(uint32_t offset, uint32_t *value) const;
-    int write(uint32_t offset, uint32_t value);
-    int cpu_read(uint32_t address, uint32_t *value) const;
-    int cpu_write(uint32_t address, uint32_t value);
-    int phy_read(uint32_t phy, uint32_t reg, uint32_t *value) const;
-    int phy_write(uint32_t phy, uint32_t reg, uint32_t value);
+    void read(uint32_t offset, uint32_t *value) { *value = registers[offset]; }
+    void write(uint32_t offset, uint32_t value) { registers[offset] = value; }
+    void cpu_read(uint32_t address, uint32_t *value) { read(address - register_block, value); }
+    void cpu_write(uint32_t address, uint32_t value) { write(address - register_block, value); }
+    void phy_read(uint32_t phy, uint32_t reg, uint32_t *value) { *value = phys[{phy, reg}]; }
+    void phy_write(uint32_t phy, uint32_t reg, uint32_t value) { phys[{phy, reg}] = value; }
 
     VlanEntry vlan_entry(uint32_t index) const;
     uint32_t pvid(uint32_t port) const;
@@ -135,6 +166,10 @@ public:
     std::map<uint32_t, uint32_t> registers;
     std::map<std::pair<uint32_t, uint32_t>, uint32_t> phys;
     std::array<uint32_t, 8> port_words{}; // the kernel's answer to the query of ports
+
+private:
+    static constexpr uint32_t register_block = 0x10110000; // of the CPU's addresses
+    uint32_t field(uint32_t offset, uint32_t shift, uint32_t mask) const;
 };
 
 struct Section {
