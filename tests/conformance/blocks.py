@@ -14,7 +14,7 @@ CALLS = re.compile(r"call of (\S+) that changes(?: but (.*))?")
 
 
 class ScenarioError(ValueError):
-    def __init__(self, where: str, text: object):
+    def __init__(self, where: str, text: object) -> None:
         super().__init__(f"{where}: {text}")
 
 
@@ -142,6 +142,6 @@ def expand_each(name: str, lines: list[Numbered], where: Path,
         row_name = fill(name, values)
         if row_name == name or row_name in seen:
             first = values.get("call", cells[0])
-            row_name = f"{row_name} [{first}]" if f"{row_name} [{first}]" not in seen else f"{row_name} [{' | '.join(cells)}]"
+            row_name += f" [{first}]" if f"{row_name} [{first}]" not in seen else f" [{' | '.join(cells)}]"
         seen.add(row_name)
         yield row_name, fill_lines(lines[:at] + lines[end:], values)

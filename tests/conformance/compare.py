@@ -3,13 +3,13 @@ import fnmatch
 import re
 
 from tests.conformance.filtering import filtered
-from tests.conformance.recording import collapse, key_of
-from tests.conformance.scenario import filters
+from tests.conformance.recording import Run, Runs, collapse, key_of
+from tests.conformance.scenario import Scenario, Step, filters
 
 NORMAL_END = ["cmdlib_kill_processes() = 0", "exit 0"]
 
 
-def forbidden(expected, actual):
+def forbidden(expected: list[str], actual: list[str]) -> str | None:
     """The first recorded line that a "! PATTERN" of the expectation rules out."""
     patterns = [line[2:] for line in expected if line.startswith("! ")]
     return next((line for line in actual for pattern in patterns if fnmatch.fnmatchcase(line, pattern)), None)
@@ -18,7 +18,7 @@ def forbidden(expected, actual):
 PLACEHOLDERS = {"<pointer>": "0x[0-9a-f]+", "<number>": "[0-9]+"}
 
 
-def same(pattern, line):
+def same(pattern: str, line: str) -> bool:
     """Whether one line is as expected; <pointer> stands for any address, <number> for any number."""
     if not any(name in pattern for name in PLACEHOLDERS):
         return pattern == line
@@ -28,7 +28,7 @@ def same(pattern, line):
     return re.fullmatch(text, line) is not None
 
 
-def matches(expected, actual):
+def matches(expected: list[str], actual: list[str]) -> bool:
     """Whether lines match in full; "..." stands for any number of lines."""
     reach = {0}
     for pattern in expected:
@@ -41,7 +41,7 @@ def matches(expected, actual):
     return len(actual) in reach
 
 
-def first_difference(expected, actual):
+def first_difference(expected: list[str], actual: list[str]) -> tuple[int, int]:
     """How many expected lines can be met, and how many recorded lines meet them at the most."""
     reach, met, at = {0}, 0, 0
     for pattern in expected:
@@ -58,14 +58,14 @@ def first_difference(expected, actual):
     return met, at
 
 
-def show_difference(expected, actual):
+def show_difference(expected: list[str], actual: list[str]) -> list[str]:
     """Both sides around the first difference."""
     met, at = first_difference(expected, actual)
     out = [f"      expected (line {met + 1}):"] + [f"        {line}" for line in expected[max(0, met - 2):met + 12]]
     return out + [f"      recorded (line {at + 1}):"] + [f"        {line}" for line in actual[max(0, at - 2):at + 12]]
 
 
-def lines_of(scenario, step, run):
+def lines_of(scenario: Scenario, step: Step, run: Run) -> list[str] | None:
     key = "start" if step.title in ("start", "restart") else key_of(scenario, step)
     if key not in run.parts:
         return None
@@ -74,7 +74,7 @@ def lines_of(scenario, step, run):
     return filtered(collapse(run.parts[key]), *filters(scenario, step))
 
 
-def check(scenario, runs):
+def check(scenario: Scenario, runs: Runs) -> list[str]:
     """The complaints about one scenario, empty when it passed."""
     complaints = []
     for run, steps in runs:
@@ -100,12 +100,12 @@ def check(scenario, runs):
     return complaints
 
 
-def ended_as_expected(scenario, step, run):
+def ended_as_expected(scenario: Scenario, step: Step, run: Run) -> bool:
     """A process may end inside the last step only when that step's expectation says how."""
     return any(line.startswith(("exit ", "killed ", "endless")) for line in step.expected)
 
 
-def transcript(scenario, runs):
+def transcript(scenario: Scenario, runs: Runs) -> list[str]:
     """A scenario's trace in the notation of scenario files."""
     out = [f"=== {scenario.name}"]
     for run, steps in runs:

@@ -7,29 +7,37 @@ import re
 import shutil
 import subprocess
 from collections import defaultdict
+from collections.abc import Callable, Iterable, Iterator, Sequence
+from pathlib import Path
 
-from tests.conformance.recording import collapse
+from tests.conformance.recording import Board, Runs, collapse
+from tests.conformance.scenario import Scenario
 from tests.docs import messages
 
 CONVERSION = re.compile(r"%(?:%|[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?[diouxXcsp])")
 DECLARATION = re.compile(r"\b(\w+)\([^;{}]*\)\s*(?:__attribute__[^;]*)?;")
 
+Names = dict[str, set[str]]        # something, and the scenarios that reach it
+Recorded = list[tuple[Scenario, Runs]]
+Label = Callable[[Scenario], str]
 
-def without_comments(text):
+
+def without_comments(text: str) -> str:
     return re.sub(r"//[^\n]*", lambda m: " " * len(m[0]), text)
 
 
-def pattern_of(severity, text):
+def pattern_of(severity: str, text: str) -> re.Pattern[str]:
     """The lines of a trace that show a message; its line end is not part of the text."""
     out = []
     at = 0
     for match in CONVERSION.finditer(text):
         out += [re.escape(text[at:match.start()]), "%" if match[0] == "%%" else ".*?"]
         at = match.end()
-    return re.compile(re.escape(severity.upper()) + r' "(?:\\[rn])*' + "".join(out) + re.escape(text[at:]) + r'(?:\\[rn])*"$', re.S)
+    return re.compile(re.escape(severity.upper()) + r' "(?:\\[rn])*' + "".join(out) + re.escape(text[at:])
+                      + r'(?:\\[rn])*"$', re.S)
 
 
-def platform_functions(folder):
+def platform_functions(folder: Path) -> Iterator[str]:
     for header in sorted((folder / "platform").glob("*.h")):
         text = without_comments(header.read_text(encoding="utf-8"))
         for match in DECLARATION.finditer(text):
@@ -37,7 +45,7 @@ def platform_functions(folder):
                 yield match[1]
 
 
-def call_sites(sources, functions):
+def call_sites(sources: Iterable[Path], functions: Iterable[str]) -> Iterator[tuple[str, str]]:
     """"file:line" of each place that calls a platform function."""
     name = re.compile(r"\b(" + "|".join(map(re.escape, sorted(functions))) + r")\s*\(")
     for path in sources:
@@ -49,7 +57,7 @@ def call_sites(sources, functions):
                 yield match[1], f"{path.name}:{text.count(chr(10), 0, match.start()) + 1}"
 
 
-def places(daemon, offsets):
+def places(daemon: Path, offsets: Sequence[str]) -> Names:
     """Offsets in the daemon as "file:line", with those of the functions inlined there; empty without debug info."""
     tool = shutil.which("addr2line")
     if not tool or not offsets:
@@ -57,16 +65,17 @@ def places(daemon, offsets):
     # The place of a return is behind the call.
     asked = [hex(int(offset, 16) - 1) for offset in offsets]
     done = subprocess.run([tool, "-a", "-i", "-e", str(daemon), *asked], stdout=subprocess.PIPE, text=True, check=True)
-    out, current = defaultdict(set), None
+    out: Names = defaultdict(set)
+    current = ""
     for line in done.stdout.splitlines():
         if line.startswith("0x"):
-            current = "0x%x" % (int(line, 16) + 1)
+            current = hex(int(line, 16) + 1)
         elif "?" not in line:
             out[current].add(line.split(" (")[0].rsplit("/", 1)[-1])
     return out
 
 
-def gather(recorded, label):
+def gather(recorded: Recorded, label: Label) -> tuple[Names, Names, Names, dict[tuple[str, str], set[str]]]:
     texts, functions, sites, statuses = (defaultdict(set) for _ in range(4))
     for scenario, runs in recorded:
         name = label(scenario)
@@ -86,7 +95,7 @@ def gather(recorded, label):
     return texts, functions, sites, statuses
 
 
-def show(title, rows):
+def show(title: str, rows: Iterable[tuple[str, set[str]]]) -> None:
     """Rows of (what, scenarios); those without one last."""
     rows = list(rows)
     missed = [what for what, names in rows if not names]
@@ -98,7 +107,7 @@ def show(title, rows):
         print(f"      -  {what}")
 
 
-def report(folder, board, recorded, label):
+def report(folder: Path, board: Board, recorded: Recorded, label: Label) -> None:
     sources = sorted(folder.rglob("*.cpp")) + sorted(folder.rglob("*.h"))
     texts, functions, sites, statuses = gather(recorded, label)
 
@@ -117,15 +126,15 @@ def report(folder, board, recorded, label):
 
     lines = places(board.daemon, list(sites))
     if lines:
-        reached = defaultdict(set)
+        reached: Names = defaultdict(set)
         for offset, names in sites.items():
-            for place in lines.get("0x%x" % int(offset, 16), ()):
+            for place in lines.get(hex(int(offset, 16)), ()):
                 reached[place] |= names
         show("places of platform calls",
              ((f"{place} {name}", near(reached, place)) for name, place in call_sites(sources, known - shown)))
 
 
-def near(reached, place):
+def near(reached: Names, place: str) -> set[str]:
     """A call that spans lines may be noted at any of its first few."""
     file, _, line = place.rpartition(":")
     return set().union(*(reached.get(f"{file}:{number}", set()) for number in range(int(line), int(line) + 4)))

@@ -2,7 +2,8 @@
 from pathlib import Path
 
 from tests.conformance import notation
-from tests.conformance.recording import run_process, temporary_folder
+from tests.conformance.notation import Line
+from tests.conformance.recording import Board, run_process, temporary_folder
 from tests.conformance.scenario import load_fixtures
 
 SETUP = ("two-wan-board", "three-lans-two-wans")
@@ -10,15 +11,15 @@ WARM_UP = 100
 # What the daemon and the recorder may differ by in bytes: buffers that were grown once.
 SLACK = 4096
 
-LINK = [("link", str(port), state) for state in ("1", "0") for port in range(5)]
+LINK: list[Line] = [("link", str(port), state) for state in ("1", "0") for port in range(5)]
 
 
-def call(target, message):
+def call(target: str, message: str) -> list[Line]:
     object_name, method = target.split()
     return [("call", object_name, method), *notation.fields(message), (".",)]
 
 
-CYCLES = {
+CYCLES: dict[str, tuple[int, list[Line]]] = {
     "ten link events": (10000 // len(LINK), LINK),
     "statistics samples and replies": (10000, [("timer",), *call("ivarode.intf statist", "")]),
     "ports made and given back": (10000, [
@@ -40,12 +41,12 @@ CYCLES = {
 }
 
 
-def endure(board, name):
+def endure(board: Board, name: str) -> tuple[int, list[str]]:
     """(cycles, complaints) of one kind of cycle."""
     cycles, steps = CYCLES[name]
     fixtures = load_fixtures(Path(__file__).resolve().parent / "fixtures.txt")
     lines = [line for part in SETUP for line in fixtures[part].setup + fixtures[part].first] + [("loop",)]
-    dumps = [call("ivarode.intf port_dump", "{port: %d}" % port) for port in range(5)]
+    dumps = [call("ivarode.intf port_dump", f"{{port: {port}}}") for port in range(5)]
     for moment, count in (("before", WARM_UP), ("after", cycles)):
         # The allocator counts what it keeps for reuse as held: a first look at the model fills its caches.
         lines += [("quiet",), *(steps * count), ("model", ""), ("quiet", "off")]
@@ -72,5 +73,5 @@ def endure(board, name):
     return cycles, complaints + leaks
 
 
-def without_pids(lines):
+def without_pids(lines: list[str]) -> list[str]:
     return [line for line in lines[1:] if not line.startswith("pid ")]

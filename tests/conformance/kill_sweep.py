@@ -6,9 +6,12 @@ hooked when the kill struck exists at the next start, and so is not hooked any m
 """
 import re
 import tempfile
+from collections.abc import Iterator, Sequence
+from concurrent.futures import Executor
 from pathlib import Path
 
-from tests.conformance.recording import run_process
+from tests.conformance.notation import Line
+from tests.conformance.recording import Board, Run, run_process
 from tests.conformance.scenario import load_fixtures
 
 HERE = Path(__file__).resolve().parent
@@ -21,7 +24,7 @@ APPEND = re.compile(r'killed before iptlib_rule_append\("(\w+)", "(\w+)", "-j (\
 
 
 class Sweep:
-    def __init__(self, board, setup):
+    def __init__(self, board: Board, setup: Sequence[str]) -> None:
         self.board = board
         fixtures = load_fixtures(HERE / "fixtures.txt")
         self.name = " + ".join(setup)
@@ -29,17 +32,17 @@ class Sweep:
         self.first = [line for name in setup for line in fixtures[name].first]
         self.lost_jumps = 0
 
-    def start(self, folder, *extra):
+    def start(self, folder: str, *extra: Line) -> tuple[Run, list[str]]:
         """One start; the trace of it, and the model it left."""
         model = Path(folder) / "model"
         run = run_process(self.board, [*self.lines, ("save", str(model)), *extra, ("loop",), ("step", "end")], folder)
         return run, model.read_text(encoding="utf-8").splitlines() if model.exists() else []
 
-    def undisturbed(self):
+    def undisturbed(self) -> tuple[Run, list[str]]:
         with tempfile.TemporaryDirectory(prefix="sweep-") as folder:
             return self.start(folder, *self.first)
 
-    def killed_at(self, number, wanted):
+    def killed_at(self, number: int, wanted: list[str]) -> str | None:
         """What is wrong after a kill before action `number`; None when nothing is."""
         with tempfile.TemporaryDirectory(prefix="sweep-") as folder:
             killed, _ = self.start(folder, *self.first, ("kill-at", str(number)))
@@ -59,7 +62,7 @@ class Sweep:
         return f"{last}:\n    missing: {missing}\n    instead: {extra}"
 
     @staticmethod
-    def lost_jump(last, missing, extra):
+    def lost_jump(last: str, missing: list[str], extra: list[str]) -> bool:
         """Whether the only difference is the jump whose laying the kill prevented."""
         match = APPEND.match(last)
         if not match or len(missing) != 1 or len(extra) > 1:
@@ -73,7 +76,7 @@ class Sweep:
         return [rule for rule in rules if rule != f"-j {match[3]}"] == left
 
 
-def sweep_all(board, pool):
+def sweep_all(board: Board, pool: Executor) -> Iterator[tuple[str, int, int, list[str]]]:
     """(name, kills, lost jumps, complaints) of each configuration."""
     for setup in SETUPS:
         sweep = Sweep(board, setup)

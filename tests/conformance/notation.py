@@ -3,11 +3,13 @@
     {name: "lan2", vlanid1: 100, intf: ["a", "b"], nothing: null}
 
 Numbers are int32; 5L is an int64, 5s an int16, 5b an int8, 1.5 a double, true and false are booleans. "a"*40 is a
-text of forty characters, ["a"]*40 a list of forty texts. raw(3, "6162") is an attribute of type 3 with exactly these bytes (a text without its
-end, here). A name may repeat; null is an attribute without type and content.
+text of forty characters, ["a"]*40 a list of forty texts. raw(3, "6162") is an attribute of type 3 with exactly these
+bytes (a text without its end, here). A name may repeat; null is an attribute without type and content.
 """
 import re
 import struct
+
+Line = tuple[str | bytes, ...]      # of a script for the recorder
 
 ARRAY, TABLE, STRING, INT64, INT32, INT16, INT8, DOUBLE = 1, 2, 3, 4, 5, 6, 7, 8
 
@@ -25,7 +27,7 @@ class NotationError(ValueError):
     pass
 
 
-def unquote(text):
+def unquote(text: str) -> bytes:
     """The bytes of a quoted text."""
     out = bytearray()
     body = text[1:-1]
@@ -47,8 +49,8 @@ def unquote(text):
 
 
 class Reader:
-    def __init__(self, text):
-        self.tokens = []
+    def __init__(self, text: str) -> None:
+        self.tokens: list[re.Match[str]] = []
         at = 0
         text = text.rstrip()
         while at < len(text):
@@ -58,26 +60,26 @@ class Reader:
             self.tokens.append(match)
             at = match.end()
         self.next = 0
-        self.lines = []
+        self.lines: list[Line] = []
 
-    def take(self):
+    def take(self) -> re.Match[str]:
         if self.next >= len(self.tokens):
             raise NotationError("the message ends too early")
         self.next += 1
         return self.tokens[self.next - 1]
 
-    def peek(self, mark):
+    def peek(self, mark: str) -> bool:
         return self.next < len(self.tokens) and self.tokens[self.next]["mark"] == mark
 
-    def expect(self, mark):
+    def expect(self, mark: str) -> None:
         token = self.take()
         if token["mark"] != mark:
             raise NotationError(f"expected {mark!r}, found {token.group().strip()!r}")
 
-    def field(self, kind, name, data=b""):
+    def field(self, kind: int, name: bytes, data: bytes = b"") -> None:
         self.lines.append(("field", str(kind), name, data))
 
-    def members(self, closing, named):
+    def members(self, closing: str, named: bool) -> None:
         while not self.peek(closing):
             name = b""
             if named:
@@ -89,7 +91,7 @@ class Reader:
                 self.expect(",")
         self.expect(closing)
 
-    def value(self, name):
+    def value(self, name: bytes) -> None:
         token = self.take()
         if token["string"] is not None:
             self.field(STRING, name, unquote(token["string"]) * int(token["times"] or 1) + b"\0")
@@ -112,7 +114,7 @@ class Reader:
         else:
             raise NotationError(f"no value: {token.group().strip()!r}")
 
-    def number(self, name, token):
+    def number(self, name: bytes, token: re.Match[str]) -> None:
         if "." in token["number"]:
             self.field(DOUBLE, name, struct.pack(">d", float(token["number"])))
             return
@@ -121,7 +123,7 @@ class Reader:
         self.field(kind, name, number.to_bytes(size, "big"))
 
 
-def fields(text):
+def fields(text: str) -> list[Line]:
     """The fields of a message as (word, type, name, data); the empty text is the empty message."""
     if not text.strip():
         return []

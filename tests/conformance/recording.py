@@ -3,34 +3,38 @@ import os
 import re
 import subprocess
 import tempfile
+from collections.abc import Iterable, Sequence
 from pathlib import Path
 
-from tests.conformance.scenario import script_text, step_script
+from tests.conformance.notation import Line
+from tests.conformance.scenario import Scenario, Step, script_text, step_script
 
 SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notice"): "NOTICE"}
+
+Command = tuple[list[str], dict[str, str]]      # and its environment
 
 
 class Board:
     """What is run: the daemon, the recorder, and what to start them with."""
 
-    def __init__(self, build, prefix=(), leaks=False):
-        build = Path(build).resolve()
+    def __init__(self, build: Path, prefix: Sequence[str] = (), leaks: bool = False) -> None:
+        build = build.resolve()
         self.daemon = build / "bin" / "ivarode"
         self.recorder = build / "seam" / "libsys.so"
         self.entries = build / "seam" / "entries"
         self.prefix = list(prefix)
         self.leaks = leaks
 
-    def missing(self):
+    def missing(self) -> list[str]:
         return [str(path) for path in (self.daemon, self.recorder) if not path.exists()]
 
-    def command(self, script, entry=(), arguments=()):
+    def command(self, script: Path, entry: Sequence[str] = (), arguments: Sequence[str] = ()) -> Command:
         """The command line and environment of one run: of the daemon, or of one operation of it."""
         inner = {
             "LD_PRELOAD": str(self.recorder),
             "IVARODE_SCRIPT": str(script),
-            "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks={int(self.leaks)}:abort_on_error={int(not self.leaks)}"
-                            ":allocator_may_return_null=1",
+            "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks={int(self.leaks)}"
+                            f":abort_on_error={int(not self.leaks)}:allocator_may_return_null=1",
             "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1",
         }
         environment = {"PATH": os.environ.get("PATH", "")}
@@ -44,23 +48,26 @@ class Board:
 class Run:
     """One process: its trace by steps, and how it ended."""
 
-    def __init__(self):
-        self.parts = {}         # step key -> raw trace lines
-        self.order = []
-        self.exit = None
+    def __init__(self) -> None:
+        self.parts: dict[str, list[str]] = {}           # step key -> raw trace lines
+        self.order: list[str] = []
+        self.exit = ""
         self.output = ""
         self.actions = 0
         self.fallible = 0
-        self.fallible_before = {}   # step key -> fallible calls before it
+        self.fallible_before: dict[str, int] = {}       # step key -> fallible calls before it
 
 
-def signed_status(code):
+Runs = list[tuple[Run, list[Step]]]     # of a scenario, and the steps that each was to take
+
+
+def signed_status(code: int) -> str:
     if code < 0:
         return f"signal {-code}"
     return str(code - 256 if code > 127 else code)
 
 
-def read_trace(text, run):
+def read_trace(text: str, run: Run) -> None:
     key = "start"
     run.parts[key] = []
     run.order.append(key)
@@ -77,7 +84,8 @@ def read_trace(text, run):
             run.parts[key].append(line)
 
 
-def run_process(board, lines, folder, timeout=20, sites=False, entry=(), arguments=()):
+def run_process(board: Board, lines: Iterable[Line], folder: Path | str, timeout: float = 20, sites: bool = False,
+                entry: Sequence[str] = (), arguments: Sequence[str] = ()) -> Run:
     """Runs one process with the script lines given; `folder` holds its files."""
     trace = Path(folder) / "trace"
     trace.unlink(missing_ok=True)
@@ -104,7 +112,7 @@ SYSLOG = re.compile(r"syslog\((\d), (.*)\)$", re.S)
 OUTLIB = re.compile(r"outlib_(\w+)\((.*)\)$", re.S)
 
 
-def collapse(lines):
+def collapse(lines: list[str]) -> list[str]:
     """The trace for people: a well-formed switch access, and a report on both channels, become one line each.
 
     What is not well formed (a socket left open, a report on one channel only, another text) stays as it is.
@@ -117,33 +125,33 @@ def collapse(lines):
         line = bare[at]
         opened = SOCKET.match(line)
         access = IOCTL.match(bare[at + 1]) if opened and at + 2 < len(bare) else None
-        if access and access[1] == opened[1] and bare[at + 2] == f"close({opened[1]}, socket)":
+        if opened and access and access[1] == opened[1] and bare[at + 2] == f"close({opened[1]}, socket)":
             line, taken = access[2], 3
         syslog = SYSLOG.match(line)
         said = OUTLIB.match(bare[at + 1]) if syslog and at + 1 < len(bare) else None
-        if said and (syslog[1], said[1]) in SEVERITIES and same_text(syslog[2], said[2]):
+        if syslog and said and (syslog[1], said[1]) in SEVERITIES and same_text(syslog[2], said[2]):
             line, taken = f"{SEVERITIES[syslog[1], said[1]]} {said[2]}", 2
-        elif OUTLIB.match(line) and OUTLIB.match(line)[1] in ("info", "debug"):
-            line = f"{OUTLIB.match(line)[1].upper()} {OUTLIB.match(line)[2]}"
+        elif (alone := OUTLIB.match(line)) and alone[1] in ("info", "debug"):
+            line = f"{alone[1].upper()} {alone[2]}"
         out.append(line)
         at += taken
     return out
 
 
-def unescaped_length(quoted):
+def unescaped_length(quoted: str) -> int:
     return len(re.sub(r"\\x..|\\.", "x", quoted[1:-1]))
 
 
-def same_text(logged, said):
+def same_text(logged: str, said: str) -> bool:
     """The system log cuts at 1023 characters; the platform's output does not."""
     return logged == said or (unescaped_length(logged) == 1023 and said.startswith(logged[:-1]))
 
 
-def plan(scenario, folder, extra=()):
+def plan(scenario: Scenario, folder: Path | str, extra: Iterable[Line] = ()) -> list[tuple[list[Line], list[Step]]]:
     """The processes of a scenario: for each, its script lines and the steps it is to take."""
     processes = []
     steps = list(scenario.steps)
-    groups = [[]]
+    groups: list[list[Step]] = [[]]
     for step in steps:
         if step.title == "restart":
             groups.append([])
@@ -170,11 +178,12 @@ def plan(scenario, folder, extra=()):
     return processes
 
 
-def key_of(scenario, step):
+def key_of(scenario: Scenario, step: Step) -> str:
     return "end" if step.title == "end" else str(scenario.steps.index(step))
 
 
-def record(board, scenario, folder, extra=(), sites=False, timeout=20):
+def record(board: Board, scenario: Scenario, folder: Path | str, extra: Iterable[Line] = (), sites: bool = False,
+           timeout: float = 20) -> Runs:
     """Runs a scenario; a list of (run, steps)."""
     runs = []
     for lines, steps in plan(scenario, folder, extra):
@@ -183,5 +192,5 @@ def record(board, scenario, folder, extra=(), sites=False, timeout=20):
     return runs
 
 
-def temporary_folder():
+def temporary_folder() -> tempfile.TemporaryDirectory[str]:
     return tempfile.TemporaryDirectory(prefix="conformance-")

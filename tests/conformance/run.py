@@ -8,23 +8,25 @@ import argparse
 import os
 import sys
 import time
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import Executor, ThreadPoolExecutor
 from pathlib import Path
 
 from tests.conformance import coverage
+from tests.conformance.blocks import ScenarioError
 from tests.conformance.compare import check, transcript
 from tests.conformance.endurance import CYCLES, endure
 from tests.conformance.kill_sweep import sweep_all
-from tests.conformance.recording import Board, record, temporary_folder
-from tests.conformance.scenario import ScenarioError, load_all
+from tests.conformance.recording import Board, Runs, record, temporary_folder
+from tests.conformance.scenario import Scenario, load_all
 
 HERE = Path(__file__).resolve().parent
 
 
-def arguments():
+def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="tests/conformance/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=HERE.parent.parent / "build", help="build folder (default: ./build)")
+    parser.add_argument("--build", default=HERE.parent.parent / "build", type=Path,
+                        help="build folder (default: ./build)")
     parser.add_argument("--prefix", default="", help="command to run the daemon with, such as an emulator")
     parser.add_argument("-k", dest="pick", metavar="TEXT", help="only scenarios whose topic or name holds the text")
     parser.add_argument("-j", dest="jobs", type=int, default=os.cpu_count() or 1, help="scenarios at once")
@@ -39,17 +41,17 @@ def arguments():
     return parser.parse_args()
 
 
-def label(scenario):
+def label(scenario: Scenario) -> str:
     return f"{scenario.path.parent.name}/{scenario.path.stem}: {scenario.name}"
 
 
-def run_one(board, scenario, options):
+def run_one(board: Board, scenario: Scenario, options: argparse.Namespace) -> tuple[Scenario, Runs, list[str]]:
     with temporary_folder() as folder:
         runs = record(board, scenario, folder, sites=options.coverage)
     return scenario, runs, check(scenario, runs)
 
 
-def kill_sweep(board, pool):
+def kill_sweep(board: Board, pool: Executor) -> tuple[int, int]:
     """How many configurations passed and failed."""
     passed = failed = 0
     for name, kills, lost, complaints in sweep_all(board, pool):
@@ -60,7 +62,7 @@ def kill_sweep(board, pool):
     return passed, failed
 
 
-def endurance(board, pool):
+def endurance(board: Board, pool: Executor) -> tuple[int, int]:
     """How many kinds of cycles passed and failed."""
     passed = failed = 0
     for name, (cycles, complaints) in zip(CYCLES, pool.map(lambda one: endure(board, one), CYCLES)):
@@ -71,7 +73,7 @@ def endurance(board, pool):
     return passed, failed
 
 
-def main():
+def main() -> int:
     options = arguments()
     try:
         scenarios = load_all(HERE)

@@ -1,48 +1,54 @@
-"""Scenario files: how they are read.  README.md beside this file describes them for people."""
+"""Scenario files: how they are read. README.md beside this file describes them for people."""
+from __future__ import annotations
+
 import copy
 import re
+from collections.abc import Iterable, Iterator, Sequence
 from pathlib import Path
+from typing import NoReturn
 
 from tests.conformance import notation
-from tests.conformance.blocks import NamedBlocks, ScenarioError, blocks, expand_each, inserted, named_lines, repeated, words
+from tests.conformance.blocks import (NamedBlocks, Numbered, ScenarioError, blocks, expand_each, inserted, named_lines,
+                                      repeated, words)
 from tests.conformance.filtering import filtered
+from tests.conformance.notation import Line
 
 ROLES = {"lan": 1, "wan": 2, "either": 3}
 CONTENT_STEPS = ("netdev", "fact")
 
 
 class Step:
-    def __init__(self, title, where):
+    def __init__(self, title: str, where: str) -> None:
         times = re.fullmatch(r"(\d+) times (.*)", title)
         self.title = times[2] if times else title
         self.times = int(times[1]) if times else 1
         self.where = where
-        self.content = []
-        self.expected = []
-        self.only = []
-        self.hide = []
+        self.content: list[str] = []
+        self.expected: list[str] = []
+        self.only: list[str] = []
+        self.hide: list[str] = []
 
 
 class Scenario:
-    def __init__(self, name, path, line):
+    def __init__(self, name: str, path: Path, line: int) -> None:
         self.name = name
         self.path = path
         self.line = line
-        self.row = 0           # of the block's table
-        self.setup = []        # script lines, as tuples
-        self.first = []        # script lines of the first process alone
-        self.only = []
-        self.hide = []
-        self.steps = []
-        self.arguments = []    # the daemon's arguments
-        self.entry = []        # an operation to call instead of running the daemon, with its arguments
+        self.row = 0                        # of the block's table
+        self.setup: list[Line] = []         # script lines
+        self.first: list[Line] = []         # script lines of the first process alone
+        self.only: list[str] = []
+        self.hide: list[str] = []
+        self.steps: list[Step] = []
+        self.arguments: list[str] = []      # the daemon's arguments
+        self.entry: list[str] = []          # an operation to call instead of running the daemon, with its arguments
 
     @property
-    def where(self):
+    def where(self) -> str:
         return f"{self.path}:{self.line}"
 
 
-def escape(value):
+def escape(value: str | bytes) -> str:
     if isinstance(value, str):
         value = value.encode("utf-8", "surrogateescape")
     out = []
@@ -56,11 +62,11 @@ def escape(value):
     return "".join(out)
 
 
-def script_text(lines):
+def script_text(lines: Iterable[Line]) -> str:
     return "".join("\t".join(escape(field) for field in line) + "\n" for line in lines)
 
 
-def result_line(text, where):
+def result_line(text: str, where: str) -> Line:
     """[#N] PATTERN = VALUE [-> OUT]"""
     match = re.fullmatch(r"(?:#(\d+)\s+)?(.+?)\s*=\s*(-?\d+)(?:\s*->\s*(.*))?", text)
     if not match:
@@ -70,19 +76,19 @@ def result_line(text, where):
 
 
 class Parser:
-    def __init__(self, fixtures):
+    def __init__(self, fixtures: Fixtures, scenario: Scenario) -> None:
         self.fixtures = fixtures
-        self.scenario = None
+        self.scenario = scenario
         self.where = ""
 
-    def fail(self, text):
+    def fail(self, text: str) -> NoReturn:
         raise ScenarioError(self.where, text)
 
-    def number_of_words(self, line, count):
+    def number_of_words(self, line: Sequence[str], count: int) -> None:
         if len(line) != count:
             self.fail(f"{count} words expected: {' '.join(line)}")
 
-    def board(self, content):
+    def board(self, content: list[str]) -> None:
         for line in content:
             parts = line.split()
             if parts[0] in ("mac", "cpu"):
@@ -93,7 +99,7 @@ class Parser:
                 role = ROLES.get(parts[1], parts[1])
                 self.scenario.setup.append(("port", parts[0].rstrip(":"), str(role), parts[2]))
 
-    def uci(self, package, content):
+    def uci(self, package: str, content: list[str]) -> None:
         lines = self.scenario.setup
         lines.append(("package", package))
         for line in content:
@@ -103,11 +109,10 @@ class Parser:
                 lines.append(("section", package, parts[0], parts[1].strip()))
             else:
                 value = parts[1].strip() if len(parts) > 1 else ""
-                if value.startswith('"') and value.endswith('"') and len(value) > 1:
-                    value = notation.unquote(value)
-                lines.append(("option", parts[0], value))
+                quoted = value.startswith('"') and value.endswith('"') and len(value) > 1
+                lines.append(("option", parts[0], notation.unquote(value) if quoted else value))
 
-    def use(self, names):
+    def use(self, names: str) -> None:
         for name in re.split(r",\s*", names):
             if name not in self.fixtures:
                 self.fail(f"no fixture {name!r}")
@@ -115,7 +120,7 @@ class Parser:
             for part in ("setup", "first", "only", "hide"):
                 getattr(self.scenario, part).extend(copy.copy(getattr(fixture, part)))
 
-    def directive(self, line, content):
+    def directive(self, line: str, content: list[str]) -> None:
         word, _, rest = line.partition(" ")
         rest = rest.strip()
         scenario = self.scenario
@@ -143,7 +148,7 @@ class Parser:
             self.fail(f"unknown word {word!r}")
 
 
-def statement(word, rest, content):
+def statement(word: str, rest: str, content: list[str]) -> Line:
     if word == "ports":
         return (word, *rest.split())
     if word == "netdev":
@@ -151,12 +156,12 @@ def statement(word, rest, content):
     return (word, rest) if rest else (word,)
 
 
-def step_script(step):
+def step_script(step: Step) -> list[Line]:
     """The script lines of one step inside the event loop."""
     return single_script(step) * step.times
 
 
-def single_script(step):
+def single_script(step: Step) -> list[Line]:
     word, _, rest = step.title.partition(" ")
     rest = rest.strip()
     if word == "call":
@@ -185,7 +190,7 @@ def single_script(step):
     raise ScenarioError(step.where, f"unknown step {word!r}")
 
 
-def indented(lines, at):
+def indented(lines: list[Numbered], at: int) -> tuple[list[str], int]:
     """The indented lines from `at` on, without their common four blanks, and the index behind them."""
     content = []
     while at < len(lines) and lines[at][1].startswith("    "):
@@ -194,7 +199,7 @@ def indented(lines, at):
     return content, at
 
 
-def expectation(lines, at, scenario, named, where):
+def expectation(lines: list[Numbered], at: int, scenario: Scenario, named: NamedBlocks, where: str) -> int:
     """One expected line, a repeated group or a named block; the index behind it."""
     text = lines[at][1].strip()
     step = scenario.steps[-1]
@@ -215,22 +220,23 @@ def expectation(lines, at, scenario, named, where):
     return at + 1
 
 
-def filters(scenario, step):
+def filters(scenario: Scenario, step: Step) -> tuple[list[str], list[str]]:
     """The patterns of lines to show, and of those to hide: the step's own, or the scenario's."""
     return (step.only, step.hide) if step.only or step.hide else (scenario.only, scenario.hide)
 
 
-class Fixtures(dict):
+class Fixtures(dict[str, Scenario]):
     """What scenarios share: set-ups by name, and named lines."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         super().__init__()
         self.named: NamedBlocks = {}
 
 
-def parse_block(name, path, start, lines, fixtures, named):
-    parser = Parser(fixtures)
-    parser.scenario = scenario = Scenario(name, path, start)
+def parse_block(name: str, path: Path, start: int, lines: list[Numbered], fixtures: Fixtures,
+                named: NamedBlocks) -> Scenario:
+    scenario = Scenario(name, path, start)
+    parser = Parser(fixtures, scenario)
     at = 0
     while at < len(lines):
         number, text = lines[at]
@@ -249,7 +255,7 @@ def parse_block(name, path, start, lines, fixtures, named):
     return scenario
 
 
-def scenario_blocks(path, named):
+def scenario_blocks(path: Path, named: NamedBlocks) -> Iterator[tuple[str, int, list[Numbered]]]:
     """The blocks of a file that are no named lines; those go into `named`, each before it is used."""
     for name, start, lines in blocks(path):
         block = named_lines(path, start, lines)
@@ -259,7 +265,7 @@ def scenario_blocks(path, named):
             named[name] = block
 
 
-def load(path, fixtures):
+def load(path: Path, fixtures: Fixtures) -> list[Scenario]:
     out = []
     named = dict(fixtures.named)
     for name, start, lines in scenario_blocks(path, named):
@@ -269,15 +275,14 @@ def load(path, fixtures):
     return out
 
 
-def load_fixtures(path):
+def load_fixtures(path: Path) -> Fixtures:
     fixtures = Fixtures()
     for name, start, lines in scenario_blocks(path, fixtures.named):
         fixtures[name] = parse_block(name, path, start, lines, fixtures, fixtures.named)
     return fixtures
 
 
-def load_all(folder):
-    folder = Path(folder)
+def load_all(folder: Path) -> list[Scenario]:
     fixtures = load_fixtures(folder / "fixtures.txt")
     out = []
     for path in sorted((folder / "scenarios").glob("*/*.txt")):
