@@ -7,12 +7,15 @@ nothing open, serve the next requests, and still walk and take down everything i
 failed for the configurations below, once each, not again for every scenario. Counted as passed are scenarios.
 """
 import argparse
+import functools
 import os
 import sys
+from collections.abc import Iterable, Iterator, Mapping, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from tests.conformance.recording import Board, collapse, plan, run_process, temporary_folder
+from tests.conformance.notation import Line
+from tests.conformance.recording import Board, Run, collapse, plan, run_process, temporary_folder
 from tests.conformance.scenario import Scenario, load_all, load_fixtures, step_script
 from tests.docs import books
 from tests.facts.daemon import facts
@@ -32,34 +35,39 @@ START_SETUPS = (
 ENDLESS = "statist does not move on from an interface whose link query fails"
 PORTS = ("lan1", "lan2", "lan3", "lan4", "wan1", "wan2")
 
+Job = tuple[Scenario, int]              # and the call to fail
+Statuses = dict[str, books.Method]      # of "OBJECT METHOD"
 
-def aftermath():
+
+def aftermath() -> list[Line]:
     """Requests after a scenario: is the daemon still there, are its lists whole, can all of it be taken down."""
-    lines = []
+    lines: list[Line] = []
     for key, step in enumerate(aftermath_steps()):
         lines += [("step", f"after{key}"), *step]
     return lines
 
 
-def aftermath_steps():
-    def name(method, field, value):
+def aftermath_steps() -> list[list[Line]]:
+    def name(method: str, field: Sequence[str], value: bytes) -> list[Line]:
         return [("call", "ivarode.intf", method), ("field", *field, value), (".",)]
 
-    def dump(port):
+    def dump(port: int) -> list[Line]:
         return name("port_dump", ("5", "port"), port.to_bytes(4, "big"))
 
-    steps = [[("forget",), ("call", "ivarode.run", "run"), (".",)]]
+    steps: list[list[Line]] = [[("forget",), ("call", "ivarode.run", "run"), (".",)]]
     steps += [dump(port) for port in range(5)]
-    steps += [[("link", str(port), "1")] for port in range(5)] + [[("timer",)]]
+    steps += [[("link", str(port), "1")] for port in range(5)]
+    steps.append([("timer",)])
     steps += [name("port_del", ("3", "name"), port.encode() + b"\0") for port in PORTS]
     steps += [dump(port) for port in range(5)]
     return steps
 
 
-def arguments():
+def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="tests/fault/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=HERE.parent.parent / "build", help="build folder (default: ./build)")
+    parser.add_argument("--build", default=HERE.parent.parent / "build", type=Path,
+                        help="build folder (default: ./build)")
     parser.add_argument("--prefix", default="", help="command to run the daemon with, such as an emulator")
     parser.add_argument("-k", dest="pick", metavar="TEXT", help="only scenarios whose topic or name holds the text")
     parser.add_argument("-j", dest="jobs", type=int, default=os.cpu_count() or 1, help="runs at once")
@@ -69,11 +77,11 @@ def arguments():
     return parser.parse_args()
 
 
-def label(scenario):
+def label(scenario: Scenario) -> str:
     return f"{Path(scenario.path).parent.name}/{Path(scenario.path).stem}: {scenario.name}"
 
 
-def start_scenarios():
+def start_scenarios() -> Iterator[Scenario]:
     fixtures = load_fixtures(CONFORMANCE / "fixtures.txt")
     for names in START_SETUPS:
         scenario = Scenario(" + ".join(names), Path("fault/start.txt"), 0)
@@ -83,7 +91,7 @@ def start_scenarios():
         yield scenario
 
 
-def script_of(scenario, folder, fail_at):
+def script_of(scenario: Scenario, folder: Path | str, fail_at: int) -> tuple[list[Line], dict[str, str]]:
     """The script of a scenario's last process, with the failure and the aftermath; the titles of its steps."""
     lines, steps = plan(scenario, folder, [("fail-at", str(fail_at))] if fail_at else [])[-1]
     end = next(i for i, line in enumerate(lines) if line == ("step", "end"))
@@ -91,22 +99,23 @@ def script_of(scenario, folder, fail_at):
     return [*lines[:end], *aftermath(), ("step", "end")], titles
 
 
-def demanded_results(scenario):
+def demanded_results(scenario: Scenario) -> set[int]:
     """The results that a scenario itself gives to platform calls."""
     lines = [*scenario.first, *(step_script(step)[0] for step in scenario.steps if step.title.startswith("result "))]
     return {int(line[3]) for line in lines if line[0] == "result"}
 
 
-def known_statuses():
+def known_statuses() -> Statuses | None:
     """{"OBJECT METHOD": its row of the bus book}; None when a method has none."""
     rows = {f"{name} {method}": row for name, table in books.bus_methods().items() for method, row in table.items()}
     missing = [method for method in map(" ".join, facts().methods()) if method not in rows or not rows[method].statuses]
     for method in missing:
-        print(f"error: docs/bus.md says no statuses of {method}: which may it answer when a call below it fails?", file=sys.stderr)
+        print(f"error: docs/bus.md says no statuses of {method}: which may it answer when a call below it fails?",
+              file=sys.stderr)
     return None if missing else rows
 
 
-def status_complaint(title, line, demanded, statuses):
+def status_complaint(title: str, line: str, demanded: set[int], statuses: Statuses) -> str | None:
     """A failing platform call's own result, -1 or what the scenario demands, is the status of some methods."""
     method = " ".join(title.split()[1:3])
     status = int(line.split()[1])
@@ -114,7 +123,7 @@ def status_complaint(title, line, demanded, statuses):
     return None if status in known else f"{method} answered {status}"
 
 
-def complaints(run, titles, endless, demanded, statuses):
+def complaints(run: Run, titles: Mapping[str, str], endless: bool, demanded: set[int], statuses: Statuses) -> list[str]:
     out = []
     allowed = {"0", "-3"} | ({"99"} if endless else set())
     if run.exit not in allowed:
@@ -122,7 +131,8 @@ def complaints(run, titles, endless, demanded, statuses):
     if run.output:
         out.append("output: " + run.output[:2000])
     for key, part in run.parts.items():
-        for line in collapse([line for line in part if not line.startswith("injected") and "_safe_record(" not in line]):
+        seen = [line for line in part if not line.startswith("injected") and "_safe_record(" not in line]
+        for line in collapse(seen):
             if line.startswith(("syslog(", "outlib_error", "outlib_warning", "outlib_notice")):
                 out.append(f"reported on one channel only: {line}")
             if line.startswith(("leak:", "ioctl", "close(", "script error")) or (
@@ -136,7 +146,7 @@ def complaints(run, titles, endless, demanded, statuses):
     return out
 
 
-def aftermath_complaints(run):
+def aftermath_complaints(run: Run) -> list[str]:
     """The daemon answers "run", and port_dump of all five ports comes to its end, before and after the removals."""
     out = []
     steps = aftermath_steps()
@@ -150,7 +160,7 @@ def aftermath_complaints(run):
     return out
 
 
-def one(board, statuses, scenario, fail_at):
+def one(board: Board, statuses: Statuses, scenario: Scenario, fail_at: int) -> tuple[str, str | None, list[str]]:
     with temporary_folder() as folder:
         lines, titles = script_of(scenario, folder, fail_at)
         run = run_process(board, lines, folder, timeout=60)
@@ -161,7 +171,7 @@ def one(board, statuses, scenario, fail_at):
     return label(scenario), injected, found
 
 
-def points(board, scenario, start):
+def points(board: Board, scenario: Scenario, start: bool) -> range:
     """The numbers of the calls to fail: those of the start, or those after it."""
     with temporary_folder() as folder:
         lines, _ = script_of(scenario, folder, 0)
@@ -175,18 +185,19 @@ def points(board, scenario, start):
     return range(run.fallible_before[keys[0]] + 1, (run.fallible_before[last] if last else run.fallible) + 1)
 
 
-def distinct(scenarios):
+def distinct(scenarios: Iterable[Scenario]) -> Iterator[Scenario]:
     """Scenarios with steps after the start; of those that differ in expectations alone, one."""
     seen = set()
     for scenario in scenarios:
         steps = tuple((step.title, step.times, *step.content) for step in scenario.steps if step.title != "start")
         key = (tuple(scenario.setup), tuple(scenario.first), steps)
-        if steps and key not in seen and not scenario.entry and not any(step.title in ("restart", "end") for step in scenario.steps):
+        ends = any(step.title in ("restart", "end") for step in scenario.steps)
+        if steps and key not in seen and not scenario.entry and not ends:
             seen.add(key)
             yield scenario
 
 
-def main():
+def main() -> int:
     options = arguments()
     board = Board(options.build, options.prefix.split(), leaks=options.leaks)
     if board.missing():
@@ -202,9 +213,10 @@ def main():
     injections, wrong, failed = 0, 0, set()
     with ThreadPoolExecutor(max(1, options.jobs)) as pool:
         counted = pool.map(lambda item: (item[0], points(board, *item)), todo)
-        jobs = [(scenario, number) for scenario, numbers in counted for number in numbers][::1 if options.long else options.every]
+        jobs = [(scenario, number) for scenario, numbers in counted for number in numbers]
+        jobs = jobs[::1 if options.long else options.every]
         for batch in chunks(jobs, 2000):
-            for where, injected, found in pool.map(lambda job: one(board, statuses, *job), batch):
+            for where, injected, found in pool.map(functools.partial(one, board, statuses), *zip(*batch)):
                 injections += 1
                 if found:
                     wrong += 1
@@ -217,7 +229,7 @@ def main():
     return 1 if wrong or not injections else 0
 
 
-def chunks(items, size):
+def chunks(items: Sequence[Job], size: int) -> Iterator[Sequence[Job]]:
     return (items[at:at + size] for at in range(0, len(items), size))
 
 
