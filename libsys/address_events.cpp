@@ -28,10 +28,10 @@ uloop_fd channel = {};
 void deliver(const nlmsghdr &message, const ifaddrmsg &body)
 {
     const nlattr *address = netlink::find(message, sizeof(body), IFA_LOCAL);
-    if (!address) {
+    if (address == nullptr) {
         address = netlink::find(message, sizeof(body), IFA_ADDRESS);
     }
-    if (registered && body.ifa_family == AF_INET && address) {
+    if (registered != nullptr && body.ifa_family == AF_INET && address != nullptr) {
         nl_addr_event event = {body.ifa_index, ntohl(netlink::value_u32(address, 0))};
         registered(&event);
     }
@@ -142,8 +142,8 @@ int nl_rtmsg_init(void)
 
 int nl_rtmsg_handler_reg(int type, int (*cb)(const struct nl_addr_event *event))
 {
-    if (type != nl_rtmsg_new_address || !cb) {
-        return fail(EINVAL, __func__, "%d, %s", type, cb ? "callback" : "(null)");
+    if (type != nl_rtmsg_new_address || cb == nullptr) {
+        return fail(EINVAL, __func__, "%d, %s", type, cb != nullptr ? "callback" : "(null)");
     }
     registered = cb;
     return 0;

@@ -37,7 +37,7 @@ board_info board;
 // LAN and WAN numbers follow the order of the file.
 int free_place(const board_info &info, uint8_t role)
 {
-    for (size_t i = 0; i < ether_count; i++) {
+    for (size_t i = 0; i < ether_count; ++i) {
         size_t index = role == role_wan ? ether_count - 1 - i : i;
         if (!info.present[index]) {
             return static_cast<int>(index);
@@ -48,7 +48,7 @@ int free_place(const board_info &info, uint8_t role)
 
 bool port_taken(const board_info &info, int64_t number)
 {
-    for (size_t i = 0; i < ether_count; i++) {
+    for (size_t i = 0; i < ether_count; ++i) {
         if (info.present[i] && info.ether[i].hw_port == number) {
             return true;
         }
@@ -73,7 +73,7 @@ int take_port(board_info &info, json_object *port, size_t position, bool with_in
 {
     char key[64];
     auto key_of = [&](const char *name) {
-        snprintf(key, sizeof key, "%s[%zu]%s%s", ports_key, position, *name ? "." : "", name);
+        snprintf(key, sizeof(key), "%s[%zu]%s%s", ports_key, position, *name ? "." : "", name);
         return key;
     };
     json_object *role_value = member(port, "role");
@@ -97,7 +97,7 @@ int take_port(board_info &info, json_object *port, size_t position, bool with_in
         return board_error(key_of("num"), "is the number of another port too");
     }
     int64_t index = free_place(info, role);
-    if (index_value) {
+    if (index_value != nullptr) {
         if (int error = board_number(key_of("index"), index_value, 0, ether_count - 1, index)) {
             return error;
         }
@@ -116,10 +116,10 @@ int read_ports(const libsys::board_file &file, board_info &info)
 {
     json_object *ports = file.find(ports_key);
     if (!json_object_is_type(ports, json_type_array)) {
-        return board_error(ports_key, ports ? "is not an array" : "is missing");
+        return board_error(ports_key, ports != nullptr ? "is not an array" : "is missing");
     }
     for (bool with_index : {true, false}) {
-        for (size_t i = 0; i < json_object_array_length(ports); i++) {
+        for (size_t i = 0; i < json_object_array_length(ports); ++i) {
             if (int error = take_port(info, json_object_array_get_idx(ports, i), i, with_index)) {
                 return error;
             }
@@ -130,7 +130,7 @@ int read_ports(const libsys::board_file &file, board_info &info)
 
 bool parse_mac(const char *text, uint8_t (&mac)[6])
 {
-    for (size_t i = 0; i < sizeof mac; i++) {
+    for (size_t i = 0; i < sizeof(mac); ++i) {
         unsigned byte = 0;
         for (int digit = 0; digit < 2; digit++, text++) {
             unsigned lower = static_cast<unsigned char>(*text) | 0x20u;
@@ -143,7 +143,7 @@ bool parse_mac(const char *text, uint8_t (&mac)[6])
             }
         }
         mac[i] = static_cast<uint8_t>(byte);
-        if (*text != (i + 1 < sizeof mac ? ':' : '\0')) {
+        if (*text != (i + 1 < sizeof(mac) ? ':' : '\0')) {
             return false;
         }
         text++;
@@ -155,13 +155,13 @@ int device_mac(const char *name, uint8_t (&mac)[6])
 {
     libsys::unique_fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
-    strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
+    strncpy(request.ifr_name, name, sizeof(request.ifr_name) - 1);
     if (!fd || libsys::retry_eintr([&] { return ioctl(fd.get(), SIOCGIFHWADDR, &request); }) != 0) {
         int error = errno;
         board_error("system.label_macaddr", "is missing, and %s has no MAC: %s", name, strerror(error));
         return error;
     }
-    memcpy(mac, request.ifr_hwaddr.sa_data, sizeof mac);
+    memcpy(mac, request.ifr_hwaddr.sa_data, sizeof(mac));
     return 0;
 }
 
@@ -180,7 +180,7 @@ int read_mac(const libsys::board_file &file, board_info &info)
 int read_cpuid(const libsys::board_file &file, board_info &info)
 {
     json_object *value = file.find(cpuid_key);
-    if (!value) {
+    if (value == nullptr) {
         return 0;
     }
     const char *text = json_object_is_type(value, json_type_string) ? json_object_get_string(value) : "";

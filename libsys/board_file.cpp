@@ -15,7 +15,7 @@ constexpr size_t largest_file = 1 << 20;
 size_t line_of(std::string_view content, size_t offset)
 {
     size_t line = 1;
-    for (size_t i = 0; i < offset && i < content.size(); i++) {
+    for (size_t i = 0; i < offset && i < content.size(); ++i) {
         line += content[i] == '\n' ? 1 : 0;
     }
     return line;
@@ -28,7 +28,7 @@ int board_error(const char *key, const char *reason, ...)
     char text[256];
     va_list args;
     va_start(args, reason);
-    vsnprintf(text, sizeof text, reason, args);
+    vsnprintf(text, sizeof(text), reason, args);
     va_end(args);
     outlib_error("%s: %s: %s\n", board_path, key, text);
     return EINVAL;
@@ -91,9 +91,9 @@ json_object *board_file::find(const char *path) const
     json_object *value = root_.get();
     char name[64];
     size_t length = 0;
-    for (; value && *path; path += path[length] ? length + 1 : length) {
+    for (; value != nullptr && *path; path += path[length] ? length + 1 : length) {
         length = strcspn(path, ".");
-        snprintf(name, sizeof name, "%.*s", static_cast<int>(length), path);
+        snprintf(name, sizeof(name), "%.*s", static_cast<int>(length), path);
         value = member(value, name);
     }
     return value;

@@ -1,10 +1,8 @@
-/*
- * The board file, /etc/board.json.
- *
- * board_file   Owns the parsed file for its scope. load() and the checks below report what is wrong with it
- * through outlib_error as "file: key: reason", because only here file, key and reason are known together; the
- * result is then an errno value for the caller to fail with.
- */
+// The board file, /etc/board.json.
+//
+// board_file   Owns the parsed file for its scope. load() and the checks below report what is wrong with it
+// through outlib_error as "file: key: reason", because only here file, key and reason are known together; the
+// result is then an errno value for the caller to fail with.
 #pragma once
 
 #include "internal.h"

@@ -51,7 +51,7 @@ void file_all_out()
         ubus_object *object = objects[i].object;
         file_out(object);
         object->has_subscribers = false;
-        if (object->type) {
+        if (object->type != nullptr) {
             object->type->id = 0;
         }
     }
@@ -101,7 +101,7 @@ int add_objects(ubus_object **added, int count)
 {
     size_t wanted = object_count + static_cast<size_t>(count);
     auto *list = static_cast<registration *>(realloc(objects, wanted * sizeof(registration)));
-    if (!list) {
+    if (list == nullptr) {
         return UBUS_STATUS_UNKNOWN_ERROR; // older bus libraries have none for memory
     }
     objects = list;
@@ -135,14 +135,14 @@ void remove_object(ubus_object *object)
 void forget_ids(ubus_object *object)
 {
     object->id = 0;
-    if (object->type) {
+    if (object->type != nullptr) {
         object->type->id = 0;
     }
 }
 
 bool are_objects(int flag, ubus_object **list, int count)
 {
-    bool good = flag == own_objects && list && count > 0;
+    bool good = flag == own_objects && list != nullptr && count > 0;
     for (int i = 0; good && i < count; ++i) {
         good = list[i] != nullptr;
     }
@@ -171,16 +171,16 @@ using namespace libsys;
 
 int libsys::serving_socket()
 {
-    return serving ? serving->sock.fd : -1;
+    return serving != nullptr ? serving->sock.fd : -1;
 }
 
 int ubuslib_connect_init(void)
 {
-    if (serving) {
+    if (serving != nullptr) {
         return 0;
     }
     serving = ubus_connect(nullptr);
-    if (!serving) {
+    if (serving == nullptr) {
         return fail(ECONNREFUSED, __func__, "%s", "");
     }
     connected = true;
@@ -192,7 +192,7 @@ int ubuslib_connect_init(void)
 
 int ubuslib_task_status_wait(const char *object, int timeout)
 {
-    if (!object || !object[0] || timeout < 0) {
+    if (object == nullptr || !object[0] || timeout < 0) {
         return fail(EINVAL, __func__, "%s, %d", shown(object), timeout);
     }
     long long deadline = now_ms() + timeout * 1000LL;
@@ -221,7 +221,7 @@ int ubuslib_invoke_init(int flag, struct ubus_object **list, int count)
     if (!are_objects(flag, list, count)) {
         return fail(EINVAL, __func__, "%d, %d objects", flag, count);
     }
-    if (!serving) {
+    if (serving == nullptr) {
         return fail(ENOTCONN, __func__, "%d objects", count);
     }
     int status = add_objects(list, count);
@@ -249,7 +249,7 @@ int ubuslib_invoke_exit(int flag, struct ubus_object **list, int count)
 int ubuslib_invoke_call(const char *object, const char *method, struct blob_buf *msg,
                         ubus_data_handler_t reply, void *priv)
 {
-    if (!object || !method) {
+    if (object == nullptr || method == nullptr) {
         return fail(EINVAL, __func__, "%s, %s", shown(object), shown(method));
     }
     int status = call_bus(object, method, msg, reply, priv);
@@ -258,8 +258,8 @@ int ubuslib_invoke_call(const char *object, const char *method, struct blob_buf 
 
 int ubuslib_bmsg_strlist_get(struct blob_attr *array, char **out, int capacity)
 {
-    if (!array || !out || capacity < 0 || blobmsg_type(array) != BLOBMSG_TYPE_ARRAY) {
-        return fail(EINVAL, __func__, "%s, %d", array ? "attribute" : "(null)", capacity);
+    if (array == nullptr || out == nullptr || capacity < 0 || blobmsg_type(array) != BLOBMSG_TYPE_ARRAY) {
+        return fail(EINVAL, __func__, "%s, %d", array != nullptr ? "attribute" : "(null)", capacity);
     }
     int count = 0;
     blob_attr *element = nullptr;

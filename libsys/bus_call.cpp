@@ -81,7 +81,7 @@ int call_bus(const char *object, const char *method, blob_buf *request, ubus_dat
         return UBUS_STATUS_TIMEOUT;
     }
     connection bus;
-    if (!bus.get()) {
+    if (bus.get() == nullptr) {
         return UBUS_STATUS_CONNECTION_FAILED;
     }
     uint32_t id = 0;
@@ -94,8 +94,8 @@ int call_bus(const char *object, const char *method, blob_buf *request, ubus_dat
         return object_missing;
     }
     message nothing;
-    return ubus_invoke(bus.get(), id, method, request ? request->head : nothing.get()->head, reply, priv,
-                       timeout_ms);
+    return ubus_invoke(bus.get(), id, method, request != nullptr ? request->head : nothing.get()->head, reply,
+                       priv, timeout_ms);
 }
 
 int fail_bus(int status, const char *operation, const char *arguments, ...)

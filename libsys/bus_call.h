@@ -1,10 +1,8 @@
-/*
- * Calls to other objects on the bus, each on its own connection: while such a call waits, requests to
- * our objects stay where they are, and a restarted broker needs no special care.
- *
- * The bus library may wait without end for the greeting of the broker and for its look-ups. So a broker that
- * does not greet within the limit is not called at all.
- */
+// Calls to other objects on the bus, each on its own connection: while such a call waits, requests to
+// our objects stay where they are, and a restarted broker needs no special care.
+//
+// The bus library may wait without end for the greeting of the broker and for its look-ups. So a broker that
+// does not greet within the limit is not called at all.
 #pragma once
 
 #include <cerrno>

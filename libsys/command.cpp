@@ -43,7 +43,7 @@ public:
     kept_exit_status()
     {
         sigaction(SIGCHLD, nullptr, &before_);
-        changed_ = before_.sa_handler == SIG_IGN || (before_.sa_flags & SA_NOCLDWAIT);
+        changed_ = before_.sa_handler == SIG_IGN || ((before_.sa_flags & SA_NOCLDWAIT) != 0);
         if (changed_) {
             struct sigaction ordinary = {};
             ordinary.sa_handler = SIG_DFL;
@@ -90,14 +90,14 @@ int argument_list::insert(size_t place, const char *word)
     if (count_ + 2 > capacity_) {
         size_t capacity = capacity_ * 2 + 16;
         auto **words = static_cast<char **>(realloc(words_, capacity * sizeof(*words_)));
-        if (!words) {
+        if (words == nullptr) {
             return ENOMEM;
         }
         words_ = words;
         capacity_ = capacity;
     }
     char *copy = strdup(word);
-    if (!copy) {
+    if (copy == nullptr) {
         return ENOMEM;
     }
     memmove(words_ + place + 1, words_ + place, (count_ - place) * sizeof(*words_));
@@ -109,7 +109,7 @@ int argument_list::insert(size_t place, const char *word)
 int argument_list::add_words(const char *line)
 {
     auto *word = static_cast<char *>(malloc(strlen(line) + 1));
-    int error = word ? 0 : ENOMEM;
+    int error = word != nullptr ? 0 : ENOMEM;
     while (!error) {
         while (is_separator(*line)) {
             ++line;
@@ -143,7 +143,7 @@ void argument_list::clear()
 char *const *argument_list::argv() const
 {
     static char *const none[] = {nullptr};
-    return words_ ? words_ : none;
+    return words_ != nullptr ? words_ : none;
 }
 
 int run(const argument_list &arguments, capture what, text *into, int *status)

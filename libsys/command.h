@@ -1,13 +1,11 @@
-/*
- * Running a program without a shell.
- *
- * argument_list   Owns the words of a command line.
- * run()           Runs a program to its end and gives 0 or the errno value of what kept it from running, or
- * from being heard: EFBIG when it said too much, ETIMEDOUT when it was silent for too long; it is ended then.
- * It works inside an event loop that reaps every child it hears of: the loop cannot run in between.
- *
- * Functions that can run out of memory give 0 or a positive errno value.
- */
+// Running a program without a shell.
+//
+// argument_list   Owns the words of a command line.
+// run()           Runs a program to its end and gives 0 or the errno value of what kept it from running, or
+// from being heard: EFBIG when it said too much, ETIMEDOUT when it was silent for too long; it is ended then.
+// It works inside an event loop that reaps every child it hears of: the loop cannot run in between.
+//
+// Functions that can run out of memory give 0 or a positive errno value.
 #pragma once
 
 #include "text.h"

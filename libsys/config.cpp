@@ -44,17 +44,17 @@ void report_syntax(uci_context *ctx, const char *package)
 int ucilib_foreach_section(const char *package, const char *type, ucilib_section_cb cb, void *arg)
 {
     constexpr const char *operation = "ucilib_foreach_section";
-    if (!package || !type || !cb) {
+    if (package == nullptr || type == nullptr || cb == nullptr) {
         return libsys::fail(EINVAL, operation, "%s, %s", libsys::shown(package), libsys::shown(type));
     }
     char path[256];
-    int length = snprintf(path, sizeof path, "%s/%s", folder, package);
-    if (strchr(package, '/') || length >= static_cast<int>(sizeof path)) {
+    int length = snprintf(path, sizeof(path), "%s/%s", folder, package);
+    if (strchr(package, '/') != nullptr || length >= static_cast<int>(sizeof(path))) {
         return libsys::fail(EINVAL, operation, "%s, %s", package, type);
     }
     const libsys::owned<uci_context, uci_free_context> owner(uci_alloc_context());
     uci_context *ctx = owner.get();
-    if (!ctx) {
+    if (ctx == nullptr) {
         return libsys::fail(ENOMEM, operation, "%s, %s", package, type);
     }
     uci_package *loaded = nullptr;
@@ -81,6 +81,8 @@ int ucilib_foreach_section(const char *package, const char *type, ucilib_section
 const char *ucilib_lookup_option_string(struct uci_context *ctx, struct uci_section *s, const char *option,
                                         const char *def)
 {
-    const char *value = ctx && s && option ? uci_lookup_option_string(ctx, s, option) : nullptr;
-    return value ? value : def;
+    const char *value = ctx != nullptr && s != nullptr && option != nullptr
+                            ? uci_lookup_option_string(ctx, s, option)
+                            : nullptr;
+    return value != nullptr ? value : def;
 }

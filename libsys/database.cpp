@@ -38,10 +38,10 @@ bool load()
         return true;
     }
     void *library = dlopen("libsqlite3.so.0", RTLD_NOW | RTLD_LOCAL);
-    if (!library) {
+    if (library == nullptr) {
         library = dlopen("libsqlite3.so", RTLD_NOW | RTLD_LOCAL);
     }
-    if (!library) {
+    if (library == nullptr) {
         return false;
     }
     loaded = find(library, "sqlite3_open_v2", sqlite.open_v2) &&
@@ -91,7 +91,7 @@ int errno_of(int code)
 int sqlite3_db_open(const char *path, sqlite3 **db)
 {
     constexpr const char *operation = "sqlite3_db_open";
-    if (!path || !db) {
+    if (path == nullptr || db == nullptr) {
         return libsys::fail(EINVAL, operation, "%s", libsys::shown(path));
     }
     *db = nullptr;
@@ -106,8 +106,8 @@ int sqlite3_db_open(const char *path, sqlite3 **db)
     if (code != result_ok) {
         // Even a failed open leaves a handle to close; its message is gone afterwards.
         libsys::fail(errno_of(code), operation, "%s: %s", path,
-                     opened ? sqlite.errmsg(opened) : "out of memory");
-        if (opened) {
+                     opened != nullptr ? sqlite.errmsg(opened) : "out of memory");
+        if (opened != nullptr) {
             sqlite.close(opened);
         }
         errno = errno_of(code);
@@ -120,7 +120,7 @@ int sqlite3_db_open(const char *path, sqlite3 **db)
 int sqlite3_db_execsql(sqlite3 *db, const char *sql)
 {
     constexpr const char *operation = "sqlite3_db_execsql";
-    if (!db || !sql || !loaded) {
+    if (db == nullptr || sql == nullptr || !loaded) {
         return libsys::fail(EINVAL, operation, "%s", libsys::shown(sql));
     }
     int code = sqlite.exec(db, sql, nullptr, nullptr, nullptr);
@@ -129,7 +129,7 @@ int sqlite3_db_execsql(sqlite3 *db, const char *sql)
 
 int sqlite3_db_colse(sqlite3 *db)
 {
-    if (!db || !loaded) {
+    if (db == nullptr || !loaded) {
         return 0;
     }
     int code = sqlite.close(db);

@@ -30,37 +30,37 @@ void *map_object_or_own(const char *name)
 
 bool is_place(const libsys::null_record &place, const char *function, int line)
 {
-    return place.line == line && strncmp(place.function, function, sizeof place.function - 1) == 0;
+    return place.line == line && strncmp(place.function, function, sizeof(place.function) - 1) == 0;
 }
 
 } // namespace
 
 int netdbg_shm_init(void)
 {
-    if (!g_netd_dbg_shm) {
+    if (g_netd_dbg_shm == nullptr) {
         g_netd_dbg_shm = static_cast<uint32_t *>(map_object_or_own(libsys::debug_object));
     }
-    return g_netd_dbg_shm ? 0 : libsys::fail(errno, "netdbg_shm_init", "%s", libsys::debug_object);
+    return g_netd_dbg_shm != nullptr ? 0 : libsys::fail(errno, "netdbg_shm_init", "%s", libsys::debug_object);
 }
 
 int libsys_dbg_init(void)
 {
-    if (!records) {
+    if (records == nullptr) {
         records = static_cast<libsys::record_area *>(map_object_or_own(libsys::record_object));
     }
-    return records ? 0 : libsys::fail(errno, "libsys_dbg_init", "%s", libsys::record_object);
+    return records != nullptr ? 0 : libsys::fail(errno, "libsys_dbg_init", "%s", libsys::record_object);
 }
 
 void libsys::record_null(const char *operation, const char *function, int line)
 {
     function = shown(function);
     outlib_debug("%s: null pointer from %s:%d\n", operation, function, line);
-    if (!records) {
+    if (records == nullptr) {
         return;
     }
     for (null_record &place : records->places) {
         if (place.count == 0) {
-            snprintf(place.function, sizeof place.function, "%s", function);
+            snprintf(place.function, sizeof(place.function), "%s", function);
             place.line = line;
         }
         if (is_place(place, function, line)) {

@@ -1,9 +1,7 @@
-/*
- * A network device as the kernel describes it.
- *
- * find_device() and the change functions give 0 or a positive errno value; ENODEV for a device that is not
- * there and for a name that no device can have (null, empty, longer than 15 characters).
- */
+// A network device as the kernel describes it.
+//
+// find_device() and the change functions give 0 or a positive errno value; ENODEV for a device that is not
+// there and for a name that no device can have (null, empty, longer than 15 characters).
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,6 @@
-/*
- * The platform interface as the library exports it. Everything else in the library is hidden from the
- * outside, so a definition is visible exactly when src/platform declares it and its file includes this
- * header.
- */
+// The platform interface as the library exports it. Everything else in the library is hidden from the
+// outside, so a definition is visible exactly when src/platform declares it and its file includes this
+// header.
 #pragma once
 
 #include <libubus.h>

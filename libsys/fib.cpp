@@ -41,7 +41,8 @@ bool read_fib_route(const nlmsghdr &message, const rtmsg &body, fib_route *out)
     };
     *out = {number(RTA_TABLE, body.rtm_table), ntohl(number(RTA_DST, 0)), body.rtm_dst_len,
             ntohl(number(RTA_GATEWAY, 0)),     number(RTA_OIF, 0),        number(RTA_PRIORITY, 0)};
-    return body.rtm_family == AF_INET && body.rtm_type == RTN_UNICAST && !(body.rtm_flags & RTM_F_CLONED);
+    return body.rtm_family == AF_INET && body.rtm_type == RTN_UNICAST &&
+           ((body.rtm_flags & RTM_F_CLONED) == 0);
 }
 
 int route_serving(uint32_t address, fib_route *out)

@@ -1,8 +1,6 @@
-/*
- * Unicast IPv4 routes of one routing table.
- *
- * Addresses are in host byte order. The functions give 0 or a positive errno value.
- */
+// Unicast IPv4 routes of one routing table.
+//
+// Addresses are in host byte order. The functions give 0 or a positive errno value.
 #pragma once
 
 #include "netlink.h"

@@ -56,9 +56,9 @@ int replace_in_folder(const char *path, mode_t mode, std::string_view content)
     auto folder_length = static_cast<int>(strrchr(path, '/') - path);
     char folder[PATH_MAX];
     char fresh[PATH_MAX];
-    snprintf(folder, sizeof folder, "%.*s/", folder_length, path);
-    int length = snprintf(fresh, sizeof fresh, "%s.%s.new", folder, path + folder_length + 1);
-    if (length >= static_cast<int>(sizeof fresh)) {
+    snprintf(folder, sizeof(folder), "%.*s/", folder_length, path);
+    int length = snprintf(fresh, sizeof(fresh), "%s.%s.new", folder, path + folder_length + 1);
+    if (length >= static_cast<int>(sizeof(fresh))) {
         return ENAMETOOLONG;
     }
     int error = write_new(fresh, mode, content);
@@ -114,7 +114,7 @@ int read_file(const char *path, text &content, size_t limit)
     for (;;) {
         constexpr size_t block = 4096;
         char *end = content.reserve(block);
-        if (!end) {
+        if (end == nullptr) {
             return ENOMEM;
         }
         ssize_t got = retry_eintr([&] { return read(fd.get(), end, block); });
@@ -135,13 +135,13 @@ int read_file(const char *path, text &content, size_t limit)
 int replace_file(const char *path, mode_t mode, std::string_view content, links link)
 {
     char target[PATH_MAX];
-    if (link == links::replace || !realpath(path, target)) {
+    if (link == links::replace || realpath(path, target) == nullptr) {
         struct stat info;
         // A link that leads nowhere is not ours to replace.
         if (link == links::follow && (errno != ENOENT || lstat(path, &info) == 0)) {
             return errno;
         }
-        if (strlen(path) >= sizeof target) {
+        if (strlen(path) >= sizeof(target)) {
             return ENAMETOOLONG;
         }
         strcpy(target, path);
@@ -153,19 +153,19 @@ int make_folders(const char *path)
 {
     char part[PATH_MAX];
     size_t length = strlen(path);
-    if (length >= sizeof part) {
+    if (length >= sizeof(part)) {
         return ENAMETOOLONG;
     }
     memcpy(part, path, length + 1);
-    for (char *slash = part; slash;) {
+    for (char *slash = part; slash != nullptr;) {
         slash = strchr(slash + 1, '/');
-        if (slash) {
+        if (slash != nullptr) {
             *slash = '\0';
         }
         if (mkdir(part, 0755) != 0 && errno != EEXIST) {
             return errno;
         }
-        if (slash) {
+        if (slash != nullptr) {
             *slash = '/';
         }
     }

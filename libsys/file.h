@@ -1,19 +1,17 @@
-/*
- * Small files that several programs read and write: read whole, replaced whole, changed under a lock.
- *
- * file_lock: Owns an exclusive lock for its scope.
- *
- * read_file: All of a regular file, at most `limit` bytes. Links are followed.
- *
- * replace_file: Writes a new file beside the old one, makes it durable and renames it into place: readers see
- * the old text or the new one, never a part, and a failure at any step leaves the old one. The mode is
- * exactly `mode`. Callers hold a lock, because the new file's name is fixed (what a killed writer leaves is
- * overwritten). A link in the file's place is followed or replaced itself.
- *
- * make_folders: Every missing folder of a path.
- *
- * Results: 0 or an errno value; reporting is the caller's.
- */
+// Small files that several programs read and write: read whole, replaced whole, changed under a lock.
+//
+// file_lock: Owns an exclusive lock for its scope.
+//
+// read_file: All of a regular file, at most `limit` bytes. Links are followed.
+//
+// replace_file: Writes a new file beside the old one, makes it durable and renames it into place: readers see
+// the old text or the new one, never a part, and a failure at any step leaves the old one. The mode is
+// exactly `mode`. Callers hold a lock, because the new file's name is fixed (what a killed writer leaves is
+// overwritten). A link in the file's place is followed or replaced itself.
+//
+// make_folders: Every missing folder of a path.
+//
+// Results: 0 or an errno value; reporting is the caller's.
 #pragma once
 
 #include "internal.h"

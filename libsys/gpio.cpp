@@ -34,7 +34,7 @@ bool held = false; // until the process ends, so the descriptors need no place h
 int text_of(const char *key, json_object *value, const char *absent, const char *&text)
 {
     text = absent;
-    if (!value) {
+    if (value == nullptr) {
         return 0;
     }
     if (!json_object_is_type(value, json_type_string)) {
@@ -50,10 +50,10 @@ int chip_path(const char *key, json_object *value, char (&path)[64])
     if (int error = text_of(key, value, "gpiochip0", chip)) {
         return error;
     }
-    if (strncmp(chip, "gpiochip", 8) != 0 || strchr(chip, '/') || strlen(chip) > 32) {
+    if (strncmp(chip, "gpiochip", 8) != 0 || strchr(chip, '/') != nullptr || strlen(chip) > 32) {
         return board_error(key, "is not the name of a GPIO chip");
     }
-    snprintf(path, sizeof path, "/dev/%s", chip);
+    snprintf(path, sizeof(path), "/dev/%s", chip);
     return 0;
 }
 
@@ -61,7 +61,7 @@ int request_line(size_t position, json_object *entry, libsys::unique_fd &line)
 {
     char key[64];
     auto key_of = [&](const char *name) {
-        snprintf(key, sizeof key, "%s[%zu].%s", gpio_key, position, name);
+        snprintf(key, sizeof(key), "%s[%zu].%s", gpio_key, position, name);
         return key;
     };
     char path[64];
@@ -79,21 +79,21 @@ int request_line(size_t position, json_object *entry, libsys::unique_fd &line)
     if (int error = board_number(key_of("line"), member(entry, "line"), 0, UINT16_MAX, offset)) {
         return error;
     }
-    if (int error = value_object ? board_number(key_of("value"), value_object, 0, 1, value) : 0) {
+    if (int error = value_object != nullptr ? board_number(key_of("value"), value_object, 0, 1, value) : 0) {
         return error;
     }
-    if (inverted && !json_object_is_type(inverted, json_type_boolean)) {
+    if (inverted != nullptr && !json_object_is_type(inverted, json_type_boolean)) {
         return board_error(key_of("active_low"), "is neither true nor false");
     }
     gpio_v2_line_request request{};
     request.offsets[0] = static_cast<uint32_t>(offset);
     request.num_lines = 1;
-    strncpy(request.consumer, name, sizeof request.consumer - 1);
-    request.config.flags = value_object ? GPIO_V2_LINE_FLAG_OUTPUT : GPIO_V2_LINE_FLAG_INPUT;
+    strncpy(request.consumer, name, sizeof(request.consumer) - 1);
+    request.config.flags = value_object != nullptr ? GPIO_V2_LINE_FLAG_OUTPUT : GPIO_V2_LINE_FLAG_INPUT;
     if (json_object_get_boolean(inverted)) {
         request.config.flags |= GPIO_V2_LINE_FLAG_ACTIVE_LOW;
     }
-    if (value_object) {
+    if (value_object != nullptr) {
         request.config.num_attrs = 1;
         request.config.attrs[0].mask = 1;
         request.config.attrs[0].attr.id = GPIO_V2_LINE_ATTR_ID_OUTPUT_VALUES;
@@ -118,7 +118,7 @@ int request_all(json_object *lines, line_set &wanted)
     if (json_object_array_length(lines) > most_lines) {
         return board_error(gpio_key, "has more than %zu lines", most_lines);
     }
-    for (size_t i = 0; i < json_object_array_length(lines); i++) {
+    for (size_t i = 0; i < json_object_array_length(lines); ++i) {
         if (int error = request_line(i, json_object_array_get_idx(lines, i), wanted.lines[i])) {
             return error;
         }
@@ -145,7 +145,7 @@ int sys_gpio_init2(void)
     if (error != 0) {
         return libsys::fail(error, "sys_gpio_init2", "%s", libsys::board_path);
     }
-    for (size_t i = 0; i < wanted.count; i++) {
+    for (size_t i = 0; i < wanted.count; ++i) {
         wanted.lines[i].release();
         held = true;
     }

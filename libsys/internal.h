@@ -31,13 +31,13 @@ namespace libsys {
 // The text to print for a string argument that may be null.
 inline const char *shown(const char *text)
 {
-    return text ? text : "(null)";
+    return text != nullptr ? text : "(null)";
 }
 
-template <auto release> struct releaser {
-    template <typename T> void operator()(T *thing) const { release(thing); }
+template <auto Release> struct releaser {
+    template <typename T> void operator()(T *thing) const { Release(thing); }
 };
-template <typename T, auto release> using owned = std::unique_ptr<T, releaser<release>>;
+template <typename T, auto Release> using owned = std::unique_ptr<T, releaser<Release>>;
 
 class unique_fd {
 public:
@@ -80,7 +80,7 @@ public:
     unique_file &operator=(const unique_file &) = delete;
     ~unique_file()
     {
-        if (file_) {
+        if (file_ != nullptr) {
             int saved = errno;
             fclose(file_);
             errno = saved;

@@ -20,7 +20,7 @@ table_view view;
 // Something an option could not be mistaken for.
 bool is_name(const char *text)
 {
-    return text && text[0] && text[0] != '-' && text[0] != '!';
+    return text != nullptr && text[0] != '\0' && text[0] != '-' && text[0] != '!';
 }
 
 struct parsed_command {
@@ -48,9 +48,9 @@ bool may_name_table(const char *word)
 parsed_command parse(const argument_list &command)
 {
     parsed_command result;
-    result.by_path = command.count() > 0 && strchr(command[0], '/');
+    result.by_path = command.count() > 0 && strchr(command[0], '/') != nullptr;
     size_t at = 1;
-    auto is = [&](const char *word) { return at < command.count() && !strcmp(command[at], word); };
+    auto is = [&](const char *word) { return at < command.count() && strcmp(command[at], word) == 0; };
     for (;;) {
         if (is("-w")) {
             result.waits = true;
@@ -85,9 +85,9 @@ bool ends_with_chain(const parsed_command &parsed, const argument_list &command)
 
 void follow(const parsed_command &parsed, const argument_list &command)
 {
-    if (parsed.option && !strcmp(parsed.option, "-A")) {
+    if (parsed.option != nullptr && !strcmp(parsed.option, "-A")) {
         view.rule_appended(parsed.table, parsed.chain, command, parsed.rule);
-    } else if (!parsed.option || !ends_with_chain(parsed, command)) {
+    } else if (parsed.option == nullptr || !ends_with_chain(parsed, command)) {
         view.forget_all();
     } else if (!strcmp(parsed.option, "-N")) {
         view.chain_added(parsed.table, parsed.chain);
@@ -118,7 +118,7 @@ int by_stream(const parsed_command &parsed, const argument_list &command, bool *
     const size_t first = parsed.rule - 2;
     size_t before = 0;
     // A program that is named by its path is the one to be run.
-    if (!parsed.option || parsed.by_path || !stream_takes(parsed.table, command, first) ||
+    if (parsed.option == nullptr || parsed.by_path || !stream_takes(parsed.table, command, first) ||
         (!strcmp(parsed.option, "-A") && view.count_rules(parsed.table, parsed.chain, &before) != 0)) {
         return 0;
     }
@@ -189,7 +189,7 @@ int change_chain(const char *operation, const char *table, const char *option, c
 bool names_iptables(const char *program)
 {
     const char *slash = strrchr(program, '/');
-    return !strcmp(slash ? slash + 1 : program, "iptables");
+    return strcmp(slash != nullptr ? slash + 1 : program, "iptables") == 0;
 }
 
 int run_line(const char *operation, const char *line)
@@ -228,7 +228,7 @@ int iptlib_chain_is_exist(const char *table, const char *chain)
 int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
 {
     bool answer = false;
-    int error = is_name(table) && is_name(chain) && text && text[0]
+    int error = is_name(table) && is_name(chain) && text != nullptr && text[0]
                     ? view.has_rule(table, chain, text, &answer)
                     : EINVAL;
     if (error) {
@@ -252,7 +252,7 @@ int iptlib_rule_append(const char *table, const char *chain, const char *rule)
     char shown_as[512];
     snprintf(shown_as, sizeof(shown_as), "%s, %s, %s", shown(table), shown(chain), shown(rule));
     argument_list command;
-    int error = is_name(table) && is_name(chain) && rule ? 0 : EINVAL;
+    int error = is_name(table) && is_name(chain) && rule != nullptr ? 0 : EINVAL;
     if (!error) {
         for (const char *word : {"iptables", "-w", "-t", table, "-A", chain}) {
             error = error ? error : command.add(word);

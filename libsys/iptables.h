@@ -1,14 +1,12 @@
-/*
- * What is known of the iptables tables without asking again.
- *
- * A table is listed when the first question about it comes. From then on the view follows our
- * own changes, so that further questions cost nothing. It is given up after any failure and when it is old:
- * somebody else may have changed the table. A rule of ours that iptables may list in other words than it was
- * given in is remembered as unknown, and a question that could depend on it makes a new listing: answers are
- * always those of a listing.
- *
- * The functions that can fail give 0 or a positive errno value.
- */
+// What is known of the iptables tables without asking again.
+//
+// A table is listed when the first question about it comes. From then on the view follows our
+// own changes, so that further questions cost nothing. It is given up after any failure and when it is old:
+// somebody else may have changed the table. A rule of ours that iptables may list in other words than it was
+// given in is remembered as unknown, and a question that could depend on it makes a new listing: answers are
+// always those of a listing.
+//
+// The functions that can fail give 0 or a positive errno value.
 #pragma once
 
 #include "command.h"

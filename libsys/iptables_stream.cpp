@@ -60,12 +60,12 @@ void let_idle_go(uloop_timeout *)
 // asks for IPv6 ("-6") a stream skips the line, where a command fails.
 bool is_plain(const char *word)
 {
-    const bool six = word[0] == '-' && strchr(word, '6');
+    const bool six = word[0] == '-' && strchr(word, '6') != nullptr;
     const char *c = word;
-    while (isalnum(static_cast<unsigned char>(*c)) || (*c && strchr("_-.,:/+=!%@", *c))) {
+    while (isalnum(static_cast<unsigned char>(*c)) || (*c && strchr("_-.,:/+=!%@", *c) != nullptr)) {
         ++c;
     }
-    return c != word && !*c && !six;
+    return c != word && *c == '\0' && !six;
 }
 
 bool compose(text &into, const char *table, const argument_list &words, size_t first)
@@ -87,7 +87,7 @@ bool compose(text &into, const char *table, const argument_list &words, size_t f
 bool has_many_names(const char *path)
 {
     const char *slash = strrchr(path, '/');
-    const std::string_view name = slash ? slash + 1 : path;
+    const std::string_view name = slash != nullptr ? slash + 1 : path;
     return name.starts_with("xtables-") && name.ends_with("multi");
 }
 
@@ -154,7 +154,7 @@ bool open_stream()
 {
     char found[PATH_MAX];
     char path[PATH_MAX];
-    if (stream.mute || find_program("iptables", found) != 0 || !realpath(found, path) ||
+    if (stream.mute || find_program("iptables", found) != 0 || realpath(found, path) == nullptr ||
         !has_many_names(path)) {
         return false;
     }

@@ -1,19 +1,17 @@
-/*
- * The iptables tables by one process for everything.
- *
- * The program behind the command `iptables` usually goes by several names. As `iptables-restore` it takes
- * changes from a stream, commits each at a COMMIT, and repeats comments: a comment behind a change
- * comes back when the change is made, and never when it is refused, because the program then ends. So every
- * change still has its own answer, and costs a few messages instead of a process. Listings come the
- * same way.
- *
- * The process is started when it is first needed, and let go by the event loop when it has had nothing to do
- * for a second. It reads the kernel's tables again for each request, so what others do in between counts.
- *
- * A command has to do what the stream does not take (words that the two might read differently, a program
- * that offers no stream), and what it has refused, since a command tells why. A program that has hung, or
- * would not stop talking, is not asked for a stream again.
- */
+// The iptables tables by one process for everything.
+//
+// The program behind the command `iptables` usually goes by several names. As `iptables-restore` it takes
+// changes from a stream, commits each at a COMMIT, and repeats comments: a comment behind a change
+// comes back when the change is made, and never when it is refused, because the program then ends. So every
+// change still has its own answer, and costs a few messages instead of a process. Listings come the
+// same way.
+//
+// The process is started when it is first needed, and let go by the event loop when it has had nothing to do
+// for a second. It reads the kernel's tables again for each request, so what others do in between counts.
+//
+// A command has to do what the stream does not take (words that the two might read differently, a program
+// that offers no stream), and what it has refused, since a command tells why. A program that has hung, or
+// would not stop talking, is not asked for a stream again.
 #pragma once
 
 #include "command.h"

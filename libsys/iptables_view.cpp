@@ -37,12 +37,12 @@ const char *behind(const char *line, const char *prefix, const char *chain)
 
 bool declares(const char *line, const char *chain)
 {
-    return behind(line, "-N ", chain) || behind(line, "-P ", chain);
+    return behind(line, "-N ", chain) != nullptr || behind(line, "-P ", chain) != nullptr;
 }
 
 bool is_rule_of(const char *line, const char *chain)
 {
-    return behind(line, "-A ", chain) || behind(line, "? ", chain);
+    return behind(line, "-A ", chain) != nullptr || behind(line, "? ", chain) != nullptr;
 }
 
 bool any_line_declares(const argument_list &lines, const char *chain)
@@ -58,7 +58,7 @@ bool any_line_declares(const argument_list &lines, const char *chain)
 bool has_unknown_rule(const argument_list &lines, const char *chain)
 {
     for (size_t i = 0; i < lines.count(); ++i) {
-        if (behind(lines[i], "? ", chain)) {
+        if (behind(lines[i], "? ", chain) != nullptr) {
             return true;
         }
     }
@@ -115,7 +115,7 @@ int listing_of(const char *table, text *listing)
 
 table_view::known_table *table_view::find(const char *table)
 {
-    for (known_table *known = tables_; known; known = known->next) {
+    for (known_table *known = tables_; known != nullptr; known = known->next) {
         if (!strcmp(known->name, table)) {
             return known;
         }
@@ -125,7 +125,7 @@ table_view::known_table *table_view::find(const char *table)
 
 void table_view::forget(const char *table)
 {
-    for (known_table **at = &tables_; *at; at = &(*at)->next) {
+    for (known_table **at = &tables_; *at != nullptr; at = &(*at)->next) {
         if (!strcmp((*at)->name, table)) {
             known_table *old = *at;
             *at = old->next;
@@ -138,7 +138,7 @@ void table_view::forget(const char *table)
 
 void table_view::forget_all()
 {
-    while (tables_) {
+    while (tables_ != nullptr) {
         forget(tables_->name);
     }
 }
@@ -150,14 +150,14 @@ int table_view::list(const char *table, known_table **out)
     text listing;
     int error = strlen(table) < sizeof(known_table::name) ? listing_of(table, &listing) : EINVAL;
     auto *memory = error ? nullptr : malloc(sizeof(known_table));
-    if (!memory) {
+    if (memory == nullptr) {
         return error ? error : ENOMEM;
     }
     auto *known = new (memory) known_table{};
     snprintf(known->name, sizeof(known->name), "%s", table);
     known->listed_at = now();
     char *rest = nullptr;
-    for (char *line = strtok_r(listing.get(), "\n", &rest); line && !error;
+    for (char *line = strtok_r(listing.get(), "\n", &rest); line != nullptr && !error;
          line = strtok_r(nullptr, "\n", &rest)) {
         error = known->lines.add(line);
     }
@@ -174,14 +174,14 @@ int table_view::list(const char *table, known_table **out)
 int table_view::recent(const char *table, known_table **out)
 {
     *out = find(table);
-    return *out && now() - (*out)->listed_at < seconds_valid ? 0 : list(table, out);
+    return *out != nullptr && now() - (*out)->listed_at < seconds_valid ? 0 : list(table, out);
 }
 
 int table_view::has_chain(const char *table, const char *chain, bool *answer)
 {
     known_table *known = nullptr;
     int error = recent(table, &known);
-    *answer = !error && any_line_declares(known->lines, chain);
+    *answer = error == 0 && any_line_declares(known->lines, chain);
     return error;
 }
 
@@ -195,7 +195,7 @@ int table_view::has_rule(const char *table, const char *chain, const char *text,
     }
     for (size_t i = 0; !error && !*answer && i < known->lines.count(); ++i) {
         const char *rule = behind(known->lines[i], "-A ", chain);
-        *answer = rule && strstr(rule, text);
+        *answer = rule != nullptr && strstr(rule, text) != nullptr;
     }
     return error;
 }
@@ -206,7 +206,7 @@ int table_view::count_rules(const char *table, const char *chain, size_t *count)
     known_table *known = nullptr;
     int error = recent(table, &known);
     for (size_t i = 0; !error && i < known->lines.count(); ++i) {
-        *count += is_rule_of(known->lines[i], chain);
+        *count += static_cast<unsigned long>(is_rule_of(known->lines[i], chain));
     }
     return error;
 }
@@ -231,7 +231,7 @@ void table_view::chain_added(const char *table, const char *chain)
 void table_view::rule_appended(const char *table, const char *chain, const argument_list &words, size_t first)
 {
     known_table *known = find(table);
-    if (!known) {
+    if (known == nullptr) {
         return;
     }
     if (!lists_unchanged(words, first, known->lines)) {
@@ -253,7 +253,7 @@ void table_view::rule_appended(const char *table, const char *chain, const argum
 void table_view::chain_flushed(const char *table, const char *chain)
 {
     known_table *known = find(table);
-    for (size_t i = known ? known->lines.count() : 0; i-- > 0;) {
+    for (size_t i = known != nullptr ? known->lines.count() : 0; i-- > 0;) {
         if (is_rule_of(known->lines[i], chain)) {
             known->lines.remove(i);
         }

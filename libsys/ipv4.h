@@ -1,6 +1,4 @@
-/*
- * IPv4 addresses as text. Numbers are in host byte order.
- */
+// IPv4 addresses as text. Numbers are in host byte order.
 #pragma once
 
 #include <arpa/inet.h>
@@ -13,7 +11,7 @@ namespace libsys {
 inline bool parse_ipv4(const char *text, uint32_t *out)
 {
     in_addr address;
-    if (!text || inet_pton(AF_INET, text, &address) != 1) {
+    if (text == nullptr || inet_pton(AF_INET, text, &address) != 1) {
         return false;
     }
     *out = ntohl(address.s_addr);

@@ -92,11 +92,11 @@ private:
 
 int find_program(const char *name, char (&path)[PATH_MAX])
 {
-    if (strchr(name, '/')) {
+    if (strchr(name, '/') != nullptr) {
         return snprintf(path, sizeof(path), "%s", name) < PATH_MAX ? 0 : ENAMETOOLONG;
     }
     const char *folders = getenv("PATH");
-    return folders && find_in(folders, name, path) == 0 ? 0 : find_in(system_folders, name, path);
+    return folders != nullptr && find_in(folders, name, path) == 0 ? 0 : find_in(system_folders, name, path);
 }
 
 int spawn(pid_t *pid, const char *path, char *const *argv, const standard_files &files)

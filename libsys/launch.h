@@ -1,19 +1,17 @@
-/*
- * Starting a program of the system: with ordinary signals, and with no descriptor of ours but those it is
- * given.
- *
- * find_program(): The file that a name stands for: a name with a slash is its own path, others are looked for
- * in PATH and then in the folders of system programs, since a daemon may be started with a PATH that has
- * none.
- *
- * spawn(): Starts it. Waiting for its end is the caller's.
- *
- * Both give 0 or a positive errno value.
- *
- * says_more(): Waits until a program that was started has something to be read, or has closed its output. One
- * line in the log when it has been silent for 5 s. After `longest_ms` it is ended by SIGKILL, with a line:
- * false.
- */
+// Starting a program of the system: with ordinary signals, and with no descriptor of ours but those it is
+// given.
+//
+// find_program(): The file that a name stands for: a name with a slash is its own path, others are looked for
+// in PATH and then in the folders of system programs, since a daemon may be started with a PATH that has
+// none.
+//
+// spawn(): Starts it. Waiting for its end is the caller's.
+//
+// Both give 0 or a positive errno value.
+//
+// says_more(): Waits until a program that was started has something to be read, or has closed its output. One
+// line in the log when it has been silent for 5 s. After `longest_ms` it is ended by SIGKILL, with a line:
+// false.
 #pragma once
 
 #include <climits>

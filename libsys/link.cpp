@@ -15,7 +15,7 @@ namespace {
 
 bool possible_name(const char *name)
 {
-    return name && name[0] && strnlen(name, IFNAMSIZ) < IFNAMSIZ;
+    return name != nullptr && name[0] != '\0' && strnlen(name, IFNAMSIZ) < IFNAMSIZ;
 }
 
 void read_kind(const nlattr *info, device *out)
@@ -41,7 +41,7 @@ void read_device(const nlmsghdr &message, const ifinfomsg &body, device *out)
     out->lower = netlink::value_u32(netlink::find(message, sizeof(body), IFLA_LINK), 0);
     out->bridge = netlink::value_u32(netlink::find(message, sizeof(body), IFLA_MASTER), 0);
     const nlattr *address = netlink::find(message, sizeof(body), IFLA_ADDRESS);
-    if (address && mnl_attr_get_payload_len(address) == sizeof(out->mac)) {
+    if (address != nullptr && mnl_attr_get_payload_len(address) == sizeof(out->mac)) {
         memcpy(out->mac, mnl_attr_get_payload(address), sizeof(out->mac));
         out->has_mac = true;
     }
@@ -111,7 +111,8 @@ bool is_kind(const device &which, const char *kind)
 
 int check_new_name(const char *name)
 {
-    if (!name || !name[0] || strpbrk(name, "/: \t\n\v\f\r") || !strcmp(name, ".") || !strcmp(name, "..")) {
+    if (name == nullptr || !name[0] || strpbrk(name, "/: \t\n\v\f\r") != nullptr || !strcmp(name, ".") ||
+        !strcmp(name, "..")) {
         return EINVAL;
     }
     return possible_name(name) ? 0 : ENAMETOOLONG;
@@ -170,7 +171,7 @@ int netlib_vintf_delete(const char *name)
 
 int netlib_eth_mac_set(const char *name, const uint8_t *mac)
 {
-    if (!mac) {
+    if (mac == nullptr) {
         return fail(EINVAL, __func__, "%s, (null)", shown(name));
     }
     device which = {};
@@ -189,7 +190,7 @@ int netlib_eth_mac_set(const char *name, const uint8_t *mac)
 int netlib_eth_mac_get(const char *name, uint8_t *mac)
 {
     device which = {};
-    int error = mac ? find_device(name, &which) : EINVAL;
+    int error = mac != nullptr ? find_device(name, &which) : EINVAL;
     if (!error && !which.has_mac) {
         error = EADDRNOTAVAIL;
     }

@@ -55,7 +55,7 @@ using namespace libsys;
 
 int nl_init(const char *client)
 {
-    if (!client || !client[0]) {
+    if (client == nullptr || !client[0]) {
         return fail(EINVAL, __func__, "%s", shown(client));
     }
     channel_open = true;
@@ -64,8 +64,9 @@ int nl_init(const char *client)
 
 int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event))
 {
-    if (type != nl_event_link || !cb || !channel_open) {
-        return fail(channel_open ? EINVAL : ENOTCONN, __func__, "%d, %s", type, cb ? "callback" : "(null)");
+    if (type != nl_event_link || cb == nullptr || !channel_open) {
+        return fail(channel_open ? EINVAL : ENOTCONN, __func__, "%d, %s", type,
+                    cb != nullptr ? "callback" : "(null)");
     }
     registered = cb;
     timer.cb = poll_ports;

@@ -23,7 +23,7 @@ uint32_t last_sequence = 0;
 
 void drop_socket()
 {
-    if (kept_socket) {
+    if (kept_socket != nullptr) {
         int saved = errno;
         mnl_socket_close(kept_socket);
         kept_socket = nullptr;
@@ -33,11 +33,11 @@ void drop_socket()
 
 mnl_socket *open_socket()
 {
-    if (kept_socket) {
+    if (kept_socket != nullptr) {
         return kept_socket;
     }
     kept_socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
-    if (!kept_socket) {
+    if (kept_socket == nullptr) {
         return nullptr;
     }
     if (mnl_socket_bind(kept_socket, 0, MNL_SOCKET_AUTOPID) != 0 ||
@@ -103,7 +103,7 @@ private:
         }
         size_t capacity = answer_.capacity_ * 2 + room_for_one_datagram;
         auto *data = static_cast<char *>(realloc(answer_.data_, capacity));
-        if (!data) {
+        if (data == nullptr) {
             return false;
         }
         answer_.data_ = data;
@@ -118,7 +118,7 @@ private:
             if (message->nlmsg_seq != answer_.sequence_) {
                 continue;
             }
-            interrupted_ = interrupted_ || (message->nlmsg_flags & NLM_F_DUMP_INTR);
+            interrupted_ = interrupted_ || ((message->nlmsg_flags & NLM_F_DUMP_INTR) != 0);
             if (message->nlmsg_type == NLMSG_ERROR || message->nlmsg_type == NLMSG_DONE) {
                 // Both begin with an int: 0 or a negative errno value.
                 int result = 0;
@@ -143,10 +143,10 @@ private:
 int exchange(request &message, reply *answer)
 {
     reply unwanted;
-    reply &into = answer ? *answer : unwanted;
+    reply &into = answer != nullptr ? *answer : unwanted;
     for (int attempt = 0; attempt < listing_attempts; ++attempt) {
         mnl_socket *socket = open_socket();
-        if (!socket) {
+        if (socket == nullptr) {
             return errno;
         }
         nlmsghdr *header = message.header();
@@ -195,7 +195,7 @@ const nlattr *find(const nlmsghdr &message, size_t body_size, uint16_t type)
 
 const nlattr *find(const nlattr *nest, uint16_t type)
 {
-    if (!nest) {
+    if (nest == nullptr) {
         return nullptr;
     }
     const auto *start = static_cast<const char *>(mnl_attr_get_payload(nest));
@@ -234,7 +234,7 @@ uint32_t value_u32(const nlattr *attribute, uint32_t absent)
 void value_text(const nlattr *attribute, char *out, size_t size)
 {
     size_t length = 0;
-    if (attribute) {
+    if (attribute != nullptr) {
         length = strnlen(static_cast<const char *>(mnl_attr_get_payload(attribute)),
                          mnl_attr_get_payload_len(attribute));
         length = length < size ? length : size - 1;

@@ -1,13 +1,11 @@
-/*
- * The routing netlink socket: requests, answers and attributes.
- *
- * One socket serves every request of the process and stays open. Each request is answered or acknowledged by
- * the kernel and matched by its sequence number, so an answer that an interrupted request left behind is
- * never taken for another's. A listing is collected whole before anyone sees it and repeated when the kernel
- * says that it changed meanwhile; a visitor may therefore send other requests.
- *
- * exchange() gives 0 or a positive errno value.
- */
+// The routing netlink socket: requests, answers and attributes.
+//
+// One socket serves every request of the process and stays open. Each request is answered or acknowledged by
+// the kernel and matched by its sequence number, so an answer that an interrupted request left behind is
+// never taken for another's. A listing is collected whole before anyone sees it and repeated when the kernel
+// says that it changed meanwhile; a visitor may therefore send other requests.
+//
+// exchange() gives 0 or a positive errno value.
 #pragma once
 
 #include <cstddef>

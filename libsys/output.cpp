@@ -42,14 +42,14 @@ int put(const char *level, const char *fmt, va_list args)
     char usual[usual_line];
     char *line = usual;
     // Room for the newline is kept back: some texts bring one, some do not.
-    size_t length = format(usual, sizeof usual - 1, level, fmt, args);
-    if (length >= sizeof usual - 1) {
+    size_t length = format(usual, sizeof(usual) - 1, level, fmt, args);
+    if (length >= sizeof(usual) - 1) {
         line = static_cast<char *>(malloc(length + 2));
-        if (line) {
+        if (line != nullptr) {
             length = format(line, length + 1, level, fmt, again);
         } else {
             line = usual;
-            length = sizeof usual - 2;
+            length = sizeof(usual) - 2;
         }
     }
     va_end(again);
@@ -121,7 +121,7 @@ void libsys::log_line(int priority, const char *format, ...)
     char line[512];
     va_list args;
     va_start(args, format);
-    vsnprintf(line, sizeof line, format, args);
+    vsnprintf(line, sizeof(line), format, args);
     va_end(args);
     syslog(priority, "%s", line);
     if (priority == LOG_WARNING) {
@@ -139,7 +139,7 @@ int libsys::fail(int error, const char *operation, const char *arguments, ...)
     char shown_arguments[512];
     va_list args;
     va_start(args, arguments);
-    vsnprintf(shown_arguments, sizeof shown_arguments, arguments, args);
+    vsnprintf(shown_arguments, sizeof(shown_arguments), arguments, args);
     va_end(args);
     outlib_debug("%s(%s): %s\n", operation, shown_arguments, strerror(error));
     errno = error;

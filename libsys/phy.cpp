@@ -54,7 +54,7 @@ int read_link(unsigned phy, link_reading *out, uint32_t *status)
     if (int error = read_mii(phy, MII_BMSR, status)) {
         return error;
     }
-    *out = {!(*status & BMSR_LSTATUS), (*status & BMSR_LSTATUS) != 0};
+    *out = {(*status & BMSR_LSTATUS) == 0, (*status & BMSR_LSTATUS) != 0};
     if (out->lost) {
         unseen_loss[phy] = true;
         if (int error = read_mii(phy, MII_BMSR, status)) {

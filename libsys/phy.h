@@ -1,11 +1,9 @@
-/*
- * The PHYs of the five front ports, read through the Ethernet driver's private MII ioctl on "eth0".
- *
- * The link bit latches low: after the link was lost it reads 0 once, even if the link is back. A reader takes
- * that away from the next one, so a loss that the status query meets is kept for the link watch.
- *
- * All functions give 0 or a positive errno value.
- */
+// The PHYs of the five front ports, read through the Ethernet driver's private MII ioctl on "eth0".
+//
+// The link bit latches low: after the link was lost it reads 0 once, even if the link is back. A reader takes
+// that away from the next one, so a loss that the status query meets is kept for the link watch.
+//
+// All functions give 0 or a positive errno value.
 #pragma once
 
 #include <cstdint>

@@ -23,7 +23,7 @@ argument_list started;
 
 bool is_name(const char *text)
 {
-    return text && text[0];
+    return text != nullptr && text[0] != '\0';
 }
 
 size_t find_started(const char *service, const char *instance)
@@ -68,7 +68,7 @@ bool put_words(blob_buf *into, const char *name, const char *const *words, size_
     for (size_t i = 0; good && i < count; ++i) {
         good = blobmsg_add_string(into, nullptr, words[i]) == 0;
     }
-    if (list) {
+    if (list != nullptr) {
         blobmsg_close_array(into, list);
     }
     return good;
@@ -80,8 +80,8 @@ bool put_start(blob_buf *into, const char *service, const char *instance, const 
         return false;
     }
     void *instances = blobmsg_open_table(into, "instances");
-    void *one = instances ? blobmsg_open_table(into, instance) : nullptr;
-    if (!one || !put_words(into, "command", command.argv(), command.count()) ||
+    void *one = instances != nullptr ? blobmsg_open_table(into, instance) : nullptr;
+    if (one == nullptr || !put_words(into, "command", command.argv(), command.count()) ||
         !put_words(into, "respawn", respawn, std::size(respawn))) {
         return false;
     }
@@ -145,7 +145,7 @@ bool names_file(const char *argument, const char *path)
 {
     size_t length = strlen(argument);
     size_t path_length = strlen(path);
-    return length >= path_length && !strcmp(argument + length - path_length, path) &&
+    return length >= path_length && strcmp(argument + length - path_length, path) == 0 &&
            (length == path_length || argument[0] == '-');
 }
 
@@ -177,8 +177,9 @@ using namespace libsys;
 int cmdlib_procd_start_inst(const char *service, const char *instance, const char *cmdline, int flag)
 {
     argument_list command;
-    int error =
-        is_name(service) && is_name(instance) && cmdline && flag == 0 ? command.add_words(cmdline) : EINVAL;
+    int error = is_name(service) && is_name(instance) && cmdline != nullptr && flag == 0
+                    ? command.add_words(cmdline)
+                    : EINVAL;
     if (!error && command.count() == 0) {
         error = EINVAL;
     }
@@ -221,7 +222,7 @@ int cmdlib_kill_processes(void)
 int cmdlib_get_proc_id(const char *pidfile, int *pid)
 {
     int found = 0;
-    int error = pidfile && pid ? read_pid(pidfile, &found) : EINVAL;
+    int error = pidfile != nullptr && pid != nullptr ? read_pid(pidfile, &found) : EINVAL;
     error = error ? error : check_owner(found, pidfile);
     if (error) {
         return fail(error, __func__, "%s", shown(pidfile));

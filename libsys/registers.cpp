@@ -58,13 +58,13 @@ volatile uint32_t *find_register(uint32_t addr, int *error)
         return nullptr;
     }
     uint32_t base = addr & ~(page_size() - 1);
-    if (!kept.words || kept.base != base) {
+    if (kept.words == nullptr || kept.base != base) {
         page fresh;
         *error = map_page(base, &fresh);
         if (*error) {
             return nullptr;
         }
-        if (kept.words) {
+        if (kept.words != nullptr) {
             munmap(const_cast<uint32_t *>(kept.words), page_size());
         }
         kept = fresh;
@@ -81,8 +81,8 @@ using namespace libsys;
 int mtklib_cpu_reg_rd(uint32_t addr, uint32_t *value)
 {
     int error = EINVAL;
-    volatile uint32_t *found = value ? find_register(addr, &error) : nullptr;
-    if (!found) {
+    volatile uint32_t *found = value != nullptr ? find_register(addr, &error) : nullptr;
+    if (found == nullptr) {
         return fail(error, __func__, "0x%08x", addr);
     }
     *value = *found;
@@ -93,7 +93,7 @@ int mtklib_cpu_reg_wr(uint32_t addr, uint32_t value)
 {
     int error = EINVAL;
     volatile uint32_t *found = find_register(addr, &error);
-    if (!found) {
+    if (found == nullptr) {
         return fail(error, __func__, "0x%08x, 0x%08x", addr, value);
     }
     *found = value;

@@ -21,7 +21,7 @@ int read_route(uint32_t table, const char *dst, const char *mask, const char *gw
         table == RT_TABLE_UNSPEC) {
         return EINVAL;
     }
-    const bool has_device = dev && dev[0] != '\0';
+    const bool has_device = dev != nullptr && dev[0] != '\0';
     if (!out->gateway && !has_device) {
         return EINVAL;
     }
@@ -41,7 +41,7 @@ bool is_meant(const fib_route &route, const fib_route &wanted)
 {
     return route.table == wanted.table && route.destination == wanted.destination &&
            route.prefix == wanted.prefix && route.gateway == wanted.gateway &&
-           route.metric == wanted.metric && (!wanted.device || route.device == wanted.device);
+           route.metric == wanted.metric && (wanted.device == 0 || route.device == wanted.device);
 }
 
 // Whether the route is there: mostly it is the one in use; else (a narrower route, one of another table or of

@@ -29,11 +29,11 @@ bool has_selector(const nlmsghdr &message, const fib_rule_hdr &body)
                                       FRA_FWMARK,      FRA_TUN_ID,     FRA_IP_PROTO, FRA_UID_RANGE,
                                       FRA_SPORT_RANGE, FRA_DPORT_RANGE};
     for (uint16_t type : selectors) {
-        if (netlink::find(message, sizeof(body), type)) {
+        if (netlink::find(message, sizeof(body), type) != nullptr) {
             return true;
         }
     }
-    return body.src_len || body.dst_len || body.tos || (body.flags & FIB_RULE_INVERT);
+    return body.src_len != 0 || body.dst_len != 0 || body.tos != 0 || ((body.flags & FIB_RULE_INVERT) != 0);
 }
 
 template <typename Visit> int each_rule(Visit visit)
@@ -123,7 +123,7 @@ bool parse_selector(const char *text, policy_rule *out)
 {
     char word[32];
     bool table_seen = false;
-    if (!text) {
+    if (text == nullptr) {
         return false;
     }
     while (next_word(&text, word, sizeof(word))) {

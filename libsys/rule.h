@@ -1,8 +1,6 @@
-/*
- * IPv4 policy rules whose action is a table look-up.
- *
- * The functions give 0 or a positive errno value.
- */
+// IPv4 policy rules whose action is a table look-up.
+//
+// The functions give 0 or a positive errno value.
 #pragma once
 
 #include <cstdint>

@@ -39,7 +39,8 @@ int save(const libsys::text &content)
 
 int add(const char *user, const char *provider, const char *password, const char *ipaddr)
 {
-    if (!user || !provider || !password || !ipaddr || !*user || !*provider) {
+    if (user == nullptr || provider == nullptr || password == nullptr || ipaddr == nullptr || !*user ||
+        !*provider) {
         return EINVAL;
     }
     // To pppd this is the name of a file with the secret, quoted or not.
@@ -77,7 +78,7 @@ int add(const char *user, const char *provider, const char *password, const char
 
 int remove(const char *user, const char *provider)
 {
-    if (!user || !provider) {
+    if (user == nullptr || provider == nullptr) {
         return EINVAL;
     }
     libsys::file_lock lock;

@@ -59,7 +59,7 @@ private:
 bool entry_reader::skip_blanks()
 {
     bool comment = false;
-    for (; !at_end(); i_++) {
+    for (; !at_end(); ++i_) {
         if (peek() == '\n') {
             i_++;
             ended_ = true;
@@ -94,7 +94,7 @@ char entry_reader::escape()
     }
     i_ -= c == 'x' ? 0 : 1;
     int value = 0;
-    for (int count = 0; count < most && !at_end() && digit(peek(), base) >= 0; count++) {
+    for (int count = 0; count < most && !at_end() && digit(peek(), base) >= 0; ++count) {
         value = value * base + digit(content_[i_++], base);
     }
     return static_cast<char>(value);
@@ -128,7 +128,7 @@ bool entry_reader::word(std::string_view wanted)
         equal = equal && matched < wanted.size() && wanted[matched] == c;
         matched++;
     }
-    return equal && matched == wanted.size() && !quote_;
+    return equal && matched == wanted.size() && quote_ == 0;
 }
 
 std::string_view entry_reader::next()
@@ -136,7 +136,7 @@ std::string_view entry_reader::next()
     size_t start = i_;
     matches_ = 0;
     ended_ = false;
-    for (int position = 0; skip_blanks(); position++) {
+    for (int position = 0; skip_blanks(); ++position) {
         bool name = position < 2;
         if (word(name ? wanted_[position] : std::string_view()) && name) {
             matches_++;
@@ -176,7 +176,7 @@ void append_word(text &out, std::string_view word)
 bool secrets_word_possible(const char *word)
 {
     size_t length = strlen(word);
-    for (size_t i = 0; i < length; i++) {
+    for (size_t i = 0; i < length; ++i) {
         auto c = static_cast<unsigned char>(word[i]);
         if (c == 127 || (c < ' ' && c != '\t')) {
             return false;

@@ -1,11 +1,9 @@
-/*
- * The text of a secrets file, read and written as pppd does it: words between blanks; single or double quotes
- * around what holds blanks or newlines; a backslash before a character that shall mean itself, or as in \n,
- * \t, \s (a blank), \101 and \x41; "#" outside of quotes before a comment.
- *
- * An entry is one line; a backslash at the end of a line continues it, and at the end of the file means
- * nothing.
- */
+// The text of a secrets file, read and written as pppd does it: words between blanks; single or double quotes
+// around what holds blanks or newlines; a backslash before a character that shall mean itself, or as in \n,
+// \t, \s (a blank), \101 and \x41; "#" outside of quotes before a comment.
+//
+// An entry is one line; a backslash at the end of a line continues it, and at the end of the file means
+// nothing.
 #pragma once
 
 #include "file.h"

@@ -8,9 +8,9 @@
 
 char *strncpy_safe_record(char *dst, const char *src, unsigned n, const char *func, int line)
 {
-    if (!dst || !src) {
+    if (dst == nullptr || src == nullptr) {
         libsys::record_null("strncpy", func, line);
-        if (dst && n > 0) {
+        if (dst != nullptr && n > 0) {
             memset(dst, 0, n);
         }
         return dst;
@@ -24,16 +24,16 @@ char *strncpy_safe_record(char *dst, const char *src, unsigned n, const char *fu
 // A null text sorts before every other and equals only another null one.
 int strncmp_safe_record(const char *a, const char *b, unsigned n, const char *func, int line)
 {
-    if (!a || !b) {
+    if (a == nullptr || b == nullptr) {
         libsys::record_null("strncmp", func, line);
-        return (a ? 1 : 0) - (b ? 1 : 0);
+        return (a != nullptr ? 1 : 0) - (b != nullptr ? 1 : 0);
     }
     return strncmp(a, b, n);
 }
 
 void *memcpy_safe_record(void *dst, unsigned dstsize, const void *src, unsigned n, const char *func, int line)
 {
-    if (!dst || !src) {
+    if (dst == nullptr || src == nullptr) {
         libsys::record_null("memcpy", func, line);
         return dst;
     }

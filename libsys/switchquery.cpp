@@ -32,14 +32,14 @@ int knl_send_and_wait_response(uint32_t type, const void *, uint32_t, void *repl
     using namespace libsys;
     uint32_t words[port_count] = {};
     int error = type != knl_port_status      ? ENOTSUP
-                : !reply                     ? EINVAL
+                : reply == nullptr           ? EINVAL
                 : reply_size < sizeof(words) ? ENOBUFS
                                              : ask_ports(words);
     if (error) {
         return fail(error, __func__, "0x%x, reply size %u", type, reply_size);
     }
     memcpy(reply, words, sizeof(words));
-    if (reply_len) {
+    if (reply_len != nullptr) {
         *reply_len = sizeof(words);
     }
     return 0;

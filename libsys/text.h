@@ -1,7 +1,5 @@
-/*
- * text: Owns growing bytes with a terminator behind them; empty at first. A failed allocation is remembered
- * and shows in ok(): what was to be appended is then missing.
- */
+// text: Owns growing bytes with a terminator behind them; empty at first. A failed allocation is remembered
+// and shows in ok(): what was to be appended is then missing.
 #pragma once
 
 #include <cstdlib>
@@ -23,7 +21,7 @@ public:
         if (room_ - length_ <= more) {
             size_t room = (length_ + more) * 2 + 64;
             auto *grown = static_cast<char *>(realloc(bytes_, room));
-            if (!grown) {
+            if (grown == nullptr) {
                 ok_ = false;
                 return nullptr;
             }
@@ -53,8 +51,8 @@ public:
 
     bool ok() const { return ok_; }
     // The bytes, which may be changed, and their terminator.
-    char *get() { return bytes_ ? bytes_ : nothing_; }
-    std::string_view view() const { return {bytes_ ? bytes_ : nothing_, length_}; }
+    char *get() { return bytes_ != nullptr ? bytes_ : nothing_; }
+    std::string_view view() const { return {bytes_ != nullptr ? bytes_ : nothing_, length_}; }
 
 private:
     char nothing_[1] = "";

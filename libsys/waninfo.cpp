@@ -25,25 +25,25 @@ constexpr const char *address_keys[5] = {"ipaddr", "netmask", "gateway", "addr4"
 bool row_path(const char *name, char (&path)[PATH_MAX])
 {
     constexpr size_t longest = 200;
-    if (!name || !*name || name[0] == '.' || strlen(name) > longest) {
+    if (name == nullptr || !*name || name[0] == '.' || strlen(name) > longest) {
         return false;
     }
-    for (const char *c = name; *c; c++) {
+    for (const char *c = name; *c; ++c) {
         if (*c == '/' || static_cast<unsigned char>(*c) < ' ') {
             return false;
         }
     }
-    snprintf(path, sizeof path, "%s/%s", folder, name);
+    snprintf(path, sizeof(path), "%s/%s", folder, name);
     return true;
 }
 
 // Scripts read the rows, some of them with the shell itself: nothing in a value may mean anything to it.
 bool plain(const char *value)
 {
-    for (; value && *value; value++) {
+    for (; value != nullptr && *value; ++value) {
         bool letter_or_digit = (*value >= '0' && *value <= '9') || (*value >= 'A' && *value <= 'Z') ||
                                (*value >= 'a' && *value <= 'z');
-        if (!letter_or_digit && !strchr(".:/_-", *value)) {
+        if (!letter_or_digit && strchr(".:/_-", *value) == nullptr) {
             return false;
         }
     }
@@ -54,7 +54,7 @@ void append_line(libsys::text &content, const char *key, const char *value)
 {
     content.append(key);
     content.append('=');
-    content.append(value ? value : "");
+    content.append(value != nullptr ? value : "");
     content.append('\n');
 }
 
@@ -63,7 +63,7 @@ int write_row(const char *path, const row &wanted)
     libsys::text content;
     append_line(content, "name", wanted.name);
     append_line(content, "proto", wanted.proto);
-    for (size_t i = 0; i < std::size(address_keys); i++) {
+    for (size_t i = 0; i < std::size(address_keys); ++i) {
         append_line(content, address_keys[i], wanted.address[i]);
     }
     return content.ok() ? libsys::replace_file(path, 0644, content.view(), libsys::links::replace) : ENOMEM;
@@ -78,7 +78,8 @@ int lock_rows(libsys::file_lock &lock)
 int store(const row &wanted, bool must_exist)
 {
     char path[PATH_MAX];
-    bool valid = row_path(wanted.name, path) && wanted.proto && plain(wanted.proto) && plain(wanted.name);
+    bool valid =
+        row_path(wanted.name, path) && wanted.proto != nullptr && plain(wanted.proto) && plain(wanted.name);
     for (const char *address : wanted.address) {
         valid = valid && plain(address);
     }

@@ -40,7 +40,7 @@ int remove_defaults(uint32_t table, uint32_t device, const fib_route *kept)
 {
     int first_error = 0;
     int error = each_route(table, [&](const fib_route &route) {
-        bool keep = kept && route.gateway == kept->gateway && route.metric == kept->metric;
+        bool keep = kept != nullptr && route.gateway == kept->gateway && route.metric == kept->metric;
         if (is_default_of(route, device) && !keep) {
             int removed = change_route(RTM_DELROUTE, 0, route);
             if (removed && removed != ESRCH && !first_error) {
@@ -141,7 +141,7 @@ int netlib_intf_gateway_del(int priority, const char *gateway, const char *name,
 int netlib_intf_plcrt_add(const char *name, int priority)
 {
     int error = EINVAL;
-    if (name && is_wan_number(__func__, priority)) {
+    if (name != nullptr && is_wan_number(__func__, priority)) {
         error = add_rules(static_cast<uint32_t>(priority));
     }
     return error ? fail(error, __func__, "%s, %d", shown(name), priority) : 0;
@@ -151,7 +151,7 @@ int netlib_intf_plcrt_del(const char *name, int priority)
 {
     device wan = {};
     int error = EINVAL;
-    if (name && is_wan_number(__func__, priority)) {
+    if (name != nullptr && is_wan_number(__func__, priority)) {
         error = find_device(name, &wan);
         if (!error || error == ENODEV) {
             // A device that is gone has no index, and no route can have its index either.

@@ -47,7 +47,7 @@ void *map(const char *name)
 {
     void *area =
         libsys::map_debug_object(name, geteuid() == 0 ? libsys::absent::is_made : libsys::absent::is_error);
-    if (!area) {
+    if (area == nullptr) {
         fprintf(stderr, "ivarode-dbg: /dev/shm%s: %s\n", name, strerror(errno));
     }
     return area;
@@ -57,7 +57,7 @@ bool open_areas(areas &opened)
 {
     opened.debug = static_cast<libsys::debug_area *>(map(libsys::debug_object));
     opened.records = static_cast<libsys::record_area *>(map(libsys::record_object));
-    return opened.debug && opened.records;
+    return opened.debug != nullptr && opened.records != nullptr;
 }
 
 bool parse(const char *text, uint64_t most, uint64_t &number)
@@ -93,7 +93,7 @@ void show(const areas &area)
     for (const libsys::null_record &place : area.records->places) {
         if (place.count > 0) {
             printf("  %10" PRIu32 "  %.*s:%" PRId32 "\n", place.count,
-                   static_cast<int>(sizeof place.function), place.function, place.line);
+                   static_cast<int>(sizeof(place.function)), place.function, place.line);
         }
     }
     if (area.records->lost > 0) {
@@ -105,15 +105,15 @@ void show(const areas &area)
 bool change(const areas &area, const char *command, const char *value)
 {
     uint64_t number = 0;
-    if (strcmp(command, "forget") == 0 && !value) {
+    if (strcmp(command, "forget") == 0 && value == nullptr) {
         memset(area.records, 0, sizeof *area.records);
         return true;
     }
-    if (strcmp(command, "counter") == 0 && value && parse(value, UINT64_MAX, number)) {
+    if (strcmp(command, "counter") == 0 && value != nullptr && parse(value, UINT64_MAX, number)) {
         area.debug->samples = number;
         return true;
     }
-    if (!value || !parse(value, UINT32_MAX, number)) {
+    if (value == nullptr || !parse(value, UINT32_MAX, number)) {
         return false;
     }
     auto bits = static_cast<uint32_t>(number);

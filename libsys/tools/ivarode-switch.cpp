@@ -99,7 +99,7 @@ int read_table(int fd, picture *out)
     if (read_switch(fd, switch_untag_control, &control) != 0) {
         return -1;
     }
-    out->untagging = control & switch_untag_enable;
+    out->untagging = (control & switch_untag_enable) != 0;
     for (unsigned index = 0; index < entry_count; ++index) {
         if (read_entry(fd, index, &out->entries[index]) != 0) {
             return -1;
@@ -167,8 +167,8 @@ void print_table(const picture &shown)
         any = true;
         printf("%5u  %4u       ", index, each.vid);
         for (unsigned port = 0; port < port_count; ++port) {
-            bool member = each.members >> port & 1;
-            bool bare = shown.untagging && (each.untag >> port & 1);
+            bool member = (each.members >> port & 1) != 0;
+            bool bare = shown.untagging && ((each.untag >> port & 1) != 0);
             printf(" %c", !member ? '.' : bare ? 'u' : 't');
         }
         printf("\n");
@@ -221,7 +221,7 @@ void print_json(const picture &shown)
 
 int main(int argc, char **argv)
 {
-    bool json = argc == 2 && !strcmp(argv[1], "--json");
+    bool json = argc == 2 && strcmp(argv[1], "--json") == 0;
     if (argc == 2 && !strcmp(argv[1], "--help")) {
         fputs(help, stdout);
         return 0;
@@ -238,7 +238,7 @@ int main(int argc, char **argv)
     if (json) {
         print_json(shown);
     } else {
-        print_ports(shown, isatty(STDOUT_FILENO));
+        print_ports(shown, isatty(STDOUT_FILENO) != 0);
         print_table(shown);
     }
     return fflush(stdout) == 0 ? 0 : exit_failure;
