@@ -52,7 +52,9 @@ int blob_parse(blob_attr *attr, blob_attr **data, const blob_attr_info *info, in
     size_t rem;
     int found = 0;
 
-    memset(data, 0, static_cast<size_t>(max) * sizeof(*data));
+    for (int i = 0; i < max; i++) {
+        data[i] = nullptr;
+    }
     blob_for_each_attr(pos, attr, rem)
     {
         const int id = static_cast<int>(blob_id(pos));

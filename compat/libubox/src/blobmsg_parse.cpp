@@ -106,7 +106,9 @@ int blobmsg_parse(const blobmsg_policy *policy, int policy_len, blob_attr **tb, 
     blob_attr *attr;
     size_t rem = len;
 
-    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
+    for (int i = 0; i < policy_len; i++) {
+        tb[i] = nullptr;
+    }
     if (data == nullptr || !len) {
         return -EINVAL;
     }
@@ -135,7 +137,9 @@ int blobmsg_parse_array(const blobmsg_policy *policy, int policy_len, blob_attr 
     size_t rem = len;
     int next = 0;
 
-    memset(tb, 0, static_cast<size_t>(policy_len) * sizeof(*tb));
+    for (int i = 0; i < policy_len; i++) {
+        tb[i] = nullptr;
+    }
     if (data == nullptr || !len) {
         return -EINVAL;
     }

@@ -296,7 +296,7 @@ TEST_F(Budget, BytesThatWait)
         }
     }
     EXPECT_EQ(root.ask_status(ping), 0);
-    expect_memory_within(6 * 1024);
+    expect_memory_within(6144);
     auto other = join(another);
     EXPECT_EQ(other->ask(message(UBUS_MSG_PING, 1, 0, attr_bytes(3, Bytes(1000000)))).size(), 2u);
 }
@@ -311,7 +311,7 @@ TEST_F(Budget, BytesOfUnfinishedMessages)
         client->try_send(part);
     }
     EXPECT_EQ(root.ask_status(ping), 0);
-    expect_memory_within(6 * 1024);
+    expect_memory_within(6144);
 }
 
 // What a user asks for comes in turns with the others, however much it is.

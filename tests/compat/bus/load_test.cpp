@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t user_count = 5;
 constexpr size_t connections_tried = 40;
-constexpr size_t most_kib = 32 * 1024;
+constexpr size_t most_kib = 32768;
 constexpr int usual_calls = 2000;
 const Bytes ping = from_hex("00030001 00000000 00000004");
 
