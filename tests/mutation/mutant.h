@@ -11,13 +11,13 @@
 #include <unistd.h>
 
 // Two arguments that may change places: of the same type, however they are held.
-template <typename Type> using mutant_argument = std::remove_const_t<std::remove_pointer_t<std::decay_t<Type>>>;
+template <typename Type>
+using mutant_argument = std::remove_const_t<std::remove_pointer_t<std::decay_t<Type>>>;
 template <typename One, typename Two>
 constexpr std::enable_if_t<std::is_same_v<mutant_argument<One>, mutant_argument<Two>> &&
                            std::is_pointer_v<std::decay_t<One>> == std::is_pointer_v<std::decay_t<Two>>>
 mutant_same()
-{
-}
+{}
 
 inline unsigned mutant_setting(const char *name)
 {

@@ -5,7 +5,6 @@ import os
 import subprocess
 import sys
 import tempfile
-import time
 from collections.abc import Iterable
 from dataclasses import dataclass
 from pathlib import Path
@@ -22,7 +21,6 @@ class Test:
     """One test and what is known of it."""
     name: str
     reached: frozenset[int]
-    seconds: float
 
 
 @dataclass
@@ -68,6 +66,19 @@ class Scenarios:
         from tests.conformance import scenario  # pylint: disable=import-outside-toplevel,import-error
         self._check, self._recording = compare.check, recording
         self.build = build
+
+        class MutatedBoard(recording.Board):  # type: ignore[name-defined,misc]
+            """What is run, with the mutant chosen."""
+
+            def __init__(self, build: Path, settings: dict[str, str]) -> None:
+                super().__init__(build)
+                self.settings = settings
+
+            def command(self, *arguments: Any, **options: Any) -> tuple[list[str], dict[str, str]]:
+                command, environment = super().command(*arguments, **options)
+                return command, {**environment, **self.settings}
+
+        self._board = MutatedBoard
         self._all: dict[str, Any] = {}
         for one in scenario.load_all(folder):
             name = f"{one.path.parent.name}/{one.path.stem}: {one.name}"
@@ -79,7 +90,7 @@ class Scenarios:
         return list(self._all)
 
     def _run(self, name: str, build: Path, environment: dict[str, str]) -> tuple[list[str], bool]:
-        board = self._recording.Board(build, (), environment)
+        board = self._board(build, environment)
         with temporary_folder() as folder:
             runs = self._recording.record(board, self._all[name], folder, timeout=WAITING_SECONDS)
             return self._check(self._all[name], runs), any(run.exit == "timeout" for run, _ in runs)
@@ -88,9 +99,8 @@ class Scenarios:
         with temporary_folder() as folder:
             reach = ReachMap(folder, statements)
             reach.clear()
-            started = time.monotonic()
             complaints, _ = self._run(name, self.build, settings(0, PROCESSOR_SECONDS, reach.path))
-            return Test(name, reach.read(), time.monotonic() - started), complaints
+            return Test(name, reach.read()), complaints
 
     def judge(self, mutant: int, names: Iterable[str], build: Path | None = None) -> Outcome:
         for name in names:
@@ -133,9 +143,8 @@ class Programs:
         with temporary_folder() as folder:
             reach = ReachMap(folder, statements)
             reach.clear()
-            started = time.monotonic()
             good, said, _ = self._run([name], settings(0, PROCESSOR_SECONDS_IN_PROCESS, reach.path))
-            return Test(name, reach.read(), time.monotonic() - started), [] if good else [said[-2000:] or "hangs"]
+            return Test(name, reach.read()), [] if good else [said[-2000:] or "hangs"]
 
     def judge(self, mutant: int, names: Iterable[str], build: Path | None = None) -> Outcome:
         chosen = list(names)

@@ -49,8 +49,8 @@ class Markers:
             return frozenset(self.number[mutant.source.name, token] for token in mutant.region.statements)
         return frozenset((self.number[mutant.source.name, marker],))
 
-    def of_declaration(self, mutant: Mutant) -> frozenset[int]:
-        """The statements that name it, or something that is declared by naming it."""
+    def made_of(self, mutant: Mutant) -> tuple[list[Source], frozenset[str]]:
+        """Where a mutant of a declaration may be seen, and the names of all that is declared by naming it."""
         names = set(mutant.region.names)
         sources = self.sources if mutant.key.file.endswith(".h") else [mutant.source]
         declared = [(source, region) for source in sources for region in source.regions if not region.runs]
@@ -61,9 +61,14 @@ class Markers:
                 if not region.names <= names and source.mentions(frozenset(names), region.first, region.last):
                     names |= region.names
                     grown = True
+        return sources, frozenset(names)
+
+    def of_declaration(self, mutant: Mutant) -> frozenset[int]:
+        """The statements that name it, or something that is declared by naming it."""
+        sources, names = self.made_of(mutant)
         return frozenset(self.number[source.name, token] for source in sources for region in source.regions
                          for token in region.statements
-                         if source.mentions(frozenset(names), token, self._end(source, region, token)))
+                         if source.mentions(names, token, self._end(source, region, token)))
 
     @staticmethod
     def _end(source: Source, region: Region, token: int) -> int:
@@ -163,7 +168,13 @@ class Tree:
         if mutant.key.file.endswith(".cpp"):
             return [mutant.key.file]
         including = includers(self.sources, mutant.key.file)
-        return [name for name in self._commands if name in including]
+        sources, names = self.markers.made_of(mutant)
+        naming = {source.name for source in sources for region in source.regions
+                  if region is not mutant.region and source.mentions(names, region.first, region.last)}
+        # What a header makes of it may be used without a name of it, as the size of a record is.
+        for header in [name for name in naming if name.endswith(".h")]:
+            naming |= includers(self.sources, header)
+        return [name for name in self._commands if name in including and name in naming]
 
     def variant(self, mutant: Mutant, folder: Path) -> str | None:
         """Builds the daemon with this one mutant into a folder that is laid out as a build; why not, if not."""
