@@ -63,7 +63,8 @@ class Equivalents:
     def complaints(self, everything: Iterable[Mutant], results: Iterable[Result]) -> list[str]:
         """What is wrong with the list itself: it must not rot."""
         out = [f"listed twice as equivalent: {entry}" for entry in self.twice]
-        out += [f"listed as equivalent without a reason: {entry}" for entry, reason in self.reason.items() if not reason]
+        out += [f"listed as equivalent without a reason: {entry}" for entry, reason in self.reason.items()
+                if not reason]
         known = {str(mutant.key) for mutant in everything}
         out += [f"listed as equivalent, but there is no such mutant: {entry}" for entry in self.reason
                 if entry not in known]
@@ -78,7 +79,8 @@ def table(results: list[Result]) -> str:
         counts.setdefault(one.key.file, Counter())[one.verdict] += 1
     counts["all"] = Counter(one.verdict for one in results)
     width = max(len(name) for name in counts)
-    rows = [f"{'file':{width}} {'mutants':>8} {'killed':>8} {'survived':>9} {'equivalent':>11} {'does not compile':>17}"]
+    rows = [f"{'file':{width}} {'mutants':>8} {'killed':>8} {'survived':>9} {'equivalent':>11} "
+            f"{'does not compile':>17}"]
     for name, count in counts.items():
         rows.append(f"{name:{width}} {count.total():8} {count[KILLED]:8} {count[SURVIVED]:9} {count[EQUIVALENT]:11} "
                     f"{count[BROKEN]:17}")

@@ -131,7 +131,8 @@ def test_the_list_of_equivalents_does_not_rot(tmp_path: Path) -> None:
     mutants = mutants_of([source_of(tmp_path, "int f()\n{\n    return 1;\n}\n")])
     names = [str(mutant.key) for mutant in mutants]
     path = tmp_path / "equivalent.txt"
-    path.write_text(f"    {names[0]}\nNobody asks.\n    {names[1]}\n    {names[1]}\n    gone | 1 -> 2\n", encoding="utf-8")
+    path.write_text(f"    {names[0]}\nNobody asks.\n    {names[1]}\n    {names[1]}\n    gone | 1 -> 2\n",
+                    encoding="utf-8")
     equivalents = results.Equivalents(path)
     killed = [results.result(mutants[1], results.KILLED, "conformance", "a scenario")]
     assert equivalents.complaints(mutants, killed) == [

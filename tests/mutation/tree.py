@@ -88,9 +88,10 @@ class Tree:
     def write(self, mutants: list[Mutant]) -> None:
         """Everything but src/ is linked, src/ is written with these mutants."""
         self.copy.mkdir(parents=True, exist_ok=True)
-        for name in ("CMakeLists.txt", "cmake", "compat", "image", "lab", "libsys", "packaging", "tests"):
-            if not (self.copy / name).is_symlink():
-                (self.copy / name).symlink_to(self.root / name)
+        for path in self.root.iterdir():
+            link = self.copy / path.name
+            if path.name != "src" and not path.name.startswith((".", "build")) and not link.is_symlink():
+                link.symlink_to(path)
         for path in (self.root / "src").rglob("CMakeLists.txt"):
             put(self.copy / path.relative_to(self.root), path.read_text(encoding="utf-8"))
         put(self.folder / "include" / "mutant.h", (HERE / "mutant.h").read_text(encoding="utf-8"))
@@ -201,6 +202,8 @@ class Tree:
             output = words[words.index("-o") + 1]
             words[words.index("-o") + 1] = str(folder / output)
             (folder / output).parent.mkdir(exist_ok=True)
+            for library in (self.build / output).parent.glob("*.so"):
+                (folder / output).with_name(library.name).symlink_to(library)
             done = run(*[objects.get(word, word) for word in words], cwd=self.build)
             if done.returncode != 0:
                 raise BuildError(f"{target}: {done.stdout[-3000:]}")
