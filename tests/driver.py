@@ -7,6 +7,7 @@ import subprocess
 import sys
 import threading
 import time
+from collections.abc import Sequence
 
 from tests.kinds import KINDS
 from tests.runners import BUILD, Counts, build, build_for_mips, counting_runner
@@ -22,33 +23,35 @@ STANDING_BACK = 10
 class Report:
     """What is shown: of each kind its output as it comes when it runs alone, else as a whole when it has ended."""
 
-    def __init__(self, alone):
+    def __init__(self, alone: bool) -> None:
         self.alone, self.lock = alone, threading.Lock()
-        self.total, self.table = Counts(), {}
+        self.total = Counts()
+        self.table: dict[str, str] = {}
 
-    def run(self, kind, long, nice):
+    def run(self, kind: str, long: bool, nice: int) -> None:
         words = ["tests/python", "tests.kinds", kind, *(["--long"] if long else [])]
         self.say(f"\n== {kind}: {KINDS[kind][0]}" if self.alone else f"-- {kind} begins")
-        start, out = time.monotonic(), sys.stdout if self.alone else io.StringIO()
-        counts = counting_runner("nice", "-n", nice, *words, out=out, stderr=subprocess.STDOUT)
+        start, kept = time.monotonic(), io.StringIO()
+        counts = counting_runner("nice", "-n", nice, *words, out=sys.stdout if self.alone else kept,
+                                 stderr=subprocess.STDOUT)
         line = f"{kind:12} {counts}, {time.monotonic() - start:.0f} s"
-        self.say("" if self.alone else f"\n== {kind}: {KINDS[kind][0]}\n{out.getvalue()}-- {line}")
+        self.say("" if self.alone else f"\n== {kind}: {KINDS[kind][0]}\n{kept.getvalue()}-- {line}")
         with self.lock:
             self.total += counts
             self.table[kind] = line
 
-    def say(self, text):
+    def say(self, text: str) -> None:
         with self.lock:
             print(text, flush=True)
 
 
-def run_beside(report, kinds, long):
+def run_beside(report: Report, kinds: Sequence[str], long: bool) -> None:
     """The kinds in rows, those on the boards beside the others."""
     on_boards = [[kind for kind in row if kind in kinds] for row in ON_BOARDS]
     others = [kind for kind in kinds if not any(kind in row for row in on_boards)]
     standing_back = STANDING_BACK if any(on_boards) else 0
 
-    def go(row, nice):
+    def go(row: Sequence[str], nice: int) -> None:
         for kind in row:
             report.run(kind, long, nice)
 
@@ -60,7 +63,7 @@ def run_beside(report, kinds, long):
         thread.join()
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(prog="./test", description=__doc__)
     kinds = list(KINDS)
     parser.add_argument("--only", metavar="KIND", action="append", choices=kinds,

@@ -1,14 +1,17 @@
-"""Runs one kind of tests of a tree that is built: tests/python tests.kinds KIND [--long]. Ends with a line of its counts."""
+"""Runs one kind of tests of a tree that is built: tests/python tests.kinds KIND [--long].
+
+Ends with a line of its counts.
+"""
 
 import argparse
 import io
 import re
 import sys
 
-from tests.runners import BUILD, BUILD_SANITIZED, JOBS, build, counting_runner, ctest, pytest
+from tests.runners import BUILD, BUILD_SANITIZED, JOBS, Counts, build, counting_runner, ctest, pytest
 
 
-def fuzz(long):
+def fuzz(long: bool) -> Counts:
     """The saved inputs; in a long run also the fuzzers, which look for new ones."""
     counts = ctest("fuzz")
     report = BUILD / "report-fuzz.xml"
@@ -22,12 +25,12 @@ def fuzz(long):
 class Heard(io.StringIO):
     """Shows what is written to it, and keeps it."""
 
-    def write(self, text):
+    def write(self, text: str) -> int:
         print(text, end="", flush=True)
         return super().write(text)
 
 
-def fault(long):
+def fault(long: bool) -> Counts:
     """The daemon through its scenarios; the platform library and the stand-ins call by call."""
     heard = Heard()
     counts = counting_runner("tests/fault/run", "--build", BUILD, *(["--long"] if long else []), out=heard)
@@ -40,7 +43,7 @@ def fault(long):
     return counts
 
 
-def sanitized(long):
+def sanitized(long: bool) -> Counts:
     """The scenarios, and the tests in process, under AddressSanitizer and UBSan, in a build of their own. A long
     run also takes the daemon through some of its failures there, and scenarios and tests through valgrind."""
     build(BUILD_SANITIZED, "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-g1", "-DIVARODE_SANITIZE=ON")
@@ -86,7 +89,7 @@ KINDS = {
 }
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/python tests.kinds", description=__doc__)
     parser.add_argument("kind", choices=KINDS, help="which kind")
     parser.add_argument("--long", action="store_true", help="its longer run, where it has one")

@@ -10,7 +10,9 @@ import shutil
 import subprocess
 import sys
 import tempfile
+from collections.abc import Sequence
 from pathlib import Path
+from typing import Any
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
@@ -20,11 +22,11 @@ WITHOUT_MEMORY_WATCH = {"method", "procnetdev"}
 LONGEST_INPUT = {"broker": 8192, "client": 4096, "frames": 8192, "method": 4096, "netlink": 2048}
 
 
-def command(*words, **options):
+def command(*words: object, **options: Any) -> subprocess.CompletedProcess[bytes]:
     return subprocess.run([str(word) for word in words], check=False, **options)
 
 
-def build(folder, targets):
+def build(folder: Path, targets: Sequence[str]) -> None:
     compilers = ["-DCMAKE_C_COMPILER=clang", "-DCMAKE_CXX_COMPILER=clang++"]
     # Warnings are the business of the ordinary build.
     flags = "-DCMAKE_CXX_FLAGS=-w -fsanitize=fuzzer-no-link"
@@ -37,7 +39,7 @@ def build(folder, targets):
         sys.exit("fuzz: the build failed")
 
 
-def fuzz(folder, target, seconds):
+def fuzz(folder: Path, target: str, seconds: int) -> tuple[int, bool]:
     """Executions, and whether nothing broke."""
     found, broken = folder / "found" / target, folder / "findings"
     found.mkdir(parents=True, exist_ok=True)
@@ -67,7 +69,7 @@ def fuzz(folder, target, seconds):
     return executions, True
 
 
-def main():
+def main() -> int:
     known = sorted(path.name for path in (HERE / "corpus").iterdir())
     parser = argparse.ArgumentParser(prog="tests/fuzz/run", description=__doc__)
     parser.add_argument("--seconds", type=int, default=60, metavar="N", help="for each target (default: 60)")

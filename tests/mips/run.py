@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import xml.etree.ElementTree as ElementTree
+from collections.abc import Sequence
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
@@ -25,12 +26,12 @@ class BuildError(Exception):
     """A step of the build went wrong; its output has been shown."""
 
 
-def missing(processor):
+def missing(processor: str) -> list[str]:
     wanted = [f"{processor}-linux-gnu-g++", f"qemu-{processor}"]
     return [tool for tool in wanted if not shutil.which(tool)] + ([] if GOOGLETEST.is_dir() else [str(GOOGLETEST)])
 
 
-def step(*command):
+def step(*command: object) -> None:
     print("+", " ".join(str(word) for word in command), flush=True)
     done = subprocess.run([str(word) for word in command], cwd=ROOT, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, check=False)
@@ -38,7 +39,7 @@ def step(*command):
         raise BuildError(done.stdout[-6000:])
 
 
-def build(processor, folder, jobs):
+def build(processor: str, folder: Path, jobs: str) -> None:
     # The daemon is optimised as it ships; the tests are not, which halves the time of building them.
     common = ["-G", "Ninja", f"-DCMAKE_TOOLCHAIN_FILE={ROOT}/cmake/{processor}.cmake", "-DCMAKE_BUILD_TYPE=Release",
               "-DCMAKE_CXX_FLAGS_RELEASE=-DNDEBUG"]
@@ -57,7 +58,7 @@ def build(processor, folder, jobs):
     step("cmake", "--build", folder, "-j", jobs, "--target", "mips-tests")
 
 
-def run_program(emulator, program, chosen):
+def run_program(emulator: Sequence[str], program: Path, chosen: str) -> tuple[int, int]:
     """Passed and failed tests of one GoogleTest program."""
     with tempfile.TemporaryDirectory() as scratch:
         report = Path(scratch) / "report.xml"
@@ -69,7 +70,7 @@ def run_program(emulator, program, chosen):
             print(f"FAIL {program.name}: ended with {done.returncode} and without a report")
             return 0, 1
         total = ElementTree.parse(report).getroot()
-    tests, failed = int(total.get("tests")), int(total.get("failures")) + int(total.get("errors"))
+    tests, failed = int(total.attrib["tests"]), int(total.attrib["failures"]) + int(total.attrib["errors"])
     if done.returncode != 0 or tests == 0:
         print(done.stdout.decode("utf-8", "replace")[-4000:])
         failed = max(failed, 1)
@@ -77,12 +78,12 @@ def run_program(emulator, program, chosen):
     return tests - failed, failed
 
 
-def run_scenarios(emulator, folder, options):
+def run_scenarios(emulator: Sequence[str], folder: Path, options: argparse.Namespace) -> tuple[int, int]:
     # Sweeps and endurance runs repeat what byte order and word size do not change, some of it 10,000 times.
     done = subprocess.run([str(ROOT / "tests/conformance/run"), "--scenarios", "--build", str(folder / "recorded"),
                            "--prefix", " ".join(emulator), "-j", options.jobs,
-                           *([] if options.scenarios else ["--firsts"])], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, check=False)
+                           *([] if options.scenarios else ["--firsts"])], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, check=False)
     counts = re.search(r"^(\d+) passed, (\d+) failed", done.stdout, re.M)
     passed, failed = (int(counts[1]), int(counts[2])) if counts else (0, 1)
     if failed or done.returncode != 0:
@@ -92,7 +93,7 @@ def run_scenarios(emulator, folder, options):
     return passed, failed
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/mips/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=ROOT / "build-mips", type=Path, help="build folder (./build-mips)")

@@ -10,6 +10,7 @@ import os
 import shutil
 import subprocess
 import sys
+from collections.abc import Callable, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -19,8 +20,10 @@ FOLDERS = ("src", "libsys", "compat", "seam", "lab")
 SHALLOW_STATES = 60000  # of a function; the analyser's own bound is 225000
 INCLUDES = ("src", "libsys", "compat/libubox/include", "compat/libubus/include", "compat/libuci/include")
 
+Check = Callable[[Path], tuple[int, str]]       # of a source: status and what is said
 
-def compiled_sources(build):
+
+def compiled_sources(build: Path) -> list[Path]:
     """The sources of the folders, as this build compiles them."""
     commands = json.loads((build / "compile_commands.json").read_text())
     found = set()
@@ -31,19 +34,19 @@ def compiled_sources(build):
     return sorted(found)
 
 
-def checked(command):
+def checked(command: Sequence[object]) -> tuple[int, str]:
     done = subprocess.run([str(word) for word in command], cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           text=True, check=False)
     return done.returncode, done.stdout
 
 
-def cppcheck(source):
+def cppcheck(source: Path) -> tuple[int, str]:
     return checked(["cppcheck", "--quiet", "--std=c++20", "--language=c++", "--error-exitcode=1",
                     "--enable=warning,performance,portability", f"--suppressions-list={HERE / 'cppcheck.txt'}",
                     *(f"-I{folder}" for folder in INCLUDES), source])
 
 
-def clang_tidy(source, build, deep):
+def clang_tidy(source: Path, build: Path, deep: bool) -> tuple[int, str]:
     # The commands are GCC's, whose warnings clang does not all know.
     extra = ["-Wno-unknown-warning-option"]
     if not deep:
@@ -54,7 +57,7 @@ def clang_tidy(source, build, deep):
                     f"--header-filter=^{ROOT}/(src|libsys|seam|lab|compat/[a-z]+/(src|lib|broker|cli))/", source])
 
 
-def analyse(name, check, sources, jobs):
+def analyse(name: str, check: Check, sources: Sequence[Path], jobs: int) -> tuple[int, int]:
     passed = failed = 0
     with ThreadPoolExecutor(jobs) as pool:
         for source, (code, output) in zip(sources, pool.map(check, sources)):
@@ -67,7 +70,7 @@ def analyse(name, check, sources, jobs):
     return passed, failed
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/strict/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=ROOT / "build", type=Path, help="build folder (default: ./build)")
