@@ -1,8 +1,12 @@
 """docs/performance.md and its plots, from the figures of a run."""
 
 import textwrap
+from collections.abc import Mapping, Sequence
+from pathlib import Path
+from typing import Any
 
 from tests.bench import report
+from tests.bench.row import Routes, Row
 
 TEXT = """# What it costs
 
@@ -90,27 +94,27 @@ than 5 % above the table fails. These counts do not depend on the machine's spee
 """
 
 
-def walk(routes):
+def walk(routes: Routes) -> str:
     """What finding a route costs, in words."""
     find = routes["find"]
     sizes = sorted(find)
     short, long = sizes[0], sizes[-1]
     entry = (find[long][0] - find[short][0]) / ((long - short) / 2)      # on average half the list is walked
     limit = find[short][1]
-    return ("A route is found by walking a list from its head: %.1f ns for each route before it, half of the list on "
-            "average. An empty call and one route in the kernel take %.1f µs, so the walk makes a call a fifth longer "
-            "from about %d routes on, and twice as long from about %d; to touch each of n routes once costs time that "
-            "grows with n². Adding walks nothing. A removal asks the kernel's index for its route; only where another "
-            "route hides it is the table listed." % (entry * 1e3, limit, round(0.4 * limit / entry, -2),
-                                                     round(2 * limit / entry, -2)))
+    a_fifth, twice = (round(factor * limit / entry, -2) for factor in (0.4, 2))
+    return (f"A route is found by walking a list from its head: {entry * 1e3:.1f} ns for each route before it, half of "
+            f"the list on average. An empty call and one route in the kernel take {limit:.1f} µs, so the walk makes a "
+            f"call a fifth longer from about {a_fifth:.0f} routes on, and twice as long from about {twice:.0f}; to touch "
+            "each of n routes once costs time that grows with n². Adding walks nothing. A removal asks the kernel's "
+            "index for its route; only where another route hides it is the table listed.")
 
 
-def load(times):
+def load(times: Mapping[int, Sequence[float]]) -> str:
     """What reading many sections costs, in words."""
     slower = [count for count, (ours, batch, _) in sorted(times.items()) if ours > batch]
     if not slower:
         return "Loading is faster than `ip -batch` at each of these sizes."
-    text = "Loading is slower than `ip -batch` from somewhere below %d routes on." % slower[0]
+    text = f"Loading is slower than `ip -batch` from somewhere below {slower[0]} routes on."
     long, longer = sorted(times)[-2:]
     if times[longer][0] / times[long][0] > 1.5 * longer / long:
         text += (" It grows faster than the number of routes: the configuration library compares the name of each "
@@ -118,14 +122,16 @@ def load(times):
     return text
 
 
-def filled(text):
+def filled(text: str) -> str:
     return textwrap.fill(text, 118, break_on_hyphens=False)
 
 
-def write(folder, run, machine):
-    routes, loads, samples = run.plots["routes"], run.plots["load"], run.plots["samples"]
+def write(folder: Path, rows: Sequence[Row], measured: Mapping[str, Any], machine: str) -> None:
+    """Of what was measured: "routes", "load" and "samples"."""
+    routes, loads, samples = measured["routes"], measured["load"], measured["samples"]
     names = {"add": "add", "find": "enable (found, installed)", "edit": "edit", "del": "del"}
-    lines = {names[operation]: {size: times[0] for size, times in sizes.items()} for operation, sizes in routes.items()}
+    lines = {names[operation]: {size: times[0] for size, times in sizes.items()}
+             for operation, sizes in routes.items()}
     lines["limit: empty call, netlink"] = {size: times[1] for size, times in routes["find"].items()}
     plots = {
         "routes": report.curves("One call to ivarode.route", "routes in the table", "µs", lines),
@@ -135,17 +141,17 @@ def write(folder, run, machine):
         "samples": report.curves("One statistics sample", "interfaces", "µs", {
             name: {count: times[column] for count, times in samples.items()}
             for column, name in enumerate(("ours", "limit: reading the file"))}),
-        "ratios": report.ratios(run.rows),
+        "ratios": report.ratios(rows),
     }
     for name, plot in plots.items():
-        (folder / ("performance-%s.svg" % name)).write_text(plot, encoding="utf-8")
-    notes = [note for row in run.rows for note in row.notes]
-    missed = ["- %s: %s, aim %s" % (row.question, row.ours if row.aim.startswith("≥") else row.ratio, row.aim)
-              for row in run.rows if row.held == "no"]
+        (folder / f"performance-{name}.svg").write_text(plot, encoding="utf-8")
+    notes = [note for row in rows for note in row.notes]
+    missed = [f"- {row.question}: {row.ours if row.aim.startswith('≥') else row.ratio}, aim {row.aim}"
+              for row in rows if row.held == "no"]
     (folder / "performance.md").write_text(TEXT.format(
-        machine=filled(machine), table=report.as_markdown(run.rows), walk=filled(walk(routes)),
+        machine=filled(machine), table=report.as_markdown(rows), walk=filled(walk(routes)),
         load=filled(load(loads)),
         calls="\n".join("- " + note.removesuffix(" a sample") for note in notes if "system calls" in note),
         missed="\n".join(missed) or "Nothing.",
-        files="\n".join("- `%s`%s" % tuple(note.split(", ", 1)[0:1] + [", " + note.split(", ", 1)[1]])
-                        for note in notes if "stripped" in note)), encoding="utf-8")
+        files="\n".join("- `" + note.replace(", ", "`, ", 1) for note in notes if "stripped" in note)),
+        encoding="utf-8")

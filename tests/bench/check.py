@@ -13,11 +13,13 @@ import shutil
 import subprocess
 import sys
 import tempfile
+from collections.abc import Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from tests.conformance import notation
-from tests.conformance.recording import Board, run_process
+from tests.conformance.notation import Line
+from tests.conformance.recording import Board, Command, run_process
 from tests.conformance.scenario import load_fixtures
 
 HERE = Path(__file__).resolve().parent
@@ -30,28 +32,29 @@ SKIPPED = 77
 COUNTED = ("ivarode", "bench-parts", "bench-skeleton", "libsys.so", "libubox.so", "libubus.so", "libuci.so")
 TIMES = 200
 ROUTES = 1000
-HEAD = """# Instructions of our own code in fixed scenarios, counted by tests/bench/check. After a change that is worth its
+HEAD = """\
+# Instructions of our own code in fixed scenarios, counted by tests/bench/check. After a change that is worth its
 # price: tests/bench/check --update, and commit this file with it.
 """
 
 
-def call(target, message):
+def call(target: str, message: str) -> list[Line]:
     return [("call", *target.split()), *notation.fields(message), (".",)]
 
 
-def route(number):
-    return ('{name: "r%d", line: "auto", dstaddr: "10.%d.%d.0", netmask: "255.255.255.0", gateway: "203.0.113.1", '
-            'metric: "3"}' % (number, number >> 8, number & 255))
+def route(number: int) -> str:
+    return (f'{{name: "r{number}", line: "auto", dstaddr: "10.{number >> 8}.{number & 255}.0", '
+            'netmask: "255.255.255.0", gateway: "203.0.113.1", metric: "3"}')
 
 
-NET_DEV = "head\nhead\n" + "".join("lan%d: %d 2 0 0 0 0 0 0 %d 2 0 0 0 0 0 0\n" % (i % 3 + 1, i, i) for i in range(64))
+NET_DEV = "head\nhead\n" + "".join(f"lan{i % 3 + 1}: {i} 2 0 0 0 0 0 0 {i} 2 0 0 0 0 0 0\n" for i in range(64))
 ADD = call("ivarode.intf add", '{intf: "lan2.9", ipaddr: "10.0.0.1", netmask: "255.0.0.0", vlanid1: 9}')
 DELETE = call("ivarode.intf del", '{intf: ["lan2.9"]}')
 MANY = [line for number in range(ROUTES) for line in call("ivarode.route add", route(number))]
-FIND = call("ivarode.route enable", '{name: ["r%d"], enable: 1}' % (ROUTES - 1))
+FIND = call("ivarode.route enable", f'{{name: ["r{ROUTES - 1}"], enable: 1}}')
 
 # Name: what the recorded daemon does before, and what is counted. None: the start itself.
-RECORDED = {
+RECORDED: dict[str, tuple[list[Line], list[Line] | None]] = {
     "start, three LANs and two WANs": ([], None),
     "200 x run": ([], call("ivarode.run run", "") * TIMES),
     "200 x statistics sample, 64 devices": ([("netdev", NET_DEV)], [("timer",)] * TIMES),
@@ -81,13 +84,14 @@ class Unable(Exception):
     """Why a scenario cannot be run here."""
 
 
-def valgrind(profile):
-    return ["valgrind", "--tool=callgrind", "--trace-children=no", "--callgrind-out-file=%s" % profile, "-q"]
+def valgrind(profile: Path) -> list[str]:
+    return ["valgrind", "--tool=callgrind", "--trace-children=no", f"--callgrind-out-file={profile}", "-q"]
 
 
-def instructions(profile):
+def instructions(profile: Path) -> int:
     """Instructions of our own objects in a profile, calls to others not included."""
-    total, counted, skip, names = 0, False, False, {}
+    total, counted, skip = 0, False, False
+    names: dict[str, str] = {}
     for line in Path(profile).read_text(encoding="utf-8").splitlines():
         if line.startswith(("ob=", "cob=")):
             number, _, name = line.partition("=")[2].partition(" ")
@@ -109,11 +113,11 @@ def instructions(profile):
 class CountingBoard(Board):
     """Runs the recorded daemon under valgrind, which must not be recorded itself."""
 
-    def __init__(self, build, profile):
+    def __init__(self, build: Path, profile: Path) -> None:
         super().__init__(build)
         self.profile = profile
 
-    def command(self, script, entry=(), arguments=()):
+    def command(self, script: Path, entry: Sequence[str] = (), arguments: Sequence[str] = ()) -> Command:
         command, environment = super().command(script, entry, arguments)
         preload = environment.pop("LD_PRELOAD")
         line = valgrind(self.profile)
@@ -122,7 +126,7 @@ class CountingBoard(Board):
                                                                    "IVARODE_SCRIPT": environment["IVARODE_SCRIPT"]}
 
 
-def recorded_count(build, steps):
+def recorded_count(build: Path, steps: Sequence[Line]) -> int:
     fixtures = load_fixtures(HERE.parent / "conformance/fixtures.txt")
     setup = [line for part in ("two-wan-board", "three-lans-two-wans")
              for line in fixtures[part].setup + fixtures[part].first]
@@ -130,30 +134,30 @@ def recorded_count(build, steps):
         board = CountingBoard(build, Path(folder) / "profile")
         run = run_process(board, [*setup, ("loop",), ("quiet",), *steps, ("step", "end")], folder, timeout=300)
         if run.exit != "0":
-            raise RuntimeError("the daemon ended with %s: %s" % (run.exit, run.output))
+            raise RuntimeError(f"the daemon ended with {run.exit}: {run.output}")
         return instructions(board.profile)
 
 
-def recorded(build, name):
+def recorded(build: Path, name: str) -> int:
     before, counted = RECORDED[name]
     if counted is None:
         return recorded_count(build, [])
     return recorded_count(build, [*before, *counted]) - recorded_count(build, before)
 
 
-def write_world(folder):
+def write_world(folder: Path) -> None:
     for name in ("etc/config", "bin"):
         (folder / name).mkdir(parents=True)
     (folder / "etc/config/route_config").write_text("".join(
-        "config route 'r%d'\n\toption enable '1'\n\toption line 'auto'\n\toption dstaddr '10.%d.%d.0'\n"
-        "\toption netmask '255.255.255.0'\n\toption gateway '203.0.113.1'\n\toption metric '10'\n"
-        % (number, number >> 8, number & 255) for number in range(ROUTES)), encoding="utf-8")
+        f"config route 'r{number}'\n\toption enable '1'\n\toption line 'auto'\n"
+        f"\toption dstaddr '10.{number >> 8}.{number & 255}.0'\n\toption netmask '255.255.255.0'\n"
+        "\toption gateway '203.0.113.1'\n\toption metric '10'\n" for number in range(ROUTES)), encoding="utf-8")
     iptables = folder / "bin/iptables"
     iptables.write_text('#!/bin/sh\ncase "$*" in *-S*) echo "-P PREROUTING ACCEPT" ;; esac\n', encoding="utf-8")
     iptables.chmod(0o755)
 
 
-def real(build, name):
+def real(build: Path, name: str) -> int:
     if subprocess.run(["unshare", "-n", "-m", "true"], capture_output=True, check=False).returncode != 0:
         raise Unable("no name spaces of our own here (root is needed)")
     with tempfile.TemporaryDirectory() as text:
@@ -164,27 +168,27 @@ def real(build, name):
                                WORLD.format(folder=folder, command=" ".join(command))],
                               capture_output=True, text=True, check=False, timeout=300)
         if done.returncode != 0:
-            raise RuntimeError("%s: status %d %s" % (REAL[name], done.returncode, done.stderr))
+            raise RuntimeError(f"{REAL[name]}: status {done.returncode} {done.stderr}")
         return instructions(folder / "profile")
 
 
-def compiler(build):
+def compiler(build: Path) -> str:
     """The compiler of a build, and its kind, as the table names them."""
     cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
-    path = re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.MULTILINE)[1]
-    kind = re.search(r"^CMAKE_BUILD_TYPE:\w+=(.*)$", cache, re.MULTILINE)[1]
+    path, kind = (re.findall(rf"^{name}:\w+=(.*)$", cache, re.MULTILINE)[0]
+                  for name in ("CMAKE_CXX_COMPILER", "CMAKE_BUILD_TYPE"))
     version = subprocess.run([path, "-dumpfullversion", "-dumpversion"], capture_output=True, text=True, check=True)
     machine = subprocess.run([path, "-dumpmachine"], capture_output=True, text=True, check=True)
-    return "%s %s %s" % (machine.stdout.strip(), version.stdout.strip(), kind)
+    return f"{machine.stdout.strip()} {version.stdout.strip()} {kind}"
 
 
-def read_table():
+def read_table() -> tuple[str, dict[str, int]]:
     lines = [line for line in TABLE.read_text(encoding="utf-8").splitlines() if line and not line.startswith("#")]
-    rows = dict(reversed(line.strip().split(None, 1)) for line in lines[1:])
-    return lines[0].removeprefix("built by: "), {name: int(count) for name, count in rows.items()}
+    rows = (line.strip().split(None, 1) for line in lines[1:])
+    return lines[0].removeprefix("built by: "), {name: int(count) for count, name in rows}
 
 
-def measure(build, name):
+def measure(build: Path, name: str) -> tuple[str, int | None, str | None]:
     """(name, count, None), or (name, None, why not)."""
     try:
         return name, recorded(build, name) if name in RECORDED else real(build, name), None
@@ -192,16 +196,16 @@ def measure(build, name):
         return name, None, str(error)
 
 
-def verdict(name, count, wanted):
+def verdict(name: str, count: int, wanted: int | None) -> tuple[bool, str]:
     if wanted is None:
-        return False, "FAIL %s: not in the table" % name
-    change = "%+.2f %%" % (100 * count / wanted - 100)
+        return False, f"FAIL {name}: not in the table"
+    change = f"{100 * count / wanted - 100:+.2f} %"
     if count > wanted * ALLOWED:
-        return False, "FAIL %s: %d instructions, the table says %d (%s)" % (name, count, wanted, change)
-    return True, "ok   %-50s %12d  %s" % (name, count, change)
+        return False, f"FAIL {name}: {count} instructions, the table says {wanted} ({change})"
+    return True, f"ok   {name:<50} {count:12d}  {change}"
 
 
-def main():
+def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/bench/check", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, default=ROOT / "build", help="build folder (default: build)")
@@ -211,16 +215,16 @@ def main():
     options = parser.parse_args()
     names = [name for name in [*RECORDED, *REAL] if options.k in name]
     if not names:
-        sys.exit("check: no scenario's name holds %r" % options.k)
+        sys.exit(f"check: no scenario's name holds {options.k!r}")
     if not shutil.which("valgrind"):
-        print("skipped: valgrind is not installed\n0 passed, 0 failed, %d skipped" % len(names))
+        print(f"skipped: valgrind is not installed\n0 passed, 0 failed, {len(names)} skipped")
         return SKIPPED
-    built_by, wanted = compiler(options.build), {}
+    built_by = compiler(options.build)
+    wanted: dict[str, int] = {}
     if not options.update:
         table_of, wanted = read_table()
         if built_by != table_of:
-            print("skipped: built by %s, the table is of %s\n0 passed, 0 failed, %d skipped"
-                  % (built_by, table_of, len(names)))
+            print(f"skipped: built by {built_by}, the table is of {table_of}\n0 passed, 0 failed, {len(names)} skipped")
             return SKIPPED
     passed = failed = skipped = 0
     with ThreadPoolExecutor(max(1, options.j)) as pool:
@@ -228,7 +232,7 @@ def main():
     for name, count, why in results:
         if count is None:
             skipped += 1
-            print("skip %s: %s" % (name, why))
+            print(f"skip {name}: {why}")
         elif not options.update:
             good, text = verdict(name, count, wanted.get(name))
             passed, failed = passed + good, failed + (not good)
@@ -236,13 +240,13 @@ def main():
     if options.update:
         if options.k or skipped:
             sys.exit("check: the table is written from a whole run only")
-        TABLE.write_text(HEAD + "built by: %s\n" % built_by + "".join(
-            "%12d  %s\n" % (count, name) for name, count, _ in results), encoding="utf-8")
+        TABLE.write_text(HEAD + f"built by: {built_by}\n" + "".join(
+            f"{count:12d}  {name}\n" for name, count, _ in results), encoding="utf-8")
         print(TABLE.read_text(encoding="utf-8"))
         return 0
     if failed:
         print("When the growth is worth it: tests/bench/check --update, and commit instructions.txt with the change.")
-    print("%d passed, %d failed, %d skipped" % (passed, failed, skipped))
+    print(f"{passed} passed, {failed} failed, {skipped} skipped")
     return 1 if failed else 0
 
 

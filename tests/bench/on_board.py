@@ -3,16 +3,19 @@
 What needs no VLAN devices is measured natively wherever that is possible, the rest on whatever the lab runs on.
 """
 
+from __future__ import annotations
+
 import re
 import shutil
 import tempfile
 import time
 from pathlib import Path
 from statistics import median
+from typing import Any
 
-from labctl import carrier, client
+from labctl import carrier, client, machine
 from tests.bench import on_host
-from tests.bench.row import Row, compared, figures
+from tests.bench.row import Figures, Routes, Row, compared, figures, measured
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -25,7 +28,7 @@ SIZES = (10, 100, 1000, 3000, 10000)
 class Session:
     """A lab of our own."""
 
-    def __init__(self, build, mode):
+    def __init__(self, build: Path, mode: str) -> None:
         self.build = build
         self.lab = client.Lab("bench")
         if self.lab.alive():
@@ -33,35 +36,42 @@ class Session:
         self.mode, self.why = self.lab.start(mode, tied=True)
         self.where = "host" if self.mode == "native" else "small machine"
 
-    def __enter__(self):
+    def __enter__(self) -> Session:
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.lab.stop()
 
-    def raise_board(self, board, config):
+    def raise_board(self, board: str, config: Path | str) -> float:
         """Seconds from the daemon's start to its last message."""
         self.lab.raise_board(board, str(config))
-        taken, _ = self.lab.said(READY, 300)
+        taken = self.ready(300)
         self.lab.put("router", "/tmp/bench", (self.build / "bin/bench").read_bytes(), 0o755)
         self.pin()
         return taken
 
-    def pin(self):
-        self.lab.shell("router", "for p in $(busybox pidof ubusd ivarode); do busybox taskset -p 1 $p; done", check=True)
+    def ready(self, seconds: float) -> float:
+        taken, last = self.lab.said(READY, seconds)
+        if taken is None:
+            raise TimeoutError(f"the daemon is not ready after {seconds} s: {last}")
+        return taken
 
-    def restart(self):
+    def pin(self) -> None:
+        self.lab.shell("router", "for p in $(busybox pidof ubusd ivarode); do busybox taskset -p 1 $p; done",
+                       check=True)
+
+    def restart(self) -> float:
         self.lab.ok("agent", "restart", "daemon", timeout=120)
-        taken, _ = self.lab.said(READY, 300)
+        taken = self.ready(300)
         self.pin()
         return taken
 
-    def bench(self, question, **more):
+    def bench(self, question: str, **more: Any) -> Figures:
         return figures(self.lab.shell("router", ON_ONE_PROCESSOR + "/tmp/bench " + question, check=True, timeout=600,
                                       **more).out)
 
 
-def own_config(folder, **packages):
+def own_config(folder: Path, **packages: str) -> Path:
     for name in ("lan_intf", "wan_intf", "route_config"):
         (folder / name).write_text(packages.get(name, ""), encoding="utf-8")
     (folder / "hosts").write_text(packages.get("hosts", ""), encoding="utf-8")
@@ -69,19 +79,18 @@ def own_config(folder, **packages):
 
 
 # --- without VLAN devices ----------------------------------------------------------------------------------------
-def call_rows(session, quick):
+def call_rows(session: Session, quick: bool) -> list[Row]:
     found = session.bench(f"relay {500 if quick else 5000}")
-    rows = [compared("broker: one call and its answer", *found["relay.latency"][:2], "socketpair ping-pong", 3,
-                     found["relay.latency"][2], where=session.where),
-            compared("broker: a call, 16 on their way at once", *found["relay.many"][:2], "socketpair ping-pong", 3,
-                     found["relay.many"][2], where=session.where)]
+    rows = [measured("broker: one call and its answer", found["relay.latency"], "socketpair ping-pong", 3,
+                     where=session.where),
+            measured("broker: a call, 16 on their way at once", found["relay.many"], "socketpair ping-pong", 3,
+                     where=session.where)]
     found = session.bench(f"call run {500 if quick else 5000} ivarode.run run")
-    rows.append(compared("call run", *found["call.run.empty"][:2], "empty object", 1.3, found["call.run.empty"][2],
-                         where=session.where))
+    rows.append(measured("call run", found["call.run.empty"], "empty object", 1.3, where=session.where))
     return rows
 
 
-def route_rows(session, quick):
+def route_rows(session: Session, quick: bool) -> tuple[list[Row], Routes]:
     """Rows of the longest table, and for the plot: operation -> size -> (ours, limit)."""
     session.lab.ok("router", "ip", "address", "add", "203.0.113.2/24", "dev", "eth0")
     found = session.bench(f"routes {40 if quick else 300} {' '.join(map(str, SIZES))}")
@@ -97,7 +106,7 @@ def route_rows(session, quick):
     return rows, plot
 
 
-def memory_row(session):
+def memory_row(session: Session) -> Row:
     text = session.lab.ok("router", "sh", "-c", "cat /proc/$(busybox pidof ivarode)/status")
     values = dict(re.findall(r"^(VmRSS|RssAnon):\s+(\d+) kB", text, re.M))
     anonymous = int(values["RssAnon"])
@@ -105,16 +114,19 @@ def memory_row(session):
                aim="anonymous ≤ 350 kB", held="yes" if anonymous <= 350 else "no", where=session.where)
 
 
-def switch_row(session, quick):
+def switch_row(session: Session, quick: bool) -> Row:
     """Frames from one PC to another through the emulated switch, beside a kernel bridge, in turns."""
     lab, seconds, pairs = session.lab, 0.5 if quick else 2, []
     macs = {host: lab.ok(host, "cat", "/sys/class/net/eth0/address").strip() for host in ("pc1", "pc2")}
     for host in macs:
         lab.put(host, "/tmp/bench", (session.build / "bin/bench").read_bytes(), 0o755)
-    send = "/tmp/bench frames eth0 %g %s %s"
-    lab.shell("pc2", send % (0.01, macs["pc1"], macs["pc2"]), check=True)      # the switch learns where it is
 
-    def received():
+    def send(host: str, to: str, for_seconds: float) -> str:
+        return lab.shell(host, f"/tmp/bench frames eth0 {for_seconds:g} {macs[to]} {macs[host]}", check=True).out
+
+    send("pc2", "pc1", 0.01)        # the switch learns where it is
+
+    def received() -> int:
         """Frames that PC 2 has got once no more come."""
         last = -1
         while True:
@@ -127,7 +139,7 @@ def switch_row(session, quick):
     for _ in range(2 if quick else 5):
         limit = on_host.bridge_rate(session.build, seconds)
         before = received()
-        spent = float(lab.shell("pc1", send % (seconds, macs["pc2"], macs["pc1"]), check=True).out.split()[2])
+        spent = float(send("pc1", "pc2", seconds).split()[2])
         pairs.append(((received() - before) / spent * 1e6, limit))
     ours, limit = (median(column) for column in zip(*pairs))
     return Row("vswitch: 64-byte frames from port to port", f"{ours / 1e3:.0f} kframes/s",
@@ -136,7 +148,7 @@ def switch_row(session, quick):
                "yes" if ours >= 200_000 else "no", where=session.where)
 
 
-def without_vlans(build, quick):
+def without_vlans(build: Path, quick: bool) -> tuple[list[Row], list[Row], Routes, list[Row], Row]:
     """(rows of calls, rows of routes, their plot, rows of memory, row of the switch)"""
     with tempfile.TemporaryDirectory() as text, Session(build, "native") as session:
         folder = own_config(Path(text), hosts="pc1 lan1\npc2 lan2\nisp wan1\n")
@@ -150,18 +162,20 @@ def without_vlans(build, quick):
 
 
 # --- with VLAN devices -------------------------------------------------------------------------------------------
-def batch_of(lab):
+def batch_of(lab: client.Lab) -> str:
     """What "ip -batch" needs to lay what the router has now, on an "eth0" that is there."""
-    def asked(*words):
+    def asked(*words: str) -> Any:
         return lab.run("router", "ip", "-d", "-j", *words, check=True).json()
 
     links, up, lines = asked("link"), [], []
     for link in links:
         info = link.get("linkinfo", {})
         if info.get("info_kind") == "vlan":
-            lines.append(f"link add link {link['link']} name {link['ifname']} address {link['address']} type vlan id {info['info_data']['id']}")
+            lines.append(f"link add link {link['link']} name {link['ifname']} address {link['address']} "
+                         f"type vlan id {info['info_data']['id']}")
         elif info.get("info_kind") == "bridge":
-            lines.append(f"link add {link['ifname']} address {link['address']} type bridge stp_state 0 forward_delay 0")
+            lines.append(f"link add {link['ifname']} address {link['address']} "
+                         "type bridge stp_state 0 forward_delay 0")
         if "UP" in link["flags"] and link["ifname"] != "lo":
             up.append(f"link set {link['ifname']} up")
     lines += [f"link set {link['ifname']} master {link['master']}" for link in links if "master" in link]
@@ -171,21 +185,22 @@ def batch_of(lab):
                   for address in link["addr_info"] if address["family"] == "inet" and link["ifname"] != "lo"]
     for route in asked("-4", "route", "show", "table", "all"):
         if route.get("protocol") != "kernel":
-            lines.append(f"route add {route['dst']} via {route['gateway']} dev {route['dev']} metric {route.get('metric', 0)} table {route.get('table', 'main')}")
+            lines.append(f"route add {route['dst']} via {route['gateway']} dev {route['dev']} "
+                         f"metric {route.get('metric', 0)} table {route.get('table', 'main')}")
     lines += [f"rule add preference {rule['priority']} from all lookup {rule['table']}"
               for rule in asked("rule") if rule["priority"] not in (0, 32766, 32767)]
     return "\n".join(lines) + "\n"
 
 
-def start_rows(session, quick):
+def start_rows(session: Session, quick: bool) -> list[Row]:
     first = [session.raise_board("two-wan", "three-lans")]
     lab = session.lab
     lab.put("router", "/tmp/batch", batch_of(lab))
     lab.shell("router", "iptables-save > /tmp/rules", check=True)
-    lay = ("busybox unshare -n /bin/sh -ec 'ip link set lo up; ip link add eth0 type veth peer name far; ip link set far up; "
-           "/tmp/bench time /bin/sh -ec \"ip -batch /tmp/batch; iptables-restore < /tmp/rules\"'")
+    lay = ("busybox unshare -n /bin/sh -ec 'ip link set lo up; ip link add eth0 type veth peer name far; "
+           "ip link set far up; /tmp/bench time /bin/sh -ec \"ip -batch /tmp/batch; iptables-restore < /tmp/rules\"'")
 
-    def limit():
+    def limit() -> float:
         return figures(lab.shell("router", lay, check=True, timeout=120).out)["time"][0]
 
     limits = [limit()]
@@ -202,32 +217,30 @@ def start_rows(session, quick):
                      "one ip -batch and one iptables-restore", 1.5, where=session.where)]
 
 
-def interface_rows(session, quick):
+def interface_rows(session: Session, quick: bool) -> list[Row]:
     found = session.bench(f"interfaces {8 if quick else 40}")
-    return [compared("interface added over the bus", *found["interface.direct"][:2], "raw netlink", 1.2,
-                     found["interface.direct"][2], where=session.where),
-            compared("the same", *found["interface.call-and-direct"][:2], "empty call + raw netlink", None,
-                     found["interface.call-and-direct"][2], where=session.where),
-            compared("the same", *found["interface.batch"][:2], "ip -batch", None, found["interface.batch"][2],
-                     where=session.where)]
+    return [measured("interface added over the bus", found["interface.direct"], "raw netlink", 1.2,
+                     where=session.where),
+            measured("the same", found["interface.call-and-direct"], "empty call + raw netlink", None,
+                     where=session.where),
+            measured("the same", found["interface.batch"], "ip -batch", None, where=session.where)]
 
 
-def statist_rows(session, quick):
+def statist_rows(session: Session, quick: bool) -> list[Row]:
     rows, made = [], 0
     for count in (8, 64):
         script = "".join(
-            f"ubus call ivarode.intf add '{{\"intf\":\"lan3_s{number}\",\"vlanid1\":200,\"vlanid2\":{number + 1},\"ipaddr\":\"10.1.{number}.1\","
-            "\"netmask\":\"255.255.255.0\"}'\n" for number in range(made, count))
+            f"ubus call ivarode.intf add '{{\"intf\":\"lan3_s{number}\",\"vlanid1\":200,\"vlanid2\":{number + 1},"
+            f"\"ipaddr\":\"10.1.{number}.1\",\"netmask\":\"255.255.255.0\"}}'\n" for number in range(made, count))
         session.lab.shell("router", script, check=True, timeout=300)
         made = count
         found = session.bench(f"call statist {100 if quick else 400} ivarode.intf statist")
-        rows.append(compared(f"call statist, {count} interfaces and those of the start", *found["call.statist.same"][:2],
-                             "an object with the same answer ready", 1.5, found["call.statist.same"][2],
-                             where=session.where))
+        rows.append(measured(f"call statist, {count} interfaces and those of the start", found["call.statist.same"],
+                             "an object with the same answer ready", 1.5, where=session.where))
     return rows
 
 
-def with_vlans(build, quick):
+def with_vlans(build: Path, quick: bool) -> tuple[list[Row], list[Row], list[Row], list[Row]]:
     """(rows of the start, of an interface, of statist, of memory)"""
     with Session(build, "") as session:
         starts = start_rows(session, quick)
@@ -236,22 +249,22 @@ def with_vlans(build, quick):
         return starts, interface_rows(session, quick), statist_rows(session, quick), [memory]
 
 
-def on_mips(build):
+def on_mips(build: Path) -> list[Row]:
     """The start on an emulated MIPS machine; nothing when its programs are not built."""
     if not (build / "mipsel/bin/ivarode").exists():
         return []
     with Session(build, "mips") as session:
         session.lab.raise_board("two-wan", "three-lans")
-        taken, _ = session.lab.said(READY, 900)
+        taken = session.ready(900)
         return [Row("start less its pause, 3 LANs and 2 WANs, emulated MIPS", f"{taken - PAUSE:.1f} s",
                     where="small MIPS machine")]
 
 
-def lacking():
+def lacking() -> str:
     """Why nothing can be measured natively, or ""."""
     if carrier.as_root(["true"]) is None:
         return "no root here"
     return "" if shutil.which("unshare") and Path("/dev/net/tun").exists() else "no unshare or no tun here"
 
 
-Failure = (client.LabError, carrier.CarrierError, carrier.machine.MachineError, on_host.Unable, TimeoutError)
+FAILURES = (client.LabError, carrier.CarrierError, machine.MachineError, on_host.Unable, TimeoutError)

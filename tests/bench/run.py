@@ -1,4 +1,4 @@
-"""Answers what the daemon costs, each figure beside its limit or a peer in the same run, and writes docs/performance.md.
+"""Answers what the daemon costs, each figure beside its limit or a peer in the same run; writes docs/performance.md.
 
 Needs a Release build with tests, root and strace; what needs VLAN devices runs where the lab runs (this kernel, or the
 small machine). --quick takes fewer rounds, is done in under two minutes on an idle machine, and only prints the table.
@@ -13,62 +13,67 @@ import re
 import subprocess
 import sys
 import time
+from collections.abc import Callable, Sequence
 from pathlib import Path
+from typing import Any
 
-from tests.bench import book, libraries, on_host, report
+from tests.bench import book, libraries, on_board, on_host, report
+from tests.bench.row import Row
+
+FAILURES = (*on_board.FAILURES, subprocess.SubprocessError, OSError, KeyError, ValueError)
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 
 
-def arguments():
+def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="tests/bench/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, default=ROOT / "build", help="build folder (default: build)")
     parser.add_argument("--mipsel", type=Path, help="a mipsel build folder, for its sizes (default: build-mipsel)")
     parser.add_argument("--libs", type=Path, metavar="DIR",
-                        help="a folder with libubox.so, libblobmsg_json.so, libubus.so, libuci.so, or some of them, to be "
-                             "measured in place of the build's; the table alone")
+                        help="a folder with libubox.so, libblobmsg_json.so, libubus.so, libuci.so, or some of them, to "
+                             "be measured in place of the build's; the table alone")
     parser.add_argument("--quick", action="store_true", help="fewer rounds, the table alone")
     parser.add_argument("--only", choices=("host", "board", "vlans"), help="a part of it, the table alone")
     return parser.parse_args()
 
 
-def machine():
+def machine() -> str:
     """This machine in words."""
     system = re.search(r'PRETTY_NAME="([^"(]*)', Path("/etc/os-release").read_text(encoding="utf-8"))
     compiler = subprocess.run(["c++", "-dumpfullversion"], capture_output=True, text=True, check=False).stdout.strip()
     virtual = "hypervisor" in Path("/proc/cpuinfo").read_text(encoding="utf-8")
-    return "%d %s cores%s, Linux %s, %s, g++ %s; load %.1f when the run began and %%.1f when it ended" % (
-        os.cpu_count() or 1, platform.machine().replace("_", "-"), " of a virtual machine" if virtual else "",
-        ".".join(platform.release().split(".")[:2]), system[1].strip() if system else "Linux", compiler,
-        os.getloadavg()[0])
+    kernel, name = ".".join(platform.release().split(".")[:2]), system[1].strip() if system else "Linux"
+    return (f"{os.cpu_count() or 1} {platform.machine().replace('_', '-')} cores"
+            f"{' of a virtual machine' if virtual else ''}, Linux {kernel}, {name}, "
+            f"g++ {compiler}; load {os.getloadavg()[0]:.1f} when the run began")
 
 
 class Run:
     """The rows of all parts, what the plots need, and what could not be had."""
 
-    def __init__(self, options, build):
+    def __init__(self, options: argparse.Namespace, build: Path) -> None:
         self.options, self.build = options, build
-        self.rows, self.plots, self.lacking = [], {}, []
+        self.rows: list[Row] = []
+        self.plots: dict[str, Any] = {}
+        self.lacking: list[str] = []
 
-    def part(self, what, measure, *fallback):
+    def part(self, what: tuple[str, str], measure: Callable[[], Sequence[Any]], *fallback: Any) -> Sequence[Any]:
         """Measures a part; a part that cannot be had leaves a line that says why."""
         if self.options.only and what[0] not in self.options.only:
             return fallback
-        print("bench: %s ..." % what[1], file=sys.stderr, flush=True)
+        print(f"bench: {what[1]} ...", file=sys.stderr, flush=True)
         try:
             return measure()
-        except self.failures as error:
+        except FAILURES as error:
             reason = str(error).strip().splitlines() or ["no reason given"]
-            self.lacking.append("%s: not measured (%s)" % (what[1], reason[-1]))
+            self.lacking.append(f"{what[1]}: not measured ({reason[-1]})")
             print("bench: " + self.lacking[-1], file=sys.stderr, flush=True)
             return fallback
 
-    def measure(self):
+    def measure(self) -> None:
         os.environ["IVARODE_BUILD"] = str(self.build)     # what the lab runs
-        from tests.bench import on_board  # not before: the lab reads it when it is imported
-        self.failures = (*on_board.Failure, subprocess.SubprocessError, OSError, KeyError, ValueError)
         quick, build = self.options.quick, self.build
         why = on_board.lacking()
         if why:
@@ -79,7 +84,8 @@ class Run:
         starts, interfaces, statist, more_memory = self.part(
             ("vlans", "start, interfaces and statistics on a board with VLAN devices"),
             lambda: on_board.with_vlans(build, quick), [], [], [], [])
-        mips = self.part(("vlans", "the start on MIPS"), lambda: ([] if quick or self.options.libs else on_board.on_mips(build),), [])[0]
+        mips = self.part(("vlans", "the start on MIPS"),
+                         lambda: ([] if quick or self.options.libs else on_board.on_mips(build),), [])[0]
         firewall = self.part(("host", "the firewall skeleton"), lambda: (on_host.firewall_rows(build, quick),), [])[0]
         load, self.plots["load"] = self.part(("host", "routes from the configuration"),
                                              lambda: on_host.load_rows(build, quick), [], {})
@@ -93,10 +99,10 @@ class Run:
                      *memory, *more_memory, *sizes, *calls[:2], *([switch] if switch else [])]
 
 
-def main():
+def main() -> int:
     options = arguments()
     if not (options.build / "bin/bench").exists():
-        sys.exit("bench: nothing to measure in %s (cmake -DIVARODE_TESTS=ON -DCMAKE_BUILD_TYPE=Release)" % options.build)
+        sys.exit(f"bench: nothing to measure in {options.build} (cmake -DIVARODE_TESTS=ON -DCMAKE_BUILD_TYPE=Release)")
     began, described = time.monotonic(), machine()
     build, given = options.build.resolve(), options.libs and options.libs.resolve()
     try:
@@ -106,17 +112,17 @@ def main():
             run.measure()
     except FileNotFoundError as error:
         sys.exit(f"bench: {error}")
-    described %= os.getloadavg()[0]
+    described += f" and {os.getloadavg()[0]:.1f} when it ended"
     print(report.as_text(run.rows))
     print("\n".join(["", *run.lacking, "Machine: " + described, "Libraries: " + measured,
-                     "%.0f s" % (time.monotonic() - began)]))
+                     f"{time.monotonic() - began:.0f} s"]))
     if options.quick or options.only or options.libs:
         print("docs/performance.md is left as it is; a whole run writes it.")
     elif run.lacking:
         print("docs/performance.md is left as it is: parts are missing.")
         return 1
     else:
-        book.write(ROOT / "docs", run, described)
+        book.write(ROOT / "docs", run.rows, run.plots, described)
         print("docs/performance.md is written.")
     return 0
 
