@@ -4,6 +4,7 @@ Made of the stand-ins' headers by edits, each of which must find what it changes
 guards in any of them, and static initialisers of trees name their members out of order.
 """
 
+import pathlib
 import re
 import shutil
 
@@ -25,7 +26,8 @@ METHOD_MACROS = {
 """}
 METHOD_USERS = """
 #define UBUS_METHOD(_name, _handler, _policy) UBUS_METHOD_MASK(_name, _handler, _policy, 0)
-#define UBUS_OBJECT_TYPE(_name, _methods) { .name = _name, .id = 0, .methods = _methods, .n_methods = ARRAY_SIZE(_methods) }
+#define UBUS_OBJECT_TYPE(_name, _methods) \\
+    { .name = _name, .id = 0, .methods = _methods, .n_methods = ARRAY_SIZE(_methods) }
 """
 INTERVALS = """
 struct uloop_interval;
@@ -72,7 +74,8 @@ OLDEST = [
     ("libubus.h", r"#define UBUS_TAG_\w+ \d\n", ""),
     ("libubus.h", r"    union \{\n        struct \{\n            struct list_head auto_subscribers;.*?\n    \};\n", ""),
     ("ubusmsg.h", r"    UBUS_STATUS_(NO_MEMORY|PARSE_ERROR|SYSTEM_ERROR),\n", ""),
-    ("libubox/uloop.h", r"\n    __attribute__\(\(deprecated\(.*?\)\)\);\nint64_t uloop_timeout_remaining64\(.*?\);", ";"),
+    ("libubox/uloop.h", r"\n    __attribute__\(\(deprecated\(.*?\)\)\);\nint64_t uloop_timeout_remaining64\(.*?\);",
+     ";"),
     ("libubox/blob.h", r"(blob_memdup)\(const (struct blob_attr)", r"\1(\2"),
     ("libubox/blobmsg.h", r",\n    BLOBMSG_CAST_INT64 = __BLOBMSG_TYPE_LAST", ""),
     ("libubox/blobmsg.h", r"static inline int blobmsg_parse_(array_)?attr\(.*?\n\}\n", ""),
@@ -83,14 +86,14 @@ OLDEST = [
 VARIANTS = {"today": TODAY, "oldest": OLDEST}
 
 
-def make(folder, variant):
+def make(folder: pathlib.Path, variant: str) -> pathlib.Path:
     """Writes a variant's headers into a folder; returns the folder."""
     for headers in common.BUS_HEADERS:
         shutil.copytree(headers, folder, dirs_exist_ok=True)
     for name, pattern, replacement in VARIANTS[variant]:
         path = folder / name
-        text, count = re.subn(pattern, replacement if "\\1" in replacement else lambda _, new=replacement: new,
-                              path.read_text(), flags=re.S)
+        new = replacement if "\\1" in replacement else replacement.replace("\\", r"\\")
+        text, count = re.subn(pattern, new, path.read_text(), flags=re.S)
         assert count >= 1, (name, pattern)
         path.write_text(text)
     return folder

@@ -1,20 +1,25 @@
 """Other builds of the bus and configuration libraries, of the same ABI: another compiler where there is one, without
 optimisation, and with the broker's socket where older images have it."""
 
+import pathlib
 import re
 import shutil
+from collections.abc import Sequence
 
 from tests.package import bus_headers, common
 
-SOURCES = {"libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_build", "blobmsg_parse", "uloop", "uloop_fd",
-                                      "uloop_process", "uloop_timeout"], []),
-           "libblobmsg_json.so": ("libubox", ["json_format", "json_parse"], ["-lubox", "-ljson-c"]),
-           "libubus.so": ("libubus", None, ["-lubox"]),
-           "libuci.so": ("libuci", None, [])}
+# Library: its part of the tree, its sources there (None: all), what it is linked with.
+SOURCES: dict[str, tuple[str, list[str] | None, list[str]]] = {
+    "libubox.so": ("libubox", ["avl", "blob", "blob_parse", "blobmsg_build", "blobmsg_parse", "uloop", "uloop_fd",
+                               "uloop_process", "uloop_timeout"], []),
+    "libblobmsg_json.so": ("libubox", ["json_format", "json_parse"], ["-lubox", "-ljson-c"]),
+    "libubus.so": ("libubus", None, ["-lubox"]),
+    "libuci.so": ("libuci", None, []),
+}
 WIRE = common.ROOT / "compat/libubus/wire"
 
 
-def build(folder, compiler=()):
+def build(folder: pathlib.Path, compiler: Sequence[str] = ()) -> list[str]:
     """Fills a folder with the four libraries; returns their names. compiler: its words, for another processor."""
     words = compiler or [shutil.which("clang++") or "g++"]
     headers = folder / "include"

@@ -2,14 +2,13 @@
 
 import pathlib
 import re
+from collections.abc import Iterable
 
 import pytest
 
 from tests.package import common
-from tests.package.test_feed import laid  # noqa: F401
-from tests.package.test_install import dpkg, package  # noqa: F401
 
-pytestmark = dpkg
+pytestmark = common.dpkg
 
 # Programs and libraries without an array on the stack have nothing to guard.
 NO_CANARY = {"lab-shim.so"}
@@ -23,15 +22,17 @@ def binaries(folder: pathlib.Path) -> dict[str, pathlib.Path]:
 
 
 @pytest.fixture(scope="module")
-def shipped(laid: dict[str, pathlib.Path], package: tuple[pathlib.Path, pathlib.Path]) -> dict[str, pathlib.Path]:  # noqa: F811
+def shipped(laid: common.Packages, package: common.DebianPackage) -> dict[str, pathlib.Path]:
     """What says where it is from -> a binary of a package."""
-    found = {f"{name}: {file}": path for name, folder in laid.items() for file, path in binaries(folder / "data").items()}
+    found = {f"{name}: {file}": path for name, folder in laid.items()
+             for file, path in binaries(folder / "data").items()}
     found |= {f"debian: {file}": path for file, path in binaries(package[1]).items()}
-    assert {"ivarode: ivarode", "libsys: libsys.so", "libsys: ivarode-dbg", "debian: ubusd", "debian: lab-agent"} <= set(found)
+    assert {"ivarode: ivarode", "libsys: libsys.so", "libsys: ivarode-dbg", "debian: ubusd",
+            "debian: lab-agent"} <= set(found)
     return found
 
 
-def lacking(shipped: dict[str, pathlib.Path], tool: list[str], wanted: str, without: set[str] = frozenset()) -> list[str]:
+def lacking(shipped: dict[str, pathlib.Path], tool: list[str], wanted: str, without: Iterable[str] = ()) -> list[str]:
     return [name for name, path in shipped.items()
             if name.split(": ")[1] not in without and not re.search(wanted, common.run(*tool, path))]
 
@@ -55,7 +56,8 @@ def test_calls_that_write_know_how_much_room_there_is(shipped: dict[str, pathlib
 
 
 def test_returns_have_a_shadow_where_the_machine_offers_one(shipped: dict[str, pathlib.Path]) -> None:
-    on = {name: path for name, path in shipped.items() if MACHINE_WITH_SHADOW_STACK in common.run("readelf", "-h", path)}
+    on = {name: path for name, path in shipped.items()
+          if MACHINE_WITH_SHADOW_STACK in common.run("readelf", "-h", path)}
     if not on:
         pytest.skip("no such machine")
     assert not lacking(on, ["readelf", "-nW"], r"SHSTK")

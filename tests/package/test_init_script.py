@@ -1,6 +1,7 @@
 """The init script, run by a stand-in of the frame that runs service scripts, in a root and network of its own."""
 
 import json
+import pathlib
 
 import pytest
 
@@ -11,9 +12,9 @@ pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbo
 
 FRAME = common.ROOT / "lab/rc/rc.common"
 # "sysctl" is not on every machine that runs this.
-PREPARE = """
+PREPARE = f"""
 cat >/etc/rc.common <<'END-OF-FRAME'
-%s
+{FRAME.read_text()}
 END-OF-FRAME
 printf '#!/bin/sh\\necho "sysctl $*" >>/root/calls\\n' >/stub/sysctl
 chmod 755 /stub/sysctl
@@ -21,15 +22,15 @@ init=/etc/init.d/ivarode
 """
 
 
-def run(script, tmp_path):
-    return sandbox.run(PREPARE % FRAME.read_text() + script, tmp_path)
+def run(script: str, tmp_path: pathlib.Path) -> str:
+    return sandbox.run(PREPARE + script, tmp_path)
 
 
-def calls(output, command):
+def calls(output: str, command: str) -> list[str]:
     return [line[len(command) + 1:] for line in output.splitlines() if line.startswith(command + " ")]
 
 
-def test_start_hands_one_instance_to_the_supervisor(tmp_path):
+def test_start_hands_one_instance_to_the_supervisor(tmp_path: pathlib.Path) -> None:
     out = run("$init start; cat /root/calls", tmp_path)
     requests = calls(out, "ubus")
     assert len(requests) == 1 and requests[0].startswith("call service set ")
@@ -39,13 +40,13 @@ def test_start_hands_one_instance_to_the_supervisor(tmp_path):
         "capabilities": "/etc/capabilities/ivarode.json", "jail": {"name": "ivarode", "mount": {}}}}}
 
 
-def test_start_prepares_forwarding_and_the_login_database(tmp_path):
+def test_start_prepares_forwarding_and_the_login_database(tmp_path: pathlib.Path) -> None:
     out = run("$init start; cat /root/calls; ls -ln /tmp/calmora/db/net_stat.db", tmp_path)
     assert calls(out, "sysctl") == ["-qw net.ipv4.ip_forward=1"]
     assert "\n-rw------- 1 0 0 " in out
 
 
-def test_start_warns_and_goes_on_where_nothing_confines_it(tmp_path):
+def test_start_warns_and_goes_on_where_nothing_confines_it(tmp_path: pathlib.Path) -> None:
     warning = "-t ivarode -p daemon.warning runs with all privileges: the supervisor's jail helper is not installed"
     out = run("$init start; cat /root/calls", tmp_path)
     assert warning in calls(out, "logger") and len(calls(out, "ubus")) == 1
@@ -53,13 +54,13 @@ def test_start_warns_and_goes_on_where_nothing_confines_it(tmp_path):
     assert not calls(out, "logger") and len(calls(out, "ubus")) == 1
 
 
-def test_start_goes_on_without_the_database(tmp_path):
+def test_start_goes_on_without_the_database(tmp_path: pathlib.Path) -> None:
     out = run("ln -s /root /tmp/calmora; $init start 2>&1; cat /root/calls; ls -A /root", tmp_path)
     assert any("PPP logins cannot be recorded" in line for line in calls(out, "logger"))
     assert len(calls(out, "ubus")) == 1 and out.endswith("\ncalls\n")
 
 
-def test_stop_ends_the_service_and_removes_what_it_laid(tmp_path):
+def test_stop_ends_the_service_and_removes_what_it_laid(tmp_path: pathlib.Path) -> None:
     out = run(sandbox.SUPERVISOR + """
 ip link add lan1 type bridge; ip link set lan1 up; ip addr add 192.168.1.1/24 dev lan1
 ip rule add pref 10000 lookup 10000; ip route add 10.0.0.0/8 via 192.168.1.2 table 10000 proto 105
@@ -75,21 +76,21 @@ cat /root/calls; echo ==; ip -4 rule; ip -br link; ls /run/ivarode/wan
     assert "lan1" not in left and "10000" not in left and "wan1" not in left
 
 
-def test_stop_twice_and_without_a_start(tmp_path):
+def test_stop_twice_and_without_a_start(tmp_path: pathlib.Path) -> None:
     assert "fine" in run("$init stop; $init stop; echo fine", tmp_path)
 
 
-def test_restart_is_a_stop_and_a_start(tmp_path):
+def test_restart_is_a_stop_and_a_start(tmp_path: pathlib.Path) -> None:
     requests = calls(run("$init restart; cat /root/calls", tmp_path), "ubus")
     asked = [request.split("call service ")[1].split()[0] for request in requests]
     assert asked == ["delete", "list", "list", "set"], "the lists are for clients that a killed daemon has left"
 
 
-def test_starts_before_whatever_needs_a_network(tmp_path):
+def test_starts_before_whatever_needs_a_network(tmp_path: pathlib.Path) -> None:
     assert run("$init enable; ls /etc/rc.d", tmp_path).split() == ["K90ivarode", "S20ivarode"]
 
 
-def test_output_goes_to_the_log_only_when_asked(tmp_path):
+def test_output_goes_to_the_log_only_when_asked(tmp_path: pathlib.Path) -> None:
     out = run("sed -i 's/^OUTPUT_TO_LOG=0/OUTPUT_TO_LOG=1/' $init; $init start; cat /root/calls", tmp_path)
     assert '"stderr":true' in calls(out, "ubus")[0]
 
@@ -97,7 +98,7 @@ def test_output_goes_to_the_log_only_when_asked(tmp_path):
 PLUGIN = common.ROOT / "image/sibling/usr/libexec/rpcd/ombrine.run"
 
 
-def test_the_siblings_plug_in_answers():
+def test_the_siblings_plug_in_answers() -> None:
     assert json.loads(common.run(PLUGIN, "list")) == {"run": {}}
     assert json.loads(common.run(PLUGIN, "call", "run", input="{}")) == {}
     with pytest.raises(AssertionError):

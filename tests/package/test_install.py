@@ -2,33 +2,34 @@
 
 import json
 import os
+import pathlib
 import re
-import shutil
 import subprocess
 
 import pytest
 
 from tests.package import common
 
-PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode", "sbin/ivarode-dbg",
-            "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
-LIBRARIES = ["lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
+PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode",
+            "sbin/ivarode-dbg", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
+LIBRARIES = ["lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so",
+             "lib/libuci.so"]
 
 
 @pytest.fixture(scope="module")
-def root(tmp_path_factory):
+def root(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
     folder = tmp_path_factory.mktemp("root")
     common.run("cmake", "--install", common.BUILD, "--prefix", folder / "usr")
     common.run("cmake", "--install", common.BUILD, "--component", "image", "--prefix", folder)
     return folder
 
 
-def test_programs_and_libraries_are_there_and_nothing_else(root):
+def test_programs_and_libraries_are_there_and_nothing_else(root: pathlib.Path) -> None:
     laid = [name for name in common.files(root / "usr") if not name.startswith("share/")]
     assert laid == sorted(PROGRAMS + LIBRARIES)
 
 
-def test_every_program_finds_its_libraries_in_the_new_root(root):
+def test_every_program_finds_its_libraries_in_the_new_root(root: pathlib.Path) -> None:
     own = {name.removeprefix("lib/") for name in LIBRARIES}
     for name in PROGRAMS + LIBRARIES:
         for library, where in common.resolved(root / "usr" / name).items():
@@ -36,21 +37,21 @@ def test_every_program_finds_its_libraries_in_the_new_root(root):
                 assert os.path.realpath(where) == str(root / "usr/lib" / library), (name, library)
 
 
-def test_the_image_is_laid_as_it_is(root):
+def test_the_image_is_laid_as_it_is(root: pathlib.Path) -> None:
     for name in common.files(common.IMAGE):
         one, other = common.IMAGE / name, root / name
         assert one.read_bytes() == other.read_bytes(), name
         assert other.stat().st_mode == (0o100600 if name.startswith("etc/config/") else one.stat().st_mode), name
 
 
-def test_the_lab_is_laid_as_in_the_tree(root):
+def test_the_lab_is_laid_as_in_the_tree(root: pathlib.Path) -> None:
     for folder in ("image/files", "lab/boards", "lab/configs", "lab/vm", "lab/labctl"):
         wanted = [name for name in common.files(common.ROOT / folder) if "__pycache__" not in name]
         assert wanted and common.files(root / "usr/share/ivarode" / folder) == wanted
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="needs root")
-def test_access_files_are_as_the_broker_wants_them(root):
+def test_access_files_are_as_the_broker_wants_them(root: pathlib.Path) -> None:
     """Owned by root, writable by nobody else, and JSON; the broker passes over others without a word."""
     for name in ("usr/share/acl.d/ivarode.json", "usr/share/rpcd/acl.d/ivarode.json", "etc/capabilities/ivarode.json"):
         about = (root / name).stat()
@@ -58,7 +59,7 @@ def test_access_files_are_as_the_broker_wants_them(root):
         assert isinstance(json.loads((root / name).read_text()), dict)
 
 
-def test_names_of_the_capabilities():
+def test_names_of_the_capabilities() -> None:
     sets = json.loads((common.IMAGE / "etc/capabilities/ivarode.json").read_text())
     assert set(sets) == {"bounding", "effective", "permitted", "inheritable", "ambient"}
     known = dict(re.findall(r"^#define (CAP_[A-Z_]+)\s+(\d+)$", open("/usr/include/linux/capability.h").read(), re.M))
@@ -67,47 +68,34 @@ def test_names_of_the_capabilities():
     assert sorted(sets["bounding"]) == ["CAP_NET_ADMIN", "CAP_NET_RAW", "CAP_SYS_RAWIO"] and sets["ambient"] == []
 
 
-def test_what_the_init_script_names_is_in_the_root(root):
+def test_what_the_init_script_names_is_in_the_root(root: pathlib.Path) -> None:
     text = (root / "etc/init.d/ivarode").read_text()
     for path in re.findall(r"(?<![\w/])/(?:etc|lib|usr)/[\w./-]+", text):
         if path != "/etc/rc.common":
             assert (root / path[1:]).is_file(), path
 
 
-def test_what_survives_an_upgrade_exists_or_is_the_ppp_packages(root):
+def test_what_survives_an_upgrade_exists_or_is_the_ppp_packages(root: pathlib.Path) -> None:
     for path in (root / "lib/upgrade/keep.d/ivarode").read_text().split():
         assert (root / path[1:]).is_file() or path == "/etc/ppp/chap-secrets", path
 
 
 # --- the Debian package ------------------------------------------------------------------------------------
 
-dpkg = pytest.mark.skipif(shutil.which("dpkg-deb") is None, reason="no Debian tools")
 
-
-@pytest.fixture(scope="module")
-def package(tmp_path_factory):
-    """The package, made from the build as it is in a folder of its own."""
-    folder = tmp_path_factory.mktemp("deb")
-    common.run("cpack", "--config", common.BUILD / "CPackConfig.cmake", "-B", folder, cwd=folder)
-    found = list(folder.glob("*.deb"))
-    assert len(found) == 1
-    common.run("dpkg-deb", "-x", found[0], folder / "root")
-    return found[0], folder / "root"
-
-
-def control(path, field):
+def control(path: pathlib.Path, field: str) -> str:
     return common.run("dpkg-deb", "-f", path, field).strip()
 
 
-@dpkg
-def test_debian_package_names_itself(package):
+@common.dpkg
+def test_debian_package_names_itself(package: common.DebianPackage) -> None:
     path, _ = package
     assert path.name == f"ivarode_{control(path, 'Version')}_{control(path, 'Architecture')}.deb"
     assert control(path, "Description").startswith("network-interface manager")
 
 
-@dpkg
-def test_debian_package_keeps_to_itself(package):
+@common.dpkg
+def test_debian_package_keeps_to_itself(package: common.DebianPackage) -> None:
     """Files of other packages' names only below a folder of its own; links lead there."""
     _, root = package
     outside = [name for name in common.files(root) if not name.startswith("usr/lib/ivarode/")]
@@ -119,7 +107,7 @@ def test_debian_package_keeps_to_itself(package):
         assert os.access(root / name, os.X_OK)
 
 
-def owner(path):
+def owner(path: str) -> str:
     """The package of a file, which knows it below /lib or below /usr/lib."""
     real = os.path.realpath(path)
     for name in (path, real, real.removeprefix("/usr")):
@@ -129,8 +117,8 @@ def owner(path):
     raise AssertionError("no package has " + path)
 
 
-@dpkg
-def test_debian_package_depends_on_what_it_needs(package):
+@common.dpkg
+def test_debian_package_depends_on_what_it_needs(package: common.DebianPackage) -> None:
     path, root = package
     declared = {word.strip() for word in control(path, "Depends").split(",")}
     wanted = set()
@@ -144,16 +132,16 @@ def test_debian_package_depends_on_what_it_needs(package):
     assert "libsqlite3-0" in declared
 
 
-@dpkg
-def test_debian_package_could_be_installed(package):
+@common.dpkg
+def test_debian_package_could_be_installed(package: common.DebianPackage) -> None:
     done = subprocess.run(["apt-get", "install", "--simulate", str(package[0])], capture_output=True, text=True)
     if done.returncode != 0 and not list(os.scandir("/var/lib/apt/lists")):
         pytest.skip("this machine has no package lists")
     assert done.returncode == 0 and "Inst ivarode" in done.stdout, done.stdout + done.stderr
 
 
-@dpkg
-def test_programs_of_the_debian_package_run(package, tmp_path):
+@common.dpkg
+def test_programs_of_the_debian_package_run(package: common.DebianPackage, tmp_path: pathlib.Path) -> None:
     _, root = package
     environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path)}
     assert "usage: lab/lab" in common.run(root / "usr/bin/ivarode-lab", "--help", env=environment)
@@ -161,13 +149,14 @@ def test_programs_of_the_debian_package_run(package, tmp_path):
     # this one needs the libraries of the package, which it finds through the link as well
     assert "ivarode-switch" in common.run(root / "usr/sbin/ivarode-switch", "--help", env=environment)
     # the lab looks for its programs in the package, and for labs in the user's own folder
-    done = subprocess.run([str(root / "usr/bin/ivarode-lab"), "status"], capture_output=True, text=True, env=environment)
+    done = subprocess.run([str(root / "usr/bin/ivarode-lab"), "status"], capture_output=True, text=True,
+                          env=environment)
     assert done.returncode != 0 and "is not up" in done.stderr
     assert not list(root.rglob("__pycache__"))
 
 
-@dpkg
-def test_lab_of_the_debian_package_comes_up(package, tmp_path):
+@common.dpkg
+def test_lab_of_the_debian_package_comes_up(package: common.DebianPackage, tmp_path: pathlib.Path) -> None:
     """The whole board from nothing but the package's files; nothing is written among them."""
     _, root = package
     cache = os.environ.get("IVARODE_LAB_CACHE") or os.path.join(

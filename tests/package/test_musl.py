@@ -11,7 +11,6 @@ import subprocess
 import pytest
 
 from tests.package import common
-from tests.package.test_headers import FLAGS, SOURCES
 
 MUSL = pathlib.Path("/usr/include/x86_64-linux-musl")
 LOADER = pathlib.Path("/lib/ld-musl-x86_64.so.1")
@@ -37,8 +36,9 @@ struct ctype_base {
 };
 }
 """
-STANDINS = {"libubox.so": ("libubox/src", {"json_format", "json_parse"}, ()), "libubus.so": ("libubus/lib", set(), ("ubox",)),
-            "libuci.so": ("libuci/src", set(), ())}
+STANDINS: dict[str, tuple[str, set[str], tuple[str, ...]]] = {
+    "libubox.so": ("libubox/src", {"json_format", "json_parse"}, ()),
+    "libubus.so": ("libubus/lib", set(), ("ubox",)), "libuci.so": ("libuci/src", set(), ())}
 # What of the platform library needs the C library and the three alone.
 PLAIN = ["bus", "bus_call", "config", "debug", "file", "internal", "output", "strings", "time"]
 
@@ -56,14 +56,16 @@ def words(tmp_path_factory: pytest.TempPathFactory) -> list[str]:
     own = common.run("g++", "-print-file-name=include").strip()
     folders = [others, f"/usr/include/c++/{version}", f"/usr/include/x86_64-linux-gnu/c++/{version}", MUSL, own]
     return ["g++", "-nostdinc", "-nostdinc++", *(f"-isystem{folder}" for folder in folders), *MISFITS, "-include",
-            str(others / "missing.h"), *FLAGS,
+            str(others / "missing.h"), *common.FLAGS,
             *(f"-I{folder}" for folder in [common.ROOT / "src", common.ROOT / "libsys", *common.BUS_HEADERS])]
 
 
 def test_every_source_compiles(words: list[str]) -> None:
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        done = list(pool.map(lambda path: subprocess.run([*words, "-fsyntax-only", path], capture_output=True, text=True), SOURCES))
-    failed = [f"{path.relative_to(common.ROOT)}\n{result.stderr[:2000]}" for path, result in zip(SOURCES, done) if result.returncode]
+        done = list(pool.map(lambda path: subprocess.run([*words, "-fsyntax-only", path], capture_output=True,
+                                                         text=True), common.SOURCES))
+    failed = [f"{path.relative_to(common.ROOT)}\n{result.stderr[:2000]}"
+              for path, result in zip(common.SOURCES, done) if result.returncode]
     assert not failed, "\n".join(failed)
 
 
@@ -92,17 +94,21 @@ def linked(words: list[str], tmp_path_factory: pytest.TempPathFactory) -> pathli
     for name, (part, apart, libraries) in STANDINS.items():
         sources = [path for path in sorted((common.ROOT / "compat" / part).glob("*.cpp")) if path.stem not in apart]
         sources += sorted(wire.glob("*.cpp")) if name == "libubus.so" else []
-        link(name, compiled(words, folder / (name + ".o"), sources, f"-I{wire}", "-fvisibility=default"), libraries, "-shared")
+        link(name, compiled(words, folder / (name + ".o"), sources, f"-I{wire}", "-fvisibility=default"), libraries,
+             "-shared")
     plain = [common.ROOT / "libsys" / (name + ".cpp") for name in PLAIN]
     daemon = compiled(words, folder / "daemon.o", sorted(common.ROOT.glob("src/*/*.cpp")))
     platform = compiled(words, folder / "platform.o", [path for path in plain if path.exists()] + [PLATFORM])
     # Everything else of the platform succeeds without doing anything.
     asked = set(re.findall(r"\bU (\w+)", common.run("nm", *daemon)))
     there = set(re.findall(r"\bT (\w+)", common.run("nm", *platform)))
-    declared = set(re.findall(r"\b(\w+)\(", "\n".join(path.read_text() for path in common.ROOT.glob("src/platform/*.h"))))
+    declared = set(re.findall(r"\b(\w+)\(",
+                              "\n".join(path.read_text() for path in common.ROOT.glob("src/platform/*.h"))))
     rest = folder / "rest.cpp"
-    rest.write_text("".join(f'extern "C" int {name}();\nint {name}() {{ return 0; }}\n' for name in sorted((asked & declared) - there)))
-    link("libsys.so", platform + compiled(words, folder / "rest.o", [rest], "-fvisibility=default"), ("ubus", "ubox", "uci"), "-shared")
+    rest.write_text("".join(f'extern "C" int {name}();\nint {name}() {{ return 0; }}\n'
+                            for name in sorted((asked & declared) - there)))
+    link("libsys.so", platform + compiled(words, folder / "rest.o", [rest], "-fvisibility=default"),
+         ("ubus", "ubox", "uci"), "-shared")
     link("ivarode", daemon, ("sys", "ubus", "ubox"))
     return folder
 

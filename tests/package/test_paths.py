@@ -1,6 +1,7 @@
 """Fixed paths in folders that everybody may write to: nobody who was there first leads root's programs astray."""
 
 import base64
+import pathlib
 
 import pytest
 
@@ -17,7 +18,7 @@ echo "own $(cat /etc/resolv.conf)"
 """
 
 
-def test_resolvers_folder_of_root_is_used(tmp_path):
+def test_resolvers_folder_of_root_is_used(tmp_path: pathlib.Path) -> None:
     out = sandbox.run("mkdir -m 755 /tmp/resolv.conf.d" + SERVERS + "cat /tmp/resolv.conf.d/resolv.conf.auto", tmp_path)
     assert out == "own \nnameserver 203.0.113.9\n"
 
@@ -27,23 +28,23 @@ def test_resolvers_folder_of_root_is_used(tmp_path):
                                   "mkdir /root/trap; mkdir -m 775 /tmp/resolv.conf.d",
                                   "mkdir /root/trap; mkdir /tmp/resolv.conf.d; chown 65534 /tmp/resolv.conf.d",
                                   "mkdir /root/trap; echo >/tmp/resolv.conf.d"])
-def test_resolvers_folder_of_somebody_else_is_not(tmp_path, trap):
+def test_resolvers_folder_of_somebody_else_is_not(tmp_path: pathlib.Path, trap: str) -> None:
     out = sandbox.run(trap + SERVERS + "ls -A /root/trap; ! ls /tmp/resolv.conf.d/*.auto 2>/dev/null", tmp_path)
     assert out == "own nameserver 203.0.113.9\n"
 
 
 @pytest.mark.parametrize("trap, kept", [("echo secret >/root/file; ln -s /root/file $area", "secret"),
                                         ("echo theirs >$area; chown 65534 $area; ln $area /dev/shm/file", "theirs")])
-def test_debug_area_of_somebody_else_is_refused(tmp_path, trap, kept):
+def test_debug_area_of_somebody_else_is_refused(tmp_path: pathlib.Path, trap: str, kept: str) -> None:
     tool = base64.b64encode((common.BUILD / "bin/ivarode-dbg").read_bytes()).decode()
-    out = sandbox.run("""
+    out = sandbox.run(f"""
 mount -t tmpfs -o mode=1777 shm /dev/shm
 area=/dev/shm/ivarode-debug
-echo %s | base64 -d >/stub/tool; chmod 755 /stub/tool
+echo {tool} | base64 -d >/stub/tool; chmod 755 /stub/tool
 tool on daemon && echo fine; ls -ln $area | cut -c-10; rm $area
-%s
+{trap}
 tool on daemon 2>&1 || echo "status $?"
 cat /root/file /dev/shm/file 2>/dev/null || :
-""" % (tool, trap), tmp_path).splitlines()
+""", tmp_path).splitlines()
     assert out[:2] == ["fine", "-rw-------"]
     assert out[-2].startswith("status ") and out[-1] == kept
