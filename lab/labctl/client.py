@@ -253,7 +253,8 @@ class Lab:
                 try:
                     data = sock.recv(frames.CHUNK)
                 except socket.timeout as error:
-                    raise LabError(f"the board did not come up within {limit} s: see {self.state / 'hub.log'}") from error
+                    log = self.state / "hub.log"
+                    raise LabError(f"the board did not come up within {limit} s: see {log}") from error
                 if not data:
                     raise LabError("the lab has ended: see " + str(self.state / "hub.log"))
                 for kind, _, payload in reader.feed(data):

@@ -70,3 +70,15 @@ def bus_methods() -> dict[str, dict[str, Method]]:
             {int(status) for status in re.findall(r"-?\d+", row[2])}, "the platform's" in row[2],
             not row[3].endswith("changes nothing")) for row in rows}
     return found
+
+
+def uci_options() -> dict[str, set[str]]:
+    """{package: options read in src}"""
+    src = sandbox.ROOT / "src"
+
+    def read(*files: str) -> set[str]:
+        text = "".join((src / name).read_text() for name in files)
+        return set(re.findall(r'(?:\b(?:options\.)?(?:text|number|vlan|option))\("(\w+)"', text))
+
+    return {"lan_intf": read("netintf/uci_lan.cpp"), "wan_intf": read("netintf/uci_wan.cpp"),
+            "route_config": read("route/table.cpp"), "dhcp": read("netintf/dhcp_pool.cpp")}

@@ -73,24 +73,12 @@ def test_every_bus_method_has_an_example(name: str, method: str) -> None:
     assert re.search(re.escape(command) + r"\b", books.text("bus.md")), f"docs/bus.md has no example: {command}"
 
 
-def uci_options() -> dict[str, set[str]]:
-    """{package: options read in src}"""
-    src = sandbox.ROOT / "src"
-
-    def read(*files: str) -> set[str]:
-        text = "".join((src / name).read_text() for name in files)
-        return set(re.findall(r'(?:\b(?:options\.)?(?:text|number|vlan|option))\("(\w+)"', text))
-
-    return {"lan_intf": read("netintf/uci_lan.cpp"), "wan_intf": read("netintf/uci_wan.cpp"),
-            "route_config": read("route/table.cpp"), "dhcp": read("netintf/dhcp_pool.cpp")}
-
-
 @pytest.mark.parametrize("package", ["lan_intf", "wan_intf", "route_config", "dhcp"])
 def test_every_option_that_is_read_is_in_the_configuration_book(package: str) -> None:
     section = books.sections(books.text("configuration.md"))[f"Package `{package}`"]
     table = next(t for t in books.tables(section) if t[0][0] == "option")
     assert table[0] == ["option", "type", "default", "meaning", "example"]
-    read = uci_options()[package]
+    read = books.uci_options()[package]
     assert len(read) >= 6
     assert sorted(books.code(row[0])[0] for row in table[1:]) == sorted(read)
 
@@ -99,7 +87,7 @@ def test_no_other_package_is_read() -> None:
     walked = set()
     for path in messages.sources():
         walked |= set(re.findall(r'ucilib_foreach_section\("(\w+)"', path.read_text()))
-    assert walked == set(uci_options())
+    assert walked == set(books.uci_options())
 
 
 def anchors(markdown: str) -> set[str]:

@@ -12,7 +12,7 @@ from collections.abc import Iterator
 
 import pytest
 
-from tests.docs import books, sandbox, test_books
+from tests.docs import books, sandbox
 from tests.facts.daemon import facts
 
 ROOT = sandbox.ROOT
@@ -210,7 +210,7 @@ def sections_of(path: pathlib.Path) -> list[tuple[tuple[str, str], dict[str, str
 def test_sample_configuration_uses_options_that_are_read(package: str) -> None:
     for (kind, _), options in sections_of(sandbox.IMAGE / "etc/config" / package):
         assert kind == ("route" if package == "route_config" else "interface")
-        assert set(options) <= test_books.uci_options()[package]
+        assert set(options) <= books.uci_options()[package]
 
 
 def test_the_sibling_plug_in_answers() -> None:
@@ -251,7 +251,8 @@ def test_the_init_script_asks_for_the_right_instance(tmp_path: pathlib.Path) -> 
     script = "cat >/etc/rc.common <<'END'\n" + RC_COMMON + "END\nchmod 755 /etc/rc.common\n"
     out = sandbox.run(script + "/etc/init.d/ivarode start; ls /tmp/calmora/db", tmp_path).splitlines()
     assert out == ["sysctl -qw net.ipv4.ip_forward=1", f"logger -t ivarode -p daemon.warning {UNCONFINED}", "open",
-                   "param command /usr/sbin/ivarode", "param respawn 3600 5 0", "param stderr 0", "param no_new_privs 1",
+                   "param command /usr/sbin/ivarode", "param respawn 3600 5 0", "param stderr 0",
+                   "param no_new_privs 1",
                    "param capabilities /etc/capabilities/ivarode.json", "jail ivarode", "close", "order 20 90 1",
                    "net_stat.db"]
 

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 from tests.system import state
 from tests.system.held_lab import Lab
-from tests.system.test_restart import kill_daemon, restart
+from tests.system.daemon import kill_daemon, restart
 
 # As it stands where "nobody" has made it: another address for the WAN and a program for root to run, saved and not
 # committed.

@@ -69,7 +69,8 @@ def mask(capabilities: Iterable[int]) -> str:
 
 def confined(lab: Lab, kept: Iterable[str], *words: str) -> client.Command:
     """A program as the supervisor's helper starts it, with these capabilities."""
-    sets = {name: list(kept) for name in ("bounding", "effective", "permitted", "inheritable")} | {"ambient": []}
+    sets: dict[str, list[str]] = {name: list(kept) for name in ("bounding", "effective", "permitted", "inheritable")}
+    sets["ambient"] = []
     lab.put("router", "/run/kept.json", json.dumps(sets))
     return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/sbin/ujail", "--capabilities", "/run/kept.json",
                      "--no-new-privs", "--", *words)
@@ -110,7 +111,8 @@ def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any]) -> Non
         running.kill(15)
 
 
-@pytest.mark.parametrize("name, lacks", [("CAP_NET_ADMIN", "net pre init failed"), ("CAP_NET_RAW", "net pre init failed")])
+@pytest.mark.parametrize("name, lacks", [("CAP_NET_ADMIN", "net pre init failed"),
+                                         ("CAP_NET_RAW", "net pre init failed")])
 def test_without_either_it_ends(bare: Lab, name: str, lacks: str) -> None:
     """The firewall is the first to need them."""
     with confined(bare, set(numbers()) - {name}, "/usr/sbin/ivarode") as running:
