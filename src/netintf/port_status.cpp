@@ -58,5 +58,6 @@ int netintf_ubus_status(struct ubus_context *ctx, struct ubus_object *, struct u
     if (!reply_fill(words)) {
         return status_unknown_error;
     }
-    return netintf_reply_send(ctx, req);
+    ubus_send_reply(ctx, req, netintf_reply.head);
+    return status_ok;
 }

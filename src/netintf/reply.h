@@ -3,8 +3,6 @@
 // it beyond its handler.
 #pragma once
 
-#include "core/result.h"
-
 #include <libubus.h>
 #include <string.h>
 
@@ -15,10 +13,4 @@ inline int netintf_bmsg_add_string(const char *key, const char *text)
 {
     return blobmsg_add_field(&netintf_reply, BLOBMSG_TYPE_STRING, key, text,
                              static_cast<unsigned>(strlen(text) + 1));
-}
-
-// Sends the message as the reply. The status of the request: unknown error when it cannot be sent.
-inline bus_status netintf_reply_send(struct ubus_context *ctx, struct ubus_request_data *req)
-{
-    return ubus_send_reply(ctx, req, netintf_reply.head) == 0 ? status_ok : status_unknown_error;
 }

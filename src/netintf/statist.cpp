@@ -148,5 +148,6 @@ int netintf_ubus_statist(struct ubus_context *ctx, struct ubus_object *, struct 
             }
         }
     }
-    return netintf_reply_send(ctx, req);
+    ubus_send_reply(ctx, req, netintf_reply.head);
+    return status_ok;
 }
