@@ -6,7 +6,7 @@ from collections import Counter
 from collections.abc import Iterator
 from dataclasses import dataclass
 
-from source import Region, Source
+from tests.mutation.source import Region, Source
 
 COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"]}
 BINARY = {"&&": ["||"], "||": ["&&"], "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "%": ["*"],

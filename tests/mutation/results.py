@@ -7,7 +7,7 @@ from collections.abc import Iterable
 from dataclasses import asdict, dataclass
 from pathlib import Path
 
-from mutants import Key, Mutant
+from tests.mutation.mutants import Key, Mutant
 
 KILLED, SURVIVED, EQUIVALENT, BROKEN = "killed", "survived", "equivalent", "does not compile"
 VERDICTS = (KILLED, SURVIVED, EQUIVALENT, BROKEN)
@@ -35,7 +35,7 @@ def save(results: Iterable[Result], path: Path) -> None:
 
 
 def load(path: Path) -> list[Result]:
-    return [Result(**{**row, "key": Key(**row["key"])}) for row in json.loads(path.read_text(encoding="utf-8"))]
+    return [Result(Key(**row.pop("key")), **row) for row in json.loads(path.read_text(encoding="utf-8"))]
 
 
 class Equivalents:

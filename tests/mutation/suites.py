@@ -3,12 +3,14 @@ from __future__ import annotations
 
 import os
 import subprocess
-import sys
 import tempfile
-from collections.abc import Iterable
+from collections.abc import Iterable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any
+
+from tests.conformance.compare import check
+from tests.conformance.recording import Board, Command, record
+from tests.conformance.scenario import Scenario, load_all
 
 PROCESSOR_SECONDS = 2              # of a scenario, which takes some hundredths
 PROCESSOR_SECONDS_IN_PROCESS = 30  # of a program of tests, which takes one or two
@@ -54,33 +56,26 @@ class ReachMap:
         return frozenset(at for at, byte in enumerate(self.path.read_bytes()) if byte)
 
 
+class MutatedBoard(Board):
+    """What is run, with the mutant chosen."""
+
+    def __init__(self, build: Path, chosen: dict[str, str]) -> None:
+        super().__init__(build)
+        self.chosen = chosen
+
+    def command(self, script: Path, entry: Sequence[str] = (), arguments: Sequence[str] = ()) -> Command:
+        command, environment = super().command(script, entry, arguments)
+        return command, {**environment, **self.chosen}
+
+
 class Scenarios:
-    """The daemon driven whole, with the modules of tests/conformance."""
+    """The daemon driven whole, through the scenarios of the mutated tree."""
     name = "conformance"
 
     def __init__(self, root: Path, build: Path) -> None:
-        folder = root / "tests" / "conformance"
-        sys.path.insert(0, str(root))
-        from tests.conformance import compare  # pylint: disable=import-outside-toplevel,import-error
-        from tests.conformance import recording  # pylint: disable=import-outside-toplevel,import-error
-        from tests.conformance import scenario  # pylint: disable=import-outside-toplevel,import-error
-        self._check, self._recording = compare.check, recording
         self.build = build
-
-        class MutatedBoard(recording.Board):  # type: ignore[name-defined,misc]
-            """What is run, with the mutant chosen."""
-
-            def __init__(self, build: Path, settings: dict[str, str]) -> None:
-                super().__init__(build)
-                self.settings = settings
-
-            def command(self, *arguments: Any, **options: Any) -> tuple[list[str], dict[str, str]]:
-                command, environment = super().command(*arguments, **options)
-                return command, {**environment, **self.settings}
-
-        self._board = MutatedBoard
-        self._all: dict[str, Any] = {}
-        for one in scenario.load_all(folder):
+        self._all: dict[str, Scenario] = {}
+        for one in load_all(root / "tests" / "conformance"):
             name = f"{one.path.parent.name}/{one.path.stem}: {one.name}"
             while name in self._all:
                 name += "'"
@@ -90,10 +85,10 @@ class Scenarios:
         return list(self._all)
 
     def _run(self, name: str, build: Path, environment: dict[str, str]) -> tuple[list[str], bool]:
-        board = self._board(build, environment)
+        board = MutatedBoard(build, environment)
         with temporary_folder() as folder:
-            runs = self._recording.record(board, self._all[name], folder, timeout=WAITING_SECONDS)
-            return self._check(self._all[name], runs), any(run.exit == "timeout" for run, _ in runs)
+            runs = record(board, self._all[name], folder, timeout=WAITING_SECONDS)
+            return check(self._all[name], runs), any(run.exit == "timeout" for run, _ in runs)
 
     def learn(self, name: str, statements: int) -> tuple[Test, list[str]]:
         with temporary_folder() as folder:

@@ -2,19 +2,18 @@
 from __future__ import annotations
 
 import subprocess
-import sys
 from pathlib import Path
 
 import pytest
 
+from tests.mutation import results
+from tests.mutation.mutants import Key, Mutant, mutants_of
+from tests.mutation.source import Source
+from tests.mutation.tree import Markers
+
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-sys.path.insert(0, str(HERE))
 
-import results  # noqa: E402
-from mutants import Key, Mutant, mutants_of  # noqa: E402
-from source import Source  # noqa: E402
-from tree import Markers  # noqa: E402
 
 PLANTED = """
     if (signal_number < 0 || signal_number > 1000) {

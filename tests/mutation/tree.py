@@ -15,8 +15,8 @@ import subprocess
 from collections import defaultdict
 from pathlib import Path
 
-from mutants import Mutant
-from source import Region, Source
+from tests.mutation.mutants import Mutant
+from tests.mutation.source import Region, Source
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
