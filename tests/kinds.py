@@ -72,7 +72,7 @@ KINDS = {
     "mips": ("scenarios and model on little-endian and big-endian MIPS, emulated",
              lambda long: counting_runner("tests/mips/run", "-j", JOBS, *(["--scenarios"] if long else []))),
     "sanitize": ("scenarios, unit and fuzz tests again, under AddressSanitizer and UBSan", sanitized),
-    "strict": ("static analysis: cppcheck and clang-tidy over everything",
+    "strict": ("static analysis: cppcheck and clang-tidy over the sources, mypy and flake8 over the Python",
                lambda long: counting_runner("tests/strict/run", "--build", BUILD, "-j", JOBS,
                                             *(["--deep"] if long else []))),
     "bench": ("instructions that fixed scenarios take, against the table kept with them",

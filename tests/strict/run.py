@@ -1,8 +1,9 @@
-"""Analyses the sources with cppcheck and clang-tidy. What is left out is in .clang-tidy and cppcheck.txt, with reasons.
+"""Analyses the sources with cppcheck and clang-tidy, and the Python with mypy and flake8. What is left out is in
+.clang-tidy, cppcheck.txt, pyproject.toml and .flake8, with reasons.
 
 Most of the time is clang-tidy's analyser, which follows the ways through a function until it has seen as many states
 as it may. By default it may see a quarter of its usual number, in a quarter of the time; --deep gives it all.
-Each file counts as one test for each tool.
+Each source counts as one test for each tool, all of the Python as one.
 """
 import argparse
 import json
@@ -19,6 +20,7 @@ ROOT = HERE.parent.parent
 FOLDERS = ("src", "libsys", "compat", "seam", "lab")
 SHALLOW_STATES = 60000  # of a function; the analyser's own bound is 225000
 INCLUDES = ("src", "libsys", "compat/libubox/include", "compat/libubus/include", "compat/libuci/include")
+PYTHON = ("lab/labctl", "lab/lab", "tests")
 
 Check = Callable[[Path], tuple[int, str]]       # of a source: status and what is said
 
@@ -57,6 +59,14 @@ def clang_tidy(source: Path, build: Path, deep: bool) -> tuple[int, str]:
                     f"--header-filter=^{ROOT}/(src|libsys|seam|lab|compat/[a-z]+/(src|lib|broker|cli))/", source])
 
 
+def mypy(build: Path) -> tuple[int, str]:
+    return checked(["mypy", f"--cache-dir={build / 'mypy'}", *PYTHON])
+
+
+def flake8() -> tuple[int, str]:
+    return checked(["flake8", ".", "lab/lab"])
+
+
 def analyse(name: str, check: Check, sources: Sequence[Path], jobs: int) -> tuple[int, int]:
     passed = failed = 0
     with ThreadPoolExecutor(jobs) as pool:
@@ -66,7 +76,7 @@ def analyse(name: str, check: Check, sources: Sequence[Path], jobs: int) -> tupl
             else:
                 failed += 1
                 print(f"FAIL {name}: {source}\n{output}", flush=True)
-    print(f"{name}: {passed} files clean, {failed} not", flush=True)
+    print(f"{name}: {passed} clean, {failed} not", flush=True)
     return passed, failed
 
 
@@ -82,14 +92,19 @@ def main() -> int:
     if not sources:
         print(f"error: {build} compiles none of {', '.join(FOLDERS)}", file=sys.stderr)
         return 2
-    tools = {"cppcheck": cppcheck, "clang-tidy": lambda source: clang_tidy(source, build, options.deep)}
+    everything = [Path(".")]
+    tools: dict[str, tuple[Check, list[Path]]] = {
+        "mypy": (lambda _: mypy(build), everything), "flake8": (lambda _: flake8(), everything),
+        "cppcheck": (cppcheck, sources),
+        "clang-tidy": (lambda source: clang_tidy(source, build, options.deep), sources),
+    }
     passed = failed = skipped = 0
-    for name, check in tools.items():
+    for name, (check, subjects) in tools.items():
         if not shutil.which(name):
             print(f"skipped: {name} is not installed")
             skipped += 1
             continue
-        good, bad = analyse(name, check, sources, options.jobs)
+        good, bad = analyse(name, check, subjects, options.jobs)
         passed, failed = passed + good, failed + bad
     print(f"{passed} passed, {failed} failed, {skipped} skipped")
     return 1 if failed else 0
