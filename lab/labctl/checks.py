@@ -98,12 +98,13 @@ def translation(lab: client.Lab, topology: Topology) -> str:
     number, isp = sorted(topology.wans.items())[0]
     pc = topology.pcs()[0]
     with Capture(lab, topology.port[isp]) as port:
-        answer = need(ping(lab, pc, INTERNET), f"{pc} does not reach the internet host {INTERNET}")
+        ttl, milliseconds = need(ping(lab, pc, INTERNET), f"{pc} does not reach the internet host {INTERNET}")
         frames = need(port.frames(lambda fs: any(f.ip_dst == INTERNET for f in fs)),
                       f"nothing for {INTERNET} was seen on the WAN port")
         sources = {f.ip_src for f in frames if f.ip_dst == INTERNET and f.kind != "ARP"}
     need(sources == {topology.wan_address[number]}, f"the WAN sees the sources {', '.join(sorted(sources))}")
-    return "%s reaches %s through NAT as %s (ttl %d, %.1f ms)" % (pc, INTERNET, topology.wan_address[number], *answer)
+    return (f"{pc} reaches {INTERNET} through NAT as {topology.wan_address[number]} "
+            f"(ttl {ttl}, {milliseconds:.1f} ms)")
 
 
 def lan_stays_inside(lab: client.Lab, topology: Topology) -> str:
