@@ -20,7 +20,7 @@ ROOT = HERE.parent.parent
 FOLDERS = ("src", "libsys", "compat", "seam", "lab")
 SHALLOW_STATES = 60000  # of a function; the analyser's own bound is 225000
 INCLUDES = ("src", "libsys", "compat/libubox/include", "compat/libubus/include", "compat/libuci/include")
-PYTHON = ("lab/labctl", "lab/lab", "tests")
+PYTHON = ("lab/labctl", "lab/lab", "lab/vm/mkcpio.py", "lab/vm/unbz.py", "tests")
 
 Check = Callable[[Path], tuple[int, str]]       # of a source: status and what is said
 
