@@ -60,14 +60,20 @@ int uloop_signal_delete(struct uloop_signal *s);
 """
 OLD_SOCKET = "/var/run/ubus.sock"
 
+# The stand-ins' own macros of methods, which name no member.
+OWN_MACROS = ("libubus.h",
+              r"#define UBUS_METHOD_FIELDS_\(.*?#define UBUS_OBJECT_TYPE\(_name, _methods\).*?\n    \}\n", "")
+
 # File, what is there, what is there instead.
 TODAY = [
     ("libubox/uloop.h", r"\Z", INTERVALS),
     ("libubox/avl.h", r"\Z", TREE_MACROS),
+    OWN_MACROS,
     ("ubus_common.h", r"\Z", METHOD_MACROS["today"] + METHOD_USERS),
 ]
 OLDEST = [
     ("libubox/avl.h", r"\Z", TREE_MACROS),
+    OWN_MACROS,
     ("ubus_common.h", r"\Z", METHOD_MACROS["oldest"] + METHOD_USERS),
     ("ubus_common.h", r'(#define UBUS_UNIX_SOCKET) "[^"]*"', fr'\1 "{OLD_SOCKET}"'),
     ("libubus.h", r"    unsigned long tags;\n", ""),

@@ -47,7 +47,7 @@ link_target() {
 is_safe_folder() (
     if [ "$1" != / ]; then
         parent=${1%/*}
-        is_safe_folder "${parent:-/}" "$2" || exit 1
+        is_safe_folder "${parent:-/}" "${2:-0}" || exit 1
     fi
     case $(file_facts "$1") in
     d????-??-?' 0' | d????????[tT]' 0') exit 0 ;;
