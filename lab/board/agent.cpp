@@ -95,7 +95,7 @@ void Carrier::take(Frame frame)
     } else if (frame.type == FrameType::exec && !board_channel_) {
         channel_.send(FrameType::exit, frame.id, "failed no board is up");
     } else {
-        if (frame.type == FrameType::Stdin) {
+        if (frame.type == FrameType::input) {
             executor_.input(frame.id, frame.payload);
         } else if (frame.type == FrameType::kill && !frame.payload.empty()) {
             executor_.kill(frame.id, frame.payload[0]);

@@ -23,7 +23,7 @@ void Board::run(uint32_t id)
 
 void Board::take(Frame frame)
 {
-    if (frame.type == FrameType::Stdin) {
+    if (frame.type == FrameType::input) {
         executor_.input(frame.id, frame.payload);
     } else if (frame.type == FrameType::kill && !frame.payload.empty()) {
         executor_.kill(frame.id, frame.payload[0]);
@@ -52,7 +52,7 @@ void Board::answer(uint32_t id, const std::string &text, int status)
 {
     waiting_.erase(id);
     if (!text.empty()) {
-        channel_.send(status == 0 ? FrameType::Stdout : FrameType::Stderr, id, text);
+        channel_.send(status == 0 ? FrameType::output : FrameType::errors, id, text);
     }
     channel_.send(FrameType::exit, id, "exit " + std::to_string(status));
 }

@@ -142,7 +142,7 @@ void Executor::output_ready(Job &job, bool error)
         finish_if_done(job);
         return;
     }
-    channel_.send(error ? FrameType::Stderr : FrameType::Stdout, job.id,
+    channel_.send(error ? FrameType::errors : FrameType::output, job.id,
                   std::string_view(buffer.data(), static_cast<size_t>(n)));
     if (channel_.congested()) {
         hold_back(true);

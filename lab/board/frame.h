@@ -3,8 +3,8 @@
 //
 // A frame is: payload length (32 bit, big-endian), request id (32 bit, big-endian), type (8 bit), payload.
 // Towards the board a request is begun by Exec (NUL-separated: host, words of the command) and goes on with
-// Stdin (empty: end of input) and Kill (one byte: signal number). Up (NUL-separated: lab folder, folder of
-// programs) and Down raise and end the board. From the board come Stdout, Stderr and, once and last for each
+// input (empty: end of input) and Kill (one byte: signal number). Up (NUL-separated: lab folder, folder of
+// programs) and Down raise and end the board. From the board come output, errors and, once and last for each
 // request, Exit with one of the texts "exit N", "signal N", "failed REASON". Id 0 belongs to nobody: Note
 // carries a line for the operator's log.
 
@@ -19,12 +19,12 @@ namespace lab {
 
 enum class FrameType : uint8_t {
     exec = 1,
-    Stdin = 2,
+    input = 2,
     kill = 3,
     up = 4,
     down = 5,
-    Stdout = 16,
-    Stderr = 17,
+    output = 16,
+    errors = 17,
     exit = 18,
     note = 19,
 };

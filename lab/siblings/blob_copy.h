@@ -16,21 +16,21 @@ using BlobCopy = std::unique_ptr<blob_attr, FreeBlob>;
 // Libraries before 2024-12 declare blob_memdup's argument without const, and only read it.
 inline BlobCopy copy_blob(const blob_attr *attr)
 {
-    return BlobCopy(attr ? blob_memdup(const_cast<blob_attr *>(attr)) : nullptr);
+    return BlobCopy(attr != nullptr ? blob_memdup(const_cast<blob_attr *>(attr)) : nullptr);
 }
 
 class Message {
 public:
-    Message() { blob_buf_init(&buffer, 0); }
+    Message() { blob_buf_init(&buffer_, 0); }
     Message(const Message &) = delete;
     Message &operator=(const Message &) = delete;
-    ~Message() { blob_buf_free(&buffer); }
+    ~Message() { blob_buf_free(&buffer_); }
 
-    blob_buf *get() { return &buffer; }
-    blob_attr *head() { return buffer.head; }
+    blob_buf *get() { return &buffer_; }
+    blob_attr *head() { return buffer_.head; }
 
 private:
-    blob_buf buffer{};
+    blob_buf buffer_{};
 };
 
 } // namespace lab

@@ -19,7 +19,7 @@ public:
     // The handler gets the arguments and may reply; it returns a bus status.
     using Handler = std::function<int(blob_attr *arguments, const std::function<void(blob_attr *)> &reply)>;
 
-    explicit BusObject(std::string object_name) : name(std::move(object_name)) {}
+    explicit BusObject(std::string object_name) : name_(std::move(object_name)) {}
     BusObject(const BusObject &) = delete;
     BusObject &operator=(const BusObject &) = delete;
 
@@ -36,11 +36,11 @@ private:
     static int dispatch(ubus_context *context, ubus_object *object, ubus_request_data *request,
                         const char *method, blob_attr *arguments);
 
-    std::string name;
-    std::vector<ubus_method> methods;
-    std::vector<Handler> handlers;
-    ubus_object_type type{};
-    Node node{};
+    std::string name_;
+    std::vector<ubus_method> methods_;
+    std::vector<Handler> handlers_;
+    ubus_object_type type_{};
+    Node node_{};
 };
 
 class Bus {
@@ -63,12 +63,12 @@ private:
 
     void connect();
 
-    Node node{};
-    std::string path;
-    std::function<void()> connected_callback;
-    Timer retry;
-    bool had_connection = false;
-    bool connected = false;
+    Node node_{};
+    std::string path_;
+    std::function<void()> connected_callback_;
+    Timer retry_;
+    bool had_connection_ = false;
+    bool connected_ = false;
 };
 
 } // namespace lab

@@ -21,18 +21,18 @@ constexpr std::array<blobmsg_policy, 9> add_policy = {{{"name", BLOBMSG_TYPE_STR
 
 } // namespace
 
-DhcpRecorder::DhcpRecorder(std::string record_file) : path(std::move(record_file))
+DhcpRecorder::DhcpRecorder(std::string record_file) : path_(std::move(record_file))
 {
-    bus_object.add_method("add", add_policy.data(), static_cast<int>(add_policy.size()),
-                          [this](blob_attr *arguments, const auto &) { return add(arguments); });
-    bus_object.add_method("dump", nullptr, 0, [this](blob_attr *, const auto &reply) {
+    bus_object_.add_method("add", add_policy.data(), static_cast<int>(add_policy.size()),
+                           [this](blob_attr *arguments, const auto &) { return add(arguments); });
+    bus_object_.add_method("dump", nullptr, 0, [this](blob_attr *, const auto &reply) {
         Message message;
         dump(message.get());
         reply(message.head());
         return static_cast<int>(UBUS_STATUS_OK);
     });
-    bus_object.add_method("clear", nullptr, 0, [this](blob_attr *, const auto &) {
-        pools.clear();
+    bus_object_.add_method("clear", nullptr, 0, [this](blob_attr *, const auto &) {
+        pools_.clear();
         return static_cast<int>(UBUS_STATUS_OK);
     });
 }
@@ -40,18 +40,18 @@ DhcpRecorder::DhcpRecorder(std::string record_file) : path(std::move(record_file
 int DhcpRecorder::add(blob_attr *arguments)
 {
     // Kept as it came, right or wrong: judging it is the reader's business.
-    pools.push_back(copy_blob(arguments));
-    if (pools.size() > kept_pools) {
-        pools.pop_front();
+    pools_.push_back(copy_blob(arguments));
+    if (pools_.size() > kept_pools) {
+        pools_.pop_front();
     }
-    if (path.empty()) {
+    if (path_.empty()) {
         return UBUS_STATUS_OK;
     }
-    FILE *file = fopen(path.c_str(), "ae");
+    FILE *file = fopen(path_.c_str(), "ae");
     char *line = blobmsg_format_json(arguments, true);
-    const bool written = file && line && fprintf(file, "%s\n", line) > 0;
+    const bool written = file != nullptr && line != nullptr && fprintf(file, "%s\n", line) > 0;
     free(line);
-    if (file && fclose(file) != 0) {
+    if (file != nullptr && fclose(file) != 0) {
         return UBUS_STATUS_UNKNOWN_ERROR;
     }
     return written ? UBUS_STATUS_OK : UBUS_STATUS_UNKNOWN_ERROR;
@@ -60,7 +60,7 @@ int DhcpRecorder::add(blob_attr *arguments)
 void DhcpRecorder::dump(blob_buf *reply) const
 {
     void *array = blobmsg_open_array(reply, "pools");
-    for (const BlobCopy &pool : pools) {
+    for (const BlobCopy &pool : pools_) {
         blobmsg_add_field(reply, BLOBMSG_TYPE_TABLE, nullptr, blobmsg_data(pool.get()),
                           static_cast<unsigned>(blobmsg_data_len(pool.get())));
     }

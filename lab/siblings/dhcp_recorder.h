@@ -14,15 +14,15 @@ class DhcpRecorder {
 public:
     explicit DhcpRecorder(std::string record_file); // empty: no file
 
-    BusObject &object() { return bus_object; }
+    BusObject &object() { return bus_object_; }
 
 private:
     int add(blob_attr *arguments);
     void dump(blob_buf *reply) const;
 
-    BusObject bus_object{"dnsmasq.dhcp"};
-    std::string path;
-    std::deque<BlobCopy> pools;
+    BusObject bus_object_{"dnsmasq.dhcp"};
+    std::string path_;
+    std::deque<BlobCopy> pools_;
 };
 
 } // namespace lab

@@ -63,39 +63,39 @@ void add_pairs(blob_buf *reply, const char *name, const Pairs &pairs)
 
 Instance::Instance(InstanceOwner &instance_owner, OutputLog &output, std::string of_service,
                    std::string own_name)
-    : owner(instance_owner), log(output), service_name(std::move(of_service)),
-      instance_name(std::move(own_name)), child([this](int status) { exited(status); }),
-      kill_timer([this] { send_signal(SIGKILL); }), respawn_timer([this] { spawn(); })
+    : owner_(instance_owner), log_(output), service_name_(std::move(of_service)),
+      instance_name_(std::move(own_name)), child_([this](int status) { exited(status); }),
+      kill_timer_([this] { send_signal(SIGKILL); }), respawn_timer_([this] { spawn(); })
 {}
 
 void Instance::apply(InstanceRequest request, bool start_it)
 {
-    const bool same = request.config == config;
-    config = std::move(request.config);
-    user_data = std::move(request.data);
+    const bool same = request.config == config_;
+    config_ = std::move(request.config);
+    user_data_ = std::move(request.data);
     if (!running()) {
         if (start_it) {
             start();
         }
         return;
     }
-    if (stopping) {
-        after = start_it ? After::restart : After::nothing;
-    } else if (!same && config.reload_signal > 0) {
-        send_signal(config.reload_signal);
+    if (stopping_) {
+        after_ = start_it ? After::restart : After::nothing;
+    } else if (!same && config_.reload_signal > 0) {
+        send_signal(config_.reload_signal);
     } else if (!same) {
-        after = After::restart;
+        after_ = After::restart;
         terminate();
     }
 }
 
 void Instance::start()
 {
-    respawn_timer.cancel();
-    crash_count = 0;
+    respawn_timer_.cancel();
+    crash_count_ = 0;
     if (running()) {
-        if (stopping) {
-            after = After::restart;
+        if (stopping_) {
+            after_ = After::restart;
         }
         return;
     }
@@ -104,37 +104,37 @@ void Instance::start()
 
 void Instance::spawn()
 {
-    if (!config.startable()) {
-        log.line(label(), "not started: no usable command");
+    if (!config_.startable()) {
+        log_.line(label(), "not started: no usable command");
         return;
     }
-    const int output = log.writer(label());
-    const pid_t pid = output < 0 ? -1 : launch(config, owner.jail_helper(), output);
+    const int output = log_.writer(label());
+    const pid_t pid = output < 0 ? -1 : launch(config_, owner_.jail_helper(), output);
     if (output >= 0) {
         close(output);
     }
     if (pid < 0) {
-        log.line(label(), std::string("cannot be started: ") + strerror(errno));
+        log_.line(label(), std::string("cannot be started: ") + strerror(errno));
         return;
     }
-    child.watch(pid);
-    stopping = false;
-    after = After::nothing;
-    started_ms = now_ms();
-    if (!config.pidfile.empty()) {
-        written_pidfile = config.pidfile;
-        if (FILE *file = fopen(written_pidfile.c_str(), "we")) {
+    child_.watch(pid);
+    stopping_ = false;
+    after_ = After::nothing;
+    started_ms_ = now_ms();
+    if (!config_.pidfile.empty()) {
+        written_pidfile_ = config_.pidfile;
+        if (FILE *file = fopen(written_pidfile_.c_str(), "we")) {
             fprintf(file, "%d\n", pid);
             fclose(file);
         }
     }
-    log.line(label(), "started, process " + std::to_string(pid));
+    log_.line(label(), "started, process " + std::to_string(pid));
 }
 
 void Instance::stop()
 {
-    respawn_timer.cancel();
-    after = After::nothing;
+    respawn_timer_.cancel();
+    after_ = After::nothing;
     if (running()) {
         terminate();
     }
@@ -144,20 +144,20 @@ void Instance::remove()
 {
     stop();
     if (running()) {
-        after = After::removal;
+        after_ = After::removal;
     } else {
-        owner.gone(*this);
+        owner_.gone(*this);
     }
 }
 
 void Instance::terminate()
 {
-    if (stopping) {
+    if (stopping_) {
         return;
     }
-    stopping = true;
+    stopping_ = true;
     send_signal(SIGTERM);
-    kill_timer.set(config.term_timeout * 1000);
+    kill_timer_.set(config_.term_timeout * 1000);
 }
 
 int Instance::send_signal(int number)
@@ -165,31 +165,31 @@ int Instance::send_signal(int number)
     if (!running()) {
         return ESRCH;
     }
-    return kill(child.pid(), number) < 0 ? errno : 0;
+    return kill(child_.pid(), number) < 0 ? errno : 0;
 }
 
 void Instance::exited(int status)
 {
-    const bool wanted = stopping;
-    kill_timer.cancel();
-    stopping = false;
-    last_exit = exit_code_of(status);
-    if (!written_pidfile.empty()) {
-        unlink(written_pidfile.c_str());
-        written_pidfile.clear();
+    const bool wanted = stopping_;
+    kill_timer_.cancel();
+    stopping_ = false;
+    last_exit_ = exit_code_of(status);
+    if (!written_pidfile_.empty()) {
+        unlink(written_pidfile_.c_str());
+        written_pidfile_.clear();
     }
-    log.line(label(), "ended, exit code " + std::to_string(last_exit));
+    log_.line(label(), "ended, exit code " + std::to_string(last_exit_));
     if (!wanted) {
         crashed_or_done();
         return;
     }
-    switch (after) {
+    switch (after_) {
     case After::restart:
-        crash_count = 0;
+        crash_count_ = 0;
         spawn();
         break;
     case After::removal:
-        owner.gone(*this);
+        owner_.gone(*this);
         break;
     case After::nothing:
         break;
@@ -198,66 +198,66 @@ void Instance::exited(int status)
 
 void Instance::crashed_or_done()
 {
-    if (!config.respawn) {
+    if (!config_.respawn) {
         return;
     }
-    const bool lived_long = now_ms() - started_ms >= int64_t{config.respawn->threshold} * 1000;
-    crash_count = lived_long ? 0 : crash_count + 1;
-    if (config.respawn->retry > 0 && crash_count > config.respawn->retry) {
-        log.line(label(), "ends again and again; given up");
-        config.respawn.reset(); // nor is it listed any longer
+    const bool lived_long = now_ms() - started_ms_ >= int64_t{config_.respawn->threshold} * 1000;
+    crash_count_ = lived_long ? 0 : crash_count_ + 1;
+    if (config_.respawn->retry > 0 && crash_count_ > config_.respawn->retry) {
+        log_.line(label(), "ends again and again; given up");
+        config_.respawn.reset(); // nor is it listed any longer
         return;
     }
-    respawn_timer.set(config.respawn->timeout * 1000);
+    respawn_timer_.set(config_.respawn->timeout * 1000);
 }
 
 void Instance::describe(blob_buf *reply) const
 {
-    void *table = blobmsg_open_table(reply, instance_name.c_str());
+    void *table = blobmsg_open_table(reply, instance_name_.c_str());
     blobmsg_add_u8(reply, "running", running() ? 1 : 0);
     if (running()) {
-        add_number(reply, "pid", child.pid());
+        add_number(reply, "pid", child_.pid());
     }
-    if (!config.command.empty()) {
-        add_strings(reply, "command", config.command);
+    if (!config_.command.empty()) {
+        add_strings(reply, "command", config_.command);
     }
-    add_number(reply, "term_timeout", config.term_timeout);
+    add_number(reply, "term_timeout", config_.term_timeout);
     if (!running()) {
-        add_number(reply, "exit_code", last_exit);
+        add_number(reply, "exit_code", last_exit_);
     }
-    if (!config.errors.empty()) {
-        add_strings(reply, "errors", config.errors);
+    if (!config_.errors.empty()) {
+        add_strings(reply, "errors", config_.errors);
     }
-    add_pairs(reply, "env", config.env);
-    if (user_data) {
-        blobmsg_add_blob(reply, user_data.get());
+    add_pairs(reply, "env", config_.env);
+    if (user_data_) {
+        blobmsg_add_blob(reply, user_data_.get());
     }
-    add_pairs(reply, "limits", config.limits);
-    if (!config.netdev.empty()) {
-        add_strings(reply, "netdev", config.netdev);
+    add_pairs(reply, "limits", config_.limits);
+    if (!config_.netdev.empty()) {
+        add_strings(reply, "netdev", config_.netdev);
     }
-    if (config.reload_signal) {
-        add_number(reply, "reload_signal", config.reload_signal);
+    if (config_.reload_signal) {
+        add_number(reply, "reload_signal", config_.reload_signal);
     }
-    if (config.respawn) {
+    if (config_.respawn) {
         void *respawn = blobmsg_open_table(reply, "respawn");
-        add_number(reply, "threshold", config.respawn->threshold);
-        add_number(reply, "timeout", config.respawn->timeout);
-        add_number(reply, "retry", config.respawn->retry);
+        add_number(reply, "threshold", config_.respawn->threshold);
+        add_number(reply, "timeout", config_.respawn->timeout);
+        add_number(reply, "retry", config_.respawn->retry);
         blobmsg_close_table(reply, respawn);
     }
-    if (config.no_new_privs) {
+    if (config_.no_new_privs) {
         blobmsg_add_u8(reply, "no_new_privs", 1);
     }
-    add_text(reply, "capabilities", config.capabilities);
-    add_text(reply, "pidfile", config.pidfile);
-    add_text(reply, "user", config.user);
-    add_text(reply, "group", config.group);
-    if (config.jail) {
+    add_text(reply, "capabilities", config_.capabilities);
+    add_text(reply, "pidfile", config_.pidfile);
+    add_text(reply, "user", config_.user);
+    add_text(reply, "group", config_.group);
+    if (config_.jail) {
         void *jail = blobmsg_open_table(reply, "jail");
-        add_text(reply, "name", config.jail->name);
-        for (size_t i = 0; i < jail_options.size(); i++) {
-            blobmsg_add_u8(reply, jail_options[i], config.jail->options[i] ? 1 : 0);
+        add_text(reply, "name", config_.jail->name);
+        for (size_t i = 0; i < jail_options.size(); ++i) {
+            blobmsg_add_u8(reply, jail_options[i], config_.jail->options[i] ? 1 : 0);
         }
         blobmsg_close_table(reply, jail);
     }

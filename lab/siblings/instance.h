@@ -38,9 +38,9 @@ public:
     void remove();
     int send_signal(int number); // 0 or errno
 
-    bool running() const { return child.running(); }
-    const std::string &service() const { return service_name; }
-    const std::string &name() const { return instance_name; }
+    bool running() const { return child_.running(); }
+    const std::string &service() const { return service_name_; }
+    const std::string &name() const { return instance_name_; }
     void describe(blob_buf *reply) const;
 
 private:
@@ -50,23 +50,23 @@ private:
     void terminate();
     void exited(int status);
     void crashed_or_done();
-    std::string label() const { return service_name + "/" + instance_name; }
+    std::string label() const { return service_name_ + "/" + instance_name_; }
 
-    InstanceOwner &owner;
-    OutputLog &log;
-    std::string service_name;
-    std::string instance_name;
-    InstanceConfig config;
-    BlobCopy user_data;
-    Child child;
-    Timer kill_timer;
-    Timer respawn_timer;
-    bool stopping = false;
-    After after = After::nothing;
-    int last_exit = 0;
-    int crash_count = 0;
-    int64_t started_ms = 0;
-    std::string written_pidfile;
+    InstanceOwner &owner_;
+    OutputLog &log_;
+    std::string service_name_;
+    std::string instance_name_;
+    InstanceConfig config_;
+    BlobCopy user_data_;
+    Child child_;
+    Timer kill_timer_;
+    Timer respawn_timer_;
+    bool stopping_ = false;
+    After after_ = After::nothing;
+    int last_exit_ = 0;
+    int crash_count_ = 0;
+    int64_t started_ms_ = 0;
+    std::string written_pidfile_;
 };
 
 } // namespace lab

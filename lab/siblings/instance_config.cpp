@@ -51,7 +51,7 @@ constexpr std::array<blobmsg_policy, field_count> policy = {{
 std::vector<std::string> strings(blob_attr *array, bool &sound)
 {
     std::vector<std::string> list;
-    if (!array) {
+    if (array == nullptr) {
         return list;
     }
     if (blobmsg_check_array(array, BLOBMSG_TYPE_STRING) < 0) {
@@ -70,7 +70,7 @@ std::vector<std::string> strings(blob_attr *array, bool &sound)
 Pairs pairs(blob_attr *table, bool &sound)
 {
     Pairs list;
-    if (!table) {
+    if (table == nullptr) {
         return list;
     }
     if (blobmsg_check_array(table, BLOBMSG_TYPE_STRING) < 0) {
@@ -88,14 +88,14 @@ Pairs pairs(blob_attr *table, bool &sound)
 
 std::optional<Respawn> parse_respawn(blob_attr *array)
 {
-    if (!array) {
+    if (array == nullptr) {
         return std::nullopt;
     }
     Respawn respawn;
     bool sound = true;
     const std::vector<std::string> values = strings(array, sound);
     const std::array<int *, 3> targets = {&respawn.threshold, &respawn.timeout, &respawn.retry};
-    for (size_t i = 0; i < targets.size() && i < values.size(); i++) {
+    for (size_t i = 0; i < targets.size() && i < values.size(); ++i) {
         *targets[i] = atoi(values[i].c_str());
     }
     return respawn;
@@ -103,33 +103,33 @@ std::optional<Respawn> parse_respawn(blob_attr *array)
 
 std::optional<Jail> parse_jail(blob_attr *table)
 {
-    if (!table) {
+    if (table == nullptr) {
         return std::nullopt;
     }
     std::array<blobmsg_policy, jail_options.size() + 1> wanted{};
     std::array<blob_attr *, jail_options.size() + 1> tb{};
-    for (size_t i = 0; i < jail_options.size(); i++) {
+    for (size_t i = 0; i < jail_options.size(); ++i) {
         wanted[i] = {jail_options[i], BLOBMSG_TYPE_BOOL};
     }
     wanted.back() = {"name", BLOBMSG_TYPE_STRING};
     blobmsg_parse(wanted.data(), static_cast<int>(wanted.size()), tb.data(), blobmsg_data(table),
                   static_cast<unsigned>(blobmsg_data_len(table)));
     Jail jail;
-    jail.name = tb.back() ? blobmsg_get_string(tb.back()) : "";
-    for (size_t i = 0; i < jail_options.size(); i++) {
-        jail.options.push_back(tb[i] && blobmsg_get_bool(tb[i]));
+    jail.name = tb.back() != nullptr ? blobmsg_get_string(tb.back()) : "";
+    for (size_t i = 0; i < jail_options.size(); ++i) {
+        jail.options.push_back(tb[i] != nullptr && blobmsg_get_bool(tb[i]));
     }
     return jail;
 }
 
 std::string text(blob_attr *attr)
 {
-    return attr ? blobmsg_get_string(attr) : "";
+    return attr != nullptr ? blobmsg_get_string(attr) : "";
 }
 
 int number(blob_attr *attr, int otherwise)
 {
-    return attr ? static_cast<int>(blobmsg_get_u32(attr)) : otherwise;
+    return attr != nullptr ? static_cast<int>(blobmsg_get_u32(attr)) : otherwise;
 }
 
 } // namespace
@@ -144,7 +144,7 @@ InstanceRequest parse_instance(const blob_attr *table)
     config.command = strings(tb[field_command], config.sound);
     // A command that is missing or no list is a command to come; a list of nothing, or of other things, is
     // none.
-    config.sound &= !tb[field_command] || !config.command.empty();
+    config.sound &= tb[field_command] == nullptr || !config.command.empty();
     config.env = pairs(tb[field_env], config.sound);
     config.respawn = parse_respawn(tb[field_respawn]);
     config.netdev = strings(tb[field_netdev], config.sound);
@@ -162,7 +162,7 @@ InstanceRequest parse_instance(const blob_attr *table)
     config.limits = pairs(tb[field_limits], config.sound);
     config.jail = parse_jail(tb[field_jail]);
     config.capabilities = text(tb[field_capabilities]);
-    config.no_new_privs = tb[field_no_new_privs] && blobmsg_get_bool(tb[field_no_new_privs]);
+    config.no_new_privs = tb[field_no_new_privs] != nullptr && blobmsg_get_bool(tb[field_no_new_privs]);
     request.data = copy_blob(tb[field_data]);
     return request;
 }

@@ -122,7 +122,7 @@ Sets read_sets(const std::string &file)
     blobmsg_parse(sets_policy.data(), set_count, lists.data(), blob_data(buffer.head),
                   static_cast<unsigned>(blob_len(buffer.head)));
     Sets sets{};
-    for (size_t i = 0; i < sets.size(); i++) {
+    for (size_t i = 0; i < sets.size(); ++i) {
         sets[i] = mask_of(lists[i], file);
     }
     blob_buf_free(&buffer);
@@ -131,7 +131,7 @@ Sets read_sets(const std::string &file)
 
 void give_up_the_rest(const Sets &sets)
 {
-    for (unsigned long number = 0; prctl(PR_CAPBSET_READ, number, 0, 0, 0) >= 0; number++) {
+    for (unsigned long number = 0; prctl(PR_CAPBSET_READ, number, 0, 0, 0) >= 0; ++number) {
         if ((sets[bounding] >> number & 1) == 0) {
             need(prctl(PR_CAPBSET_DROP, number, 0, 0, 0), "giving up a capability");
         }
@@ -139,13 +139,13 @@ void give_up_the_rest(const Sets &sets)
     need(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0), "ambient capabilities");
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, 2> words{};
-    for (unsigned half = 0; half < words.size(); half++) {
+    for (unsigned half = 0; half < words.size(); ++half) {
         words[half] = {static_cast<uint32_t>(sets[effective] >> (32 * half)),
                        static_cast<uint32_t>(sets[permitted] >> (32 * half)),
                        static_cast<uint32_t>(sets[inheritable] >> (32 * half))};
     }
     need(syscall(SYS_capset, &header, words.data()), "capabilities");
-    for (unsigned long number = 0; number < names.size(); number++) {
+    for (unsigned long number = 0; number < names.size(); ++number) {
         if ((sets[ambient] >> number & 1) != 0) {
             need(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, number, 0, 0), "ambient capabilities");
         }

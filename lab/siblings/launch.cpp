@@ -40,14 +40,14 @@ bool become(const InstanceConfig &config)
 {
     const passwd *user = config.user.empty() ? nullptr : getpwnam(config.user.c_str());
     const group *own = config.group.empty() ? nullptr : getgrnam(config.group.c_str());
-    if (!user && !own) {
+    if (user == nullptr && own == nullptr) {
         return true;
     }
-    const gid_t gid = own ? own->gr_gid : user->pw_gid;
+    const gid_t gid = own != nullptr ? own->gr_gid : user->pw_gid;
     if (setgroups(1, &gid) < 0 || setgid(gid) < 0) {
         return false;
     }
-    return !user || setuid(user->pw_uid) == 0;
+    return user == nullptr || setuid(user->pw_uid) == 0;
 }
 
 struct Limit {

@@ -15,11 +15,11 @@ constexpr size_t longest_line = 1024;
 
 } // namespace
 
-OutputLog::OutputLog(const std::string &path) : file(-1)
+OutputLog::OutputLog(const std::string &path) : file_(-1)
 {
     if (!path.empty()) {
-        file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (file < 0) {
+        file_ = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        if (file_ < 0) {
             fprintf(stderr, "lab-siblings: cannot open %s: %s\n", path.c_str(), strerror(errno));
         }
     }
@@ -27,11 +27,11 @@ OutputLog::OutputLog(const std::string &path) : file(-1)
 
 OutputLog::~OutputLog()
 {
-    while (!readers.empty()) {
-        finish(readers.front());
+    while (!readers_.empty()) {
+        finish(readers_.front());
     }
-    if (file >= 0) {
-        close(file);
+    if (file_ >= 0) {
+        close(file_);
     }
 }
 
@@ -41,8 +41,8 @@ int OutputLog::writer(const std::string &name)
     if (pipe2(ends, O_CLOEXEC) < 0) {
         return -1;
     }
-    readers.push_back({{}, this, name, ""});
-    Reader &reader = readers.back();
+    readers_.push_back({{}, this, name, ""});
+    Reader &reader = readers_.back();
     reader.registration.cb = readable;
     reader.registration.fd = ends[0];
     uloop_fd_add(&reader.registration, ULOOP_READ);
@@ -53,7 +53,7 @@ void OutputLog::line(const std::string &name, const std::string &text)
 {
     const std::string whole = "[" + name + "] " + text + "\n";
     // One write, so that lines of several writers to the same file stay whole. A full disk loses the line.
-    if (write(file >= 0 ? file : STDERR_FILENO, whole.data(), whole.size()) < 0) {
+    if (write(file_ >= 0 ? file_ : STDERR_FILENO, whole.data(), whole.size()) < 0) {
         return;
     }
 }
@@ -79,7 +79,7 @@ void OutputLog::finish(Reader &reader)
     }
     uloop_fd_delete(&reader.registration);
     close(reader.registration.fd);
-    readers.remove_if([&](const Reader &other) { return &other == &reader; });
+    readers_.remove_if([&](const Reader &other) { return &other == &reader; });
 }
 
 void OutputLog::readable(uloop_fd *registration, unsigned)
@@ -89,7 +89,7 @@ void OutputLog::readable(uloop_fd *registration, unsigned)
     ssize_t length = 0;
     // After a hang-up the loop has dropped the descriptor already: everything must be taken now.
     do {
-        length = read(registration->fd, buffer, sizeof buffer);
+        length = read(registration->fd, buffer, sizeof(buffer));
         if (length > 0) {
             reader.log->take(reader, buffer, static_cast<size_t>(length));
         }

@@ -35,8 +35,8 @@ private:
     void take(Reader &reader, const char *bytes, size_t length);
     void finish(Reader &reader);
 
-    int file;
-    std::list<Reader> readers;
+    int file_;
+    std::list<Reader> readers_;
 };
 
 } // namespace lab

@@ -43,10 +43,10 @@ template <size_t N> Arguments<N> parse(const Policy<N> &policy, blob_attr *argum
 } // namespace
 
 ServiceObject::ServiceObject(OutputLog &output, const std::string &jail_helper)
-    : supervisor(output, jail_helper)
+    : supervisor_(output, jail_helper)
 {
     const auto method = [this](const char *name, const auto &policy, auto handler) {
-        bus_object.add_method(name, policy.data(), static_cast<int>(policy.size()), handler);
+        bus_object_.add_method(name, policy.data(), static_cast<int>(policy.size()), handler);
     };
     method("set", update_policy,
            [this](blob_attr *arguments, const auto &) { return update(arguments, true); });
@@ -55,7 +55,7 @@ ServiceObject::ServiceObject(OutputLog &output, const std::string &jail_helper)
     method("list", list_policy, [this](blob_attr *arguments, const auto &reply) {
         const auto tb = parse(list_policy, arguments);
         Message message;
-        supervisor.list(message.get(), tb[0] ? blobmsg_get_string(tb[0]) : "");
+        supervisor_.list(message.get(), tb[0] ? blobmsg_get_string(tb[0]) : "");
         reply(message.head());
         return static_cast<int>(UBUS_STATUS_OK);
     });
@@ -67,46 +67,46 @@ ServiceObject::ServiceObject(OutputLog &output, const std::string &jail_helper)
 int ServiceObject::update(blob_attr *arguments, bool replace)
 {
     const auto tb = parse(update_policy, arguments);
-    if (!tb[update_name]) {
+    if (tb[update_name] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
     ServiceRequest request;
     request.name = blobmsg_get_string(tb[update_name]);
     request.instances = tb[update_instances];
     request.data = tb[update_data];
-    request.autostart = !tb[update_autostart] || blobmsg_get_bool(tb[update_autostart]);
-    return supervisor.update(request, replace);
+    request.autostart = tb[update_autostart] == nullptr || blobmsg_get_bool(tb[update_autostart]);
+    return supervisor_.update(request, replace);
 }
 
 int ServiceObject::remove(blob_attr *arguments)
 {
     const auto tb = parse(delete_policy, arguments);
-    if (!tb[0]) {
+    if (tb[0] == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    return tb[1] ? supervisor.remove(blobmsg_get_string(tb[0]), blobmsg_get_string(tb[1]))
-                 : supervisor.remove(blobmsg_get_string(tb[0]));
+    return tb[1] != nullptr ? supervisor_.remove(blobmsg_get_string(tb[0]), blobmsg_get_string(tb[1]))
+                            : supervisor_.remove(blobmsg_get_string(tb[0]));
 }
 
 int ServiceObject::signal(blob_attr *arguments)
 {
     const auto tb = parse(signal_policy, arguments);
-    if (!tb[0]) {
+    if (tb[0] == nullptr) {
         return UBUS_STATUS_NOT_FOUND;
     }
-    const std::string instance = tb[1] ? blobmsg_get_string(tb[1]) : "";
-    const int number = tb[2] ? static_cast<int>(blobmsg_get_u32(tb[2])) : SIGHUP;
-    return supervisor.signal(blobmsg_get_string(tb[0]), tb[1] ? &instance : nullptr, number);
+    const std::string instance = tb[1] != nullptr ? blobmsg_get_string(tb[1]) : "";
+    const int number = tb[2] != nullptr ? static_cast<int>(blobmsg_get_u32(tb[2])) : SIGHUP;
+    return supervisor_.signal(blobmsg_get_string(tb[0]), tb[1] != nullptr ? &instance : nullptr, number);
 }
 
 int ServiceObject::state(blob_attr *arguments)
 {
     const auto tb = parse(state_policy, arguments);
-    if (!tb[0]) {
+    if (tb[0] == nullptr) {
         return UBUS_STATUS_INVALID_ARGUMENT;
     }
-    return tb[1] ? supervisor.set_state(blobmsg_get_string(tb[1]), blobmsg_get_bool(tb[0]))
-                 : UBUS_STATUS_NOT_FOUND;
+    return tb[1] != nullptr ? supervisor_.set_state(blobmsg_get_string(tb[1]), blobmsg_get_bool(tb[0]))
+                            : UBUS_STATUS_NOT_FOUND;
 }
 
 } // namespace lab

@@ -12,8 +12,8 @@ public:
     // `jail_helper` is the program that instances with a jail are started through.
     ServiceObject(OutputLog &output, const std::string &jail_helper);
 
-    BusObject &object() { return bus_object; }
-    Supervisor &services() { return supervisor; }
+    BusObject &object() { return bus_object_; }
+    Supervisor &services() { return supervisor_; }
 
 private:
     int update(blob_attr *arguments, bool replace);
@@ -21,8 +21,8 @@ private:
     int signal(blob_attr *arguments);
     int state(blob_attr *arguments);
 
-    BusObject bus_object{"service"};
-    Supervisor supervisor;
+    BusObject bus_object_{"service"};
+    Supervisor supervisor_;
 };
 
 } // namespace lab

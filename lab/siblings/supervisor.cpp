@@ -37,15 +37,15 @@ template <typename Map> std::vector<std::string> keys_of(const Map &map)
 void Supervisor::gone(Instance &instance)
 {
     // Taken out first and destroyed last: the names are its own.
-    const auto removed = services.at(instance.service()).instances.extract(instance.name());
+    const auto removed = services_.at(instance.service()).instances.extract(instance.name());
     vanish_if_done(instance.service());
 }
 
 void Supervisor::vanish_if_done(const std::string &name)
 {
-    const auto found = services.find(name);
-    if (found != services.end() && found->second.doomed && found->second.instances.empty()) {
-        services.erase(found);
+    const auto found = services_.find(name);
+    if (found != services_.end() && found->second.doomed && found->second.instances.empty()) {
+        services_.erase(found);
     }
 }
 
@@ -62,14 +62,14 @@ void Supervisor::apply_instances(const std::string &name, Service &service, blob
         const std::string instance = blobmsg_name(member);
         InstanceRequest request = parse_instance(member);
         if (!request.config.sound) {
-            log.line(name + "/" + instance,
-                     "dropped: no list of words as its command, or an impossible setting");
+            log_.line(name + "/" + instance,
+                      "dropped: no list of words as its command, or an impossible setting");
             continue;
         }
         named.insert(instance);
         auto &slot = service.instances[instance];
         if (!slot) {
-            slot = std::make_unique<Instance>(static_cast<InstanceOwner &>(*this), log, name, instance);
+            slot = std::make_unique<Instance>(static_cast<InstanceOwner &>(*this), log_, name, instance);
         }
         slot->apply(std::move(request), service.autostart);
     }
@@ -82,10 +82,10 @@ void Supervisor::apply_instances(const std::string &name, Service &service, blob
 
 int Supervisor::update(const ServiceRequest &request, bool replace)
 {
-    Service &service = services[request.name];
+    Service &service = services_[request.name];
     service.doomed = false;
     service.autostart = request.autostart;
-    if (request.data) {
+    if (request.data != nullptr) {
         service.user_data = copy_blob(request.data);
     }
     apply_instances(request.name, service, request.instances, replace);
@@ -94,8 +94,8 @@ int Supervisor::update(const ServiceRequest &request, bool replace)
 
 int Supervisor::remove(const std::string &name)
 {
-    const auto found = services.find(name);
-    if (found == services.end()) {
+    const auto found = services_.find(name);
+    if (found == services_.end()) {
         return UBUS_STATUS_NOT_FOUND;
     }
     // The service must outlive the loop, even if each instance is gone at once: it is doomed only afterwards.
@@ -109,8 +109,8 @@ int Supervisor::remove(const std::string &name)
 
 int Supervisor::remove(const std::string &name, const std::string &instance)
 {
-    const auto found = services.find(name);
-    if (found == services.end() || !found->second.instances.contains(instance)) {
+    const auto found = services_.find(name);
+    if (found == services_.end() || !found->second.instances.contains(instance)) {
         return UBUS_STATUS_NOT_FOUND;
     }
     found->second.instances.at(instance)->remove();
@@ -119,12 +119,12 @@ int Supervisor::remove(const std::string &name, const std::string &instance)
 
 int Supervisor::signal(const std::string &name, const std::string *instance, int number)
 {
-    const auto found = services.find(name);
-    if (found == services.end()) {
+    const auto found = services_.find(name);
+    if (found == services_.end()) {
         return UBUS_STATUS_NOT_FOUND;
     }
     const auto &instances = found->second.instances;
-    if (instance) {
+    if (instance != nullptr) {
         const auto one = instances.find(*instance);
         return one == instances.end() ? UBUS_STATUS_NOT_FOUND : status_of(one->second->send_signal(number));
     }
@@ -138,9 +138,9 @@ int Supervisor::signal(const std::string &name, const std::string *instance, int
 
 int Supervisor::set_state(const std::string &name, bool started)
 {
-    const auto found = services.find(name);
+    const auto found = services_.find(name);
     // A service on its way out cannot be called back by this: it would never vanish.
-    if (found == services.end() || found->second.doomed) {
+    if (found == services_.end() || found->second.doomed) {
         return UBUS_STATUS_NOT_FOUND;
     }
     for (const auto &[key, instance] : found->second.instances) {
@@ -155,7 +155,7 @@ int Supervisor::set_state(const std::string &name, bool started)
 
 void Supervisor::list(blob_buf *reply, const std::string &wanted) const
 {
-    for (const auto &[name, service] : services) {
+    for (const auto &[name, service] : services_) {
         if (!wanted.empty() && name != wanted) {
             continue;
         }
@@ -179,7 +179,7 @@ void Supervisor::list(blob_buf *reply, const std::string &wanted) const
 
 void Supervisor::remove_all()
 {
-    for (const std::string &name : keys_of(services)) {
+    for (const std::string &name : keys_of(services_)) {
         remove(name);
     }
 }

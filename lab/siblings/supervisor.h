@@ -19,7 +19,7 @@ struct ServiceRequest {
 
 class Supervisor final : private InstanceOwner {
 public:
-    Supervisor(OutputLog &output, std::string jail_helper) : log(output), helper(std::move(jail_helper)) {}
+    Supervisor(OutputLog &output, std::string jail_helper) : log_(output), helper_(std::move(jail_helper)) {}
 
     // Creates or updates. With `replace`, instances that the request does not name are stopped and removed.
     int update(const ServiceRequest &request, bool replace);
@@ -31,7 +31,7 @@ public:
     void list(blob_buf *reply, const std::string &service) const;
 
     void remove_all();
-    bool empty() const { return services.empty(); }
+    bool empty() const { return services_.empty(); }
 
 private:
     struct Service {
@@ -42,13 +42,13 @@ private:
     };
 
     void gone(Instance &instance) override;
-    const std::string &jail_helper() const override { return helper; }
+    const std::string &jail_helper() const override { return helper_; }
     void apply_instances(const std::string &name, Service &service, blob_attr *table, bool replace);
     void vanish_if_done(const std::string &name);
 
-    OutputLog &log;
-    std::string helper;
-    std::map<std::string, Service> services;
+    OutputLog &log_;
+    std::string helper_;
+    std::map<std::string, Service> services_;
 };
 
 } // namespace lab

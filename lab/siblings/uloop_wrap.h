@@ -11,11 +11,11 @@ namespace lab {
 
 class Timer {
 public:
-    explicit Timer(std::function<void()> callback) : action(std::move(callback))
+    explicit Timer(std::function<void()> callback) : action_(std::move(callback))
     {
-        node.self = this;
-        node.timeout.cb = [](uloop_timeout *timeout) {
-            const auto copy = reinterpret_cast<Node *>(timeout)->self->action;
+        node_.self = this;
+        node_.timeout.cb = [](uloop_timeout *timeout) {
+            const auto copy = reinterpret_cast<Node *>(timeout)->self->action_;
             copy();
         };
     }
@@ -23,9 +23,9 @@ public:
     Timer &operator=(const Timer &) = delete;
     ~Timer() { cancel(); }
 
-    void set(int milliseconds) { uloop_timeout_set(&node.timeout, milliseconds); }
-    void cancel() { uloop_timeout_cancel(&node.timeout); }
-    bool pending() const { return node.timeout.pending; }
+    void set(int milliseconds) { uloop_timeout_set(&node_.timeout, milliseconds); }
+    void cancel() { uloop_timeout_cancel(&node_.timeout); }
+    bool pending() const { return node_.timeout.pending; }
 
 private:
     struct Node {
@@ -33,32 +33,32 @@ private:
         Timer *self;
     };
 
-    Node node{};
-    std::function<void()> action;
+    Node node_{};
+    std::function<void()> action_;
 };
 
 // A child process. The callback gets the raw wait status.
 class Child {
 public:
-    explicit Child(std::function<void(int status)> callback) : action(std::move(callback))
+    explicit Child(std::function<void(int status)> callback) : action_(std::move(callback))
     {
-        node.self = this;
-        node.process.cb = [](uloop_process *process, int status) {
-            const auto copy = reinterpret_cast<Node *>(process)->self->action;
+        node_.self = this;
+        node_.process.cb = [](uloop_process *process, int status) {
+            const auto copy = reinterpret_cast<Node *>(process)->self->action_;
             copy(status);
         };
     }
     Child(const Child &) = delete;
     Child &operator=(const Child &) = delete;
-    ~Child() { uloop_process_delete(&node.process); }
+    ~Child() { uloop_process_delete(&node_.process); }
 
     void watch(pid_t process)
     {
-        node.process.pid = process;
-        uloop_process_add(&node.process);
+        node_.process.pid = process;
+        uloop_process_add(&node_.process);
     }
-    bool running() const { return node.process.pending; }
-    pid_t pid() const { return node.process.pid; }
+    bool running() const { return node_.process.pending; }
+    pid_t pid() const { return node_.process.pid; }
 
 private:
     struct Node {
@@ -66,8 +66,8 @@ private:
         Child *self;
     };
 
-    Node node{};
-    std::function<void(int)> action;
+    Node node_{};
+    std::function<void(int)> action_;
 };
 
 } // namespace lab
