@@ -40,12 +40,11 @@ bool become(const InstanceConfig &config)
 {
     const passwd *user = config.user.empty() ? nullptr : getpwnam(config.user.c_str());
     const group *own = config.group.empty() ? nullptr : getgrnam(config.group.c_str());
-    if (user == nullptr && own == nullptr) {
-        return true;
-    }
-    const gid_t gid = own != nullptr ? own->gr_gid : user->pw_gid;
-    if (setgroups(1, &gid) < 0 || setgid(gid) < 0) {
-        return false;
+    if (user != nullptr || own != nullptr) {
+        const gid_t gid = own != nullptr ? own->gr_gid : user->pw_gid;
+        if (setgroups(1, &gid) < 0 || setgid(gid) < 0) {
+            return false;
+        }
     }
     return user == nullptr || setuid(user->pw_uid) == 0;
 }
@@ -135,6 +134,7 @@ pid_t launch(const InstanceConfig &config, const std::string &jail_helper, int o
 {
     std::vector<std::string> words = words_of(config, jail_helper);
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words) {
         arguments.push_back(word.data());
     }
