@@ -41,7 +41,7 @@ void watch_begin();
 // What stands in for the event loop of the daemon.
 extern void (*event_loop)();
 
-// In process: forgets world, process, demands and trace, and begins anew, with the trace kept in memory. The
+// In process: forgets world, process, demands and trace, and starts again, with the trace kept in memory. The
 // debug area is unmapped.
 void begin_in_process();
 

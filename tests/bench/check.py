@@ -2,7 +2,7 @@
 
 A scenario fails when it takes over 5 % more instructions than the table says. What is counted is the code of this
 repository alone (daemon, platform library, stand-ins): neither the C library, which picks its routines by processor,
-nor the recorder, nor the kernel. With --update the table is written anew; it belongs into the commit that changed it.
+nor the recorder, nor the kernel. With --update the table is rewritten; it belongs into the commit that changed it.
 The counts hold for the compiler that the table names and for a Release build; others skip.
 """
 
@@ -209,7 +209,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/bench/check", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=Path, default=ROOT / "build", help="build folder (default: build)")
-    parser.add_argument("--update", action="store_true", help="write the table anew")
+    parser.add_argument("--update", action="store_true", help="rewrite the table")
     parser.add_argument("-k", metavar="TEXT", default="", help="only scenarios whose names hold the text")
     parser.add_argument("-j", type=int, default=os.cpu_count() or 1, help="scenarios at once")
     options = parser.parse_args()

@@ -95,7 +95,7 @@ def score(results: list[Result]) -> str:
 
 
 def compare(old: list[Result], new: list[Result]) -> list[str]:
-    """The mutants that were killed and survive now. Lines move and are written anew: what is not found by its whole
+    """The mutants that were killed and survive now. Lines move and are rewritten: what is not found by its whole
     key is looked for by file, function and change."""
     def loose(one: Result) -> tuple[str, str, str]:
         return one.key.file, one.key.function, one.key.change
