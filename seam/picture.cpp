@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <sstream>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -87,22 +86,16 @@ template <class A, class B> void read(const std::string &text, std::pair<A, B> &
 
 void read(const std::string &text, System::Row &row)
 {
-    std::istringstream in{text};
-    for (Text &column : row) {
-        std::string word;
-        std::getline(in, word, ' ');
-        column = word == "-" ? Text{} : word;
+    std::vector<std::string> columns = parts(text, " ");
+    columns.resize(row.size());
+    for (size_t i = 0; i < row.size(); ++i) {
+        row[i] = columns[i] == "-" ? Text{} : columns[i];
     }
 }
 
 void read(const std::string &text, std::vector<std::string> &rules)
 {
-    rules.clear();
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = std::min(text.find(between_rules, at), text.size());
-        rules.push_back(text.substr(at, end - at));
-        at = end + 3;
-    }
+    rules = text.empty() ? std::vector<std::string>{} : parts(text, between_rules);
 }
 
 // One kind of fact: its first word, how those of a system are shown, and how one is stated, or taken away
@@ -253,9 +246,8 @@ void load(const std::string &path)
     world.system.devices.clear();
     world.hardware.registers.clear();
     world.hardware.phys.clear();
-    std::istringstream in{*text};
-    for (std::string line; std::getline(in, line);) {
-        if (!state_fact(line)) {
+    for (const std::string &line : parts(*text, "\n")) {
+        if (!line.empty() && !state_fact(line)) {
             abort();
         }
     }

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-#include <vector>
 
 namespace seam {
 namespace {
@@ -87,6 +86,29 @@ std::string formatted(const char *fmt, va_list args)
     std::vector<char> text(static_cast<size_t>(length) + 1);
     std::vsnprintf(text.data(), text.size(), fmt, args);
     return {text.data(), text.size() - 1};
+}
+
+std::vector<std::string> words(const std::string &text)
+{
+    constexpr const char *blanks = " \t\n\v\f\r";
+    std::vector<std::string> out;
+    for (size_t at = text.find_first_not_of(blanks); at != text.npos;) {
+        const size_t end = text.find_first_of(blanks, at);
+        out.push_back(text.substr(at, end - at));
+        at = text.find_first_not_of(blanks, end);
+    }
+    return out;
+}
+
+std::vector<std::string> parts(const std::string &text, const std::string &between)
+{
+    std::vector<std::string> out;
+    size_t at = 0;
+    for (size_t end = 0; (end = text.find(between, at)) != text.npos; at = end + between.size()) {
+        out.push_back(text.substr(at, end - at));
+    }
+    out.push_back(text.substr(at));
+    return out;
 }
 
 std::optional<std::string> file_text(const std::string &path)

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace seam {
 
@@ -20,6 +21,10 @@ std::string mac_text(const uint8_t *mac);
 // The six bytes of a MAC; false for another text.
 bool mac_of(const std::string &text, uint8_t *mac);
 std::string formatted(const char *fmt, va_list args);
+// What stands between blanks.
+std::vector<std::string> words(const std::string &text);
+// What stands between separators; a text without any is one part.
+std::vector<std::string> parts(const std::string &text, const std::string &between);
 // The content of a file, past the seams; nothing for one that cannot be opened.
 std::optional<std::string> file_text(const std::string &path);
 

@@ -3,7 +3,6 @@
 #include "text.h"
 
 #include <algorithm>
-#include <sstream>
 
 namespace seam {
 
@@ -27,16 +26,6 @@ bool built_in(const std::string &chain)
 {
     return chain == "PREROUTING" || chain == "INPUT" || chain == "FORWARD" || chain == "OUTPUT" ||
            chain == "POSTROUTING";
-}
-
-std::vector<std::string> words(const std::string &line)
-{
-    std::istringstream in{line};
-    std::vector<std::string> out;
-    for (std::string word; in >> word;) {
-        out.push_back(word);
-    }
-    return out;
 }
 
 std::string joined(const std::vector<std::string> &words, size_t from)
