@@ -85,12 +85,22 @@ int Call::done(long result, std::string_view out)
         line += out;
     }
     trace_line(line, name_.site);
+    if (shown.changes && kind_ == Kind::action) {
+        trace_changes();
+    }
     return static_cast<int>(result);
 }
 
 void Call::say()
 {
     trace_line(prefix_ + whole(), name_.site);
+}
+
+void trace_changes()
+{
+    for (const std::string &fact : changed_facts()) {
+        trace_line("changed " + quote(fact));
+    }
 }
 
 void demand(unsigned nth, const std::string &pattern, long value, const std::string &out)

@@ -233,6 +233,9 @@ template <class... Arguments> void say(const Name &name, const Arguments &...arg
     Call(name, Call::Kind::saying, arguments...).say();
 }
 
+// A line for each fact of the world that has changed since the last time: changed "up lan1".
+void trace_changes();
+
 // "result NTH PATTERN VALUE OUT": NTH 0 for every match; a pattern without "(" is a function's name. The
 // newest rule that matches wins.
 void demand(unsigned nth, const std::string &pattern, long value, const std::string &out = {});

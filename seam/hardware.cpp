@@ -7,8 +7,9 @@ namespace {
 constexpr uint32_t pvid_register = 0x40;   // two ports in each, of 12 bits
 constexpr uint32_t vid_register = 0x50;    // two entries
 constexpr uint32_t member_register = 0x70; // four entries, of 8 bits
-constexpr uint32_t vlan_entries = 16;
-constexpr uint32_t front_ports = 5;
+constexpr uint32_t control_register = 0x98;
+constexpr uint32_t untag_register = 0x100; // four entries, of 7 bits
+constexpr uint32_t untagging_on = 0x8000;
 
 } // namespace
 
@@ -27,6 +28,16 @@ Hardware::VlanEntry Hardware::vlan_entry(uint32_t index) const
 uint32_t Hardware::pvid(uint32_t port) const
 {
     return field(pvid_register + 4 * (port / 2), 12 * (port % 2), 0xfff);
+}
+
+uint32_t Hardware::untagged(uint32_t index) const
+{
+    return field(untag_register + 4 * (index / 4), 7 * (index % 4), 0x7f);
+}
+
+bool Hardware::untagging() const
+{
+    return field(control_register, 0, untagging_on) != 0;
 }
 
 std::string Hardware::vlans() const

@@ -13,6 +13,7 @@ namespace {
 
 constexpr const char *between_rules = " ; ";
 std::string save_path;
+Facts last_facts;
 
 // How each type of key and value is written, and read.
 
@@ -234,6 +235,23 @@ bool state_fact(const std::string &fact)
     }
     return state_register(world.hardware, key,
                           static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 16)));
+}
+
+std::vector<std::string> changed_facts()
+{
+    Facts before = std::exchange(last_facts, all());
+    std::vector<std::string> out;
+    for (const auto &[key, value] : last_facts) {
+        const auto found = before.find(key);
+        if (found == before.end() || found->second != value) {
+            out.push_back(value.empty() ? key : key + " = " + value);
+        }
+        before.erase(key);
+    }
+    for (const auto &[key, value] : before) {
+        out.push_back("-" + key);
+    }
+    return out;
 }
 
 void load(const std::string &path)

@@ -185,11 +185,17 @@ Message message_behind()
 
 void run_call(const Line &line)
 {
-    const std::optional<int> status = call_method(line[1], line[2], message_behind());
-    if (!status) {
+    const Message message = message_behind();
+    const std::optional<int> status = call_method(line[1], line[2], message);
+    if (status) {
+        trace_line("status " + std::to_string(*status));
+    } else if (line[3] == "any") {
+        const auto is_named = [&](const ubus_object *object) { return object->name == line[1]; };
+        const bool known = std::any_of(process.objects.begin(), process.objects.end(), is_named);
+        trace_line("status " + std::to_string(known ? UBUS_STATUS_METHOD_NOT_FOUND : UBUS_STATUS_NOT_FOUND));
+    } else {
         script_error("no method " + line[1] + " " + line[2]);
     }
-    trace_line("status " + std::to_string(*status));
 }
 
 void demand_result(const Line &line)
@@ -219,6 +225,7 @@ constexpr Command commands[] = {
     {"netdev-unreadable", [](const Line & /*line*/) { world.net_dev.reset(); }},
     {"debug", [](const Line &line) { debug_words()[0] = line.number(1); }},
     {"fact", state_known_fact},
+    {"longest-name", [](const Line &line) { world.system.longest_name = line.number(1); }},
     {"load", [](const Line &line) { load(line[1]); }},
     {"save", [](const Line &line) { save_to(line[1]); }},
     // How it is recorded, and what is to happen.
@@ -227,6 +234,11 @@ constexpr Command commands[] = {
     {"quiet", [](const Line &line) { trace_quiet(line[1] != "off"); }},
     {"show-safe", [](const Line & /*line*/) { shown.safe_strings = true; }},
     {"show-options", [](const Line & /*line*/) { shown.options = true; }},
+    {"show-changes",
+     [](const Line & /*line*/) {
+         shown.changes = true;
+         trace_changes();
+     }},
     {"result", demand_result},
     {"forget", [](const Line & /*line*/) { demand_nothing(); }},
     {"kill-at", [](const Line &line) { kill_at(line.number(1)); }},

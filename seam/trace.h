@@ -14,6 +14,7 @@ namespace seam {
 struct Shown {
     bool safe_strings = false;
     bool options = false;
+    bool changes = false; // of the world, behind each action
 };
 extern Shown shown;
 

@@ -158,17 +158,23 @@ public:
 
     VlanEntry vlan_entry(uint32_t index) const;
     uint32_t pvid(uint32_t port) const;
+    // The ports that frames of an entry leave without a tag, where untagging is on.
+    uint32_t untagged(uint32_t index) const;
+    bool untagging() const;
     // A line for each entry of the VLAN table with a VLAN or a member ("1: 4091 members 1,2,6"), or for each
     // front port ("2: 4091").
     std::string vlans() const;
     std::string pvids() const;
+
+    static constexpr uint32_t register_block = 0x10110000; // of the CPU's addresses
+    static constexpr uint32_t vlan_entries = 16;
+    static constexpr uint32_t front_ports = 5;
 
     std::map<uint32_t, uint32_t> registers;
     std::map<std::pair<uint32_t, uint32_t>, uint32_t> phys;
     std::array<uint32_t, 8> port_words{}; // the kernel's answer to the query of ports
 
 private:
-    static constexpr uint32_t register_block = 0x10110000; // of the CPU's addresses
     uint32_t field(uint32_t offset, uint32_t shift, uint32_t mask) const;
 };
 
@@ -204,6 +210,9 @@ std::string lines_of(const Facts &facts, const std::string &prefix = {});
 std::string picture(const std::string &prefix);
 // "key = value" or "key"; "-key" takes a fact away. False for an unknown kind of fact.
 bool state_fact(const std::string &fact);
+
+// The facts that differ from those of the last time, as they are stated; the first time all there are.
+std::vector<std::string> changed_facts();
 
 // A file of facts in place of system and hardware; how these are kept when the daemon ends or is killed.
 void load(const std::string &path);
