@@ -1,4 +1,4 @@
-// The board file, /etc/board.json.
+// The board file.
 //
 // board_file   Owns the parsed file for its scope. load() and the checks below report what is wrong with it
 // through outlib_error as "file: key: reason", because only here file, key and reason are known together; the
@@ -6,13 +6,12 @@
 #pragma once
 
 #include "internal.h"
+#include "places.h"
 
 #include <cstdint>
 #include <json-c/json.h>
 
 namespace libsys {
-
-constexpr const char *board_path = "/etc/board.json";
 
 class board_file {
 public:

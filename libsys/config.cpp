@@ -5,14 +5,13 @@
 // in /tmp/.uci, where anybody may have been first, and would be taken for the administrator's.
 #include "exports.h"
 #include "internal.h"
+#include "places.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <uci.h>
 
 namespace {
-
-constexpr const char *folder = "/etc/config";
 
 int errno_of(int code)
 {
@@ -48,7 +47,7 @@ int ucilib_foreach_section(const char *package, const char *type, ucilib_section
         return libsys::fail(EINVAL, operation, "%s, %s", libsys::shown(package), libsys::shown(type));
     }
     char path[256];
-    int length = snprintf(path, sizeof(path), "%s/%s", folder, package);
+    int length = snprintf(path, sizeof(path), "%s/%s", libsys::config_folder, package);
     if (strchr(package, '/') != nullptr || length >= static_cast<int>(sizeof(path))) {
         return libsys::fail(EINVAL, operation, "%s, %s", package, type);
     }
