@@ -67,6 +67,8 @@ KINDS = {
     "contract": ("what the platform library promises, on the real kernel", lambda long: ctest("contract")),
     "conformance": ("the shipped daemon, call by call, through scenario files",
                     lambda long: counting_runner("tests/conformance/run", "--build", BUILD)),
+    "plan": ("what ivarode-plan says: its words, its statuses, and which ports meet when",
+             lambda long: pytest("tests/plan")),
     "fault": ("every call made to fail at each of its occurrences", fault),
     "fuzz": ("hostile input to everything that takes input from outside", fuzz),
     "mips": ("scenarios and model on little-endian and big-endian MIPS, emulated",

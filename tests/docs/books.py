@@ -46,6 +46,26 @@ def sections(markdown: str) -> dict[str, str]:
     return dict(zip(parts[1::2], parts[2::2]))
 
 
+def examples(book: str) -> list[tuple[int, str, list[str]]]:
+    """[(line, command, expected lines)] of a book's console blocks."""
+    found: list[tuple[int, str, list[str]]] = []
+    inside = False
+    for number, line in enumerate(text(book).splitlines(), 1):
+        if line.startswith("```"):
+            inside = line == "```console"
+        elif inside and line.startswith("$ "):
+            found.append((number, line[2:], []))
+        elif inside:
+            found[-1][2].append(line)
+    return found
+
+
+def matcher(expected: list[str]) -> re.Pattern[str]:
+    """"..." stands for any number of lines; blanks at the end of a line do not count."""
+    pattern = "".join("(?:.*\n)*?" if line == "..." else re.escape(line.rstrip()) + "\n" for line in expected)
+    return re.compile(pattern + r"\Z")
+
+
 @dataclass(frozen=True)
 class Method:
     """A row of the bus book."""

@@ -15,36 +15,16 @@ from tests.docs import books, sandbox
 from tests.docs.board import LAB, PATIENCE, PAUSE, run, until
 
 
-def examples(book: str) -> list[tuple[int, str, list[str]]]:
-    """[(line, command, expected lines)] of a book's console blocks."""
-    found: list[tuple[int, str, list[str]]] = []
-    inside = False
-    for number, line in enumerate(books.text(book).splitlines(), 1):
-        if line.startswith("```"):
-            inside = line == "```console"
-        elif inside and line.startswith("$ "):
-            found.append((number, line[2:], []))
-        elif inside:
-            found[-1][2].append(line)
-    return found
-
-
-def matcher(expected: list[str]) -> re.Pattern[str]:
-    """"..." stands for any number of lines; blanks at the end of a line do not count."""
-    text = "".join("(?:.*\n)*?" if line == "..." else re.escape(line.rstrip()) + "\n" for line in expected)
-    return re.compile(text + r"\Z")
-
-
 def test_the_comparison_can_fail() -> None:
-    assert matcher(["a", "...", "d"]).match("a\nb\nc\nd\n")
-    assert matcher(["a", "..."]).match("a\n")
-    assert not matcher(["a", "...", "d"]).match("a\nb\nd\ne\n")
-    assert not matcher([]).match("a\n")
+    assert books.matcher(["a", "...", "d"]).match("a\nb\nc\nd\n")
+    assert books.matcher(["a", "..."]).match("a\n")
+    assert not books.matcher(["a", "...", "d"]).match("a\nb\nd\ne\n")
+    assert not books.matcher([]).match("a\n")
 
 
 def test_the_bus_book(lab: None) -> None:
-    for line, command, expected in examples("bus.md"):
-        wanted = matcher(expected)
+    for line, command, expected in books.examples("bus.md"):
+        wanted = books.matcher(expected)
         deadline = time.monotonic() + PATIENCE
         while True:
             status, out, err = run(command)

@@ -1,0 +1,27 @@
+// What the platform library's readers of board file and configuration report, on this program's standard
+// error. Their debug lines are for the daemon's.
+
+#include "../../libsys/internal.h"
+#include "plan/options.h"
+#include "platform/output.h"
+#include "text.h"
+
+#include <cstdarg>
+
+using namespace seam;
+
+int outlib_error(const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    const std::string text = formatted(fmt, args);
+    va_end(args);
+    plan::complain(text.substr(0, text.find_last_not_of('\n') + 1));
+    return 0;
+}
+
+int libsys::fail(int error, const char * /*operation*/, const char * /*arguments*/, ...)
+{
+    errno = error == 0 ? EIO : error;
+    return -1;
+}
