@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cstdlib>
 
 namespace model {
 
@@ -294,6 +295,13 @@ void Bench::compare_path(unsigned port, unsigned tag)
         }
     }
     EXPECT_EQ(reached, expected) << "from port " << port << " with tag " << tag;
+}
+
+unsigned Bench::wanted(const char *variable, unsigned otherwise)
+{
+    const char *value = std::getenv(variable);
+    const int number = value == nullptr ? 0 : std::atoi(value);
+    return number > 0 ? static_cast<unsigned>(number) : otherwise;
 }
 
 } // namespace model

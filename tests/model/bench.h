@@ -44,6 +44,9 @@ protected:
     void compare_frames();
     bool differs() const { return HasFailure(); }
 
+    // How many of something: what a variable of the environment says, for shorter and longer runs.
+    static unsigned wanted(const char *variable, unsigned otherwise);
+
     std::unique_ptr<Oracle> oracle;
     seam::System &below = seam::world.system; // the daemon
     // How often each kind of step had each status.

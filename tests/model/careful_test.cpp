@@ -11,7 +11,6 @@
 namespace model {
 namespace {
 
-constexpr unsigned runs = 40;
 constexpr unsigned steps = 120;
 const Fields lan_fields{{"ipaddr", "10.1.0.1"}, {"netmask", "255.255.0.0"}};
 const Fields wan_fields{{"proto", "static"},
@@ -152,6 +151,7 @@ private:
 
 TEST_F(Careful, NothingStrangeEver)
 {
+    const unsigned runs = wanted("MODEL_RUNS", 40);
     std::mt19937 random;
     const auto table_at_start = oracle->sw.table;
     const std::string below_at_start = seam::lines_of(seam::facts(below));

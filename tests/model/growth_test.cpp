@@ -13,7 +13,6 @@ namespace model {
 namespace {
 
 constexpr unsigned warm_up = 200;
-constexpr unsigned rounds = 10'000;
 constexpr size_t allocator_noise = 4096;
 
 struct Held {
@@ -44,6 +43,7 @@ protected:
         for (unsigned i = 0; i < warm_up; i++) {
             round(i);
         }
+        const unsigned rounds = wanted("MODEL_ROUNDS", 10'000);
         // Twice, so that there is one older look in memory at this look as at the last.
         Held before = held();
         before = held();

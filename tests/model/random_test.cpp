@@ -3,7 +3,6 @@
 
 #include "bench.h"
 
-#include <cstdlib>
 #include <random>
 
 namespace model {
@@ -159,12 +158,9 @@ private:
     std::mt19937 random_;
 };
 
-// A longer run: MODEL_SEEDS=5000.
 TEST_F(Random, DaemonAndOracleStayAlike)
 {
-    const char *wanted = std::getenv("MODEL_SEEDS");
-    const unsigned seeds = wanted == nullptr ? 200 : static_cast<unsigned>(std::atoi(wanted));
-    ASSERT_GT(seeds, 0U);
+    const unsigned seeds = wanted("MODEL_SEEDS", 200);
     for (unsigned seed = 1; seed <= seeds && !differs(); seed++) {
         run(seed);
     }

@@ -15,7 +15,7 @@ from tests.conformance.scenario import Scenario, load_all
 PROCESSOR_SECONDS = 2              # of a scenario, which takes some hundredths
 PROCESSOR_SECONDS_IN_PROCESS = 30  # of a program of tests, which takes one or two
 WAITING_SECONDS = 60               # nothing waits for a clock; only what hangs comes to it
-MODEL_SEEDS = "10"
+SHORT_MODEL = {"MODEL_SEEDS": "10", "MODEL_RUNS": "8", "MODEL_ROUNDS": "100"}
 
 
 @dataclass
@@ -117,7 +117,7 @@ class Programs:
             try:
                 done = subprocess.run([self.program, *options], cwd=folder, stdin=subprocess.DEVNULL,
                                       stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
-                                      env={**os.environ, "MODEL_SEEDS": MODEL_SEEDS, **environment},
+                                      env={**os.environ, **SHORT_MODEL, **environment},
                                       timeout=5 * WAITING_SECONDS, check=False)
             except subprocess.TimeoutExpired:
                 return False, "", True
