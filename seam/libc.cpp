@@ -242,11 +242,10 @@ int kill(pid_t pid, int number) noexcept
 
 sighandler_t signal(int number, sighandler_t handler) noexcept
 {
-    if (!watching) {
-        return next<sighandler_t(int, sighandler_t)>("signal")(number, handler);
+    if (watching) {
+        say(__func__, number, Word{handler == SIG_IGN ? "ignore" : "handler"});
     }
-    say(__func__, number, Word{handler == SIG_IGN ? "ignore" : "handler"});
-    return SIG_DFL;
+    return next<sighandler_t(int, sighandler_t)>("signal")(number, handler);
 }
 
 // Time is virtual: no wait takes any.

@@ -27,6 +27,7 @@
 #include "route/table.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -339,6 +340,11 @@ constexpr operation operations[] = {
          netbd_lan_wan_init();
          return static_cast<int>(netbd_port_total_get());
      }},
+    {"netbd_board_type_get",
+     [] {
+         netbd_lan_wan_init();
+         return static_cast<int>(netbd_board_type_get());
+     }},
     {"netintf_vlan_users_count", vlan_users_count},
     {"netintf_vlan_users_count_null",
      [] {
@@ -358,6 +364,12 @@ constexpr operation operations[] = {
      }},
     {"ivarode_sig_handler", [] { return ivarode_sig_handler(static_cast<int>(number(0))); }},
     {"ivarode_sig_init", [] { return ivarode_sig_init(); }},
+    {"SIGTERM",
+     [] {
+         ivarode_sig_init();
+         std::raise(SIGTERM);
+         return 7;
+     }},
     {"ivarode_ubus_exit", [] { return ivarode_ubus_exit(1, nullptr, 5); }},
 };
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "netintf/proto.h"
 #include "netintf/registry.h"
 #include "route/table.h"
+#include "trace.h"
 
 namespace {
 
@@ -180,6 +182,32 @@ TEST(Routes, TheCounterCountsCreations)
     EXPECT_EQ(route_cfg_entry_del("a"), 0);
     EXPECT_EQ(route_cfg_entry_del("a"), -1);
     EXPECT_EQ(route_cfg_list_get().route_cfg_count, before + 2);
+}
+
+TEST(Routes, ALoadBeginsWithNone)
+{
+    const route_cfg_texts route = {"old", "wan1", "20.0.0.0", "255.0.0.0", "10.0.0.1", "5"};
+    ASSERT_EQ(route_cfg_entry_new(0, route), 0);
+    route_cfg_entry *old = route_cfg_entry_find("old");
+    route_cfg_init();
+    EXPECT_EQ(route_cfg_list_get().route_cfg_count, 0U);
+    EXPECT_EQ(route_cfg_entry_find("old"), nullptr);
+    std::free(old);
+}
+
+TEST(Routes, DeletedOnesGiveTheirMemoryBack)
+{
+    const route_cfg_texts route = {"a", "wan1", "20.0.0.0", "255.0.0.0", "10.0.0.1", "5"};
+    const auto held_after = [&route](int rounds) {
+        while (rounds-- > 0) {
+            EXPECT_EQ(route_cfg_entry_new(0, route), 0);
+            EXPECT_EQ(route_cfg_entry_del("a"), 0);
+            seam::trace_take();
+        }
+        return mallinfo2().uordblks;
+    };
+    const size_t before = held_after(10);
+    EXPECT_LT(held_after(1000), before + 1000);
 }
 
 TEST(Routes, FieldsAreCutAt31Characters)
