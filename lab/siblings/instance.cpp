@@ -249,6 +249,7 @@ void Instance::describe(blob_buf *reply) const
     if (config_.no_new_privs) {
         blobmsg_add_u8(reply, "no_new_privs", 1);
     }
+    add_text(reply, "seccomp", config_.seccomp);
     add_text(reply, "capabilities", config_.capabilities);
     add_text(reply, "pidfile", config_.pidfile);
     add_text(reply, "user", config_.user);

@@ -25,6 +25,7 @@ enum Field {
     field_jail,
     field_capabilities,
     field_no_new_privs,
+    field_seccomp,
     field_count
 };
 
@@ -45,6 +46,7 @@ constexpr std::array<blobmsg_policy, field_count> policy = {{
     {"jail", BLOBMSG_TYPE_TABLE},
     {"capabilities", BLOBMSG_TYPE_STRING},
     {"no_new_privs", BLOBMSG_TYPE_BOOL},
+    {"seccomp", BLOBMSG_TYPE_STRING},
 }};
 
 // The strings of an array; anything else in it, or a malformed member, makes it unsound.
@@ -163,6 +165,7 @@ InstanceRequest parse_instance(const blob_attr *table)
     config.jail = parse_jail(tb[field_jail]);
     config.capabilities = text(tb[field_capabilities]);
     config.no_new_privs = tb[field_no_new_privs] != nullptr && blobmsg_get_bool(tb[field_no_new_privs]);
+    config.seccomp = text(tb[field_seccomp]);
     request.data = copy_blob(tb[field_data]);
     return request;
 }

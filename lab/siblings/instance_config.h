@@ -1,9 +1,9 @@
 // What a client asks the supervisor to run: one member of a service's "instances" table.
 //
 // Types are strict: a field of another type is as good as absent. Honoured: command, env, respawn, netdev,
-// pidfile, user, group, nice, limits, term_timeout, reload_signal, error, data, jail; capabilities and
-// no_new_privs in a jail alone. Other fields (name spaces of jails, triggers) are accepted and have no effect
-// here. stdout and stderr make no difference: the lab keeps all output.
+// pidfile, user, group, nice, limits, term_timeout, reload_signal, error, data, jail; capabilities,
+// no_new_privs and seccomp in a jail alone. Other fields (name spaces of jails, triggers) are accepted and
+// have no effect here. stdout and stderr make no difference: the lab keeps all output.
 #pragma once
 
 #include "blob_copy.h"
@@ -53,7 +53,8 @@ struct InstanceConfig {
     std::optional<Jail> jail;
     std::string capabilities; // a file that lists them
     bool no_new_privs = false;
-    bool sound = true; // false: there can be no such instance
+    std::string seccomp; // a file that lists the calls of the kernel
+    bool sound = true;   // false: there can be no such instance
 
     bool startable() const { return !command.empty() && errors.empty(); }
     bool operator==(const InstanceConfig &) const = default;

@@ -1,9 +1,11 @@
 // lab-jail: what the supervisor starts an instance with a jail through. Of what the router's own helper does
-// it does what such a jail without name spaces is for: capabilities, no_new_privs, an empty environment.
+// it does what such a jail without name spaces is for: capabilities, no_new_privs, a filter of the calls of
+// the kernel, an empty environment.
 //
 // Exit status: 2 for wrong options, 125 when the process cannot be confined, 127 when there is no such
 // program; else the program's own.
 #include "bus_headers.h"
+#include "call_filter.h"
 #include "command_line.h"
 
 #include <array>
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <getopt.h>
 #include <linux/capability.h>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <sys/prctl.h>
@@ -179,6 +182,7 @@ constexpr const char *usage =
     "Starts a program with few privileges and an empty environment.\n\n"
     "  --capabilities FILE   keep the capabilities that this file lists, and no others\n"
     "  --no-new-privs        none can be had by programs that it starts\n"
+    "  --seccomp FILE        only the calls of the kernel that this file lists, also for what it starts\n"
     "  --import NAME         keep this variable of the environment; may be given again\n"
     "  --help                this text\n";
 
@@ -187,11 +191,13 @@ constexpr const char *usage =
 int main(int argc, char **argv)
 {
     std::string capabilities;
+    std::string calls;
     std::vector<std::string> imported;
     bool no_new_privs = false;
     lab::CommandLine line("lab-jail", usage);
     line.text("capabilities", capabilities);
     line.flag("no-new-privs", no_new_privs, true);
+    line.text("seccomp", calls);
     line.value("import", [&](const std::string &name) { imported.push_back(name); });
     if (line.parse(argc, argv)) {
         line.wrong("no program");
@@ -205,6 +211,15 @@ int main(int argc, char **argv)
     }
     need(chdir("/"), "/");
     empty_environment(imported);
+    try {
+        // The last step: those before it make calls that the program is not to make.
+        if (!calls.empty()) {
+            lab::filter_calls(calls);
+        }
+    } catch (const std::runtime_error &error) {
+        fprintf(stderr, "lab-jail: %s\n", error.what());
+        return 125;
+    }
     execv(words[0], words);
     fprintf(stderr, "cannot execute %s: %s\n", words[0], strerror(errno));
     return 127;

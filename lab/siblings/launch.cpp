@@ -99,6 +99,9 @@ std::vector<std::string> words_of(const InstanceConfig &config, const std::strin
         if (config.no_new_privs) {
             words.emplace_back("--no-new-privs");
         }
+        if (!config.seccomp.empty()) {
+            words.insert(words.end(), {"--seccomp", config.seccomp});
+        }
         for (const auto &variable : config.env) {
             words.insert(words.end(), {"--import", variable.first});
         }

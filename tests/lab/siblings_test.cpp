@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -285,6 +287,73 @@ TEST_F(JailTest, WithoutTheHelperItStartsAsAnyOther)
     start_siblings({"--jail", dir / "none"});
     const std::string log = seen(R"(,"jail":{"name":"x"})");
     EXPECT_TRUE(has(log, "[x/a] NoNewPrivs:\t0\n") && has(log, "PATH=")) << log;
+}
+
+// What a shell says that makes a folder, with a filter of this text.
+class CallFilterTest : public JailTest {
+protected:
+    std::string said_under(const std::string &text, const std::string &jail = R"(,"jail":{"name":"x"})")
+    {
+        start_siblings({"--jail", JAIL});
+        const std::string calls = dir / "calls";
+        std::ofstream(calls) << text;
+        EXPECT_EQ(put("add", "x", "a",
+                      "grep Seccomp: /proc/self/status; mkdir " + (dir / "made") +
+                          " 2>&1; echo status $?; exec sleep 1000",
+                      R"(,"no_new_privs":true,"seccomp":")" + calls + "\"" + jail),
+                  0);
+        EXPECT_TRUE(eventually([&] {
+            const std::string log = read_file(dir / "log");
+            return has(log, "[x/a] status") || has(log, "[x/a] ended");
+        }));
+        return read_file(dir / "log");
+    }
+};
+
+constexpr const char *no_folders =
+    R"({"defaultAction":"SCMP_ACT_ALLOW","syscalls":[{"names":["mkdirat","no_call_of_any_kernel","mkdir"],)"
+    R"("action":"SCMP_ACT_REFUSED"}]})";
+
+std::string no_folders_but(const std::string &action)
+{
+    std::string text = no_folders;
+    return text.replace(text.find("SCMP_ACT_REFUSED"), strlen("SCMP_ACT_REFUSED"), action);
+}
+
+TEST_F(CallFilterTest, EndsAProcessThatMakesAForbiddenCallAndNoOther)
+{
+    const std::string log = said_under(no_folders_but("SCMP_ACT_KILL_PROCESS"));
+    EXPECT_TRUE(has(log, "[x/a] Seccomp:\t2\n") && has(log, "[x/a] status 159\n")) << log;
+    EXPECT_FALSE(std::filesystem::exists(dir / "made"));
+    EXPECT_GT(pid_of("a"), 0);
+}
+
+TEST_F(CallFilterTest, RefusesWithAnError)
+{
+    const std::string log = said_under(no_folders_but("SCMP_ACT_ERRNO"));
+    EXPECT_TRUE(has(log, "Operation not permitted\n[x/a] status 1\n")) << log;
+    EXPECT_FALSE(std::filesystem::exists(dir / "made"));
+}
+
+TEST_F(CallFilterTest, TakesEffectInAJailAlone)
+{
+    const std::string log = said_under(no_folders_but("SCMP_ACT_KILL_PROCESS"), "");
+    EXPECT_TRUE(has(log, "[x/a] Seccomp:\t0\n") && has(log, "[x/a] status 0\n")) << log;
+    EXPECT_TRUE(has(list(), R"("no_new_privs":true,"seccomp":")" + (dir / "calls") + "\"")) << list();
+}
+
+TEST_F(CallFilterTest, AnUnknownActionStartsNothing)
+{
+    const std::string log = said_under(no_folders);
+    EXPECT_TRUE(has(log, "[x/a] lab-jail: " + (dir / "calls") + ": no such action\n")) << log;
+    EXPECT_TRUE(becomes(R"("exit_code":125)"));
+}
+
+TEST_F(CallFilterTest, AFileThatIsNoFilterStartsNothing)
+{
+    const std::string log = said_under("{}");
+    EXPECT_TRUE(has(log, "[x/a] lab-jail: " + (dir / "calls") + ": no list of rules\n")) << log;
+    EXPECT_TRUE(becomes(R"("exit_code":125)"));
 }
 
 TEST_F(JailTest, IsListedAsItWasAskedFor)
