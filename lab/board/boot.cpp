@@ -147,7 +147,11 @@ void Board::start_rest()
         log_.note("database.sh: " + database.output);
     }
     std::string preload = plan_.daemon_preload.empty() ? "" : plan_.daemon_preload + ":";
-    services_.define("daemon", {"/usr/sbin/ivarode"}, {"LD_PRELOAD=" + preload + "/usr/lib/lab-shim.so"});
+    // confined as the image's supervisor confines it
+    services_.define("daemon",
+                     {"/sbin/ujail", "--capabilities", "/etc/capabilities/ivarode.json", "--seccomp",
+                      "/etc/seccomp/ivarode.json", "--no-new-privs", "--", "/usr/sbin/ivarode"},
+                     {"LD_PRELOAD=" + preload + "/usr/lib/lab-shim.so"});
     if (plan_.start_daemon) {
         step("ivarode");
         services_.start("daemon");

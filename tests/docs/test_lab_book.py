@@ -96,7 +96,8 @@ def test_the_porting_books_look_at_the_privileges(lab: None) -> None:
     command = books.find(r"```\n(grep .*?)\n```", porting("Privileges"))[1]
     status, out, err = board.run("lab/lab exec router sh -c " + shlex.quote(command))
     assert status == 0, err
-    assert [line.split(":")[0] for line in out.splitlines()] == ["CapEff", "CapBnd", "NoNewPrivs"]
+    assert out.split() == ["CapEff:", "0000000000023000", "CapBnd:", "0000000000023000", "NoNewPrivs:", "1",
+                           "Seccomp:", "2"]
 
 
 def first_start() -> tuple[list[str], str]:

@@ -253,8 +253,8 @@ def test_the_init_script_asks_for_the_right_instance(tmp_path: pathlib.Path) -> 
     assert out == ["sysctl -qw net.ipv4.ip_forward=1", f"logger -t ivarode -p daemon.warning {UNCONFINED}", "open",
                    "param command /usr/sbin/ivarode", "param respawn 3600 5 0", "param stderr 0",
                    "param no_new_privs 1",
-                   "param capabilities /etc/capabilities/ivarode.json", "jail ivarode", "close", "order 20 90 1",
-                   "net_stat.db"]
+                   "param capabilities /etc/capabilities/ivarode.json", "param seccomp /etc/seccomp/ivarode.json",
+                   "jail ivarode", "close", "order 20 90 1", "net_stat.db"]
 
 
 def test_the_init_script_cleans_up_on_stop(tmp_path: pathlib.Path) -> None:

@@ -37,7 +37,8 @@ def test_start_hands_one_instance_to_the_supervisor(tmp_path: pathlib.Path) -> N
     service = json.loads(requests[0].removeprefix("call service set "))
     assert service == {"name": "ivarode", "script": "/etc/init.d/ivarode", "instances": {"instance1": {
         "command": ["/usr/sbin/ivarode"], "respawn": ["3600", "5", "0"], "stderr": False, "no_new_privs": True,
-        "capabilities": "/etc/capabilities/ivarode.json", "jail": {"name": "ivarode", "mount": {}}}}}
+        "capabilities": "/etc/capabilities/ivarode.json", "seccomp": "/etc/seccomp/ivarode.json",
+        "jail": {"name": "ivarode", "mount": {}}}}}
 
 
 def test_start_prepares_forwarding_and_the_login_database(tmp_path: pathlib.Path) -> None:

@@ -4,11 +4,12 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 
 import pytest
 
-from tests.package import common
+from tests.package import common, kernel_calls
 
 PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode",
             "sbin/ivarode-dbg", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
@@ -53,7 +54,8 @@ def test_the_lab_is_laid_as_in_the_tree(root: pathlib.Path) -> None:
 @pytest.mark.skipif(os.geteuid() != 0, reason="needs root")
 def test_access_files_are_as_the_broker_wants_them(root: pathlib.Path) -> None:
     """Owned by root, writable by nobody else, and JSON; the broker passes over others without a word."""
-    for name in ("usr/share/acl.d/ivarode.json", "usr/share/rpcd/acl.d/ivarode.json", "etc/capabilities/ivarode.json"):
+    for name in ("usr/share/acl.d/ivarode.json", "usr/share/rpcd/acl.d/ivarode.json", "etc/capabilities/ivarode.json",
+                 kernel_calls.FILTER):
         about = (root / name).stat()
         assert (about.st_uid, about.st_gid) == (0, 0) and about.st_mode & 0o022 == 0, name
         assert isinstance(json.loads((root / name).read_text()), dict)
@@ -66,6 +68,21 @@ def test_names_of_the_capabilities() -> None:
     for names in sets.values():
         assert set(names) <= set(known)
     assert sorted(sets["bounding"]) == ["CAP_NET_ADMIN", "CAP_NET_RAW", "CAP_SYS_RAWIO"] and sets["ambient"] == []
+
+
+def test_calls_of_the_kernel() -> None:
+    """The filter has the form that a router's jail helper reads; each name is one of a processor that we build for."""
+    document = json.loads((common.IMAGE / kernel_calls.FILTER).read_text())
+    assert document["defaultAction"] == "SCMP_ACT_KILL_PROCESS" and set(document) == {"defaultAction", "syscalls"}
+    assert all(set(rule) == {"names", "action"} and rule["action"] == "SCMP_ACT_ALLOW" for rule in document["syscalls"])
+    names = kernel_calls.allowed()
+    assert len(names) == len(set(names)) and not set(names) & set(kernel_calls.FORBIDDEN)
+    compilers = ["g++", "mipsel-linux-gnu-g++"]
+    known = {name for one in compilers if shutil.which(one) for name in kernel_calls.numbers([one])}
+    assert set(kernel_calls.FORBIDDEN) <= known
+    if all(map(shutil.which, compilers)):
+        # those of 32-bit processors other than MIPS
+        assert set(names) - known == {"fchown32", "getegid32", "geteuid32", "getgid32", "getuid32", "ugetrlimit"}
 
 
 def test_what_the_init_script_names_is_in_the_root(root: pathlib.Path) -> None:

@@ -1,4 +1,5 @@
-"""The daemon as an image runs it: few capabilities, the image's own bus libraries, started by its init script."""
+"""The daemon as an image runs it: with few capabilities and calls of the kernel, with the image's own bus libraries,
+started by its init script."""
 
 from __future__ import annotations
 
@@ -12,7 +13,7 @@ from typing import Any, TYPE_CHECKING
 import pytest
 
 from labctl import client, paths
-from tests.package import bus_headers, other_libraries
+from tests.package import bus_headers, common, kernel_calls, other_libraries
 from tests.system import state
 from tests.system.held_lab import Lab
 
@@ -21,6 +22,7 @@ if TYPE_CHECKING:
 
 READY = "ivarode init success"
 SHIM = "/usr/lib/lab-shim.so"
+CALLS_ALLOWED = "/" + kernel_calls.FILTER
 
 
 def comparable(found: dict[str, Any]) -> dict[str, Any]:
@@ -67,13 +69,13 @@ def mask(capabilities: Iterable[int]) -> str:
     return f"{sum(1 << number for number in capabilities):016x}"
 
 
-def confined(lab: Lab, kept: Iterable[str], *words: str) -> client.Command:
-    """A program as the supervisor's helper starts it, with these capabilities."""
+def confined(lab: Lab, kept: Iterable[str], *words: str, more: Iterable[str] = ()) -> client.Command:
+    """A program as the supervisor's helper starts it, with these capabilities and more options."""
     sets: dict[str, list[str]] = {name: list(kept) for name in ("bounding", "effective", "permitted", "inheritable")}
     sets["ambient"] = []
     lab.put("router", "/run/kept.json", json.dumps(sets))
     return lab.spawn("router", "env", "LD_PRELOAD=" + SHIM, "/sbin/ujail", "--capabilities", "/run/kept.json",
-                     "--no-new-privs", "--", *words)
+                     "--no-new-privs", *more, "--", *words)
 
 
 CALLS = [
@@ -87,13 +89,14 @@ CALLS = [
 ]
 
 
-def test_listed_capabilities_are_enough(bare: Lab, usual: dict[str, Any]) -> None:
-    """All others are given up: it starts as ever, and does what changes files, routes, the switch and databases."""
-    with confined(bare, numbers(), "/usr/sbin/ivarode") as running:
+def test_what_is_listed_is_enough(bare: Lab, usual: dict[str, Any]) -> None:
+    """Without other capabilities and calls it starts as ever, and does what changes files, routes, the switch and
+    databases."""
+    with confined(bare, numbers(), "/usr/sbin/ivarode", more=["--seccomp", CALLS_ALLOWED]) as running:
         bare.said(READY, 90)
         about = facts(bare, daemon(bare))
         assert {about[name] for name in ("CapEff", "CapPrm", "CapBnd")} == {mask(numbers().values())}
-        assert about["NoNewPrivs"] == "1"
+        assert (about["NoNewPrivs"], about["Seccomp"]) == ("1", "2")
         assert comparable(state.settled(bare)) == usual
         for name, method, arguments in CALLS:
             answer = bare.run("router", "ubus", "-S", "-t", "20", "call", name, method, json.dumps(arguments))
@@ -131,6 +134,44 @@ def test_without_the_third_there_are_no_registers(bare: Lab) -> None:
     with confined(bare, set(numbers()) - {"CAP_SYS_RAWIO"}, *read) as running:
         result = running.collect(time.monotonic() + 30)
     assert result.status != 0 and "not permitted" in result.err
+
+
+# --- calls of the kernel -----------------------------------------------------------------------------------
+
+def test_every_board_runs_it_under_the_filter(home: Lab) -> None:
+    """So that each of these tests finds a call that is missing in the list."""
+    assert facts(home, daemon(home))["Seccomp"] == "2"
+
+
+# One call by its number, with nothing behind its arguments.
+CALLER = r"""
+#include <cstdlib>
+#include <unistd.h>
+int main(int, char **words)
+{
+    syscall(atol(words[1]), 0L, 0L, 0L, 0L, 0L, 0L);
+    return 7;
+}
+"""
+
+
+def test_a_forbidden_call_ends_the_program_that_makes_it(home: Lab, compiler: list[str],
+                                                         tmp_path: pathlib.Path) -> None:
+    """Under the daemon's filter, with all capabilities."""
+    words = compiler or ["g++"]
+    (tmp_path / "caller.cpp").write_text(CALLER)
+    common.run(*words, "-static", "-o", tmp_path / "caller", tmp_path / "caller.cpp")
+    home.put("router", "/run/caller", (tmp_path / "caller").read_bytes(), 0o755)
+    known = kernel_calls.numbers(words)
+    refused = {name: known[name] for name in kernel_calls.FORBIDDEN if name in known}
+    harmless = {name: known[name] for name in ("getpid", "socket", "uname")}
+    wanted = [*refused.values(), *harmless.values()]
+    said = home.shell("router", f"for number in {' '.join(map(str, wanted))}; do /sbin/ujail --seccomp {CALLS_ALLOWED} "
+                                "--no-new-privs -- /run/caller $number; echo $number $?; done", check=True, timeout=120)
+    status = {int(number): int(how) for number, how in map(str.split, said.out.splitlines())}
+    assert {name: status[number] for name, number in refused.items()} == dict.fromkeys(refused, 128 + 31)    # SIGSYS
+    assert {name: status[number] for name, number in harmless.items()} == dict.fromkeys(harmless, 7)
+    assert len(refused) > 40
 
 
 # --- other bus libraries -----------------------------------------------------------------------------------
@@ -194,8 +235,8 @@ def test_the_daemon_alone_is_confined(machine: Machine) -> None:
         own, all_of_it = mask(numbers().values()), facts(lab, 1)["CapBnd"]
         assert own != all_of_it
         for service, about in seen.items():
-            wanted = (own, own, "1") if service == "ivarode" else (all_of_it, all_of_it, "0")
-            assert (about["CapEff"], about["CapBnd"], about["NoNewPrivs"]) == wanted, service
+            wanted = (own, own, "1", "2") if service == "ivarode" else (all_of_it, all_of_it, "0", "0")
+            assert (about["CapEff"], about["CapBnd"], about["NoNewPrivs"], about["Seccomp"]) == wanted, service
         environment = lab.ok("router", "cat", f"/proc/{daemon(lab)}/environ").rstrip("\0").split("\0")
         # the last one is the board's: its emulated hardware
         assert environment == ["container=ujail", "PWD=/", "LD_PRELOAD=" + SHIM]
