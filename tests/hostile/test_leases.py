@@ -1,5 +1,6 @@
 """DHCP servers and PPP peers that name what they should not: nothing of it is believed."""
 
+import shlex
 from pathlib import Path
 
 import pytest
@@ -38,9 +39,18 @@ REFUSED: dict[str, tuple[dict[str, str], str]] = {
 }
 
 
-def test_a_lease_that_no_host_can_have_or_that_another_device_has_is_refused(tmp_path: Path) -> None:
+# That of busybox may know no powers; none at all must not be a way around the checks.
+AWKS = {"the system's": "", "busybox's": 'exec busybox awk "$@"', "none": "exit 2"}
+
+
+def awk(kind: str) -> str:
+    return AWKS[kind] and f"printf '#!/bin/sh\\n%s\\n' {shlex.quote(AWKS[kind])} >/stub/awk; chmod 755 /stub/awk\n"
+
+
+@pytest.mark.parametrize("kind", ["the system's", "busybox's"])
+def test_a_lease_that_no_host_can_have_or_that_another_device_has_is_refused(tmp_path: Path, kind: str) -> None:
     steps = {name: world.lease(**changed) for name, (changed, _) in REFUSED.items()}
-    for name, left in world.attacks(steps, tmp_path).items():
+    for name, left in world.attacks(steps, tmp_path, before=awk(kind)).items():
         assert left["wan"] == left["default"] == left["resolver"] == "", name
         assert left["row"] == world.EMPTY_ROW and left["lans"] == world.LANS, name
         assert f"is refused: {REFUSED[name][1]};" in left["log"] and ": bound" not in left["log"], name
@@ -66,9 +76,17 @@ TAKEN: dict[str, tuple[dict[str, str], str]] = {
 }
 
 
-def test_an_honest_lease_is_taken(tmp_path: Path) -> None:
+def test_a_lease_that_cannot_be_checked_is_refused(tmp_path: Path) -> None:
+    left = world.attacks({"mask given": world.lease(), "no length": world.lease(mask="")}, tmp_path, before=awk("none"))
+    for name, reason in (("mask given", "it cannot be compared with those of other devices"),
+                         ("no length", "its mask is none")):
+        assert left[name]["wan"] == "" and f"is refused: {reason};" in left[name]["log"], name
+
+
+@pytest.mark.parametrize("kind", ["the system's", "busybox's"])
+def test_an_honest_lease_is_taken(tmp_path: Path, kind: str) -> None:
     steps = {name: world.lease(**changed) for name, (changed, _) in TAKEN.items()}
-    for name, left in world.attacks(steps, tmp_path, before=world.lease("deconfig")).items():
+    for name, left in world.attacks(steps, tmp_path, before=awk(kind) + world.lease("deconfig")).items():
         assert left["wan"] == TAKEN[name][1] and left["default"].startswith("default via 203.0.113.1 dev wan1"), name
         assert left["log"].endswith(": bound;"), name
 

@@ -1,5 +1,7 @@
 # shellcheck shell=sh
 # Addresses that a DHCP server or PPP peer names, and what is wrong with them. Sourced.
+#
+# For any awk: that of busybox may be built without powers, which is an error where it comes to one.
 
 # wan_is_host ADDRESS: dotted, and one that a host can have: not of 0/8 or 127/8, no multicast, no broadcast, nothing behind.
 wan_is_host() {
@@ -37,7 +39,11 @@ wan_prefix() {
     -*) echo "$2" | awk -F . '
         NF == 4 {
             for (i = 1; i <= 4; i++) { if ($i !~ /^[0-9]+$/ || $i > 255) exit 1; mask = mask * 256 + $i }
-            for (bits = 0; bits <= 32; bits++) if (mask == 2 ^ 32 - 2 ^ (32 - bits)) { print bits; good = 1 }
+            hosts = 1
+            for (bits = 32; bits >= 0; bits--) {
+                if (mask == 4294967296 - hosts) { print bits; good = 1 }
+                hosts *= 2
+            }
         }
         END { exit !good }' ;;
     *) return 1 ;;
@@ -57,19 +63,24 @@ wan_address_fault() {
                 split(text, part, ".")
                 return ((part[1] * 256 + part[2]) * 256 + part[3]) * 256 + part[4]
             }
-            function network(host, bits) { return int(host / 2 ^ (32 - bits)) }
+            function hosts(bits, count) {
+                for (count = 1; bits < 32; bits++) count *= 2
+                return count
+            }
+            function network(host, bits) { return int(host / hosts(bits)) }
             BEGIN {
                 host = number(address)
-                left = host - network(host, prefix) * 2 ^ (32 - prefix)
-                if (prefix < 31 && (left == 0 || left == 2 ^ (32 - prefix) - 1)) print "it is that of its whole network"
+                left = host - network(host, prefix) * hosts(prefix)
+                if (prefix < 31 && (left == 0 || left == hosts(prefix) - 1)) fault = "it is that of its whole network"
             }
             {
                 sub(/@.*/, "", $2)
                 # "ADDRESS/PREFIX", or "ADDRESS peer ADDRESS/32" of a link
                 bits = split($4, other, "/") == 2 ? other[2] : 32
-                shared = bits < prefix ? bits : prefix
-                if ($2 != own && network(number(other[1]), shared) == network(host, shared))
-                    print "it overlaps " $4 " on " $2
-            }' | sed -n 1p
+                shared = bits + 0 < prefix + 0 ? bits : prefix
+                if (fault == "" && $2 != own && network(number(other[1]), shared) == network(host, shared))
+                    fault = "it overlaps " $4 " on " $2
+            }
+            END { if (fault != "") print fault }' || echo "it cannot be compared with those of other devices"
     fi
 }
