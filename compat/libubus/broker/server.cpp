@@ -2,6 +2,7 @@
 #include "server.h"
 
 #include "broker.h"
+#include "path_lock.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -145,6 +146,7 @@ int clear_path()
     return unlink(address.sun_path) < 0 && errno != ENOENT ? errno : 0;
 }
 
+// To be called with the path locked, or the file could become another's meanwhile.
 void remove_own_file()
 {
     struct stat info = {};
@@ -157,7 +159,9 @@ void remove_own_file()
 // 0 or an errno value.
 int listen_at_address()
 {
-    if (const int error = clear_path()) {
+    // Another one that starts would take a socket that is bound and not yet listened on for a dead one's.
+    const path_lock lock(address.sun_path);
+    if (const int error = lock.error() != 0 ? lock.error() : clear_path()) {
         return error;
     }
     const mode_t old_mask = umask(0111);
@@ -208,8 +212,13 @@ int server_open(const char *path)
 void server_close()
 {
     uloop_fd_delete(&listener);
-    // As long as the descriptor is open, no other file can have the number of ours.
-    remove_own_file();
+    {
+        const path_lock lock(address.sun_path);
+        // As long as the descriptor is open, no other file can have the number of ours.
+        if (lock.error() == 0) {
+            remove_own_file();
+        }
+    }
     close(listener.fd);
     if (reserve_fd >= 0) {
         close(reserve_fd);

@@ -1,9 +1,11 @@
 // Two brokers and one socket.
 #include "support.h"
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -54,6 +56,44 @@ TEST_F(Takeover, FromABrokerThatStandsStill)
     late.kill(SIGTERM);
     EXPECT_EQ(late.status(), 0);
     EXPECT_FALSE(std::filesystem::exists(broker.socket()));
+}
+
+// Each of them finds a socket on which nobody answers, and needs a second to be sure.
+TEST_F(Takeover, OfManyThatStartAtOnceOneServes)
+{
+    kill(broker.pid(), SIGSTOP);
+    std::vector<std::unique_ptr<Child>> started;
+    for (int number = 0; number < 4; ++number) {
+        started.push_back(std::make_unique<Child>(second(), -1, -1));
+    }
+    const auto running = [&] {
+        return std::count_if(started.begin(), started.end(),
+                             [](const auto &child) { return child->running(); });
+    };
+    EXPECT_TRUE(wait_until([&] { return running() == 1; })) << running() << " run";
+    expect_service();
+}
+
+TEST_F(Takeover, NotWithALockOfSomebodyElses)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    const std::string lock = broker.socket() + ".lock";
+    broker.stop();
+    for (const bool link : {false, true}) {
+        std::filesystem::remove(lock);
+        if (link) {
+            std::filesystem::create_symlink("/etc/made-by-a-broker", lock);
+        } else {
+            std::ofstream(lock) << "theirs";
+            ASSERT_EQ(chown(lock.c_str(), 65534, 65534), 0);
+        }
+        Child refused(second(), -1, -1);
+        ASSERT_TRUE(wait_until([&] { return !refused.running(); }));
+        EXPECT_EQ(refused.status(), 1);
+        EXPECT_FALSE(std::filesystem::exists("/etc/made-by-a-broker"));
+    }
 }
 
 TEST_F(Takeover, NotOfAFileThatIsNoSocket)
