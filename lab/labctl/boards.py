@@ -89,8 +89,13 @@ def read_hosts(path: pathlib.Path, board: Board) -> list[str]:
 
 
 def write_lab(folder: pathlib.Path, board: Board, config: str, extra_plan: Sequence[str] = ()) -> None:
-    """Fills folder with what the board's supervisor raises a lab from; replaces what was there."""
+    """Fills folder with what the board's supervisor raises a lab from; replaces what was there, unless the
+    configuration cannot be read."""
     source = find("configs", config)
+    plan = [f"# written by lab/lab for board {board.name}, configuration {source.name}",
+            f"cpu-ports {2 if board.cpu_ports >= 2 else 1}"]
+    plan += read_hosts(source / "hosts", board)
+    plan += extra_plan
     shutil.rmtree(folder, ignore_errors=True)
     rootfs = folder / "rootfs"
     shutil.copytree(paths.ROOT / "image/files", rootfs)
@@ -104,8 +109,4 @@ def write_lab(folder: pathlib.Path, board: Board, config: str, extra_plan: Seque
         if item.name != "hosts":
             laid = shutil.copy(item, rootfs / "etc/config" / item.name)
             laid.chmod(0o600)       # a PPPoE password may be in it
-    plan = [f"# written by lab/lab for board {board.name}, configuration {source.name}",
-            f"cpu-ports {2 if board.cpu_ports >= 2 else 1}"]
-    plan += read_hosts(source / "hosts", board)
-    plan += extra_plan
     (folder / "plan").write_text("\n".join(plan) + "\n")

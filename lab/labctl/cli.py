@@ -70,7 +70,11 @@ def parser() -> argparse.ArgumentParser:
     cap.add_argument("-w", "--write", metavar="FILE", help="write a pcap file")
     for name, text in (("start", "start one of the board's own programs"), ("stop", "end one of them"),
                        ("restart", "end one of them and start it again")):
-        add(name, text).add_argument("what", choices=["daemon", "broker", "siblings"])
+        action = add(name, text)
+        action.add_argument("what", choices=["daemon", "broker", "siblings"])
+        if name != "stop":
+            action.add_argument("--no-wait", dest="wait", action="store_false",
+                                help="return before the daemon serves")
     kill = add("kill", "send a signal to one of the board's own programs")
     kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
                       help="number of the signal, default 15; also -9 and the like")
@@ -122,6 +126,21 @@ def up(lab: client.Lab, args: argparse.Namespace) -> int:
     return 0
 
 
+def start_daemon(lab: client.Lab, wait: bool) -> int:
+    lab.ok("agent", "start", "daemon")
+    if wait:
+        since, _ = lab.said("ivarode init success", 90)
+        print(f"the daemon was ready {since:.1f} s after its start")
+    return 0
+
+
+def restart_daemon(lab: client.Lab, wait: bool) -> int:
+    """As the image's init script does it: what the old daemon has laid goes before the new one starts."""
+    lab.ok("agent", "stop", "daemon")
+    lab.ok("router", "/lib/ivarode/cleanup.sh", timeout=60)
+    return start_daemon(lab, wait)
+
+
 def simple(lab: client.Lab, *words: str, host: str = "router") -> int:
     return relay(lab, host, words)
 
@@ -166,6 +185,10 @@ def dispatch(args: argparse.Namespace) -> int:
         return capture.run(lab, args.port, args.count, args.write)
     if command == "kill":
         return simple(lab, "kill", args.what, str(args.signal), host="agent")
+    if command == "restart" and args.what == "daemon":
+        return restart_daemon(lab, args.wait)
+    if command == "start" and args.what == "daemon":
+        return start_daemon(lab, args.wait)
     return simple(lab, command, args.what, host="agent")
 
 

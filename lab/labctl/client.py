@@ -242,8 +242,8 @@ class Lab:
                     folder: str = "lab") -> boards.Board:
         """Raises a board (ending the one before) and returns it; the daemon has been started then."""
         described = boards.Board(board)
-        (self.state / "lab.json").unlink(missing_ok=True)
         boards.write_lab(self.state / "share" / folder, described, config, extra_plan)
+        (self.state / "lab.json").unlink(missing_ok=True)
         with contextlib.closing(self.connect()) as sock:
             sock.sendall(frames.pack(frames.UP, 1, folder.encode()))
             reader = frames.Reader()

@@ -28,8 +28,10 @@ TRIED: dict[str, list[tuple[str, str]]] = {
     "log": [("log", "ivarode init success"), ("log --stderr", "notice: ivarode init success")],
     "capture": [("capture 1 -c 1", r" > .* bytes\)")],
     "stop": [("stop daemon", ""), ("services", r"(?m)^daemon (?!running)")],
-    "start": [("start daemon", ""), ("services", r"(?m)^daemon running")],
-    "restart": [("restart daemon", ""), ("ubus call ivarode.run run", "")],
+    "start": [("start daemon", "the daemon was ready"), ("services", r"(?m)^daemon running")],
+    "restart": [("exec router iptables -t nat -F POSTROUTING", ""), ("chains", "not hooked: "),
+                ("restart daemon", "the daemon was ready"), ("ubus call ivarode.run run", ""),
+                ("chains", r"\A(?!(.*\n)*.*not hooked)")],
     "kill": [("kill -9 daemon", ""), ("services", r"(?m)^daemon (?!running)"), ("start daemon", "")],
     "services": [("services", r"broker running \d+\ndaemon running \d+\nsiblings running \d+")],
     "down": [],     # the last test
@@ -64,6 +66,13 @@ def test_commands_do_what_the_book_says(lab: None, name: str) -> None:
             board.until(shown)
         except AssertionError:
             pytest.fail(f"lab/lab {command}: status {seen[0]}\n{seen[1]}{seen[2]}\nexpected {wanted}")
+
+
+@pytest.mark.parametrize("words", ["--board nix", "--config nix"])
+def test_a_board_or_configuration_that_is_not_there_changes_nothing(lab: None, words: str) -> None:
+    status, out, err = board.run("lab/lab up " + words)
+    assert (status, out) == (1, "") and " is named nix (there are " in err
+    assert board.run("lab/lab status")[0] == 0
 
 
 def test_the_example_of_a_test_passes(lab: None) -> None:
