@@ -17,17 +17,25 @@ uint32_t members_of(const std::array<Hardware::VlanEntry, Hardware::vlan_entries
     return found == table.end() ? 0 : found->members & front_mask;
 }
 
+bool lan_and_wan_of(const Sides &sides, unsigned a, unsigned b)
+{
+    const auto serves = [&](unsigned port) { return sides[port].may_be_lan || sides[port].may_be_wan; };
+    return sides[a].is_wan != sides[b].is_wan && serves(a) && serves(b);
+}
+
 class Judge {
 public:
-    Judge(const std::vector<ReachStep> &steps, unsigned last_write) : steps_{steps}, last_write_{last_write}
+    explicit Judge(const ReachPhase &phase)
+        : steps_{phase.steps}, last_write_{phase.last_write}, before_{phase.before}, after_{phase.after}
     {}
 
     // At the steps that are bad for two ports.
-    std::vector<Meeting> judge(unsigned a, unsigned b, bool lan_and_wan) const
+    std::vector<Meeting> judge(unsigned a, unsigned b) const
     {
         std::vector<Meeting> out;
+        const bool lan_and_wan = lan_and_wan_of(after_, a, b);
         const bool at_end = steps_.back().reach.joined(a, b);
-        bool allowed = !lan_and_wan && steps_.front().reach.joined(a, b);
+        bool allowed = !lan_and_wan_of(before_, a, b) && steps_.front().reach.joined(a, b);
         for (size_t i = 0; i < steps_.size(); ++i) {
             const bool joined = steps_[i].reach.joined(a, b);
             allowed = allowed && joined;
@@ -54,6 +62,8 @@ private:
 
     const std::vector<ReachStep> &steps_;
     unsigned last_write_;
+    const Sides &before_;
+    const Sides &after_;
 };
 
 } // namespace
@@ -95,17 +105,16 @@ std::string words_of(const Reach &reach)
     return out.empty() ? "none reaches another" : out;
 }
 
-std::vector<Meeting> meetings_of(const std::vector<ReachStep> &steps, unsigned last_write, const Sides &sides,
-                                 bool is_start)
+std::vector<Meeting> meetings_of(const ReachPhase &phase)
 {
-    const auto serves = [&](unsigned port) { return sides[port].may_be_lan || sides[port].may_be_wan; };
+    const Sides &sides = phase.after;
     std::vector<Meeting> out;
-    const Judge judge{steps, last_write};
+    const Judge judge{phase};
     for (unsigned a = 0; a < sides.size(); ++a) {
         for (unsigned b = a + 1; b < sides.size(); ++b) {
-            const bool lan_and_wan = sides[a].is_wan != sides[b].is_wan && serves(a) && serves(b);
-            for (Meeting &meeting : judge.judge(a, b, lan_and_wan)) {
-                meeting.by_layout = is_start && !meeting.lasts && sides[a].may_be_lan && sides[b].may_be_lan;
+            for (Meeting &meeting : judge.judge(a, b)) {
+                meeting.by_layout =
+                    phase.is_start && !meeting.lasts && sides[a].may_be_lan && sides[b].may_be_lan;
                 out.push_back(meeting);
             }
         }

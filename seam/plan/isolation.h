@@ -51,10 +51,16 @@ struct Meeting {
     bool by_layout;
 };
 
-// The meetings of one phase: its steps, the first of which is what was before, and the number of its last
-// write. A LAN and a WAN port shall never be joined. Others shall not be that are apart both before and at
-// the end, nor once more after they were parted.
-std::vector<Meeting> meetings_of(const std::vector<ReachStep> &steps, unsigned last_write, const Sides &sides,
-                                 bool is_start);
+struct ReachPhase {
+    const std::vector<ReachStep> &steps; // the first is what was before
+    unsigned last_write;
+    const Sides &before, &after;
+    bool is_start;
+};
+
+// The meetings of one phase. A LAN and a WAN port shall not be joined, but for what was so while both served
+// LANs, up to its end. Others shall not be that are apart both before and at the end, nor once more after
+// they were parted.
+std::vector<Meeting> meetings_of(const ReachPhase &phase);
 
 } // namespace seam::plan

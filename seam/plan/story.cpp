@@ -115,14 +115,16 @@ private:
         phase().reach.push_back({story_.writes, reach_of(world.hardware)});
         in_operation_ = false;
         switch_before_ = world.hardware;
+        sides_before_ = sides_of(inputs_);
     }
     void end()
     {
         phase().last_write = story_.writes;
         phase().changes = changed_facts();
         phase().switch_changes = switch_change(switch_before_, world.hardware);
+        const Sides sides = sides_of(inputs_);
         phase().meetings =
-            meetings_of(phase().reach, story_.writes, sides_of(inputs_), phase().kind == "start");
+            meetings_of({phase().reach, story_.writes, sides_before_, sides, phase().kind == "start"});
     }
 
     void read_line(const std::string &line)
@@ -185,6 +187,7 @@ private:
     const Inputs &inputs_;
     Story &story_;
     Hardware switch_before_;
+    Sides sides_before_;
     bool at_end_ = false;
     bool in_operation_ = false;
 };
