@@ -24,23 +24,30 @@ void say_text(const Name &name, const char *fmt, va_list args)
     say(name, Word{quote(formatted(fmt, args))});
 }
 
+// The answer to the query of ports.
 struct WordsOut {
-    std::string written() const
-    {
-        std::string out;
-        for (const uint32_t word : world.hardware.port_words) {
-            out += (out.empty() ? "" : " ") + hex(word);
-        }
-        return out;
-    }
-    void take(const std::string & /*demanded*/) const {}
+    uint32_t *at;
+    size_t count;
 };
 
-struct TextOut {
-    const char *at;
-    std::string written() const { return quote(at); }
-    void take(const std::string & /*demanded*/) const {}
-};
+std::string written(const WordsOut &answer)
+{
+    std::string out;
+    for (size_t i = 0; i < answer.count; ++i) {
+        out += (out.empty() ? "" : " ") + hex(answer.at[i]);
+    }
+    return out;
+}
+
+void take(const WordsOut &answer, const std::string &text)
+{
+    const char *at = text.c_str();
+    for (size_t i = 0; i < answer.count; ++i) {
+        char *end = nullptr;
+        answer.at[i] = static_cast<uint32_t>(std::strtoul(at, &end, 16));
+        at = end;
+    }
+}
 
 } // namespace
 
@@ -49,16 +56,16 @@ uint32_t *seam::debug_words()
     return debug_area;
 }
 
+void seam::debug_map()
+{
+    g_netd_dbg_shm = debug_area;
+}
+
 uint64_t seam::debug_counter()
 {
     uint64_t counter = 0;
     std::memcpy(&counter, debug_area + 4, sizeof(counter));
     return counter;
-}
-
-int sys_bdinfo_init(void)
-{
-    return act(__func__, nothing);
 }
 
 const uint8_t *sys_bdinfo_macbase_get(void)
@@ -79,16 +86,6 @@ const struct netbd_ether *sys_bdinfo_ether_get(uint32_t index)
     return index < world.ports.size() && world.ports[index] ? &*world.ports[index] : nullptr;
 }
 
-int mtklib_cpu_reg_rd(uint32_t addr, uint32_t *value)
-{
-    return act(__func__, &Hardware::cpu_read, Hex{addr}, HexOut{value});
-}
-
-int mtklib_cpu_reg_wr(uint32_t addr, uint32_t value)
-{
-    return act(__func__, &Hardware::cpu_write, Hex{addr}, Hex{value, 8});
-}
-
 int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len, void *reply,
                                uint32_t reply_size, uint32_t *reply_len)
 {
@@ -101,7 +98,7 @@ int knl_send_and_wait_response(uint32_t type, const void *req, uint32_t req_len,
         }
     };
     return act(__func__, answer, Hex{type}, Word{req == nullptr ? "null" : "data"}, req_len, reply_size,
-               WordsOut{});
+               WordsOut{static_cast<uint32_t *>(reply), reply_size / sizeof(uint32_t)});
 }
 
 int outlib_client_init(int argc, char **argv)
@@ -128,28 +125,6 @@ OUTLIB(notice)
 OUTLIB(info)
 OUTLIB(debug)
 #undef OUTLIB
-
-int netdbg_shm_init(void)
-{
-    return act(__func__, [] { g_netd_dbg_shm = debug_area; });
-}
-
-int libsys_dbg_init(void)
-{
-    return act(__func__, nothing);
-}
-
-int sys_gpio_init2(void)
-{
-    return act(__func__, nothing);
-}
-
-int timelib_curtime_str_get(char *buf, int size)
-{
-    return act(
-        __func__, [&] { std::snprintf(buf, static_cast<size_t>(size), "%s", world.time.c_str()); }, size,
-        TextOut{buf});
-}
 
 char *strncpy_safe_record(char *dst, const char *src, unsigned n, const char *func, int line)
 {

@@ -36,16 +36,6 @@ int walk_section(Section &section, ucilib_section_cb cb, void *arg)
 
 } // namespace
 
-int ubuslib_connect_init(void)
-{
-    return act(__func__, nothing);
-}
-
-int ubuslib_task_status_wait(const char *object, int timeout)
-{
-    return act(__func__, nothing, object, timeout);
-}
-
 int ubuslib_invoke_init(int flag, struct ubus_object **objects, int count)
 {
     std::string names;

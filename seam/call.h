@@ -11,6 +11,7 @@
 // demanded.
 #pragma once
 
+#include "arguments.h"
 #include "text.h"
 #include "trace.h"
 #include "world.h"
@@ -33,49 +34,11 @@ struct Name {
     const void *site;
 };
 
-struct Hex {
-    uint32_t value;
-    int digits = 0;
-};
-
-struct MacIn {
-    const uint8_t *bytes;
-};
-
 struct Word {
     std::string text;
 };
 
-struct HexOut {
-    uint32_t *at;
-    int digits = 8;
-    std::string written() const { return hex(*at, digits); }
-    void take(const std::string &text) const
-    {
-        *at = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
-    }
-};
-
-struct NumberOut {
-    int *at;
-    std::string written() const { return std::to_string(*at); }
-    void take(const std::string &text) const { *at = std::atoi(text.c_str()); }
-};
-
-struct MacOut {
-    uint8_t *at;
-    std::string written() const { return mac_text(at); }
-    void take(const std::string &text) const { mac_of(text, at); }
-};
-
-template <class Argument>
-concept Output = requires(const Argument &argument, const std::string &text)
-{
-    argument.written();
-    argument.take(text);
-};
-
-// How an argument is written, and how functions of the world take it.
+// How an argument is written, how a demanded one is taken, and how functions of the world take it.
 inline std::string written(const char *text)
 {
     return quote(text);
@@ -96,6 +59,54 @@ inline std::string written(const Word &word)
 {
     return word.text;
 }
+inline std::string written(const Secret &secret)
+{
+    return quote(secret.text);
+}
+inline std::string written(const HexOut &out)
+{
+    return hex(*out.at, out.digits);
+}
+inline std::string written(const NumberOut &out)
+{
+    return std::to_string(*out.at);
+}
+inline std::string written(const MacOut &out)
+{
+    return mac_text(out.at);
+}
+inline std::string written(const TextOut &out)
+{
+    return quote(out.at);
+}
+
+inline void put(const TextOut &out, const std::string &text)
+{
+    std::snprintf(out.at, static_cast<size_t>(out.room_bytes), "%s", text.c_str());
+}
+
+inline void take(const HexOut &out, const std::string &text)
+{
+    *out.at = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
+}
+inline void take(const NumberOut &out, const std::string &text)
+{
+    *out.at = std::atoi(text.c_str());
+}
+inline void take(const MacOut &out, const std::string &text)
+{
+    mac_of(text, out.at);
+}
+inline void take(const TextOut &out, const std::string &text)
+{
+    put(out, unquoted(text));
+}
+
+template <class Argument>
+concept Output = requires(const Argument &argument, const std::string &text)
+{
+    take(argument, text);
+};
 
 inline std::string given(const char *text)
 {
@@ -112,6 +123,10 @@ inline uint32_t given(const Hex &number)
 inline const uint8_t *given(const MacIn &mac)
 {
     return mac.bytes;
+}
+inline std::string given(const Secret &secret)
+{
+    return plain(secret.text);
 }
 auto given(const Output auto &output)
 {
@@ -176,9 +191,9 @@ private:
     {
         if constexpr (Output<Argument>) {
             if (!out_.empty()) {
-                argument.take(out_);
+                take(argument, out_);
             }
-            out = argument.written();
+            out = written(argument);
         }
     }
     // An effect is a function of a part of the world with the arguments, or one that knows them.
@@ -235,6 +250,23 @@ template <class... Arguments> void say(const Name &name, const Arguments &...arg
 
 // A line for each fact of the world that has changed since the last time: changed "up lan1".
 void trace_changes();
+
+// The same for a function that other ways stand behind, too: they have no use for the effect.
+template <auto Function, auto Effect, class... Arguments>
+int act(const Name &name, const Arguments &...arguments)
+{
+    return act(name, Effect, arguments...);
+}
+template <auto Function, class Effect, class... Arguments>
+int act(const Name &name, const Effect &effect, const Arguments &...arguments)
+{
+    return act(name, effect, arguments...);
+}
+template <auto Function, auto Effect, class... Arguments>
+int ask(const Name &name, const Arguments &...arguments)
+{
+    return ask(name, Effect, arguments...);
+}
 
 // "result NTH PATTERN VALUE OUT": NTH 0 for every match; a pattern without "(" is a function's name. The
 // newest rule that matches wins.

@@ -25,31 +25,6 @@ Word handle(const sqlite3 *db)
 
 } // namespace
 
-int iptlib_chain_is_exist(const char *table, const char *chain)
-{
-    return ask(__func__, &System::chain_exists, table, chain);
-}
-
-int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
-{
-    return ask(__func__, &System::rule_exists, table, chain, text);
-}
-
-int iptlib_chain_new(const char *table, const char *chain)
-{
-    return act(__func__, &System::chain_new, table, chain);
-}
-
-int iptlib_rule_append(const char *table, const char *chain, const char *rule)
-{
-    return act(__func__, &System::rule_append, table, chain, rule);
-}
-
-int iptlib_rules_flush(const char *table, const char *chain)
-{
-    return act(__func__, &System::rules_flush, table, chain);
-}
-
 int cmdlib_do_iptables_cmd(const char *fmt, ...)
 {
     va_list args;
@@ -57,36 +32,6 @@ int cmdlib_do_iptables_cmd(const char *fmt, ...)
     const std::string line = formatted(fmt, args);
     va_end(args);
     return act(__func__, &System::iptables, line.c_str());
-}
-
-int cmdlib_procd_start_inst(const char *service, const char *instance, const char *cmdline, int flag)
-{
-    return act(__func__, &System::client_start, service, instance, cmdline, flag);
-}
-
-int cmdlib_procd_del_inst(const char *service, const char *instance)
-{
-    return act(__func__, &System::client_stop, service, instance);
-}
-
-int cmdlib_get_proc_id(const char *pidfile, int *pid)
-{
-    return act(__func__, &System::client_pid, pidfile, NumberOut{pid});
-}
-
-int cmdlib_kill_processes(void)
-{
-    return act(__func__, nothing);
-}
-
-int cslib_entry_add(const char *user, const char *provider, const char *password, const char *ipaddr)
-{
-    return act(__func__, &System::secret_add, user, provider, password, ipaddr);
-}
-
-int cslib_entry_del(const char *user, const char *provider)
-{
-    return act(__func__, &System::secret_del, user, provider);
 }
 
 int sqlite3_db_open(const char *path, sqlite3 **db)
@@ -113,25 +58,10 @@ int sqlite3_db_colse(sqlite3 *db)
     return act(__func__, nothing, shown_handle);
 }
 
-int nl_init(const char *client)
-{
-    return act(__func__, nothing, client);
-}
-
 int nl_rx_event_reg(int type, int (*cb)(const struct nl_link_event *event))
 {
     return act(
         __func__, [&] { process.on_link = cb; }, type);
-}
-
-int nl_duplex_init(void)
-{
-    return act(__func__, nothing);
-}
-
-int nl_rtmsg_init(void)
-{
-    return act(__func__, nothing);
 }
 
 int nl_rtmsg_handler_reg(int type, int (*cb)(const struct nl_addr_event *event))

@@ -73,16 +73,21 @@ std::string value_text(blob_attr *attr)
     }
 }
 
-const ubus_method *method_find(const std::string &object, const std::string &method)
+struct Found {
+    ubus_object *object;
+    const ubus_method *method;
+};
+
+std::optional<Found> method_find(const std::string &object, const std::string &method)
 {
-    for (const ubus_object *known : process.objects) {
+    for (ubus_object *known : process.objects) {
         for (int i = 0; object == known->name && i < known->n_methods; ++i) {
             if (method == known->methods[i].name) {
-                return &known->methods[i];
+                return Found{known, &known->methods[i]};
             }
         }
     }
-    return nullptr;
+    return {};
 }
 
 } // namespace
@@ -174,15 +179,15 @@ int list_texts(blob_attr *list, char **out, int capacity)
 
 std::optional<int> call_method(const std::string &object, const std::string &method, const Message &message)
 {
-    const ubus_method *found = method_find(object, method);
-    if (found == nullptr) {
+    const std::optional<Found> found = method_find(object, method);
+    if (!found) {
         return {};
     }
     const size_t size = blob_pad_len(message.head());
     auto *copy = static_cast<blob_attr *>(malloc(size));
     std::memcpy(copy, message.head(), size);
     running = true;
-    const int status = found->handler(&context, process.objects.front(), &request, found->name, copy);
+    const int status = found->method->handler(&context, found->object, &request, found->method->name, copy);
     running = false;
     std::memset(static_cast<void *>(copy), 0xa5, size);
     free(copy);

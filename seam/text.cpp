@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -46,6 +47,31 @@ std::string quote(std::string_view text)
 std::string quote(const char *text)
 {
     return text == nullptr ? "null" : quote(std::string_view{text});
+}
+
+std::string unescaped(std::string_view text)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+            continue;
+        }
+        const char c = text[++i];
+        if (c == 'x') {
+            out += static_cast<char>(std::strtoul(std::string{text.substr(i + 1, 2)}.c_str(), nullptr, 16));
+            i += 2;
+        } else {
+            out += c == 'n' ? '\n' : c == 't' ? '\t' : c == 'r' ? '\r' : c;
+        }
+    }
+    return out;
+}
+
+std::string unquoted(std::string_view text)
+{
+    const bool quoted = text.size() > 1 && text.front() == '"' && text.back() == '"';
+    return unescaped(quoted ? text.substr(1, text.size() - 2) : text);
 }
 
 std::string plain(const char *text)

@@ -13,6 +13,9 @@ namespace seam {
 // A text in quotes with C escapes; a null pointer is null.
 std::string quote(std::string_view text);
 std::string quote(const char *text);
+// A text without its escapes, and without its quotes where it has some.
+std::string unescaped(std::string_view text);
+std::string unquoted(std::string_view text);
 // A null pointer as the empty text.
 std::string plain(const char *text);
 std::string hex(uint32_t value, int digits = 0);

@@ -284,4 +284,18 @@ int System::client_pid(const std::string &pid_file, int *pid)
     });
 }
 
+System::Row row_of(const char *proto, const char *ipaddr, const char *netmask, const char *gateway,
+                   const char *addr4, const char *addr5)
+{
+    const auto column = [](const char *text) { return text == nullptr ? Text{} : Text{text}; };
+    return {column(proto), column(ipaddr), column(netmask), column(gateway), column(addr4), column(addr5)};
+}
+
+std::string route_of(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
+                     int metric)
+{
+    return std::to_string(table) + " " + plain(dst) + "/" + plain(mask) + " via " + plain(gw) +
+           (dev == nullptr ? "" : " dev " + std::string{dev}) + " metric " + std::to_string(metric);
+}
+
 } // namespace seam

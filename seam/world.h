@@ -178,6 +178,12 @@ private:
     uint32_t field(uint32_t offset, uint32_t shift, uint32_t mask) const;
 };
 
+// A row of these columns, and a route as it is written in the picture.
+System::Row row_of(const char *proto, const char *ipaddr, const char *netmask, const char *gateway,
+                   const char *addr4, const char *addr5);
+std::string route_of(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
+                     int metric);
+
 struct Section {
     std::string package;
     std::string type;
