@@ -56,11 +56,6 @@ uint32_t *seam::debug_words()
     return debug_area;
 }
 
-void seam::debug_map()
-{
-    g_netd_dbg_shm = debug_area;
-}
-
 uint64_t seam::debug_counter()
 {
     uint64_t counter = 0;
@@ -125,6 +120,11 @@ OUTLIB(notice)
 OUTLIB(info)
 OUTLIB(debug)
 #undef OUTLIB
+
+int netdbg_shm_init(void)
+{
+    return act(__func__, [] { g_netd_dbg_shm = debug_area; });
+}
 
 char *strncpy_safe_record(char *dst, const char *src, unsigned n, const char *func, int line)
 {

@@ -40,6 +40,8 @@ const Rule *rule_for(const std::string &call)
 
 } // namespace
 
+std::optional<Answer> (*answerer)(const std::string &call) = nullptr;
+
 std::string Call::whole() const
 {
     return std::string{name_.name} + "(" + arguments_ + ")";
@@ -68,6 +70,12 @@ std::optional<long> Call::demanded()
             return -1;
         }
         flip_ = true;
+    }
+    if (answerer != nullptr) {
+        if (std::optional<Answer> answer = answerer(whole())) {
+            out_ = std::move(answer->out);
+            return answer->value;
+        }
     }
     const Rule *rule = rule_for(whole());
     if (rule == nullptr) {

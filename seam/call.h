@@ -80,11 +80,6 @@ inline std::string written(const TextOut &out)
     return quote(out.at);
 }
 
-inline void put(const TextOut &out, const std::string &text)
-{
-    std::snprintf(out.at, static_cast<size_t>(out.room_bytes), "%s", text.c_str());
-}
-
 inline void take(const HexOut &out, const std::string &text)
 {
     *out.at = static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 16));
@@ -99,7 +94,7 @@ inline void take(const MacOut &out, const std::string &text)
 }
 inline void take(const TextOut &out, const std::string &text)
 {
-    put(out, unquoted(text));
+    std::snprintf(out.at, static_cast<size_t>(out.room_bytes), "%s", unquoted(text).c_str());
 }
 
 template <class Argument>
@@ -267,6 +262,14 @@ int ask(const Name &name, const Arguments &...arguments)
 {
     return ask(name, Effect, arguments...);
 }
+
+// The result of a call, and what it fills in.
+struct Answer {
+    long value;
+    std::string out;
+};
+// Asked for the result of each call that has one, before all demands.
+extern std::optional<Answer> (*answerer)(const std::string &call);
 
 // "result NTH PATTERN VALUE OUT": NTH 0 for every match; a pattern without "(" is a function's name. The
 // newest rule that matches wins.

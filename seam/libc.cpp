@@ -137,12 +137,14 @@ int socket(int domain, int type, int protocol)
     const bool datagram = domain == AF_INET && type == SOCK_DGRAM;
     Call call(__func__, Call::Kind::action, Word{datagram ? "AF_INET" : std::to_string(domain)},
               Word{datagram ? "SOCK_DGRAM" : std::to_string(type)}, protocol);
-    if (const std::optional<long> wanted = call.demanded(); wanted && *wanted < 0) {
+    const std::optional<long> wanted = call.demanded();
+    if (wanted && *wanted < 0) {
         errno = EMFILE;
         return call.done(*wanted);
     }
-    process.sockets.insert(next_socket);
-    return call.done(next_socket++);
+    const int fd = wanted && *wanted > 0 ? static_cast<int>(*wanted) : next_socket++;
+    process.sockets.insert(fd);
+    return call.done(fd);
 }
 
 int ioctl(int fd, unsigned long number, ...) noexcept

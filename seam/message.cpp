@@ -177,21 +177,27 @@ int list_texts(blob_attr *list, char **out, int capacity)
     return 0;
 }
 
-std::optional<int> call_method(const std::string &object, const std::string &method, const Message &message)
+std::optional<int> call_method_raw(const std::string &object, const std::string &method,
+                                   std::string_view message)
 {
     const std::optional<Found> found = method_find(object, method);
     if (!found) {
         return {};
     }
-    const size_t size = blob_pad_len(message.head());
-    auto *copy = static_cast<blob_attr *>(malloc(size));
-    std::memcpy(copy, message.head(), size);
+    auto *copy = static_cast<blob_attr *>(malloc(message.size()));
+    std::memcpy(copy, message.data(), message.size());
     running = true;
     const int status = found->method->handler(&context, found->object, &request, found->method->name, copy);
     running = false;
-    std::memset(static_cast<void *>(copy), 0xa5, size);
+    std::memset(static_cast<void *>(copy), 0xa5, message.size());
     free(copy);
     return status;
+}
+
+std::optional<int> call_method(const std::string &object, const std::string &method, const Message &message)
+{
+    return call_method_raw(object, method,
+                           {reinterpret_cast<const char *>(message.head()), blob_pad_len(message.head())});
 }
 
 bool is_current_request(const void *ctx, const void *req)

@@ -53,6 +53,10 @@ int list_texts(blob_attr *list, char **out, int capacity);
 std::optional<int> call_method(const std::string &object, const std::string &method,
                                const Message &message = {});
 
+// The same with a message as its bytes, with their head.
+std::optional<int> call_method_raw(const std::string &object, const std::string &method,
+                                   std::string_view message);
+
 // True for the context and request of the call that is running.
 bool is_current_request(const void *context, const void *request);
 

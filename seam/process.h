@@ -35,7 +35,6 @@ extern Process process;
 // The debug area, mapped or not.
 uint32_t *debug_words();
 uint64_t debug_counter();
-void debug_map();
 
 // Calls of the C library go to the double from now on; before, they are what they always are.
 void watch_begin();

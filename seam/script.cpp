@@ -5,6 +5,7 @@
 //   IVARODE_SCRIPT  the script's file. Without it nothing is recorded and every call is the real one.
 
 #include "call.h"
+#include "events.h"
 #include "message.h"
 #include "process.h"
 
@@ -130,21 +131,6 @@ void show_model(const Line &line)
     }
 }
 
-template <class Event> void deliver(int (*handler)(const Event *), const Event &event)
-{
-    trace_line(handler == nullptr ? "no handler" : "returned " + std::to_string(handler(&event)));
-}
-
-void run_timer()
-{
-    if (process.timer == nullptr) {
-        trace_line("no timer");
-        return;
-    }
-    uloop_timeout *timer = std::exchange(process.timer, nullptr);
-    timer->cb(timer);
-}
-
 // The lines of the message stand behind the call's, up to one that is a dot.
 Message message_behind()
 {
@@ -230,15 +216,9 @@ constexpr Command commands[] = {
          trace_line("> " + line[1] + " fallible=" + std::to_string(fallible_counted()));
      }},
     {"call", run_call},
-    {"link",
-     [](const Line &line) {
-         deliver(process.on_link, nl_link_event{line.number(1), line.number(2)});
-     }},
-    {"address",
-     [](const Line &line) {
-         deliver(process.on_address, nl_addr_event{line.number(2), line.number(1)});
-     }},
-    {"timer", [](const Line & /*line*/) { run_timer(); }},
+    {"link", [](const Line &line) { link_changes(line.number(1), line.number(2)); }},
+    {"address", [](const Line &line) { address_comes(line.number(2), line.number(1)); }},
+    {"timer", [](const Line & /*line*/) { timer_rings(); }},
     {"objects", [](const Line & /*line*/) { show_objects(); }},
     {"model", show_model},
     {"counter", [](const Line & /*line*/) { trace_line("counter " + std::to_string(debug_counter())); }},

@@ -10,6 +10,7 @@
 namespace seam {
 
 Shown shown;
+void (*trace_listener)(std::string_view line) = nullptr;
 
 namespace {
 
@@ -83,6 +84,9 @@ std::vector<std::string> trace_take()
 
 void trace_line(std::string_view line, const void *site)
 {
+    if (trace_listener != nullptr) {
+        trace_listener(line);
+    }
     if (in_memory) {
         lines.emplace_back(line);
     }

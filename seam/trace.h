@@ -32,6 +32,9 @@ std::vector<std::string> trace_take();
 
 void trace_line(std::string_view line, const void *site = nullptr);
 
+// Told of each line, too.
+extern void (*trace_listener)(std::string_view line);
+
 // True for an address in the code of the program below which this library is preloaded. Never in process.
 bool from_daemon(const void *site);
 

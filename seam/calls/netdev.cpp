@@ -3,6 +3,7 @@
 #include "platform/netdev.h"
 
 #include "described.h"
+#include "text.h"
 
 using namespace seam;
 

@@ -5,7 +5,8 @@
 #include "platform/bus.h"
 #include "platform/events.h"
 #include "platform/output.h"
-#include "process.h"
+
+#include <cstdio>
 
 using namespace seam;
 
@@ -24,11 +25,6 @@ int mtklib_cpu_reg_wr(uint32_t addr, uint32_t value)
     return act<mtklib_cpu_reg_wr, &Hardware::cpu_write>(__func__, Hex{addr}, Hex{value, 8});
 }
 
-int netdbg_shm_init(void)
-{
-    return act<netdbg_shm_init>(__func__, debug_map);
-}
-
 int libsys_dbg_init(void)
 {
     return act<libsys_dbg_init, nothing>(__func__);
@@ -41,9 +37,8 @@ int sys_gpio_init2(void)
 
 int timelib_curtime_str_get(char *buf, int size)
 {
-    const TextOut out{buf, size};
-    return act<timelib_curtime_str_get>(
-        __func__, [&] { put(out, world.time); }, size, out);
+    const auto copy = [&] { std::snprintf(buf, static_cast<size_t>(size), "%s", world.time.c_str()); };
+    return act<timelib_curtime_str_get>(__func__, copy, TextOut{buf, size}, size);
 }
 
 int ubuslib_connect_init(void)

@@ -18,7 +18,7 @@ class Board:
     """What is run: the daemon, the recorder, and what to start them with."""
 
     def __init__(self, build: Path, prefix: Sequence[str] = (), leaks: bool = False) -> None:
-        build = build.resolve()
+        build = self.build = build.resolve()
         self.daemon = build / "bin" / "ivarode"
         self.recorder = build / "seam" / "libsys.so"
         self.entries = build / "seam" / "entries"

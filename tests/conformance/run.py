@@ -2,7 +2,8 @@
 
 The daemon that runs is the one that ships. Below it stands the recorder (seam) instead of the platform
 library; neither bus broker nor kernel nor privileges are needed. Last, the start is killed before each of its
-calls in turn and repeated on what was left, and thousands of events and requests come and go.
+calls in turn and repeated on what was left, thousands of events and requests come and go, and scenarios are
+recorded as on a router and replayed.
 """
 import argparse
 import os
@@ -17,6 +18,7 @@ from tests.conformance.compare import check, transcript
 from tests.conformance.endurance import CYCLES, endure
 from tests.conformance.kill_sweep import sweep_all
 from tests.conformance.recording import Board, Runs, record, temporary_folder
+from tests.conformance.replaying import replay_all
 from tests.conformance.scenario import Scenario, load_all
 
 HERE = Path(__file__).resolve().parent
@@ -73,6 +75,19 @@ def endurance(board: Board, pool: Executor) -> tuple[int, int]:
     return passed, failed
 
 
+def replays(board: Board, pool: Executor, scenarios: list[Scenario]) -> tuple[int, int]:
+    """How many scenarios were recorded and replayed, and how many of them not well."""
+    passed = failed = 0
+    if board.prefix or board.leaks:        # a recording is replayed by what was built for this machine
+        return passed, failed
+    for scenario, complaints in replay_all(board, pool, scenarios):
+        failed, passed = (failed + 1, passed) if complaints else (failed, passed + 1)
+        for text in [f"FAIL replay of {label(scenario)}", *complaints] if complaints else []:
+            print(text)
+    print(f"replayed: {passed} scenarios")
+    return passed, failed
+
+
 def main() -> int:
     options = arguments()
     try:
@@ -116,8 +131,7 @@ def main() -> int:
             if terminal:
                 print(f"\r{passed + failed}/{len(scenarios)}", end="\r", flush=True)
         if not (options.pick or options.show or options.scenarios):
-            for more in (kill_sweep, endurance):
-                counts = more(board, pool)
+            for counts in (kill_sweep(board, pool), endurance(board, pool), replays(board, pool, scenarios)):
                 passed, failed = passed + counts[0], failed + counts[1]
     if options.coverage:
         coverage.report(HERE.parent.parent / "src", board, recorded, label)
