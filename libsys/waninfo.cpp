@@ -4,11 +4,13 @@
 
 #include <climits>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 using libsys::shown;
 
+constexpr const char *state = "/var/run/ivarode";
 constexpr const char *folder = "/var/run/ivarode/wan";
 constexpr const char *lock_path = "/var/run/ivarode/wan/.lock";
 
@@ -69,9 +71,22 @@ int write_row(const char *path, const row &wanted)
     return content.ok() ? libsys::replace_file(path, 0644, content.view(), libsys::links::replace) : ENOMEM;
 }
 
+// A link in its place, or another user's folder, would lead the rows elsewhere.
+int check_own(const char *path)
+{
+    struct stat info;
+    if (lstat(path, &info) != 0) {
+        return errno;
+    }
+    const bool own = S_ISDIR(info.st_mode) && info.st_uid == geteuid();
+    return own ? 0 : EPERM;
+}
+
 int lock_rows(libsys::file_lock &lock)
 {
     int error = libsys::make_folders(folder);
+    error = error ? error : check_own(state);
+    error = error ? error : check_own(folder);
     return error ? error : lock.acquire(lock_path);
 }
 

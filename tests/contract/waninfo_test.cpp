@@ -194,6 +194,31 @@ TEST_F(WanInfo, FolderThatIsNoFolder)
     EXPECT_NE(0, netlib_waninfo_db_del_byname("wan1"));
 }
 
+// Only an image whose /var/run is not root's alone can have one.
+TEST_F(WanInfo, FolderThatIsNotOurs)
+{
+    constexpr uid_t nobody = 65534;
+    const std::filesystem::path state = "/var/run/ivarode";
+    std::filesystem::create_directory("/tmp/elsewhere");
+    for (const std::filesystem::path &taken : {state, state / "wan"}) {
+        for (const bool link : {true, false}) {
+            std::filesystem::remove_all(state);
+            std::filesystem::create_directories(taken);
+            if (link) {
+                std::filesystem::remove(taken);
+                std::filesystem::create_symlink("/tmp/elsewhere", taken);
+            } else {
+                ASSERT_EQ(0, chown(taken.c_str(), nobody, nobody));
+            }
+            StderrCapture err;
+            EXPECT_NE(0, insert()) << taken << link;
+            EXPECT_EQ(EPERM, errno);
+            EXPECT_NE(0, netlib_waninfo_db_del_byname("wan1"));
+            EXPECT_FALSE(std::filesystem::exists(row));
+        }
+    }
+}
+
 TEST_F(WanInfo, WriterThatHangsDoesNotHoldUsForEver)
 {
     EXPECT_EQ(0, insert());

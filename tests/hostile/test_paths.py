@@ -9,29 +9,12 @@ import pytest
 
 from tests.docs import sandbox
 from tests.hostile import world
-from tests.runners import BUILD, ROOT
+from tests.hostile.obstacles import FRAME, OBSTACLES, SECRET
+from tests.runners import BUILD
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 
-# What "nobody" puts in the place of a path.
-OBSTACLES = {
-    "file": "nobody sh -c 'echo theirs >{path}; chmod 666 {path}'",
-    "dangling link": "nobody ln -s /etc/cron.d/made {path}",
-    "link to a file": "nobody ln -s /etc/secret {path}",
-    "link to a folder": "nobody ln -s /etc {path}",
-    "folder": "nobody mkdir -m 777 {path}",
-    "full folder": "nobody mkdir -m 777 {path}; nobody touch {path}/x",
-    "pipe": "nobody mkfifo -m 666 {path}",
-}
 obstacles = pytest.mark.parametrize("obstacle", OBSTACLES)
-
-SECRET = """
-umask 022
-mkdir -p /etc/cron.d
-echo 'secret of root' >/etc/secret
-chmod 600 /etc/secret
-etc() { find /etc -printf '%p %y %m %U\\n' | sort; find /etc -type f -exec cksum {} + | sort; }
-"""
 
 
 @obstacles
@@ -104,12 +87,7 @@ cat /root/said
 
 @obstacles
 def test_the_init_script_frees_the_names_of_the_debug_objects(tmp_path: Path, obstacle: str) -> None:
-    frame = (ROOT / "lab/rc/rc.common").read_text()
-    out = world.run(f"""{SECRET}
-cat >/etc/rc.common <<'END-OF-FRAME'
-{frame}
-END-OF-FRAME
-printf '#!/bin/sh\\n' >/stub/sysctl; chmod 755 /stub/sysctl
+    out = world.run(f"""{SECRET}{FRAME}
 {OBSTACLES[obstacle].format(path="/dev/shm/ivarode-debug")}
 echo mine >/dev/shm/ivarode-records
 etc >/root/before

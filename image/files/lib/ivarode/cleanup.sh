@@ -160,6 +160,7 @@ remove_devices() {
 }
 
 remove_files() {
+    wan_state_is_roots || return
     rm -f "$WAN_ROWS"/* "$WAN_DNS"/[0-9]* "$WAN_RUN"/lease/*
     [ ! -d "$WAN_DNS" ] || wan_resolver_write
 }

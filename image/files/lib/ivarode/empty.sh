@@ -111,6 +111,7 @@ case $number in *[!0-9]* | ??????*)
     exit 1
     ;;
 esac
+wan_state_is_roots || exit 1
 # The address that was set, for as long as it is held.
 held=$WAN_RUN/lease/$interface
 case $event in

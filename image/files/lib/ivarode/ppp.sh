@@ -15,6 +15,7 @@ if ! wan_is_name "$ppp_device"; then
     wan_error "a PPP link of no device: $ppp_device"
     exit 1
 fi
+wan_state_is_roots || exit 1
 
 ppp_wan_number() {
     case $ppp_param in
