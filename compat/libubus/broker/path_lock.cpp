@@ -16,7 +16,11 @@ int open_beside(const char *path)
 {
     char name[PATH_MAX];
     snprintf(name, sizeof(name), "%s.lock", path);
-    return open(name, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    int fd;
+    do {
+        fd = open(name, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
 }
 
 // 0 or an errno value.
@@ -32,7 +36,7 @@ int take(int fd)
     int result;
     do {
         result = flock(fd, LOCK_EX);
-    } while (result < 0 && errno == EINTR);
+    } while (result < 0 && (errno == EINTR || errno == EWOULDBLOCK));
     return result < 0 ? errno : 0;
 }
 

