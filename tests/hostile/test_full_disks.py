@@ -117,7 +117,7 @@ killed_at 0
 : >/root/step
 {new}
 steps=$(wc -l </root/step)
-for step in $(seq $steps); do
+for step in $(seq $((steps + 1))); do            # the last of them is not reached
     killed_at 0
     {old}
     killed_at $step
