@@ -1,119 +1,116 @@
-"""Daemon and platform library on musl, the C library of most images: they compile without a warning, and daemon and bus
-libraries link against it."""
+"""Daemon and platform library on musl, the C library of most images: they compile without a warning, daemon and bus
+libraries link against it, and the daemon answers there on the bus, byte for byte as the one of this machine."""
 
 import concurrent.futures
 import os
 import pathlib
-import re
 import shutil
 import subprocess
 
 import pytest
 
-from tests.package import common
+from tests.docs import sandbox
+from tests.package import common, musl
 
-MUSL = pathlib.Path("/usr/include/x86_64-linux-musl")
-LOADER = pathlib.Path("/lib/ld-musl-x86_64.so.1")
-pytestmark = pytest.mark.skipif(not MUSL.is_dir() or not shutil.which("musl-gcc"), reason="musl-tools is not installed")
+pytestmark = pytest.mark.skipif(not musl.AVAILABLE, reason="musl-tools is not installed")
 
-PLATFORM = pathlib.Path(__file__).with_name("musl_platform.cpp")
-# The C++ library's headers were set up for another C library.
-MISFITS = ["-D__GLIBC_PREREQ(a,b)=0", "-D__locale_t=locale_t"]
-MISSING = """#pragma once
-#include <pthread.h>
-extern "C" int pthread_cond_clockwait(pthread_cond_t *, pthread_mutex_t *, clockid_t, const timespec *);
-extern "C" int pthread_mutex_clocklock(pthread_mutex_t *, clockid_t, const timespec *);
-extern "C" int pthread_rwlock_clockrdlock(pthread_rwlock_t *, clockid_t, const timespec *);
-extern "C" int pthread_rwlock_clockwrlock(pthread_rwlock_t *, clockid_t, const timespec *);
+WORLD = """
+set -eu
+mount -t tmpfs none /run
+mount -t tmpfs none /dev/shm
+mount --bind "$folder/etc" /etc
+[ ! -e /dev/log ] || mount --bind /dev/null /dev/log
+PATH=$folder/bin:/usr/sbin:/usr/bin:/sbin:/bin
+mkdir -p /run/ubus
+"$programs/ubusd" &
+"$programs/small-peer" serve &
+"$programs/small-peer" call ombrine.run run >/dev/null
+"$daemon" 2>"$folder/said" &
+while read -r line; do
+    eval "\\"$programs/small-peer\\" call $line" || { cat "$folder/said" >&2; exit 1; }
+done <"$folder/calls"
 """
-CTYPE_BASE = """#pragma once
-namespace std {
-struct ctype_base {
-    typedef const int *__to_type;
-    typedef unsigned short mask;
-    static const mask upper = 1, lower = 2, alpha = 4, digit = 8, xdigit = 16, space = 32, print = 64, graph = 140;
-    static const mask cntrl = 256, punct = 512, alnum = 12, blank = 1024;
-};
-}
-"""
-STANDINS: dict[str, tuple[str, set[str], tuple[str, ...]]] = {
-    "libubox.so": ("libubox/src", {"json_format", "json_parse"}, ()),
-    "libubus.so": ("libubus/lib", set(), ("ubox",)), "libuci.so": ("libuci/src", set(), ())}
-# What of the platform library needs the C library and the three alone.
-PLAIN = ["bus", "bus_call", "config", "debug", "file", "internal", "output", "strings", "time"]
+# A call, and its status.
+CALLS = [("ivarode.run run", 0), ("ivarode.intf status", 0), ("ivarode.intf statist", 0),
+         ("ivarode.intf port_dump 'port#2'", 0), ("ivarode.intf port_dump 'port#9'", 2),
+         ("ivarode.intf port_add name=lan2", 0), ("ivarode.intf port_add", 2), ("ivarode.intf port_add name=wan7", 1),
+         ("ivarode.intf add intf=lan2_guest vlanid1#100 ipaddr=192.168.100.1 netmask=255.255.255.0", 0),
+         ("ivarode.intf enable intf+lan2_guest 'enable#0'", 0), ("ivarode.intf del intf+lan2_guest", 0),
+         ("ivarode.route add name=r1 line=wan1 dstaddr=192.0.2.0 netmask=255.255.255.0 gateway=10.0.0.1 metric=9", 0),
+         ("ivarode.route del name+r1", 0), ("ivarode.route add name=r2", 2),
+         ("ivarode.pppuser add username=alice 'provider=*' 'password=s3 cret' ipaddr=10.99.0.2", 0),
+         ("ivarode.pppuser del username=alice 'provider=*'", 0), ("ivarode.intf status", 0)]
 
 
 @pytest.fixture(scope="module")
 def words(tmp_path_factory: pytest.TempPathFactory) -> list[str]:
-    """The compiler with musl's headers; those of the kernel and of other libraries are in a folder of their own."""
-    others = tmp_path_factory.mktemp("others")
-    for name in ("linux", "asm-generic", "libmnl", "json-c", "sqlite3.h", "x86_64-linux-gnu/asm"):
-        (others / pathlib.Path(name).name).symlink_to(pathlib.Path("/usr/include") / name)
-    (others / "bits").mkdir()
-    (others / "bits/ctype_base.h").write_text(CTYPE_BASE)
-    (others / "missing.h").write_text(MISSING)
-    version = common.run("g++", "-dumpversion").strip()
-    own = common.run("g++", "-print-file-name=include").strip()
-    folders = [others, f"/usr/include/c++/{version}", f"/usr/include/x86_64-linux-gnu/c++/{version}", MUSL, own]
-    return ["g++", "-nostdinc", "-nostdinc++", *(f"-isystem{folder}" for folder in folders), *MISFITS, "-include",
-            str(others / "missing.h"), *common.FLAGS,
-            *(f"-I{folder}" for folder in [common.ROOT / "src", common.ROOT / "libsys", *common.BUS_HEADERS])]
+    return musl.compiler(tmp_path_factory.mktemp("others"))
 
 
-def test_every_source_compiles(words: list[str]) -> None:
+def test_every_source_compiles(words: list[str], tmp_path: pathlib.Path) -> None:
+    line = musl.Linker(tmp_path, words, []).words
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        done = list(pool.map(lambda path: subprocess.run([*words, "-fsyntax-only", path], capture_output=True,
+        done = list(pool.map(lambda path: subprocess.run([*line, "-fsyntax-only", path], capture_output=True,
                                                          text=True), common.SOURCES))
     failed = [f"{path.relative_to(common.ROOT)}\n{result.stderr[:2000]}"
               for path, result in zip(common.SOURCES, done) if result.returncode]
     assert not failed, "\n".join(failed)
 
 
-def compiled(words: list[str], folder: pathlib.Path, sources: list[pathlib.Path], *more: str) -> list[pathlib.Path]:
-    folder.mkdir()
-    objects = [folder / (path.parent.name + "-" + path.stem + ".o") for path in sources]
-
-    def one(path: pathlib.Path, to: pathlib.Path) -> None:
-        common.run(*words, "-Os", "-c", "-o", to, *more, path)
-
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        list(pool.map(one, sources, objects))
-    return objects
+@pytest.fixture(scope="module")
+def linked(words: list[str], tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
+    """A folder with daemon, bus libraries, platform library on a small board, broker and its peer."""
+    linker = musl.Linker(tmp_path_factory.mktemp("musl"), words, ["musl-gcc"])
+    linker.stand_ins()
+    daemon = linker.daemon()
+    linker.platform(musl.asked_for(daemon))
+    linker.link("ivarode", daemon, ("sys", "ubus", "ubox"))
+    linker.broker()
+    linker.peer()
+    return linker.folder
 
 
 @pytest.fixture(scope="module")
-def linked(words: list[str], tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
-    """A folder with the daemon, the three bus libraries and a platform library without a kernel below it."""
-    folder = tmp_path_factory.mktemp("musl")
-
-    def link(name: str, objects: list[pathlib.Path], libraries: tuple[str, ...], *more: str) -> None:
-        common.run("musl-gcc", "-o", folder / name, *more, *objects, "-L", folder, *(f"-l{one}" for one in libraries),
-                   "-Wl,-rpath,$ORIGIN", "-Wl,-z,now", "-Wl,--no-undefined")
-
-    wire = common.ROOT / "compat/libubus/wire"
-    for name, (part, apart, libraries) in STANDINS.items():
-        sources = [path for path in sorted((common.ROOT / "compat" / part).glob("*.cpp")) if path.stem not in apart]
-        sources += sorted(wire.glob("*.cpp")) if name == "libubus.so" else []
-        link(name, compiled(words, folder / (name + ".o"), sources, f"-I{wire}", "-fvisibility=default"), libraries,
-             "-shared")
-    plain = [common.ROOT / "libsys" / (name + ".cpp") for name in PLAIN]
-    daemon = compiled(words, folder / "daemon.o", sorted(common.ROOT.glob("src/*/*.cpp")))
-    platform = compiled(words, folder / "platform.o", [path for path in plain if path.exists()] + [PLATFORM])
-    # Everything else of the platform succeeds without doing anything.
-    asked = set(re.findall(r"\bU (\w+)", common.run("nm", *daemon)))
-    there = set(re.findall(r"\bT (\w+)", common.run("nm", *platform)))
-    declared = set(re.findall(r"\b(\w+)\(",
-                              "\n".join(path.read_text() for path in common.ROOT.glob("src/platform/*.h"))))
-    rest = folder / "rest.cpp"
-    rest.write_text("".join(f'extern "C" int {name}();\nint {name}() {{ return 0; }}\n'
-                            for name in sorted((asked & declared) - there)))
-    link("libsys.so", platform + compiled(words, folder / "rest.o", [rest], "-fvisibility=default"),
-         ("ubus", "ubox", "uci"), "-shared")
-    link("ivarode", daemon, ("sys", "ubus", "ubox"))
-    return folder
+def usual(linked: pathlib.Path, tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
+    """The same platform library and peer on the C library of this machine, beside the bus libraries of the build."""
+    linker = musl.Linker(tmp_path_factory.mktemp("usual"), ["g++"], ["gcc"])
+    for name in musl.STANDINS:
+        (linker.folder / name).symlink_to(common.BUILD / "lib" / name)
+    linker.platform(musl.asked_for([linked / "ivarode"]))
+    linker.peer()
+    (linker.folder / "ubusd").symlink_to(common.BUILD / "bin/ubusd")
+    return linker.folder
 
 
 def test_nothing_of_another_c_library_is_asked_for(linked: pathlib.Path) -> None:
-    for name in ("ivarode", "libsys.so", *STANDINS):
-        assert set(common.needed(linked / name)) <= {"libc.so", "libsys.so", *STANDINS}, name
-    assert str(LOADER) in common.run("readelf", "-l", linked / "ivarode")
+    for name in ("ivarode", "libsys.so", *musl.STANDINS, "ubusd", "small-peer"):
+        assert set(common.needed(linked / name)) <= {"libc.so", "libsys.so", *musl.STANDINS}, name
+    for name in ("ivarode", "ubusd", "small-peer"):
+        assert str(musl.LOADER) in common.run("readelf", "-l", linked / name)
+
+
+def answers(programs: pathlib.Path, daemon: pathlib.Path, folder: pathlib.Path) -> list[str]:
+    """What the daemon answers, each as bytes and status, with a private bus, network and configuration."""
+    shutil.copytree(common.ROOT / "lab/configs/home", folder / "etc/config")
+    for name in ("etc/ppp", "bin"):
+        (folder / name).mkdir()
+    (folder / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n")
+    (folder / "etc/group").write_text("root:x:0:\n")
+    iptables = folder / "bin/iptables"
+    iptables.write_text('#!/bin/sh\ncase "$*" in *-S*) echo "-P PREROUTING ACCEPT" ;; esac\n')
+    iptables.chmod(0o755)
+    (folder / "calls").write_text("".join(f"{call}\n" for call, _ in CALLS))
+    said = common.run("unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "sh", "-c", WORLD,
+                      env={**os.environ, "folder": str(folder), "programs": str(programs), "daemon": str(daemon),
+                           "LD_LIBRARY_PATH": str(programs)}, timeout=120)
+    return said.splitlines()
+
+
+@pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
+def test_the_daemon_answers_there_as_here(linked: pathlib.Path, usual: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    there = answers(linked, linked / "ivarode", tmp_path / "there")
+    here = answers(usual, common.BUILD / "bin/ivarode", tmp_path / "here")
+    assert [(call, answer.rpartition(" ")[2]) for (call, _), answer in zip(CALLS, here)] == \
+        [(call, str(status)) for call, status in CALLS]
+    assert there == here
+    assert b"link" in bytes.fromhex(here[1].split()[0]), "a question is among them"

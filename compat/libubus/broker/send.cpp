@@ -35,7 +35,7 @@ size_t write_some(int sock, iovec *parts, size_t count, int fd)
     msghdr msg = {};
 
     msg.msg_iov = parts;
-    msg.msg_iovlen = count;
+    msg.msg_iovlen = static_cast<decltype(msg.msg_iovlen)>(count); // another type in each C library
     if (fd >= 0) {
         wire::attach_fd(msg, control, fd);
     }
