@@ -229,7 +229,7 @@ constexpr Command commands[] = {
 void run_script()
 {
     while (next_line < script.size()) {
-        const Line line = script[next_line++];
+        const Line &line = script[next_line++];
         if (line[0] == "loop") {
             return;
         }

@@ -32,7 +32,7 @@ int ask(const std::string &socket_path, const std::string &line, bool stream)
     address.sun_family = AF_UNIX;
     socket_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
     std::string text = line + "\n";
-    if (connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) < 0 ||
+    if (!fd || connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) < 0 ||
         !write_all(fd.get(), text.data(), text.size())) {
         fprintf(stderr, "%s: %s\n", socket_path.c_str(), std::strerror(errno));
         return 1;

@@ -28,7 +28,7 @@ bool answers(const char *path)
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::string(path).copy(address.sun_path, sizeof(address.sun_path) - 1);
-    return connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+    return fd && connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
 }
 
 } // namespace

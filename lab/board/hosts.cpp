@@ -62,6 +62,7 @@ void place(int fd, int target)
     }
     env.push_back(nullptr);
     std::vector<char *> argv;
+    argv.reserve(command.words.size() + 1);
     for (const std::string &text : command.words) {
         argv.push_back(const_cast<char *>(text.c_str()));
     }

@@ -26,6 +26,7 @@ bool CommandLine::parse(int argc, char **argv) const
 {
     // Options are distinguished by their places in the list, below every letter.
     std::vector<option> known;
+    known.reserve(options_.size() + 2);
     for (const Option &one : options_) {
         known.push_back({one.name, one.with_value ? required_argument : no_argument, nullptr,
                          static_cast<int>(known.size())});

@@ -141,12 +141,12 @@ void give_up_the_rest(const Sets &sets)
     }
     need(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0), "ambient capabilities");
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    std::array<__user_cap_data_struct, 2> words{};
-    for (unsigned half = 0; half < words.size(); ++half) {
-        words[half] = {static_cast<uint32_t>(sets[effective] >> (32 * half)),
-                       static_cast<uint32_t>(sets[permitted] >> (32 * half)),
-                       static_cast<uint32_t>(sets[inheritable] >> (32 * half))};
-    }
+    const auto words_from = [&](unsigned bit) {
+        return __user_cap_data_struct{static_cast<uint32_t>(sets[effective] >> bit),
+                                      static_cast<uint32_t>(sets[permitted] >> bit),
+                                      static_cast<uint32_t>(sets[inheritable] >> bit)};
+    };
+    std::array<__user_cap_data_struct, 2> words{words_from(0), words_from(32)};
     need(syscall(SYS_capset, &header, words.data()), "capabilities");
     for (unsigned long number = 0; number < names.size(); ++number) {
         if ((sets[ambient] >> number & 1) != 0) {

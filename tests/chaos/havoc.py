@@ -101,7 +101,8 @@ def kill_in_flight(board: Board, rng: random.Random, victims: list[str]) -> str:
     lines = [one.command(patience=5) for one in wanted]
     if "daemon" in victims and rng.random() < 0.6:
         lines.append(touch(board, rng))
-    pids = " ".join(f"$(pidof { {'daemon': 'ivarode', 'broker': 'ubusd'}[victim]})" for victim in victims)
+    programs = {"daemon": "ivarode", "broker": "ubusd"}
+    pids = " ".join(f"$(pidof {programs[victim]})" for victim in victims)
     kill = f"kill -9 {pids}; kill -9 $(pidof ubus)"       # nobody will answer those who still wait
     if "daemon" in victims and rng.random() < 0.4:
         output = board.in_flight(lines, "kill -STOP $(pidof ivarode); sleep 0.3; " + kill)
