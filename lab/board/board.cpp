@@ -30,6 +30,9 @@ void Board::take(Frame frame)
         if (waiting_.count(frame.id) != 0) {
             answer(frame.id, "", 130);
         }
+        if (auto it = stopping_.find(frame.id); it != stopping_.end()) {
+            services_.signal(it->second, frame.payload[0]);
+        }
     } else if (frame.type == FrameType::exec) {
         std::vector<std::string> words = split_words(frame.payload, '\0');
         if (words.size() < 2) {
@@ -51,6 +54,7 @@ void Board::take(Frame frame)
 void Board::answer(uint32_t id, const std::string &text, int status)
 {
     waiting_.erase(id);
+    stopping_.erase(id);
     if (!text.empty()) {
         channel_.send(status == 0 ? FrameType::output : FrameType::errors, id, text);
     }
@@ -58,7 +62,8 @@ void Board::answer(uint32_t id, const std::string &text, int status)
 }
 
 // What the board itself is asked: services | hosts | wait TEXT | start, stop, restart NAME |
-// kill NAME SIGNAL-NUMBER. Who waits sets a limit and ends the waiting: this clock may run too fast.
+// kill NAME SIGNAL-NUMBER. Who waits, for a text or for the end of a program, sets a limit and sends the
+// signal that ends the waiting or the program: this clock may run too fast.
 void Board::command(uint32_t id, const std::vector<std::string> &words)
 {
     const std::string &verb = words[0];
@@ -111,8 +116,10 @@ void Board::change_service(uint32_t id, const std::vector<std::string> &words)
     if (verb == "start") {
         start();
     } else if (verb == "stop") {
+        stopping_[id] = name;
         services_.stop(name, [this, id] { answer(id, "", 0); });
     } else if (verb == "restart") {
+        stopping_[id] = name;
         services_.stop(name, start);
     } else if (verb == "kill" && words.size() == 3) {
         bool sent = services_.signal(name, std::atoi(words[2].c_str()));

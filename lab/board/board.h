@@ -49,7 +49,8 @@ private:
     std::map<std::string, Host> hosts_;
     Host parking_; // for the ends of cables that nobody holds
     Services services_;
-    std::set<uint32_t> waiting_; // requests that wait for a text
+    std::set<uint32_t> waiting_;               // requests that wait for a text
+    std::map<uint32_t, std::string> stopping_; // requests that wait for the end of a program
 };
 
 } // namespace lab

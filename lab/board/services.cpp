@@ -50,11 +50,6 @@ void Services::stop(const std::string &name, std::function<void()> done)
     }
     service.waiting.push_back(std::move(done));
     kill(service.pid, SIGTERM);
-    loop_.after(std::chrono::seconds(5), [this, name, pid = service.pid] {
-        if (services_.at(name).pid == pid) {
-            kill(pid, SIGKILL);
-        }
-    });
 }
 
 void Services::gone(const std::string &name, int wait_status)

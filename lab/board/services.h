@@ -28,8 +28,7 @@ public:
     void start(const std::string &name, int out = -1);
     // Sends a signal; false when it is not running.
     bool signal(const std::string &name, int signal);
-    // Ends it (SIGTERM, after five seconds SIGKILL); done runs once it is gone, at once if it was not
-    // running.
+    // Asks it to end (SIGTERM); done runs once it is gone, at once if it was not running.
     void stop(const std::string &name, std::function<void()> done);
     void on_end(std::function<void(const std::string &name, const std::string &how)> handler)
     {

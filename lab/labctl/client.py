@@ -17,6 +17,9 @@ from typing import Any, TextIO
 from . import boards, carrier, frames, machine, paths
 
 
+STOP_LIMIT = 5.0             # at pace 1: how long one of the board's programs may take to end by itself
+
+
 class LabError(Exception):
     pass
 
@@ -56,6 +59,9 @@ class Command:
             timeout, words = float(str(words[1])), ["wait", words[2]]
         self.limit = None if timeout is None else time.monotonic() + timeout
         self.late = False
+        # a program of the board that does not end is killed then, which the request waits for
+        stopping = host == "agent" and words[0] in ("stop", "restart")
+        self.patience = time.monotonic() + STOP_LIMIT * lab.pace if stopping else None
         self._send(frames.EXEC, frames.words(host, *words))
 
     def _send(self, kind: int, payload: bytes = b"") -> None:
@@ -81,7 +87,10 @@ class Command:
             if self.limit is not None and now >= self.limit:
                 self.limit, self.late = None, True
                 self.kill()
-            ends = [end for end in (deadline, self.limit) if end is not None]
+            if self.patience is not None and now >= self.patience:
+                self.patience = None
+                self.kill()
+            ends = [end for end in (deadline, self.limit, self.patience) if end is not None]
             self.sock.settimeout(min(ends) - now if ends else None)
             try:
                 data = self.sock.recv(frames.CHUNK)
