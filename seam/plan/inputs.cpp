@@ -1,6 +1,6 @@
 #include "plan/inputs.h"
 
-#include "../../libsys/places.h"
+#include "../../libsys/board_file.h"
 #include "plan/options.h"
 #include "platform/config.h"
 
@@ -41,6 +41,22 @@ int add_section(uci_context * /*context*/, uci_section *section, void *argument)
         }
     }
     return 0;
+}
+
+// The devices that the board file gives to switch ports of the processor; a kernel has those.
+void add_devices(System &system)
+{
+    libsys::board_file file;
+    if (file.load() != 0) {
+        return;
+    }
+    json_object *ports = file.find("switch.switch0.ports");
+    for (size_t i = 0; i < json_object_array_length(ports); ++i) {
+        json_object *device = libsys::member(json_object_array_get_idx(ports, i), "device");
+        if (json_object_is_type(device, json_type_string)) {
+            system.devices[json_object_get_string(device)].kind = "port";
+        }
+    }
 }
 
 } // namespace
@@ -94,6 +110,7 @@ bool read_board(const std::string &file, Inputs &inputs)
             world.ports[i] = *ether;
         }
     }
+    add_devices(world.system);
     return true;
 }
 

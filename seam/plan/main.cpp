@@ -34,7 +34,9 @@ void add_world(ScriptText &script, const Inputs &inputs)
                 {"port", std::to_string(i), std::to_string(ether->role), std::to_string(ether->hw_port)});
         }
     }
-    script.line({"fact", "device eth1 = port"});
+    for (const auto &[key, value] : facts(world.system)) {
+        script.line({"fact", value.empty() ? key : key + " = " + value});
+    }
     for (const std::string &package : world.packages) {
         script.line({"package", package});
     }

@@ -36,11 +36,10 @@ const BoardPlan boards[] = {
 std::string board_file(const BoardPlan &plan)
 {
     static constexpr const char *roles[] = {"", "lan", "wan", "lan,wan"};
-    std::string ports;
+    std::string ports = "{\"num\":6,\"device\":\"eth0\"},{\"num\":5,\"device\":\"eth1\"}";
     for (size_t i = 0; i < plan.ethernet.size(); ++i) {
-        ports += (i == 0 ? "" : ",") + std::string{"{\"index\":"} + std::to_string(i) +
-                 ",\"num\":" + std::to_string(plan.ethernet[i].second) + ",\"role\":\"" +
-                 roles[plan.ethernet[i].first] + "\"}";
+        ports += ",{\"index\":" + std::to_string(i) + ",\"num\":" + std::to_string(plan.ethernet[i].second) +
+                 ",\"role\":\"" + roles[plan.ethernet[i].first] + "\"}";
     }
     return "{\"system\":{\"label_macaddr\":\"" + seam::mac_text(plan.base.data()) +
            "\"},\"switch\":{\"switch0\":{\"ports\":[" + ports + "]}},\"ivarode\":{\"cpuid\":\"" +

@@ -15,7 +15,7 @@ from tests.conformance.scenario import Scenario, Step, single_script
 
 ROLES = {"1": "lan", "2": "wan", "3": "lan,wan"}
 LOOKING = ("model", "objects", "counter", "start")
-SECOND_PORT = ("fact", "device eth1 = port")        # a plan always has it
+SECOND_PORT = ("fact", "device eth1 = port")
 
 
 @dataclass
@@ -33,7 +33,9 @@ class Files:
 
 
 def files_of(scenario: Scenario) -> Files | None:
-    mac, cpu, ports = "00:00:00:00:00:00", "0", []
+    mac, cpu = "00:00:00:00:00:00", "0"
+    ports: list[dict[str, object]] = [{"num": 5, "device": "eth1"}] if SECOND_PORT in scenario.first else []
+    numbers: list[int] = []
     packages: dict[str, str] = {}
     current, names = "", set()
     if scenario.entry or any(line != SECOND_PORT for line in scenario.first):
@@ -45,7 +47,10 @@ def files_of(scenario: Scenario) -> Files | None:
         elif word == "cpu":
             cpu = f"{int(rest[0], 0):x}"
         elif word == "port":
-            ports.append({"index": int(rest[0]), "role": ROLES.get(rest[1]), "num": int(rest[2])})
+            if rest[1] not in ROLES or int(rest[2]) > 7 or int(rest[2]) in numbers:
+                return None
+            numbers.append(int(rest[2]))
+            ports.append({"index": int(rest[0]), "role": ROLES[rest[1]], "num": numbers[-1]})
         elif word == "package":
             packages[rest[0]] = ""
         elif word == "section":
@@ -58,11 +63,8 @@ def files_of(scenario: Scenario) -> Files | None:
             if not re.fullmatch(r"[ -&(-~]*", rest[1]) or not re.fullmatch(r"\w+", rest[0]):
                 return None
             packages[current] += f"\toption {rest[0]} '{rest[1]}'\n"
-    numbers = [port["num"] for port in ports]
-    if any(port["role"] is None or port["num"] > 7 for port in ports) or len(set(numbers)) < len(numbers):
-        return None
-    return Files({"system": {"label_macaddr": mac}, "switch": {"switch0": {"ports": ports}}, "ivarode": {"cpuid": cpu}},
-                 packages)
+    board = {"system": {"label_macaddr": mac}, "switch": {"switch0": {"ports": ports}}, "ivarode": {"cpuid": cpu}}
+    return Files(board, packages)
 
 
 def value(kind: int, data: bytes) -> object:

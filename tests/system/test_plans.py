@@ -1,5 +1,5 @@
-"""What ivarode-plan says beforehand is what the board has afterwards: switch, devices, addresses, routes, rules, chains,
-rows and clients, read back by other means."""
+"""What ivarode-plan says beforehand is what the board has afterwards: switch, devices, addresses, routes, rules,
+chains, rows and clients, read back by other means."""
 
 from __future__ import annotations
 
@@ -27,7 +27,7 @@ REQUESTS: list[Request] = [
     ("port_add", {"name": "lan9"}),
     ("enable", {"intf": ["lan4_guest"], "enable": 0}),
 ]
-FIREWALL = re.compile(r"chain (\S+) (\S+)(?: = (.*))?")
+CONNECTED_FIRST = 10001
 
 
 def facts(plan: planning.Plan, kind: str) -> dict[str, str]:
@@ -41,8 +41,9 @@ def facts(plan: planning.Plan, kind: str) -> dict[str, str]:
 
 
 def words_of(rule: str) -> tuple[str, ...]:
-    """A rule by its words in any order: iptables lists them in another than they were given in."""
-    return tuple(sorted(word for word in rule.replace("conntrack  ", "conntrack ").split() if word not in ("-m", "tcp")))
+    """A rule by its words in any order: iptables lists them in another than they were given in, and names a match that
+    follows from the protocol."""
+    return tuple(sorted(rule.replace("-m tcp ", "").split()))
 
 
 def planned_firewall(plan: planning.Plan) -> dict[tuple[str, str], list[tuple[str, ...]]]:
@@ -97,8 +98,11 @@ def compare(lab: Lab, plan: planning.Plan) -> None:
     real = {(table, device): gateway for gateway, device, table in re.findall(
         r"default via (\S+) dev (\S+) table (\d+)", "\n".join(state.routes(lab)))}
     assert {tuple(key.split()): gateway for key, gateway in facts(plan, "gateway ").items()} == real
+    # Before the rules of WANs the platform library puts one for networks that are connected.
+    planned_rules = {int(key.split()[0]) for kind in ("rule ", "policy ") for key in facts(plan, kind)}
+    connected = {CONNECTED_FIRST} if facts(plan, "policy ") else set()
     preferences = {int(line.split(":")[0]) for line in state.rules(lab)} - {0, 32766, 32767}
-    assert preferences == {int(key.split()[0]) for kind in ("rule ", "policy ") for key in facts(plan, kind)}
+    assert preferences == planned_rules | connected
     rows = facts(plan, "wan ")
     assert set(re.findall(r"\[(\S+)\]", state.rows(lab))) == set(rows)
     for name, row in rows.items():
