@@ -11,7 +11,7 @@ from tests.package import common
 OWNERS = {"libubox.so": "libubox", "libubus.so": "libubus", "libuci.so": "libuci", "libmnl.so.0": "libmnl",
           "libjson-c.so.5": "libjson-c", "libsys.so": "libsys", "libblobmsg_json.so": "libblobmsg-json"}
 # What every image has: the C library's own.
-BASE = {"libc.so.6", "libgcc_s.so.1"}
+BASE = {"libc.so.6", "ld-linux-x86-64.so.2", "libgcc_s.so.1"}
 
 
 def test_warnings_are_no_errors_for_who_builds_a_package(laid: common.Packages) -> None:
@@ -41,8 +41,8 @@ def data(folder: pathlib.Path) -> list[str]:
     return common.files(folder / "data")
 
 
-def test_three_packages(laid: common.Packages) -> None:
-    assert set(laid) == {"ivarode", "libsys", "ivarode-sibling"}
+def test_four_packages(laid: common.Packages) -> None:
+    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-sibling"}
     for folder in laid.values():
         assert re.fullmatch(r"\d+\.\d+\.\d+-r\d+", control(folder)["VERSION"])
 
@@ -61,6 +61,7 @@ def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     wanted = set(common.files(common.IMAGE)) - {"sbin/udhcpc"}
     assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode"}
     assert data(laid["libsys"]) == ["usr/lib/libsys.so", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch"]
+    assert data(laid["ivarode-plan"]) == ["usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan"]
     assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
 
 
@@ -72,7 +73,8 @@ def test_no_stand_in_gets_into_an_image(laid: common.Packages) -> None:
 
 def test_modes_and_owners(laid: common.Packages) -> None:
     programs = {"usr/sbin/ivarode", "usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch",
-                "usr/lib/libsys.so", "usr/libexec/rpcd/ombrine.run"}
+                "usr/lib/libsys.so", "usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan",
+                "usr/libexec/rpcd/ombrine.run"}
     for folder in laid.values():
         for name in data(folder):
             mode = (folder / "data" / name).stat().st_mode & 0o7777

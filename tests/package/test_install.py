@@ -12,9 +12,9 @@ import pytest
 from tests.package import common, kernel_calls
 
 PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode",
-            "sbin/ivarode-dbg", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
-LIBRARIES = ["lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so", "lib/libubox.so", "lib/libubus.so",
-             "lib/libuci.so"]
+            "sbin/ivarode-dbg", "sbin/ivarode-plan", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
+LIBRARIES = ["lib/ivarode-plan/libsys.so", "lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so",
+             "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
 
 
 @pytest.fixture(scope="module")
@@ -36,6 +36,14 @@ def test_every_program_finds_its_libraries_in_the_new_root(root: pathlib.Path) -
         for library, where in common.resolved(root / "usr" / name).items():
             if library in own:
                 assert os.path.realpath(where) == str(root / "usr/lib" / library), (name, library)
+
+
+def test_a_plan_is_made_with_what_is_installed(root: pathlib.Path) -> None:
+    """The daemon of the new root, on the world of the new root; its answer depends on neither's place."""
+    words = ["--board", common.ROOT / "lab/boards/one-cpu.json", "--config", root / "etc/config"]
+    said = common.run(root / "usr/sbin/ivarode-plan", *words)
+    assert "notice: ivarode init success" in said
+    assert said == common.run(common.BUILD / "bin/ivarode-plan", *words)
 
 
 def test_the_image_is_laid_as_it_is(root: pathlib.Path) -> None:
@@ -118,7 +126,8 @@ def test_debian_package_keeps_to_itself(package: common.DebianPackage) -> None:
     outside = [name for name in common.files(root) if not name.startswith("usr/lib/ivarode/")]
     links = {name: os.readlink(root / name) for name in outside if (root / name).is_symlink()}
     assert links == {"usr/" + name: "../lib/ivarode/bin/" + name.split("/")[1]
-                     for name in ("bin/ivarode-lab", "sbin/ivarode", "sbin/ivarode-dbg", "sbin/ivarode-switch")}
+                     for name in ("bin/ivarode-lab", "sbin/ivarode", "sbin/ivarode-dbg", "sbin/ivarode-plan",
+                                  "sbin/ivarode-switch")}
     assert set(outside) - set(links) == {"usr/share/doc/ivarode/copyright"}
     for name in links:
         assert os.access(root / name, os.X_OK)
