@@ -16,6 +16,7 @@
 #include "netintf/device.h"
 #include "netintf/dhcp_pool.h"
 #include "netintf/events.h"
+#include "netintf/lifecycle.h"
 #include "netintf/port_device.h"
 #include "netintf/proto.h"
 #include "netintf/registry.h"
@@ -24,6 +25,7 @@
 #include "netintf/vlan_intf.h"
 #include "platform/output.h"
 #include "ppp/auth_records.h"
+#include "route/address_event.h"
 #include "route/table.h"
 
 #include <algorithm>
@@ -67,6 +69,13 @@ netintf_entry *configured(const char *name)
     return netintf_entry_find_byname(name);
 }
 
+// An operation on the configured interface of the first word.
+int with_entry(int (*operation)(netintf_entry *entry))
+{
+    netintf_entry *entry = configured(word(0));
+    return entry == nullptr ? 100 : operation(entry);
+}
+
 int mii_read()
 {
     uint32_t value = 0;
@@ -104,12 +113,8 @@ int seqport_get()
     return rv;
 }
 
-int wan_addr_reset()
+int wan_addr_reset(netintf_entry *entry)
 {
-    netintf_entry *entry = configured(word(0));
-    if (entry == nullptr) {
-        return 100;
-    }
     if (word_count > 1) {
         entry->proto = proto_none;
     }
@@ -120,14 +125,27 @@ int wan_addr_reset()
 }
 
 // Name, number of starts, server, user, password.
-int proto_config_pppoe()
+int proto_config_pppoe(netintf_entry *entry)
 {
-    netintf_entry *entry = configured(word(0));
-    if (entry == nullptr) {
-        return 100;
-    }
     entry->proto = proto_none;
     const int rv = netintf_proto_config_pppoe(entry, number(1), text(2), text(3), text(4));
+    show(static_cast<uint32_t>(entry->proto));
+    return rv;
+}
+
+// Name, priority.
+int proto_config_static(netintf_entry *entry)
+{
+    const int rv = netintf_proto_config_static(entry, "192.0.2.2", "255.255.255.0", "192.0.2.1",
+                                               static_cast<int>(number(1)));
+    show(static_cast<uint32_t>(entry->defrt_pri));
+    return rv;
+}
+
+int proto_config_dhcp(netintf_entry *entry)
+{
+    entry->proto = proto_none;
+    const int rv = netintf_proto_config_dhcp(entry);
     show(static_cast<uint32_t>(entry->proto));
     return rv;
 }
@@ -256,7 +274,7 @@ struct operation {
 
 constexpr operation operations[] = {
     {"netintf_dhcps_init", [] { return netintf_dhcps_init(); }},
-    {"netevt_wan_addr_reset", wan_addr_reset},
+    {"netevt_wan_addr_reset", [] { return with_entry(wan_addr_reset); }},
     {"netevt_proto_param_get", [] { return netevt_proto_param_get(nullptr, word(0)); }},
     {"netevt_proto_param_get_null", [] { return netevt_proto_param_get(nullptr, nullptr); }},
     {"mtksw_reg_read_null", [] { return mtksw_reg_read(number(0), nullptr); }},
@@ -276,7 +294,18 @@ constexpr operation operations[] = {
     {"netbd_lan_hwport_get_null", [] { return netbd_lan_hwport_get(1, nullptr); }},
     {"netbd_wan_hwport_get_null", [] { return netbd_wan_hwport_get(9, nullptr); }},
     {"netbd_seqport_get_null", [] { return netbd_seqport_get(1, nullptr); }},
-    {"netintf_proto_config_pppoe", proto_config_pppoe},
+    {"netintf_proto_config_pppoe", [] { return with_entry(proto_config_pppoe); }},
+    {"netintf_proto_config_static", [] { return with_entry(proto_config_static); }},
+    {"netintf_proto_config_dhcp", [] { return with_entry(proto_config_dhcp); }},
+    {"netintf_proto_stop", [] { return with_entry(netintf_proto_stop); }},
+    {"netintf_proto_dhcp_stop", [] { return with_entry(netintf_proto_dhcp_stop); }},
+    {"netintf_lan_del_of_other_type",
+     [] {
+         return with_entry([](netintf_entry *entry) {
+             entry->intf_type = intf_type_none;
+             return netintf_lan_del(entry->name);
+         });
+     }},
     {"netintf_entry_free_head", entry_free_of_head},
     {"netintf_entry_free", entry_free},
     {"netintf_port_head_get_without_registry", [] { return netintf_port_head_get(2) == nullptr ? 0 : 1; }},
@@ -340,6 +369,12 @@ constexpr operation operations[] = {
          netbd_lan_wan_init();
          return static_cast<int>(netbd_port_total_get());
      }},
+    {"netbd_basemac_get",
+     [] {
+         uint8_t mac[mac_size];
+         return netbd_basemac_get(mac);
+     }},
+    {"mtksw_mii_init_post", [] { return mtksw_mii_init_post(); }},
     {"netbd_board_type_get",
      [] {
          netbd_lan_wan_init();
@@ -352,6 +387,11 @@ constexpr operation operations[] = {
          return netintf_vlan_users_count(1, 100, 7, nullptr);
      }},
     {"route_cfg_init", [] { return route_cfg_init(); }},
+    {"route_cfg_entry_gateway_update",
+     [] {
+         route_cfg_init();
+         return route_cfg_entry_gateway_update(word(0));
+     }},
     {"route_cfg_entry_rt_add", [] { return route_cfg_entry_rt_add(text(0), text(1), text(2), text(3), 7); }},
     {"route_cfg_entry_rt_del", [] { return route_cfg_entry_rt_del(text(0), text(1), text(2), text(3), 7); }},
     {"pppauth_db_insert", [] { return pppauth_db_insert(text(0), "t", "i", text(1), text(2)); }},

@@ -4,9 +4,12 @@
 // frames cross only between ports that share a VLAN. After that, what the book warns of, and its way out.
 
 #include "bench.h"
+#include "netintf/registry.h"
+#include "trace.h"
 
 #include <algorithm>
 #include <random>
+#include <utility>
 
 namespace model {
 namespace {
@@ -231,6 +234,19 @@ TEST_F(Warned, APortWithVlansIsNotGivenBack)
     add_on_vlan(own, 100);
     give_back(own);
     check();
+}
+
+// No request breaks a list; should one ever be broken, its port is not touched.
+TEST_F(Bench, APortWithABrokenListIsNotGivenBack)
+{
+    netintf_entry *head = netintf_port_head_get(2);
+    netintf_entry *first = std::exchange(head->next, nullptr);
+    seam::trace_take();
+    EXPECT_EQ(seam::call_method("ivarode.intf", "port_del", seam::Message().text("name", "lan2")), 2);
+    const std::vector<std::string> said = seam::trace_take();
+    EXPECT_EQ(std::count(said.begin(), said.end(), "outlib_error(\"intf info error\\n\")"), 1);
+    head->next = first;
+    compare();
 }
 
 TEST_F(Warned, TwoInterfacesOfAPortOnOneOuterVlan)

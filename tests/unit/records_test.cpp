@@ -12,6 +12,7 @@
 // After the standard library, names of which the bus library's headers define as macros.
 #include "netintf/proto.h"
 #include "netintf/registry.h"
+#include "netintf/vlan_intf.h"
 #include "route/table.h"
 #include "trace.h"
 
@@ -151,6 +152,11 @@ TEST_F(Registry, ALoopOverABrokenListEndsAndSaysSo)
         *link = whole;
     }
     EXPECT_TRUE(netintf_port_entries(nullptr).broken());
+    uint32_t users = 7;
+    EXPECT_EQ(netintf_vlan_users_count(intf_type_lan, 100, vlan_none, &users), 0);
+    first->next = nullptr;
+    EXPECT_EQ(netintf_vlan_users_count(intf_type_lan, 100, vlan_none, &users), -1);
+    first->next = second;
 }
 
 TEST_F(Registry, OnlyLansAndWansCanBeFreed)
