@@ -65,6 +65,13 @@ def sanitized(long: bool) -> Counts:
     return counts
 
 
+def mutation(long: bool) -> Counts:
+    """The tool itself, then a fixed sample of the mutants, or all of them."""
+    counts = pytest("tests/mutation")
+    counts += counting_runner("tests/mutation/run", "-j", JOBS, *([] if long else ["--sample", "500"]))
+    return counts
+
+
 # Kind: what it proves, and how it runs; kinds run in this order.
 KINDS = {
     "unit": ("the daemon's records, the stand-ins and the emulated switch, in process",
@@ -85,6 +92,7 @@ KINDS = {
                                             *(["--deep"] if long else []))),
     "bench": ("instructions that fixed scenarios take, against the table kept with them",
               lambda long: counting_runner("tests/bench/check", "--build", BUILD)),
+    "mutation": ("the daemon changed in one small way at a time: some test notices each", mutation),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
              lambda long: pytest("tests/docs")),
     "hostile": ("other users, servers, peers and full disks against every program: nothing of root's is given or lost",

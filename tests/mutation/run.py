@@ -15,7 +15,7 @@ import sys
 import tempfile
 import time
 from collections import Counter, defaultdict
-from collections.abc import Callable, Iterable, Iterator, Sequence
+from collections.abc import Callable, Collection, Iterable, Iterator, Sequence
 from concurrent.futures import ProcessPoolExecutor
 from pathlib import Path
 from typing import Any
@@ -36,8 +36,8 @@ JUDGED_AT_ONCE = 40
 class Judge:
     """Runs the tests that reach a mutant. A copy of it works in each of the processes."""
 
-    def __init__(self, tree: Tree, markers: Markers, at_most: int | None = None) -> None:
-        self.tree, self.markers, self.at_most = tree, markers, at_most
+    def __init__(self, tree: Tree, markers: Markers, listed: Collection[str], at_most: int) -> None:
+        self.tree, self.markers, self.listed, self.at_most = tree, markers, listed, at_most
         self.suites: list[tuple[Suite, dict[str, Test]]] = []
         self.kills: Counter[str] = Counter()
 
@@ -55,7 +55,8 @@ class Judge:
         reaching = [test for test in tests.values() if not places or not places.isdisjoint(test.reached)]
         rank = {name: at for at, name in enumerate(reversed(killers))}
         reaching.sort(key=lambda test: (rank.get(test.name, len(rank)), -self.kills[test.name], len(test.reached)))
-        return [test.name for test in reaching[:self.at_most]]
+        few = str(mutant.key) in self.listed
+        return [test.name for test in (reaching[:self.at_most] if few else reaching)]
 
     def judge(self, batch: list[Mutant]) -> list[outcome.Result]:
         """The mutants of one place after the other."""
@@ -122,8 +123,9 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--seed", type=int, default=1, metavar="S", help="which N (default: 1)")
     parser.add_argument("-j", "--jobs", type=int, default=os.cpu_count() or 1, help="mutants at once")
     parser.add_argument("--tests", default="", metavar="TEXT", help="only tests whose name holds the text")
-    parser.add_argument("--at-most", type=int, metavar="N",
-                        help="only the N most promising tests for each mutant: quicker, and may miss what kills it")
+    parser.add_argument("--at-most", type=int, metavar="N", default=200,
+                        help="how many tests are to find that a mutant listed as equivalent is none: the most "
+                             "promising ones (default: %(default)s); all others take all that reach them")
     parser.add_argument("--scenarios", action="store_true", help="the scenarios alone, without the tests in process")
     parser.add_argument("--list", action="store_true", help="list the mutants and stop")
     parser.add_argument("--json", type=Path, metavar="FILE", help="write what became of each to a file")
@@ -179,7 +181,8 @@ def step(text: str, started: float) -> None:
     print(f"{time.monotonic() - started:6.0f} s  {text}", flush=True)
 
 
-def judged(options: argparse.Namespace, sources: list[source.Source], chosen: list[Mutant]) -> list[outcome.Result]:
+def judged(options: argparse.Namespace, sources: list[source.Source], chosen: list[Mutant],
+           listed: Collection[str]) -> list[outcome.Result]:
     started = time.monotonic()
     markers = Markers(sources)
     folder, root = options.build.resolve(), options.root.resolve()
@@ -193,7 +196,7 @@ def judged(options: argparse.Namespace, sources: list[source.Source], chosen: li
               if NOT_OF_ONE_TYPE not in tree.left_out.get(mutant.number, NOT_OF_ONE_TYPE)]
     left = [mutant for mutant in chosen if mutant.number not in tree.left_out]
 
-    judge = Judge(tree, markers, options.at_most)
+    judge = Judge(tree, markers, listed, options.at_most)
     suites: list[list[Suite]] = [[Scenarios(root, tree.build)]]
     if not options.scenarios:
         suites.append([Programs(name, tree.build / "bin" / name) for name in IN_PROCESS])
@@ -250,7 +253,7 @@ def main() -> int:
         print("error: no mutants", file=sys.stderr)
         return 2
     try:
-        found = judged(options, sources, chosen)
+        found = judged(options, sources, chosen, equivalents.reason)
     except BuildError as error:
         print(f"error: {error}", file=sys.stderr)
         return 2
