@@ -39,6 +39,11 @@ std::string written(const WordsOut &answer)
     return out;
 }
 
+size_t size_of(const WordsOut &answer)
+{
+    return answer.count * sizeof(uint32_t);
+}
+
 void take(const WordsOut &answer, const std::string &text)
 {
     const char *at = text.c_str();

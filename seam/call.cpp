@@ -41,6 +41,7 @@ const Rule *rule_for(const std::string &call)
 } // namespace
 
 std::optional<Answer> (*answerer)(const std::string &call) = nullptr;
+void (*comparer)(const std::string &call, const Answer &own, const Answer &demanded) = nullptr;
 
 std::string Call::whole() const
 {

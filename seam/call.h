@@ -12,6 +12,7 @@
 #pragma once
 
 #include "arguments.h"
+#include "process.h"
 #include "text.h"
 #include "trace.h"
 #include "world.h"
@@ -19,6 +20,7 @@
 #include <concepts>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
@@ -97,6 +99,24 @@ inline void take(const TextOut &out, const std::string &text)
     std::snprintf(out.at, static_cast<size_t>(out.room_bytes), "%s", unquoted(text).c_str());
 }
 
+// In bytes.
+inline size_t size_of(const HexOut & /*out*/)
+{
+    return sizeof(uint32_t);
+}
+inline size_t size_of(const NumberOut & /*out*/)
+{
+    return sizeof(int);
+}
+inline size_t size_of(const MacOut & /*out*/)
+{
+    return 6;
+}
+inline size_t size_of(const TextOut &out)
+{
+    return static_cast<size_t>(out.room_bytes);
+}
+
 template <class Argument>
 concept Output = requires(const Argument &argument, const std::string &text)
 {
@@ -128,6 +148,16 @@ auto given(const Output auto &output)
     return output.at;
 }
 
+// The result of a call, and what it fills in.
+struct Answer {
+    long value;
+    std::string out;
+};
+// Asked for the result of each call that has one, before all demands.
+extern std::optional<Answer> (*answerer)(const std::string &call);
+// Told what the world would have answered to a call, and what was demanded of it instead.
+extern void (*comparer)(const std::string &call, const Answer &own, const Answer &demanded);
+
 class Call {
 public:
     // What the call is to the world: an action may fail and is where a kill can strike; a question has no
@@ -156,6 +186,9 @@ public:
     template <class Effect, class... Arguments> int act(const Effect &effect, const Arguments &...arguments)
     {
         const std::optional<long> wanted = demanded();
+        if (wanted && comparer != nullptr) {
+            comparer(whole(), own_answer(effect, arguments...), {*wanted, out_});
+        }
         if (wanted && *wanted != 0) {
             return done(*wanted);
         }
@@ -171,11 +204,49 @@ public:
     template <class Effect, class... Arguments> int ask(const Effect &effect, const Arguments &...arguments)
     {
         const std::optional<long> wanted = demanded();
+        if (wanted && comparer != nullptr) {
+            comparer(whole(), {apply(effect, arguments...), {}}, {*wanted, {}});
+        }
         const long result = wanted ? *wanted : apply(effect, arguments...);
         return done(flip_ ? static_cast<long>(result == 0) : result);
     }
 
 private:
+    // What the world would answer; it stays as it is, and so does what the call would fill in.
+    template <class Effect, class... Arguments>
+    static Answer own_answer(const Effect &effect, const Arguments &...arguments)
+    {
+        const World world_before = world;
+        const Process process_before = process;
+        std::string filled;
+        (keep_out(arguments, filled), ...);
+        Answer own{apply(effect, arguments...), {}};
+        if (own.value == 0) {
+            (write_out(arguments, own.out), ...);
+        }
+        (give_back_out(arguments, filled), ...);
+        world = world_before;
+        process = process_before;
+        return own;
+    }
+    template <class Argument> static void keep_out(const Argument &argument, std::string &filled)
+    {
+        if constexpr (Output<Argument>) {
+            filled.assign(reinterpret_cast<const char *>(argument.at), size_of(argument));
+        }
+    }
+    template <class Argument> static void give_back_out(const Argument &argument, const std::string &filled)
+    {
+        if constexpr (Output<Argument>) {
+            std::memcpy(argument.at, filled.data(), filled.size());
+        }
+    }
+    template <class Argument> static void write_out(const Argument &argument, std::string &out)
+    {
+        if constexpr (Output<Argument>) {
+            out = written(argument);
+        }
+    }
     template <class Argument> void add(const Argument &argument)
     {
         if constexpr (!Output<Argument>) {
@@ -262,14 +333,6 @@ int ask(const Name &name, const Arguments &...arguments)
 {
     return ask(name, Effect, arguments...);
 }
-
-// The result of a call, and what it fills in.
-struct Answer {
-    long value;
-    std::string out;
-};
-// Asked for the result of each call that has one, before all demands.
-extern std::optional<Answer> (*answerer)(const std::string &call);
 
 // "result NTH PATTERN VALUE OUT": NTH 0 for every match; a pattern without "(" is a function's name. The
 // newest rule that matches wins.

@@ -60,6 +60,8 @@ std::string value_text(blob_attr *attr)
         }
         return quote(text.substr(0, text.size() - 1));
     }
+    case BLOBMSG_TYPE_UNSPEC:
+        return length == 0 ? "null" : "?";
     case BLOBMSG_TYPE_INT64:
         return integer_text(attr, 8, ":int64");
     case BLOBMSG_TYPE_INT32:

@@ -314,6 +314,11 @@ std::string Record::out() const
     return results + 1 < hidden ? joined(values, results + 1, hidden, " ") : "";
 }
 
+std::string Record::hidden_text() const
+{
+    return joined(values, hidden, values.size(), " ");
+}
+
 std::string Record::call() const
 {
     return name() + "(" + joined(values, 1, results, ", ") + ")";

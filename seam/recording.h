@@ -33,6 +33,8 @@ struct Record {
     std::string out() const;
     // "name(arguments)"
     std::string call() const;
+    // What is no part of the line, its values parted by blanks.
+    std::string hidden_text() const;
     // Its line in a trace; the step, with "> ", for an event; empty for what has none.
     std::string line() const;
     bool is_event() const;

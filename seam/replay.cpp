@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <unistd.h>
 
 namespace seam {
@@ -31,7 +32,10 @@ constexpr size_t lines_before = 60;
 Recording played;
 size_t next_record = 0;
 unsigned calls = 0;
+unsigned events = 0;
 bool running = false;
+std::FILE *rules_file = nullptr;
+std::map<std::string, unsigned> made; // calls, how often
 
 void write_out(const std::string &text)
 {
@@ -72,7 +76,8 @@ std::string seconds_of(size_t record)
 {
     const bool is_over = next_record >= played.records.size();
     const std::string recorded = is_over ? "the end of the recording" : played.records[next_record].line();
-    end_with(1, "differs " + std::to_string(calls) + " " + seconds_of(next_record) + "\n- " +
+    end_with(1, "differs " + std::to_string(calls) + " " + seconds_of(next_record) + " " +
+                    std::to_string(events) + "\n- " +
                     (recorded.empty() ? "the end of the process" : recorded) + "\n+ " + now);
 }
 
@@ -140,6 +145,29 @@ void compare(std::string_view line)
     done_with(played.records[next_record]);
 }
 
+// A rule for a call that would have been answered in another way.
+void write_rule(const std::string &call, const Answer &own, const Answer &recorded)
+{
+    const bool is_same = own.value == recorded.value && (recorded.value != 0 || own.out == recorded.out);
+    if (rules_file == nullptr || is_same) {
+        return;
+    }
+    // These have a meaning in a pattern.
+    std::string pattern = call;
+    std::replace_if(
+        pattern.begin(), pattern.end(), [](char c) { return c == '*' || c == '[' || c == '?'; }, '?');
+    std::fprintf(rules_file, "result #%u %s = %ld%s%s\n", made[call], pattern.c_str(), recorded.value,
+                 recorded.out.empty() ? "" : " -> ", recorded.out.c_str());
+    std::fflush(rules_file);
+}
+
+// Calls of the C library that the world answers without being asked: they succeed.
+bool is_plain_call(const Record &record)
+{
+    const std::string &name = record.name();
+    return name == "sleep" || name == "fopen" || (name == "socket" && record.result() < 0);
+}
+
 std::optional<Answer> recorded_answer(const std::string &call)
 {
     // Memory always suffices.
@@ -157,7 +185,12 @@ std::optional<Answer> recorded_answer(const std::string &call)
     if (record->hidden < record->values.size()) {
         world.net_dev = record->values[record->hidden].text;
     }
-    return Answer{record->result(), record->out()};
+    Answer answer{record->result(), record->out()};
+    ++made[call];
+    if (is_plain_call(*record) && answer.value != 0) {
+        write_rule(call, {0, {}}, answer);
+    }
+    return answer;
 }
 
 void play_request(const Record &record)
@@ -174,6 +207,7 @@ void play_event(const Record &record)
 {
     const auto number = [&](size_t at) { return static_cast<uint32_t>(record.values[at].number); };
     ++next_record;
+    ++events;
     skip_silent();
     switch (record.kind) {
     case Kind::request:
@@ -265,6 +299,10 @@ struct Replay {
             std::signal(number, died);
         }
         shown.options = true;
+        if (const char *rules = std::getenv("IVARODE_REPLAY_RULES"); rules != nullptr) {
+            rules_file = std::fopen(rules, "w");
+            comparer = write_rule;
+        }
         trace_listener = compare;
         answerer = recorded_answer;
         event_loop = play_events;

@@ -1,5 +1,6 @@
 // ivarode-recording: the records of a recording as text, for lab/lab. A line for each, its fields parted by
-// tabs: seconds since 1970, kind of record, place in the file, the text. Exit status: 0, or 2 with a reason.
+// tabs: seconds since 1970, kind of record, place in the file, what is no part of the text, the text. Exit
+// status: 0, or 2 with a reason.
 
 #include "recording.h"
 #include "text.h"
@@ -12,8 +13,9 @@ using namespace seam::format;
 
 namespace {
 
-constexpr const char *usage = "usage: ivarode-recording FILE\n"
-                              "Prints the records of a recording: seconds since 1970, kind, place, text.\n";
+constexpr const char *usage =
+    "usage: ivarode-recording FILE\n"
+    "Prints the records of a recording: seconds since 1970, kind, place, what is not shown, text.\n";
 
 const char *kind_name(Kind kind)
 {
@@ -80,10 +82,10 @@ int show(const char *path)
         const Record &record = recording->records[i];
         const double seconds = static_cast<double>(recording->begin_us + record.time_us) / 1e6;
         if (i == recording->gap) {
-            std::printf("%.6f\tgap\t0\t\n", seconds);
+            std::printf("%.6f\tgap\t0\t\t\n", seconds);
         }
-        std::printf("%.6f\t%s\t%zu\t%s\n", seconds, kind_name(record.kind), record.place,
-                    text_of(record).c_str());
+        std::printf("%.6f\t%s\t%zu\t%s\t%s\n", seconds, kind_name(record.kind), record.place,
+                    record.hidden_text().c_str(), text_of(record).c_str());
     }
     return 0;
 }

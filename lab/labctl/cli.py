@@ -5,12 +5,13 @@ from __future__ import annotations
 import argparse
 import contextlib
 import os
+import pathlib
 import signal
 import sys
 import threading
 from collections.abc import Sequence
 
-from . import boards, capture, carrier, client, machine, paths, view
+from . import boards, capture, carrier, client, machine, paths, recordings, scenarios, view
 
 EPILOG = """examples:
   lab/lab up --board two-wan --config three-lans   another board and configuration
@@ -75,6 +76,17 @@ def parser() -> argparse.ArgumentParser:
         if name != "stop":
             action.add_argument("--no-wait", dest="wait", action="store_false",
                                 help="return before the daemon serves")
+    record = add("record", "show a recording of a daemon, line by line")
+    record.add_argument("action", choices=["show"], help="what to do with it")
+    record.add_argument("file", type=pathlib.Path, metavar="FILE", help="a recording, as /tmp/ivarode.rec of a router")
+    record.add_argument("--last", type=natural, metavar="N", help="the last N lines alone")
+    record.add_argument("--around", metavar="MESSAGE", help="lines that hold this text, with those around them")
+    replay = add("replay", "run a daemon on a recording, and show the first call that differs")
+    replay.add_argument("file", type=pathlib.Path, metavar="FILE", help="a recording")
+    replay.add_argument("--daemon", type=pathlib.Path, metavar="FILE", help="the daemon (default: that of the build)")
+    replay.add_argument("--scenario", type=pathlib.Path, metavar="OUT",
+                        help="write it as a scenario of tests/conformance instead")
+    replay.add_argument("--until", type=natural, metavar="N", help="of the scenario: up to the N-th event")
     kill = add("kill", "send a signal to one of the board's own programs")
     kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
                       help="number of the signal, default 15; also -9 and the like")
@@ -141,6 +153,23 @@ def restart_daemon(lab: client.Lab, wait: bool) -> int:
     return start_daemon(lab, wait)
 
 
+def replay(args: argparse.Namespace) -> int:
+    if args.scenario is not None:
+        text = scenarios.written(args.file, args.until, args.daemon)
+        args.scenario.write_text(text, encoding="utf-8", errors="surrogateescape")
+        return 0
+    verdict = recordings.play(args.file, args.daemon)
+    print(verdict.text)
+    return 0 if verdict.same else 1
+
+
+def natural(text: str) -> int:
+    number = int(text)
+    if number < 0:
+        raise ValueError(text)
+    return number
+
+
 def simple(lab: client.Lab, *words: str, host: str = "router") -> int:
     return relay(lab, host, words)
 
@@ -148,6 +177,11 @@ def simple(lab: client.Lab, *words: str, host: str = "router") -> int:
 def dispatch(args: argparse.Namespace) -> int:
     lab = client.Lab(args.name)
     command = args.command
+    if command == "record":
+        print("\n".join(recordings.show(args.file, args.last, args.around)))
+        return 0
+    if command == "replay":
+        return replay(args)
     if command == "up":
         return up(lab, args)
     if command == "down":
@@ -215,6 +249,9 @@ def main(argv: list[str]) -> int:
     except (client.LabError, boards.ConfigError, carrier.CarrierError, machine.MachineError) as error:
         print(f"lab/lab: {error}", file=sys.stderr)
         return 1
+    except recordings.RecordingError as error:
+        print(f"lab/lab: {error}", file=sys.stderr)
+        return 2
     except KeyboardInterrupt:
         return 130
     except BrokenPipeError:

@@ -39,7 +39,9 @@ bool is_question(const char *method)
 // Which of its texts the daemon writes depends on this word, which others may change at any time.
 void note_debug_word()
 {
-    const uint32_t word = g_netd_dbg_shm == nullptr ? 0 : *g_netd_dbg_shm;
+    // Looked up: a program that is no daemon has none, and must start with this library all the same.
+    static auto *const area = static_cast<uint32_t **>(find_symbol("g_netd_dbg_shm"));
+    const uint32_t word = area == nullptr || *area == nullptr ? 0 : **area;
     if (word != last_debug) {
         last_debug = word;
         Entry(Kind::debug, now(), Event::change).number(word);

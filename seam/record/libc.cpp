@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -167,7 +166,7 @@ int socket(int domain, int type, int protocol)
     return fd;
 }
 
-int ioctl(int fd, unsigned long number, ...) noexcept
+int ioctl(int fd, unsigned long number, ...)
 {
     va_list arguments;
     va_start(arguments, number);
@@ -271,7 +270,7 @@ void __syslog_chk(int level, int /*flag*/, const char *format, ...)
     va_end(arguments);
 }
 
-int kill(pid_t pid, int number) noexcept
+int kill(pid_t pid, int number)
 {
     static auto *const next = real<int(pid_t, int)>("kill");
     if (!is_recorded(__builtin_return_address(0))) {

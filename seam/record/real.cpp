@@ -34,9 +34,14 @@ void note_program()
     dl_iterate_phdr(note_program, nullptr);
 }
 
+void *find_symbol(const char *name)
+{
+    return dlsym(RTLD_NEXT, name);
+}
+
 void *next_function(const char *name)
 {
-    void *function = dlsym(RTLD_NEXT, name);
+    void *function = find_symbol(name);
     if (function == nullptr) {
         complain("no function %s behind the recording", name);
         abort();

@@ -3,6 +3,9 @@
 
 namespace seam::record {
 
+// What has a name behind this library; null where nothing has.
+void *find_symbol(const char *name);
+
 // The next function of a name behind this library. The process ends where there is none: its callers could
 // not go on either.
 void *next_function(const char *name);

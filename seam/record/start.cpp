@@ -23,6 +23,7 @@ constexpr const char *default_path = "/tmp/ivarode.rec";
 constexpr size_t default_size = 1U << 20;
 constexpr const char *kept_files[] = {"/etc/board.json", "/etc/config/lan_intf", "/etc/config/wan_intf",
                                       "/etc/config/route_config"};
+constexpr const char *own_variables[] = {"IVARODE_RECORD", "IVARODE_RECORD_SIZE", "IVARODE_RECORD_SECRETS"};
 constexpr const char *own_name = "libivarode-record.so";
 
 bool is_set(const char *value)
@@ -77,13 +78,20 @@ void keep_file(const char *path)
     close(fd);
 }
 
+// A program that has no platform library is on the way to the daemon, such as a jail: it hands the variables on.
 __attribute__((constructor)) void loaded()
 {
+    if (find_symbol("ubuslib_invoke_init") == nullptr) {
+        return;
+    }
     note_program();
     leave_preload();
     const char *path = getenv("IVARODE_RECORD");
     const char *secrets = getenv("IVARODE_RECORD_SECRETS");
     begin(is_set(path) ? path : default_path, wanted_size(), is_set(secrets) && secrets[0] == '1');
+    for (const char *name : own_variables) {
+        unsetenv(name);
+    }
     for (const char *kept : kept_files) {
         keep_file(kept);
     }

@@ -2,8 +2,9 @@
 import fnmatch
 import re
 
+from labctl.trace import collapse
 from tests.conformance.filtering import filtered
-from tests.conformance.recording import Run, Runs, collapse, key_of
+from tests.conformance.recording import Run, Runs, key_of
 from tests.conformance.scenario import Scenario, Step, filters
 
 NORMAL_END = ["cmdlib_kill_processes() = 0", "exit 0"]

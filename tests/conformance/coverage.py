@@ -10,7 +10,8 @@ from collections import defaultdict
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from pathlib import Path
 
-from tests.conformance.recording import Board, Runs, collapse
+from labctl.trace import collapse
+from tests.conformance.recording import Board, Runs
 from tests.conformance.scenario import Scenario
 from tests.docs import messages
 

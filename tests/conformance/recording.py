@@ -1,6 +1,5 @@
 """Runs the daemon under the recorder and reads its trace."""
 import os
-import re
 import subprocess
 import tempfile
 from collections.abc import Iterable, Sequence
@@ -8,8 +7,6 @@ from pathlib import Path
 
 from tests.conformance.notation import Line
 from tests.conformance.scenario import Scenario, Step, script_text, step_script
-
-SEVERITIES = {("3", "error"): "ERROR", ("4", "warning"): "WARNING", ("5", "notice"): "NOTICE"}
 
 Command = tuple[list[str], dict[str, str]]      # and its environment
 
@@ -104,47 +101,6 @@ def run_process(board: Board, lines: Iterable[Line], folder: Path | str, timeout
     read_trace(text, run)
     run.parts[run.order[-1]].append("exit " + run.exit)
     return run
-
-
-SOCKET = re.compile(r"socket\(AF_INET, SOCK_DGRAM, 0\) = (\d+)$")
-IOCTL = re.compile(r"ioctl\[(\d+)\] (.*)$")
-SYSLOG = re.compile(r"syslog\((\d), (.*)\)$", re.S)
-OUTLIB = re.compile(r"outlib_(\w+)\((.*)\)$", re.S)
-
-
-def collapse(lines: list[str]) -> list[str]:
-    """The trace for people: a well-formed switch access, and a report on both channels, become one line each.
-
-    What is not well formed (a socket left open, a report on one channel only, another text) stays as it is.
-    """
-    out = []
-    at = 0
-    bare = [line.split("\t@")[0] for line in lines]
-    while at < len(bare):
-        taken = 1
-        line = bare[at]
-        opened = SOCKET.match(line)
-        access = IOCTL.match(bare[at + 1]) if opened and at + 2 < len(bare) else None
-        if opened and access and access[1] == opened[1] and bare[at + 2] == f"close({opened[1]}, socket)":
-            line, taken = access[2], 3
-        syslog = SYSLOG.match(line)
-        said = OUTLIB.match(bare[at + 1]) if syslog and at + 1 < len(bare) else None
-        if syslog and said and (syslog[1], said[1]) in SEVERITIES and same_text(syslog[2], said[2]):
-            line, taken = f"{SEVERITIES[syslog[1], said[1]]} {said[2]}", 2
-        elif (alone := OUTLIB.match(line)) and alone[1] in ("info", "debug"):
-            line = f"{alone[1].upper()} {alone[2]}"
-        out.append(line)
-        at += taken
-    return out
-
-
-def unescaped_length(quoted: str) -> int:
-    return len(re.sub(r"\\x..|\\.", "x", quoted[1:-1]))
-
-
-def same_text(logged: str, said: str) -> bool:
-    """The system log cuts at 1023 characters; the platform's output does not."""
-    return logged == said or (unescaped_length(logged) == 1023 and said.startswith(logged[:-1]))
 
 
 def plan(scenario: Scenario, folder: Path | str, extra: Iterable[Line] = ()) -> list[tuple[list[Line], list[Step]]]:

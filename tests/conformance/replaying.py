@@ -1,16 +1,22 @@
 """The scenarios once more, recorded and replayed.
 
 Between the daemon and the double stands the library that records on a router: what it writes down must be the
-double's own trace, line by line, and the daemon must do the same on what was written down.
+double's own trace, line by line, and the daemon must do the same on what was written down. Written as a scenario it
+passes as any other.
 """
+import re
 import subprocess
 from collections.abc import Iterator, Sequence
 from concurrent.futures import Executor
 from pathlib import Path
 
+from labctl import recordings, scenarios
+from tests.conformance.compare import check
 from tests.conformance.recording import Board, Command, Run, key_of, record, temporary_folder
-from tests.conformance.scenario import Scenario
+from tests.conformance.scenario import Fixtures, Scenario, load
 
+# Texts without their end; a start that is killed.
+CANNOT_BE_SAID = re.compile("a scenario cannot say this message|did not come to the end of its start")
 SHOWN = ("model", "objects", "counter")
 SILENT = ("section", "option", "file", "debug", "left-out", "over")
 
@@ -40,8 +46,8 @@ class Recorded(Board):
     def lines(self, recording: Path) -> list[str]:
         """What the recording says, without what has no line in a trace."""
         read = subprocess.run([self.reader, recording], capture_output=True, text=True, errors="replace", check=True)
-        records = [line.split("\t", 3) for line in read.stdout.splitlines()]
-        return [text for _, kind, _, text in records if kind not in SILENT and is_compared(text)]
+        records = [line.split("\t", 4) for line in read.stdout.splitlines()]
+        return [text for _, kind, _, _, text in records if kind not in SILENT and is_compared(text)]
 
 
 def replay(board: Board, recording: Path, arguments: list[str]) -> subprocess.CompletedProcess[str]:
@@ -81,7 +87,20 @@ def complaints_about(board: Board, scenario: Scenario) -> list[str]:
             done = replay(board, recording, scenario.arguments)
             if done.returncode != 0:
                 return done.stdout.splitlines()[-8:] + done.stderr.splitlines()[-8:]
+            if complaints := complaints_as_scenario(board, recording):
+                return complaints
     return []
+
+
+def complaints_as_scenario(board: Board, recording: Path) -> list[str]:
+    written = recording.with_suffix(".txt")
+    try:
+        written.write_text(scenarios.written(recording, None), errors="surrogateescape")
+    except recordings.RecordingError as error:
+        return [] if CANNOT_BE_SAID.search(str(error)) else [str(error)]
+    (scenario,) = load(written, Fixtures())
+    with temporary_folder() as folder:
+        return check(scenario, record(board, scenario, folder))
 
 
 def replay_all(board: Board, pool: Executor, scenarios: list[Scenario]) -> Iterator[tuple[Scenario, list[str]]]:

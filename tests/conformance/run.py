@@ -3,7 +3,7 @@
 The daemon that runs is the one that ships. Below it stands the recorder (seam) instead of the platform
 library; neither bus broker nor kernel nor privileges are needed. Last, the start is killed before each of its
 calls in turn and repeated on what was left, thousands of events and requests come and go, and scenarios are
-recorded as on a router and replayed.
+recorded as on a router and replayed, also by daemons that differ in one place.
 """
 import argparse
 import os
@@ -13,6 +13,7 @@ from concurrent.futures import Executor, ThreadPoolExecutor
 from pathlib import Path
 
 from tests.conformance import coverage
+from tests.conformance.alterations import find_all
 from tests.conformance.blocks import ScenarioError
 from tests.conformance.compare import check, transcript
 from tests.conformance.endurance import CYCLES, endure
@@ -88,6 +89,18 @@ def replays(board: Board, pool: Executor, scenarios: list[Scenario]) -> tuple[in
     return passed, failed
 
 
+def altered(board: Board, pool: Executor) -> tuple[int, int]:
+    """How many altered daemons a replay finds where they differ first, and how many not."""
+    if board.prefix or board.leaks:
+        return 0, 0
+    complaints = list(find_all(board, pool))
+    found = sum(1 for text in complaints if not text)
+    print(f"altered daemons found by a replay: {found - 1} of {len(complaints) - 1}")
+    for text in filter(None, complaints):
+        print(f"FAIL {text}")
+    return found, len(complaints) - found
+
+
 def main() -> int:
     options = arguments()
     try:
@@ -131,7 +144,8 @@ def main() -> int:
             if terminal:
                 print(f"\r{passed + failed}/{len(scenarios)}", end="\r", flush=True)
         if not (options.pick or options.show or options.scenarios):
-            for counts in (kill_sweep(board, pool), endurance(board, pool), replays(board, pool, scenarios)):
+            for counts in (kill_sweep(board, pool), endurance(board, pool), replays(board, pool, scenarios),
+                           altered(board, pool)):
                 passed, failed = passed + counts[0], failed + counts[1]
     if options.coverage:
         coverage.report(HERE.parent.parent / "src", board, recorded, label)

@@ -14,8 +14,9 @@ from collections.abc import Iterable, Iterator, Mapping, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+from labctl.trace import collapse
 from tests.conformance.notation import Line
-from tests.conformance.recording import Board, Run, collapse, plan, run_process, temporary_folder
+from tests.conformance.recording import Board, Run, plan, run_process, temporary_folder
 from tests.conformance.scenario import Scenario, load_all, load_fixtures, step_script
 from tests.docs import books
 from tests.facts.daemon import facts
