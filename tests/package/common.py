@@ -19,6 +19,7 @@ SDK = ROOT / "tests/package/sdk"                # stands in for an image builder
 # What the daemon and the platform library are compiled with, and their sources.
 FLAGS = ["-std=gnu++20", "-Wall", "-Wextra", "-Wshadow", "-Wconversion", "-Werror", "-fno-exceptions", "-fno-rtti",
          "-fno-threadsafe-statics", "-fvisibility=hidden", "-fPIC"]
+RECORDING = ROOT / "seam/record"                # what runs in front of the daemon, with the sources it shares
 SOURCES = sorted([*ROOT.glob("src/*/*.cpp"), *ROOT.glob("libsys/*.cpp"), *ROOT.glob("libsys/tools/*.cpp")])
 
 Packages = dict[str, pathlib.Path]              # name -> folder with "data", "control" and "conffiles"

@@ -41,8 +41,8 @@ def data(folder: pathlib.Path) -> list[str]:
     return common.files(folder / "data")
 
 
-def test_four_packages(laid: common.Packages) -> None:
-    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-sibling"}
+def test_five_packages(laid: common.Packages) -> None:
+    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-record", "ivarode-sibling"}
     for folder in laid.values():
         assert re.fullmatch(r"\d+\.\d+\.\d+-r\d+", control(folder)["VERSION"])
 
@@ -62,6 +62,7 @@ def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode"}
     assert data(laid["libsys"]) == ["usr/lib/libsys.so", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch"]
     assert data(laid["ivarode-plan"]) == ["usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan"]
+    assert data(laid["ivarode-record"]) == ["usr/lib/libivarode-record.so"]
     assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
 
 
@@ -73,8 +74,8 @@ def test_no_stand_in_gets_into_an_image(laid: common.Packages) -> None:
 
 def test_modes_and_owners(laid: common.Packages) -> None:
     programs = {"usr/sbin/ivarode", "usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch",
-                "usr/lib/libsys.so", "usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan",
-                "usr/libexec/rpcd/ombrine.run"}
+                "usr/lib/libsys.so", "usr/lib/libivarode-record.so", "usr/lib/ivarode-plan/libsys.so",
+                "usr/sbin/ivarode-plan", "usr/libexec/rpcd/ombrine.run"}
     for folder in laid.values():
         for name in data(folder):
             mode = (folder / "data" / name).stat().st_mode & 0o7777

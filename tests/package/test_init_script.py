@@ -41,6 +41,26 @@ def test_start_hands_one_instance_to_the_supervisor(tmp_path: pathlib.Path) -> N
         "jail": {"name": "ivarode", "mount": {}}}}}
 
 
+def test_the_daemon_is_recorded_when_asked(tmp_path: pathlib.Path) -> None:
+    ask = "sed -i 's/^RECORD=0/RECORD=1/; s/^RECORD_KIB=.*/RECORD_KIB=256/' $init; $init start; cat /root/calls"
+    out = run(ask, tmp_path)
+    missing = "-t ivarode -p daemon.warning is not recorded: /usr/lib/libivarode-record.so is not installed"
+    assert missing in calls(out, "logger") and '"command":["/usr/sbin/ivarode"]' in calls(out, "ubus")[0]
+    out = run("sed -i s,/usr/lib/libivarode,/tmp/libivarode, $init; : >/tmp/libivarode-record.so; " + ask, tmp_path)
+    assert not any("recorded" in line for line in calls(out, "logger"))
+    assert ('"command":["/lib/ivarode/record.sh","/usr/sbin/ivarode","/tmp/libivarode-record.so","256","0"]'
+            in calls(out, "ubus")[0])
+
+
+def test_the_recording_comes_before_what_is_preloaded(tmp_path: pathlib.Path) -> None:
+    out = run("printf '#!/bin/sh\\nenv\\n' >/tmp/daemon; chmod 755 /tmp/daemon\n"
+              "record='/lib/ivarode/record.sh /tmp/daemon /none/record.so 64 1'\n"
+              "env -i $record 2>/dev/null; echo ==; env -i LD_PRELOAD=/none/other.so $record 2>/dev/null", tmp_path)
+    alone, behind = ({word for word in part.split()} for part in out.split("==\n"))
+    assert {"LD_PRELOAD=/none/record.so", "IVARODE_RECORD_SIZE=64", "IVARODE_RECORD_SECRETS=1"} <= alone
+    assert "LD_PRELOAD=/none/record.so:/none/other.so" in behind
+
+
 def test_start_prepares_forwarding_and_the_login_database(tmp_path: pathlib.Path) -> None:
     out = run("$init start; cat /root/calls; ls -ln /tmp/calmora/db/net_stat.db", tmp_path)
     assert calls(out, "sysctl") == ["-qw net.ipv4.ip_forward=1"]

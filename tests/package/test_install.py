@@ -13,8 +13,8 @@ from tests.package import common, kernel_calls
 
 PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode",
             "sbin/ivarode-dbg", "sbin/ivarode-plan", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
-LIBRARIES = ["lib/ivarode-plan/libsys.so", "lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libsys.so",
-             "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
+LIBRARIES = ["lib/ivarode-plan/libsys.so", "lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libivarode-record.so",
+             "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
 
 
 @pytest.fixture(scope="module")

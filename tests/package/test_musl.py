@@ -57,6 +57,12 @@ def test_every_source_compiles(words: list[str], tmp_path: pathlib.Path) -> None
     assert not failed, "\n".join(failed)
 
 
+def test_the_recording_compiles(words: list[str]) -> None:
+    folders = [common.ROOT / "src", common.RECORDING, common.RECORDING.parent, *common.BUS_HEADERS]
+    sources = [*common.RECORDING.glob("*.cpp"), *common.RECORDING.parent.glob("calls/*.cpp")]
+    common.run(*words, *common.FLAGS, *(f"-I{folder}" for folder in folders), "-fsyntax-only", *sources)
+
+
 @pytest.fixture(scope="module")
 def linked(words: list[str], tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
     """A folder with daemon, bus libraries, platform library on a small board, broker and its peer."""
