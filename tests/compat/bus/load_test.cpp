@@ -232,6 +232,7 @@ TEST_F(Load, FiveUsersAtOnce)
     EXPECT_LE(peak_kib, most_kib);
     EXPECT_TRUE(wait_until([this] { return broker.resident_kib() <= kib + 1024; }))
         << broker.resident_kib() << " KiB after " << kib;
+    printf("and %zu KiB after them, %zu KiB before\n", broker.resident_kib(), kib);
 #endif
     if (wanted) {
         EXPECT_LE(ms[ms.size() * 99 / 100], 100.0);
