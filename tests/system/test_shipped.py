@@ -174,6 +174,20 @@ def test_a_forbidden_call_ends_the_program_that_makes_it(home: Lab, compiler: li
     assert len(refused) > 40
 
 
+# --- signals -----------------------------------------------------------------------------------------------
+
+def test_signals_that_mean_nothing_to_it_end_it(home: Lab) -> None:
+    """Neither caught nor ignored; the two that mean something, and the end of a child, are caught."""
+    about = facts(home, daemon(home))
+    caught, ignored = int(about["SigCgt"], 16), int(about["SigIgn"], 16)
+
+    def bit(name: str) -> int:
+        return 1 << int(home.ok("router", "busybox", "kill", "-l", name)) - 1
+
+    assert all(caught & bit(name) for name in ("TERM", "INT", "CHLD"))
+    assert not any((caught | ignored) & bit(name) for name in ("HUP", "USR1", "USR2", "ALRM"))
+
+
 # --- other bus libraries -----------------------------------------------------------------------------------
 
 def test_runs_with_other_builds_of_the_bus_libraries(bare: Lab, usual: dict[str, Any], compiler: list[str],
