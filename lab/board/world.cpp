@@ -132,7 +132,7 @@ void bind_read_only(const std::string &from, const std::string &at)
 // Only what the board runs, where an image has it: a build folder may hold much else.
 void copy_programs(const std::string &programs)
 {
-    for (const char *name : {"ivarode", "ubusd", "vswitch", "lab-siblings", "lab-agent"}) {
+    for (const char *name : {"ivarode", "ivarode-plan", "ubusd", "vswitch", "lab-siblings", "lab-agent"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/sbin/") + name);
     }
     // The supervisor's helper, where a router has it.
@@ -145,6 +145,7 @@ void copy_programs(const std::string &programs)
             copy_tree(entry.path(), "/usr/lib/" + entry.path().filename().string());
         }
     }
+    copy_if_there(programs + "/lib/ivarode-plan", "/usr/lib/ivarode-plan");
 }
 
 // Copied from within the new root, where every link means a place of the board's own.

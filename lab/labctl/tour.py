@@ -10,6 +10,8 @@ import time
 
 from . import boards, carrier, checks, client, machine, paths, topology, view
 
+CHANGE = 'ivarode.intf port_add {"name":"lan2"}'
+
 HINTS = """
 The board stays up. Try from another terminal:
   lab/lab status                              ports, VLANs, interfaces
@@ -18,6 +20,7 @@ The board stays up. Try from another terminal:
   lab/lab exec pc1 ping -c3 198.51.100.1      any command in any host (router, pc1.., isp)
   lab/lab capture 0 -c5                       frames on a front port
   lab/lab log -f                              the router's log
+  lab/lab exec router ivarode-plan            what the next start would do
 Ctrl-C here ends it, without a trace."""
 
 
@@ -71,8 +74,15 @@ def tour(lab: client.Lab, args: argparse.Namespace, report: Report, colour: bool
         report.line(*results[-1])
     print("\n" + view.status(lab, colour) + "\n")
     print(lab.run("router", "ubus", "list", "-v").out)
+    print(f"What one change would do, before it is made:\n$ ivarode-plan --call '{CHANGE}'\n...\n{planned(lab)}")
     verdict = f"{report.passed} checks passed, {report.failed} failed"
     print(f"{verdict}, {time.monotonic() - began:.0f} s after the build.", flush=True)
+
+
+def planned(lab: client.Lab) -> str:
+    """The plan of one change, from its request on."""
+    said = lab.run("router", "ivarode-plan", "--call", CHANGE).out
+    return said[max(said.find(CHANGE), 0):]
 
 
 def print_log(lab: client.Lab) -> None:
