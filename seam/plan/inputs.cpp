@@ -61,6 +61,13 @@ void add_devices(System &system)
 
 } // namespace
 
+Facts facts_of_world()
+{
+    Facts out = facts(world.system);
+    out.merge(facts(world.hardware));
+    return out;
+}
+
 unsigned Inputs::role(unsigned port) const
 {
     for (const auto &ether : world.ports) {

@@ -17,6 +17,9 @@ struct Inputs {
     unsigned role(unsigned port) const;
 };
 
+// Everything that there is in the world, of system and hardware.
+Facts facts_of_world();
+
 // False after a report on standard error. A package that is not there is none of the world's; one that is
 // there must be readable.
 bool read_board(const std::string &file, Inputs &inputs);

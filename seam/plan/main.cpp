@@ -2,7 +2,9 @@
 // trace, and says in words what happened.
 
 #include "plan/daemon_run.h"
+#include "plan/diff.h"
 #include "plan/inputs.h"
+#include "plan/now.h"
 #include "plan/options.h"
 #include "plan/print.h"
 #include "plan/request.h"
@@ -16,7 +18,7 @@ namespace seam::plan {
 
 namespace {
 
-enum ExitStatus { as_wanted = 0, refused = 1, unusable = 2, ports_meet = 3 };
+enum ExitStatus { as_wanted = 0, refused = 1, unusable = 2, ports_meet = 3, drifted = 4 };
 
 constexpr const char *longest_name = "15"; // of a kernel's device
 // Of a start some 1200; one step that needs more repeats itself.
@@ -34,7 +36,9 @@ void add_world(ScriptText &script, const Inputs &inputs)
                 {"port", std::to_string(i), std::to_string(ether->role), std::to_string(ether->hw_port)});
         }
     }
-    for (const auto &[key, value] : facts(world.system)) {
+    Facts there = facts(world.system);
+    there.merge(facts(world.hardware));
+    for (const auto &[key, value] : there) {
         script.line({"fact", value.empty() ? key : key + " = " + value});
     }
     for (const std::string &package : world.packages) {
@@ -86,13 +90,71 @@ bool build_script(ScriptText &script, const Options &options, const Inputs &inpu
     return true;
 }
 
-int plan(const Options &options)
+// The ports that have link say so as soon as the daemon listens, as the platform library has it.
+void add_links(const Now &now, Options &options)
+{
+    std::vector<Step> links;
+    for (unsigned port = 0; port < now.links.size(); ++port) {
+        if (now.links[port]) {
+            links.push_back({Step::Kind::link, "link of port " + std::to_string(port) + " up, as now"});
+            links.back().port = port;
+            links.back().up = true;
+        }
+    }
+    options.steps.insert(options.steps.begin(), links.begin(), links.end());
+}
+
+bool shown(const std::string &text)
+{
+    return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+int show(const Story &story, const Options &options, const Inputs &inputs)
+{
+    const int status = story.ports_meet() ? ports_meet : story.refused() ? refused : as_wanted;
+    const bool colours = isatty(STDOUT_FILENO) != 0;
+    return shown(options.json    ? for_programs(story, options, inputs, status)
+                 : options.quiet ? only_wrong(story, options, inputs, colours)
+                                 : for_person(story, options, inputs, colours))
+               ? status
+               : unusable;
+}
+
+// The story has left the world as a clean start makes it.
+int show_drift(const Story &story, const Options &options, const Inputs &now)
+{
+    if (story.refused()) {
+        complain("a clean start would fail here: plan it without --diff");
+        return refused;
+    }
+    const std::vector<Difference> found = drift(now.world, world);
+    const int status = found.empty() ? as_wanted : drifted;
+    const bool silent = options.quiet && found.empty();
+    return shown(options.json ? for_programs(found, status)
+                 : silent     ? ""
+                              : for_person(found))
+               ? status
+               : unusable;
+}
+
+int plan(Options &options)
 {
     Inputs inputs;
+    Inputs machine;
+    Now now;
+    const bool on_this_machine = options.from_now || options.diff;
+    if (!read_board(options.board, inputs) || !read_config(options.config, inputs) ||
+        (on_this_machine && !read_now(machine, now))) {
+        return unusable;
+    }
+    add_links(now, options);
+    if (options.from_now) {
+        inputs.world.system = machine.world.system;
+        inputs.world.hardware = machine.world.hardware;
+    }
     ScriptText script;
     DaemonRun run;
-    if (!read_board(options.board, inputs) || !read_config(options.config, inputs) ||
-        !build_script(script, options, inputs) ||
+    if (!build_script(script, options, inputs) ||
         !run_daemon(options.daemon.empty() ? daemon_beside() : options.daemon, script.text(), run)) {
         return unusable;
     }
@@ -104,12 +166,7 @@ int plan(const Options &options)
         complain("the daemon made no call: it is another program, or could not be started");
         return unusable;
     }
-    const int status = story.ports_meet() ? ports_meet : story.refused() ? refused : as_wanted;
-    const bool colours = isatty(STDOUT_FILENO) != 0;
-    const std::string text = options.json    ? for_programs(story, options, inputs, status)
-                             : options.quiet ? only_wrong(story, options, inputs, colours)
-                                             : for_person(story, options, inputs, colours);
-    return std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0 ? status : unusable;
+    return options.diff ? show_drift(story, options, machine) : show(story, options, inputs);
 }
 
 } // namespace

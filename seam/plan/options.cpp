@@ -9,7 +9,7 @@
 namespace seam::plan {
 
 const char *const help_text =
-    "Usage: ivarode-plan [--board FILE] [--config DIR] [--daemon FILE]\n"
+    "Usage: ivarode-plan [--board FILE] [--config DIR] [--daemon FILE] [--from clean|now | --diff]\n"
     "                    [--call 'OBJECT METHOD JSON'] [--link PORT=up|down] [--address A]\n"
     "                    [--json | --quiet]\n"
     "Runs the daemon on a simulated router, and shows what it would do. Nothing is changed, no wait takes "
@@ -20,6 +20,9 @@ const char *const help_text =
     "  --config DIR    the folder with lan_intf, wan_intf and route_config (default: /etc/config)\n"
     "  --daemon FILE   the daemon (default: ivarode beside this program)\n"
     "  --from clean    start on a router that was just switched on (default)\n"
+    "  --from now      start on this router as it is; only what changes something is shown\n"
+    "  --diff          what is otherwise on this router than a clean start would make it, and why that may "
+    "be\n"
     "\n"
     "What happens after the start, as often as wanted, in the order given:\n"
     "  --call 'OBJECT METHOD JSON'   a request over the bus; without JSON an empty one\n"
@@ -31,7 +34,7 @@ const char *const help_text =
     "  --help          this text\n"
     "\n"
     "Exit status: 0 as wanted, 1 the daemon would end or refuse, 2 wrong usage or unreadable input,\n"
-    "3 ports meet that should not.\n";
+    "3 ports meet that should not, 4 --diff found something.\n";
 
 void complain(const std::string &text)
 {
@@ -89,9 +92,10 @@ bool add_address(const std::string &text, Options &options)
     return true;
 }
 
-bool set_from(const std::string &text)
+bool set_from(const std::string &text, Options &options)
 {
-    return text == "clean" || refuse("--from wants clean: \"" + text + "\"");
+    options.from_now = text == "now";
+    return text == "clean" || text == "now" || refuse("--from wants clean or now: \"" + text + "\"");
 }
 
 } // namespace
@@ -99,17 +103,12 @@ bool set_from(const std::string &text)
 bool read_options(int argc, char **argv, Options &options)
 {
     static const option known[] = {
-        {"board", required_argument, nullptr, 'b'},
-        {"config", required_argument, nullptr, 'c'},
-        {"daemon", required_argument, nullptr, 'd'},
-        {"from", required_argument, nullptr, 'f'},
-        {"call", required_argument, nullptr, 'C'},
-        {"link", required_argument, nullptr, 'l'},
-        {"address", required_argument, nullptr, 'a'},
-        {"json", no_argument, nullptr, 'j'},
-        {"quiet", no_argument, nullptr, 'q'},
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
+        {"board", required_argument, nullptr, 'b'},   {"config", required_argument, nullptr, 'c'},
+        {"daemon", required_argument, nullptr, 'd'},  {"from", required_argument, nullptr, 'f'},
+        {"call", required_argument, nullptr, 'C'},    {"link", required_argument, nullptr, 'l'},
+        {"address", required_argument, nullptr, 'a'}, {"json", no_argument, nullptr, 'j'},
+        {"quiet", no_argument, nullptr, 'q'},         {"help", no_argument, nullptr, 'h'},
+        {"diff", no_argument, nullptr, 'D'},          {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     bool good = true;
@@ -126,7 +125,7 @@ bool read_options(int argc, char **argv, Options &options)
             options.daemon = value;
             break;
         case 'f':
-            good = set_from(value);
+            good = set_from(value, options);
             break;
         case 'C':
             good = add_call(value, options);
@@ -136,6 +135,9 @@ bool read_options(int argc, char **argv, Options &options)
             break;
         case 'a':
             good = add_address(value, options);
+            break;
+        case 'D':
+            options.diff = true;
             break;
         case 'j':
             options.json = true;
@@ -156,6 +158,9 @@ bool read_options(int argc, char **argv, Options &options)
     }
     if (good && optind < argc) {
         return refuse("unknown argument \"" + plain(argv[optind]) + "\"");
+    }
+    if (good && options.diff && (options.from_now || !options.steps.empty())) {
+        return refuse("--diff compares with a clean start: it takes no steps and no --from now");
     }
     if (good && options.json && options.quiet) {
         return refuse("--json and --quiet exclude each other");

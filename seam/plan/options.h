@@ -23,6 +23,8 @@ struct Options {
     std::string config = "/etc/config";
     std::string daemon; // empty: the one beside this program
     std::vector<Step> steps;
+    bool from_now = false;
+    bool diff = false;
     bool json = false;
     bool quiet = false;
     bool help = false;

@@ -1,6 +1,7 @@
 // A plan as a person reads it.
 
 #include "plan/print.h"
+#include "plan/switch_words.h"
 #include "text.h"
 
 #include <optional>
@@ -40,6 +41,9 @@ public:
         }
         ending();
         out_ += painted(colours_, Style::head, "the end") + "\n" + picture_of_world(inputs_, colours_) + "\n";
+        if (options_.from_now) {
+            against_now();
+        }
         meetings(true);
         return out_;
     }
@@ -100,7 +104,8 @@ private:
     void operation(const Operation &operation)
     {
         // Of the switch's registers many are written as they are.
-        if (operation.area == Area::hardware && operation.changes.empty() && operation.result == 0) {
+        const bool changes_alone = operation.area == Area::hardware || options_.from_now;
+        if (changes_alone && operation.changes.empty() && operation.result == 0) {
             return;
         }
         if (operation.result == 0) {
@@ -163,6 +168,25 @@ private:
     {
         const std::string serves = inputs_.serves(number);
         return std::to_string(number) + (serves.empty() ? "" : " (" + serves + ")");
+    }
+
+    // Registers are in the VLAN table and the PVIDs.
+    void against_now()
+    {
+        out_ += painted(colours_, Style::head, "against now") + "\n";
+        const std::string hardware = switch_change(inputs_.world.hardware, world.hardware);
+        for (const std::string &fact : story_.changes) {
+            if (!fact.starts_with("switch ") && !fact.starts_with("-switch ")) {
+                line("", without_password(fact));
+            }
+        }
+        if (!hardware.empty()) {
+            line("", hardware);
+        }
+        if (story_.changes.empty()) {
+            line("", "nothing to do");
+        }
+        out_ += "\n";
     }
 
     // A line for two ports in a phase, however often they meet there.

@@ -20,6 +20,20 @@ int outlib_error(const char *fmt, ...)
     return 0;
 }
 
+// Of what only the library knows: warnings are worth a line here, too.
+void libsys::log_line(int /*priority*/, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    plan::complain(formatted(format, args));
+    va_end(args);
+}
+
+int outlib_debug(const char * /*fmt*/, ...)
+{
+    return 0;
+}
+
 int libsys::fail(int error, const char * /*operation*/, const char * /*arguments*/, ...)
 {
     errno = error == 0 ? EIO : error;

@@ -179,6 +179,7 @@ std::string for_programs(const Story &story, const Options &options, const Input
                          .add("ending", story.ending)
                          .add("writes", story.writes)
                          .add("phases", list_of(story.phases))
+                         .add("changes", without_passwords(story.changes))
                          .add("not_reached", not_reached)
                          .add("end", end(inputs))
                          .take();

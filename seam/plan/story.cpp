@@ -1,5 +1,6 @@
 #include "plan/story.h"
 
+#include "plan/now.h"
 #include "plan/switch_words.h"
 #include "text.h"
 
@@ -91,11 +92,13 @@ public:
             state_fact(change_in(lines[at]));
         }
         changed_facts();
+        const Facts before = facts_of_world();
         begin("start", "start");
         for (; at < lines.size() && !at_end_; ++at) {
             read_line(lines[at]);
         }
         end();
+        story_.changes = differences(before, facts_of_world());
     }
     // The daemon did everything that was asked for.
     bool at_end() const { return at_end_; }
@@ -131,8 +134,9 @@ private:
     {
         if (is_change(line)) {
             const std::string fact = change_in(line);
+            const bool says_more = !says_the_same(fact);
             state_fact(fact);
-            if (in_operation_) {
+            if (in_operation_ && says_more) {
                 phase().operations.back().changes.push_back(fact);
             }
         } else if (line.starts_with("> ")) {

@@ -39,6 +39,7 @@ struct Story {
     std::string ending;  // why the daemon ended or was ended; empty: it was there at the end
     unsigned writes = 0; // to registers of the switch
     unsigned calls = 0;  // of any kind
+    std::vector<std::string> changes = {}; // facts of the end that differ from those before the start
 
     bool refused() const;
     bool ports_meet() const; // otherwise than by the start's layout

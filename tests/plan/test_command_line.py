@@ -16,7 +16,9 @@ WRONG = {
     ("--json=1",): 'unknown option "--json=1"',
     ("extra",): 'unknown argument "extra"',
     ("--json", "--quiet"): "--json and --quiet exclude each other",
-    ("--from", "yesterday"): '--from wants clean: "yesterday"',
+    ("--from", "yesterday"): '--from wants clean or now: "yesterday"',
+    ("--diff", "--from", "now"): "--diff compares with a clean start: it takes no steps and no --from now",
+    ("--diff", "--link", "1=up"): "--diff compares with a clean start: it takes no steps and no --from now",
     ("--link", "5=up"): '--link wants a front port, 0 to 4, and up or down: "5=up"',
     ("--link", "2"): '--link wants a front port, 0 to 4, and up or down: "2"',
     ("--link", "2=on"): '--link wants a front port, 0 to 4, and up or down: "2=on"',
@@ -74,8 +76,8 @@ def test_a_program_that_is_no_daemon_is_said_to_be_none() -> None:
 def test_help_names_every_option_and_status() -> None:
     done = planning.run("--help")
     assert (done.returncode, done.stderr) == (0, "")
-    for word in ("--board", "--config", "--daemon", "--from", "--call", "--link", "--address", "--json", "--quiet",
-                 "0 as wanted", "1 the daemon", "2 wrong usage", "3 ports meet"):
+    for word in ("--board", "--config", "--daemon", "--from", "--diff", "--call", "--link", "--address", "--json",
+                 "--quiet", "0 as wanted", "1 the daemon", "2 wrong usage", "3 ports meet", "4 --diff"):
         assert word in done.stdout, word
 
 
