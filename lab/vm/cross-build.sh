@@ -28,7 +28,7 @@ if [ -n "$tests" ]; then
         cmake --build "$folder/googletest-build" --parallel --target install
     fi
     options+=(-DIVARODE_TESTS=ON -DCMAKE_COMPILE_WARNING_AS_ERROR=ON "-DGTest_DIR=$googletest/lib/cmake/GTest" -DFUZZ_JSON_C_INCLUDE_DIR=/usr/include)
-    parts="$parts contract_test short-sleep"
+    parts="$parts contract_test short-sleep hostile-neighbour"
 fi
 if [ -n "$tests" ] || [ ! -e "$folder/CMakeCache.txt" ]; then
     cmake --no-warn-unused-cli -S "$source" -B "$folder" "${options[@]}"
