@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Debian packages for the commands of this folder's parent (sourced, not run).
+# Packages of Debian 12 and 13 for the commands of this folder's parent (sourced, not run).
 
 # What the daemon, the platform library, the stand-ins and the lab are built with.
 BUILD_PACKAGES="g++ cmake ninja-build libmnl-dev libjson-c-dev libsqlite3-dev python3"

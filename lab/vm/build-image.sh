@@ -45,19 +45,22 @@ PROGRAMS="
 /usr/sbin/dnsmasq /usr/bin/tcpdump /usr/bin/strace
 "
 
+# The programs of the lab need the C and C++ libraries of the compiler that builds them. That of x86 is as old as the
+# packages; that of MIPS may be newer than they are, and brings its own.
 case $target in
-x86)    set=guest-amd64  kroot=$LAB_VM_CACHE/root/guest-amd64 ;;
-mipsel) set=guest-mipsel kroot=$LAB_VM_CACHE/root/guest-mipsel ;;
+x86)    set=guest-amd64  kroot=$LAB_VM_CACHE/root/guest-amd64 compiler= ;;
+mipsel) set=guest-mipsel kroot=$LAB_VM_CACHE/root/guest-mipsel compiler=/usr/mipsel-linux-gnu/lib ;;
 *) die "usage: build-image.sh x86|mipsel" ;;
 esac
 src=$LAB_VM_CACHE/root/$set
 [ -d "$src" ] && [ -d "$kroot" ] || die "run fetch.sh first ($set)"
 out=$LAB_VM_CACHE/image/$target
-key=$(cat "$LAB_VM_CACHE/debs/$set/.list" "$here/build-image.sh" "$here/mkcpio.py" "$here/guest/init" \
+mapfile -t own < <(ls -d "${compiler:-/nowhere}"/lib{c,stdc++}.so.6 2>/dev/null)
+key=$(cat "$LAB_VM_CACHE/debs/$set/.list" "$here/build-image.sh" "$here/mkcpio.py" "$here/guest/init" "${own[@]}" \
       | sha256sum | cut -c1-32)
 if [ "$(cat "$out/.key" 2>/dev/null)" = "$key" ]; then echo "image $target: up to date"; exit 0; fi
 t0=$(date +%s%N)
-rm -rf "$out"; mkdir -p "$out"; tree=$out/tree
+rm -rf "$out"; tree=$out/tree unpacked=$out/modules; mkdir -p "$tree" "$unpacked"
 mkdir -p "$tree"/{proc,sys,dev,tmp,run,root,mnt,share,prog,etc/ppp/plugins,etc/udhcpc,var/{lib/misc,log},usr/{bin,sbin,lib,lib64,share}}
 for d in bin sbin lib lib64; do ln -s "usr/$d" "$tree/$d"; done
 
@@ -75,6 +78,7 @@ copy() {    # PATH-IN-SRC : copy keeping symlinks, then what it needs
     [ -e "$f" ] || [ -L "$f" ] || f=$src${p#/usr}
     [ -z "${have[$p]:-}" ] || return 0
     have[$p]=1
+    [ -z "$compiler" ] || [ ! -f "$compiler/${p##*/}" ] || f=$(realpath "$compiler/${p##*/}")
     [ -e "$f" ] || [ -L "$f" ] || die "no $p in $set"
     mkdir -p "$tree${p%/*}"
     cp -d --preserve=mode "$f" "$tree$p"
@@ -146,7 +150,7 @@ addmod() {  # NAME WANTED-BY : depth first, so "order" is a valid load order
         [ "$2" = maybe ] || echo "  note: kernel $kver has no module $n${2:+ (for $2)}" >&2
         return 0
     fi
-    case $f in *.xz) python3 -c 'import lzma, sys; sys.stdout.buffer.write(lzma.open(sys.argv[1]).read())' "$f" > "$out/module.ko"; f=$out/module.ko ;; esac
+    case $f in *.xz) python3 -c 'import lzma, sys; sys.stdout.buffer.write(lzma.open(sys.argv[1]).read())' "$f" > "$unpacked/$n.ko"; f=$unpacked/$n.ko ;; esac
     info=$(readelf -p .modinfo "$f" 2>/dev/null | sed -n 's/^ *\[ *[0-9a-f]*\] *//p')
     mdep[$n]=$(sed -n 's/^depends=//p' <<< "$info" | tr ',-' ' _')
     for d in ${mdep[$n]} $(sed -n 's/^softdep=pre: *//p' <<< "$info"); do addmod "$d" "$n"; done
@@ -172,7 +176,7 @@ mipsel) python3 "$here/unbz.py" "$kroot"/boot/vmlinuz-* "$out/kernel" 2>/dev/nul
 esac
 
 python3 "$here/mkcpio.py" "$tree" "$out/initramfs.cpio"
-rm -rf "$tree" "$out/module.ko"
+rm -rf "$tree" "$unpacked"
 echo "$key" > "$out/.key"
 printf 'image %s: kernel %s, %d modules, initramfs %.1f MB, built in %.1f s\n' "$target" "$kver" "${#order[@]}" \
     "$(stat -c %s "$out/initramfs.cpio" | awk '{print $1/1e6}')" "$(( ($(date +%s%N) - t0) / 1000000 ))e-3"

@@ -7,6 +7,10 @@
 # and no step uses the network any more.
 LAB_VM_HOME=${LAB_VM_HOME:-$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)}
 LAB_VM_CACHE=${IVARODE_LAB_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/ivarode-lab}
+# A cache may outlive the system that filled it: programs of the lab need a machine of their own age.
+LAB_VM_RELEASE=$(. /etc/os-release && echo "${VERSION_CODENAME:-unknown}")
+# The last release with packages for little-endian MIPS of 32 bits.
+LAB_VM_MIPSEL_RELEASE=bookworm
 # apt lines read by the private apt; the keyring is the system's Debian keyring
 LAB_VM_KEYRING=${LAB_VM_KEYRING:-/usr/share/keyrings/debian-archive-keyring.gpg}
 
@@ -18,16 +22,18 @@ die() { echo "$(basename "$0"): $*" >&2; exit 125; }
 # already has are not downloaded again.
 papt() {
     local state=$1 prog=$2 arch=$1 status; shift 2
-    local d=$LAB_VM_CACHE/apt/$state
+    local d=$LAB_VM_CACHE/apt/$state-$LAB_VM_RELEASE release=
     status=$d/state/status
+    [ "$arch" != mipsel ] || release=$LAB_VM_MIPSEL_RELEASE
     [ "$state" != host ] || { arch=$(dpkg --print-architecture); status=/var/lib/dpkg/status; }
     if [ ! -s "$d/etc/sources.list" ]; then
         mkdir -p "$d"/etc/{apt.conf.d,preferences.d,sources.list.d,trusted.gpg.d} \
                  "$d"/state/lists/partial "$d"/cache/archives/partial "$d"/log
         : > "$d/state/status"          # an empty dpkg status: nothing installed
-        # the archives this machine itself uses (run "apt-get update" once before)
-        apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT) $(ORIGIN)' 'Identifier: Packages' |
-            sort -u | awk -v k="$LAB_VM_KEYRING" '$4 == "Debian" {print "deb [signed-by=" k "]", $1, $2, $3}' \
+        # the archives this machine itself uses (run "apt-get update" once before), of its own or the given release
+        apt-get indextargets --format '$(REPO_URI) $(CODENAME) $(COMPONENT) $(ORIGIN)' 'Identifier: Packages' |
+            sort -u | awk -v k="$LAB_VM_KEYRING" -v r="$release" '$4 == "Debian" {
+                if (r != "") sub(/^[^-]*/, r, $2); print "deb [signed-by=" k "]", $1, $2, $3}' \
             > "$d/etc/sources.list"
         [ -s "$d/etc/sources.list" ] || die "apt knows no Debian archive yet: run apt-get update"
         cat > "$d/apt.conf" <<CONF

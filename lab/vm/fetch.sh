@@ -28,7 +28,8 @@ guest_pkgs() {   # ARCH KERNEL-META : the package names wanted in a guest
 fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
     local set=$1 arch=$2 pkgs=$3 drop=$4 out=$5
     local debs=$LAB_VM_CACHE/debs/$set stamp=$LAB_VM_CACHE/debs/$set/.done want
-    want=$(declare -f guest_pkgs; echo "$pkgs $drop")     # another choice of packages is another set
+    # another choice of packages, or another release, is another set
+    want=$(declare -f guest_pkgs; echo "$pkgs $drop $LAB_VM_RELEASE")
     if [ "$(cat "$stamp" 2>/dev/null)" = "$want" ] && [ -z "${LAB_VM_REFRESH:-}" ]; then
         [ -e "$out/.unpacked-$set" ] || unpack "$set" "$out"
         return
@@ -36,9 +37,9 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
     local t0=$SECONDS; mkdir -p "$debs"
     # errors from here on name the set that is missing
     lacking="$set (${pkgs#@guest:})"
-    [ -e "$LAB_VM_CACHE/apt/$arch/.updated-$$" ] || {
-        papt "$arch" apt-get -qq -o APT::Update::Error-Mode=any update; rm -f "$LAB_VM_CACHE/apt/$arch"/.updated-*
-        : > "$LAB_VM_CACHE/apt/$arch/.updated-$$"; }
+    local updated=$LAB_VM_CACHE/apt/$arch-$LAB_VM_RELEASE/.updated
+    [ -e "$updated-$$" ] || {
+        papt "$arch" apt-get -qq -o APT::Update::Error-Mode=any update; rm -f "$updated"-*; : > "$updated-$$"; }
     case $pkgs in @guest:*) pkgs=$(guest_pkgs "$arch" "${pkgs#@guest:}") ;; esac
     # one line per file: 'URL' NAME SIZE HASH
     # "reinstall": of what this machine has, its libraries are as good, but not what the set is for
@@ -61,9 +62,10 @@ fetch() {        # SET STATE-ARCH "PKGS" DROP-REGEX UNPACK-DIR
 }
 
 unpack() {       # SET DIR
-    # a set has its folder to itself, but for the emulators, which share one
+    # a set has its folder to itself, but for the emulators of one release, which share one
     case $2 in "$LAB_VM_CACHE"/root/*) rm -rf "$2" ;; esac
-    mkdir -p "$2"
+    [ "$(cat "$2/.release" 2>/dev/null)" = "$LAB_VM_RELEASE" ] || rm -rf "$2"
+    mkdir -p "$2"; echo "$LAB_VM_RELEASE" > "$2/.release"
     local f
     for f in "$LAB_VM_CACHE/debs/$1"/*.deb; do dpkg-deb -x "$f" "$2"; done
     : > "$2/.unpacked-$1"

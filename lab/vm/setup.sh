@@ -6,7 +6,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 here=$LAB_VM_HOME
 slim=; [ "${1:-}" != -s ] || { slim=1; shift; }
-key=$(cat "$here"/{common.sh,fetch.sh,build-image.sh,mkcpio.py,unbz.py,guest/init} | sha256sum | cut -c1-32)
+key=$LAB_VM_RELEASE-$(cat "$here"/{common.sh,fetch.sh,build-image.sh,mkcpio.py,unbz.py,guest/init} | sha256sum | cut -c1-32)
 mkdir -p "$LAB_VM_CACHE"
 exec 9> "$LAB_VM_CACHE/.lock"; flock 9          # one set-up at a time per cache
 for t; do
