@@ -82,9 +82,11 @@ def test_calls_of_the_kernel() -> None:
     """The filter has the form that a router's jail helper reads; each name is one of a processor that we build for."""
     document = json.loads((common.IMAGE / kernel_calls.FILTER).read_text())
     assert document["defaultAction"] == "SCMP_ACT_KILL_PROCESS" and set(document) == {"defaultAction", "syscalls"}
-    assert all(set(rule) == {"names", "action"} and rule["action"] == "SCMP_ACT_ALLOW" for rule in document["syscalls"])
+    assert all(set(rule) == {"names", "action"} for rule in document["syscalls"])
+    assert {rule["action"] for rule in document["syscalls"]} == {"SCMP_ACT_ALLOW", "SCMP_ACT_ERRNO"}
+    assert kernel_calls.named("SCMP_ACT_ERRNO") == kernel_calls.REFUSED
     names = kernel_calls.allowed()
-    assert len(names) == len(set(names)) and not set(names) & set(kernel_calls.FORBIDDEN)
+    assert len(names) == len(set(names)) and not set(names) & {*kernel_calls.FORBIDDEN, *kernel_calls.REFUSED}
     compilers = ["g++", "mipsel-linux-gnu-g++"]
     known = {name for one in compilers if shutil.which(one) for name in kernel_calls.numbers([one])}
     assert set(kernel_calls.FORBIDDEN) <= known
