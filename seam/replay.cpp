@@ -185,7 +185,7 @@ std::optional<Answer> recorded_answer(const std::string &call)
     if (record->hidden < record->values.size()) {
         world.net_dev = record->values[record->hidden].text;
     }
-    Answer answer{record->result(), record->out()};
+    Answer answer{static_cast<long>(record->result()), record->out()};
     ++made[call];
     if (is_plain_call(*record) && answer.value != 0) {
         write_rule(call, {0, {}}, answer);
