@@ -81,7 +81,8 @@ WRITABLE = re.compile(r'"(/dev/mem|/dev/null|/proc/self/fd/\d+|/run/xtables\.loc
 IOCTL = re.compile(r"SIOCDEVPRIVATE|_IOC|0x89f[13]|TCGETS|SIOCGIF")
 # Questions, and the two ends of a batch with nothing between them.
 NETLINK = re.compile(r"RTM_GET\w+|NFNL_SUBSYS_NFTABLES<<8\|NFT_MSG_GET\w+|"
-                     r"NFNL_SUBSYS_NFT_COMPAT<<8\|NFNL_MSG_COMPAT_GET|NFNL_MSG_BATCH_(BEGIN|END)")
+                     r"NFNL_SUBSYS_NFT_COMPAT<<8\|NFNL_MSG_COMPAT_GET|NFNL_MSG_BATCH_(BEGIN|END)|"
+                     r"0x(12|16|1a|22)")     # RTM_GETLINK, -ADDR, -ROUTE, -RULE where strace has no names
 
 
 JUMP = "iptables -w -t filter -{} FORWARD -j ipt_fwd_filter_rules_2"
