@@ -65,7 +65,7 @@ void Ring::turn(size_t used, size_t wanted)
     end_ = ring_;
 }
 
-uint8_t *Ring::room(size_t used, size_t wanted)
+uint8_t *Ring::make_room(size_t used, size_t wanted)
 {
     if (start_runs_ && end_ + wanted > size_ / 2) {
         start_over();
@@ -94,16 +94,18 @@ size_t Ring::commit(size_t size)
     return place;
 }
 
-bool Ring::leave_out(size_t from, size_t to, const uint8_t *record, size_t size)
+bool Ring::leave_out(const Gap &gap, const uint8_t *record, size_t size)
 {
-    const size_t kept = end_ - to;
-    if (to - from < kept + size) {
+    const size_t kept = end_ - gap.to;
+    const size_t front = size + gap.piece_size;
+    if (gap.to - gap.from < front + kept) {
         return false;
     }
-    mark(at_end, from);
-    memcpy(base_ + from + size, base_ + to, kept);
-    memcpy(base_ + from, record, size);
-    end_ = from + size + kept;
+    mark(at_end, gap.from);
+    memmove(base_ + gap.from + size, base_ + gap.piece, gap.piece_size);
+    memcpy(base_ + gap.from, record, size);
+    memcpy(base_ + gap.from + front, base_ + gap.to, kept);
+    end_ = gap.from + front + kept;
     mark(at_end, end_);
     return true;
 }

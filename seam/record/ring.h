@@ -17,7 +17,12 @@ public:
 
     // Where the record under construction stands, with room for so many bytes of it, the first `used` of
     // which are kept. Old records go where need be. Null when it would be too large.
-    uint8_t *room(size_t used, size_t wanted);
+    uint8_t *room(size_t used, size_t wanted)
+    {
+        return end_ + wanted <= limit() && !(start_runs_ && end_ + wanted > size_ / 2)
+                   ? base_ + end_
+                   : make_room(used, wanted);
+    }
     // The record under construction is whole. Where it stands.
     size_t commit(size_t size);
     size_t end() const { return end_; }
@@ -28,13 +33,21 @@ public:
     // The ring begins behind what is there.
     void start_over();
 
-    // Leaves out the records from one place to another: those behind them, and before these one more record,
-    // take their place. False when there is too little between them. The record is padded.
-    bool leave_out(size_t from, size_t to, const uint8_t *record, size_t size);
+    // What is to be left out between two places: all but a piece, before which a record is put. The record is
+    // padded.
+    struct Gap {
+        size_t from;
+        size_t to;
+        size_t piece;
+        size_t piece_size;
+    };
+    // False when there is too little to leave out. The piece then begins behind the record, at `from`.
+    bool leave_out(const Gap &gap, const uint8_t *record, size_t size);
 
 private:
     bool is_wrapped() const { return end_ < tail_; }
     size_t limit() const { return is_wrapped() ? tail_ - format::unit : size_; }
+    uint8_t *make_room(size_t used, size_t wanted);
     void turn(size_t used, size_t wanted);
     void drop_oldest();
     void mark(size_t at, size_t place);

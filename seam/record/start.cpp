@@ -78,7 +78,8 @@ void keep_file(const char *path)
     close(fd);
 }
 
-// A program that has no platform library is on the way to the daemon, such as a jail: it hands the variables on.
+// A program that has no platform library is on the way to the daemon, such as a jail: it hands the variables
+// on.
 __attribute__((constructor)) void loaded()
 {
     if (find_symbol("ubuslib_invoke_init") == nullptr) {

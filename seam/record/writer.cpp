@@ -23,10 +23,11 @@ namespace {
 constexpr size_t longest_row = 32768;
 
 // The latest questions and samples that stand in a row. The counters that the daemon answers with are those
-// of the last two samples, so what stands before these can go.
+// of the last two samples, so what stands before the last one can go, but for the sample before that.
 struct Row {
     struct Sample {
         size_t place;
+        size_t size;
         uint32_t before; // events of the row
     };
     size_t begin = 0; // 0: none
@@ -100,7 +101,7 @@ void row_goes_on(size_t place, Event event)
     }
     if (event == Event::sample) {
         row.samples[0] = row.samples[1];
-        row.samples[1] = {place, row.events};
+        row.samples[1] = {place, 0, row.events};
     }
     ++row.events;
 }
@@ -139,7 +140,13 @@ uint64_t now()
 
 void event_over()
 {
-    if (row.begin == 0 || ring.end() - row.begin < longest_row || row.samples[0].place == 0) {
+    if (row.begin == 0) {
+        return;
+    }
+    Row::Sample &last = row.samples[1];
+    last.size = last.size == 0 && last.place != 0 ? ring.end() - last.place : last.size;
+    const Row::Sample &first = row.samples[0];
+    if (ring.end() - row.begin < longest_row || first.place == 0) {
         return;
     }
     // Built as any other: header and one number.
@@ -147,14 +154,11 @@ void event_over()
     store(note, static_cast<uint32_t>(Kind::left_out) << 24 | sizeof(note));
     store64(note + 8, now());
     note[header_size] = static_cast<uint8_t>(Tag::number);
-    store64(note + header_size + 1, row.samples[0].before);
+    store64(note + header_size + 1, last.before - 1);
     store(note + 4, record_check(note, sizeof(note)));
-    const size_t from = row.begin;
-    const size_t to = row.samples[0].place;
-    if (ring.leave_out(from, to, note, sizeof(note))) {
-        for (Row::Sample &sample : row.samples) {
-            sample.place = sample.place - to + from + sizeof(note);
-        }
+    if (ring.leave_out({row.begin, last.place, first.place, first.size}, note, sizeof(note))) {
+        row.samples[0].place = row.begin + sizeof(note);
+        last.place = row.samples[0].place + first.size;
     }
 }
 

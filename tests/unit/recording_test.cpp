@@ -165,15 +165,18 @@ TEST(Recording, ARowIsLeftOutBetweenOnePlaceAndAnother)
     note[header_size] = static_cast<uint8_t>(Tag::number);
     store64(note + header_size + 1, 80);
     store(note + 4, record_check(note, sizeof(note)));
-    EXPECT_FALSE(written.ring.leave_out(places[10], places[20], note, sizeof(note)));
-    EXPECT_TRUE(written.ring.leave_out(places[10], places[90], note, sizeof(note)));
+    const size_t piece_size = places[31] - places[30];
+    EXPECT_FALSE(
+        written.ring.leave_out({places[10], places[20], places[15], piece_size}, note, sizeof(note)));
+    EXPECT_TRUE(written.ring.leave_out({places[10], places[90], places[30], piece_size}, note, sizeof(note)));
     written.add(7);
 
     const Recording recording = read(written);
-    ASSERT_EQ(recording.records.size(), 5U + 10 + 1 + 10 + 1);
+    ASSERT_EQ(recording.records.size(), 5U + 10 + 1 + 1 + 10 + 1);
     EXPECT_EQ(recording.records[15].kind, Kind::left_out);
     EXPECT_EQ(number(recording.records[15]), 80U);
-    EXPECT_EQ(number(recording.records[16]), 95U);
+    EXPECT_EQ(number(recording.records[16]), 35U);
+    EXPECT_EQ(number(recording.records[17]), 95U);
     EXPECT_EQ(number(recording.records.back()), 105U);
     EXPECT_EQ(recording.gap, recording.records.size());
 }
