@@ -1,0 +1,103 @@
+"""A daemon that is recorded on the board, and the recording played back on this machine."""
+
+from __future__ import annotations
+
+import pathlib
+import time
+
+import pytest
+
+from labctl import recordings
+from tests.system import bus
+from tests.system.conftest import Machine
+from tests.system.daemon import kill_daemon, restart
+from tests.system.held_lab import Lab
+
+FILE = "/tmp/ivarode.rec"
+RECORDED = ["daemon-preload /usr/lib/libivarode-record.so"]
+PASSWORD = "Rumpelstilzchen"
+
+
+@pytest.fixture(scope="module", autouse=True)
+def own_programs(machine: Machine) -> None:
+    if machine.mode == "mips":
+        pytest.skip("a recording is played by programs of this machine")
+
+
+def taken(lab: Lab, folder: pathlib.Path, file: str = FILE) -> pathlib.Path:
+    """The recording as it is now."""
+    copy = folder / "router.rec"
+    copy.write_bytes(lab.get("router", file))
+    return copy
+
+
+def must_replay(lab: Lab, folder: pathlib.Path, file: str = FILE) -> list[str]:
+    """That the daemon does the same on the recording; its lines."""
+    copy = taken(lab, folder, file)
+    verdict = recordings.play(copy)
+    assert verdict.same and "overwritten" not in verdict.text, verdict.text
+    return recordings.show(copy, None, None)
+
+
+def requests(lab: Lab) -> None:
+    bus.intf(lab, "port_add", name="lan3")
+    bus.intf(lab, "status")
+    bus.intf(lab, "statist")
+    bus.route(lab, "add", name="r1", line="lan1", dstaddr="10.9.0.0", netmask="255.255.0.0", gateway="192.168.1.2",
+              metric="5")
+    bus.call(lab, "ivarode.pppuser", "add", username="bob", provider="isp", password=PASSWORD, ipaddr="10.0.0.9")
+    bus.intf(lab, "port_del", name="lan3")
+
+
+def wait_recorded(lab: Lab, folder: pathlib.Path, line: str) -> None:
+    deadline = time.monotonic() + 20 * lab.pace
+    while not any(record.text == line for record in recordings.records(taken(lab, folder))):
+        assert time.monotonic() < deadline, line
+
+
+@pytest.mark.parametrize("board, config", [("one-cpu", "home"), ("two-wan", "three-lans"), ("two-cpu", "one-lan")])
+def test_what_happened_on_the_board_replays(machine: Machine, tmp_path: pathlib.Path, board: str, config: str) -> None:
+    lab = machine.board(board, config, extra_plan=RECORDED)
+    requests(lab)
+    lines = must_replay(lab, tmp_path)
+    assert any("> call ivarode.pppuser add" in line for line in lines)
+    assert lab.shell("router", f"ls -l {FILE}").out.startswith("-rw------- ")
+    assert PASSWORD.encode() not in lab.get("router", FILE)
+
+
+def test_cables_and_a_death_replay(machine: Machine, tmp_path: pathlib.Path) -> None:
+    lab = machine.board("one-cpu", "home", extra_plan=RECORDED)
+    for state in ("down", "up"):
+        lab.link(1, state == "up")
+        wait_recorded(lab, tmp_path, f"> link 1 {state}")
+        bus.intf(lab, "status")
+    kill_daemon(lab)
+    assert not any("ends in order" in line for line in must_replay(lab, tmp_path))
+    restart(lab)
+    # The one before stays for a while beside the one that is written.
+    assert any("> link 1 up" in line for line in must_replay(lab, tmp_path, FILE + ".1"))
+    must_replay(lab, tmp_path)
+    lab.ok("agent", "stop", "daemon", timeout=30)
+    assert any("ends in order" in line for line in must_replay(lab, tmp_path))
+    restart(lab)
+
+
+def test_questions_in_a_row_are_left_out_and_the_rest_replays(machine: Machine, tmp_path: pathlib.Path) -> None:
+    lab = machine.board("one-cpu", "home", extra_plan=RECORDED)
+    ask = "for i in $(seq 400); do ubus call ivarode.intf statist >/dev/null; done; sleep 7"
+    lab.shell("router", ask + "; " + ask, check=True, timeout=120 * lab.pace)
+    bus.intf(lab, "port_add", name="lan3")
+    bus.intf(lab, "statist")
+    lines = must_replay(lab, tmp_path)
+    assert any("questions and samples are left out" in line for line in lines)
+    bus.intf(lab, "port_del", name="lan3")
+
+
+def test_what_another_user_has_put_there_is_not_touched(machine: Machine, tmp_path: pathlib.Path) -> None:
+    lab = machine.board("one-cpu", "home", extra_plan=RECORDED)
+    lab.ok("agent", "stop", "daemon", timeout=30)
+    lab.shell("router", f"rm -f {FILE} {FILE}.1; echo mine >{FILE}; chown 65534 {FILE}", check=True)
+    restart(lab)
+    assert lab.get("router", FILE) == b"mine\n"
+    assert f"recording to {FILE}: Operation not permitted" in lab.shell("router", "cat /var/log/messages").out
+    machine.spoiled()
