@@ -1,5 +1,5 @@
-"""ivarode-plan on a router that runs: a plan from what is there, and what has drifted. That it makes no call that changes
-anything is shown in private name spaces (tests/plan/test_now.py)."""
+"""ivarode-plan on a router that runs: a plan from what is there, and what has drifted. That it makes no call that
+changes anything is shown in private name spaces (tests/plan/test_now.py)."""
 
 from __future__ import annotations
 
