@@ -11,6 +11,7 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <sys/prctl.h>
@@ -130,6 +131,7 @@ void filter_calls(const std::string &file)
 {
     blob_buf buffer{};
     blob_buf_init(&buffer, 0);
+    const std::unique_ptr<blob_buf, decltype(&blob_buf_free)> freed(&buffer, blob_buf_free);
     if (!blobmsg_add_json_from_file(&buffer, file.c_str())) {
         throw std::runtime_error(file + ": cannot be read");
     }
@@ -139,7 +141,6 @@ void filter_calls(const std::string &file)
     } catch (const std::runtime_error &error) {
         throw std::runtime_error(file + ": " + error.what());
     }
-    blob_buf_free(&buffer);
     const sock_fprog whole = {static_cast<unsigned short>(program.size()), program.data()};
     if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &whole, 0, 0) != 0) {
         throw std::runtime_error(std::string("filter of calls: ") + strerror(errno));
