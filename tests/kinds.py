@@ -101,7 +101,7 @@ KINDS = {
                 lambda long: pytest("tests/package", *(["--long"] if long else []))),
     "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
-              lambda long: pytest("tests/chaos", "--rounds", "200" if long else "25")),
+              lambda long: pytest("tests/chaos", *(["--rounds", "200", "--recorded"] if long else []))),
 }
 
 

@@ -19,16 +19,19 @@ from tests.chaos.story import SEED, STORY
 from tests.system import held_lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
-PRELOAD = "/usr/lib/short-sleep.so"
+SHORT_SLEEP = "/usr/lib/short-sleep.so"
+RECORDING = "/usr/lib/libivarode-record.so"
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--rounds", type=int, default=25, help="how many rounds (default: %(default)s)")
+    parser.addoption("--recorded", action="store_true", help="record the daemon, and replay it after each round")
 
 
 def pytest_configure(config: pytest.Config) -> None:
     config.stash[SEED] = int(os.environ.get("IVARODE_SEED") or random.SystemRandom().randrange(1 << 32))
     config.stash[STORY] = list[str]()
+    Machine.recorded = config.getoption("recorded")
 
 
 def pytest_generate_tests(metafunc: pytest.Metafunc) -> None:
@@ -45,13 +48,16 @@ def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.C
 class Machine(held_lab.Machine):
     """One lab for all rounds; a board that a round has failed on is raised anew."""
 
+    recorded = False
+
     def __init__(self) -> None:
         super().__init__("chaos")
         self.clean: snapshot.Facts | None = None
 
     def ready(self) -> havoc.Board:
         if self.up is None:
-            described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + PRELOAD])
+            in_front = [RECORDING, SHORT_SLEEP] if self.recorded else [SHORT_SLEEP]
+            described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + ":".join(in_front)])
             self.lab.said(havoc.READY, havoc.LIMIT)
             self.lab.topology = topology.Topology(described, "three-lans")
             self.clean = snapshot.first(self.lab)
