@@ -47,7 +47,7 @@ private:
     std::mt19937 random_;
 };
 
-// A request, made of whoever has the methods.
+// A request to the object that has the methods.
 template <class Router> int request(Router &router, const Action &action)
 {
     switch (action.kind) {
