@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <net/if.h>
 
 using namespace seam::record;
 using namespace seam::format;
@@ -74,6 +75,12 @@ int address_came(const nl_addr_event *event)
         Entry entry(Kind::address, now(), Event::change);
         entry.number(event->ifindex);
         entry.number(event->ipaddr);
+        // The number means nothing on another machine.
+        char device[IF_NAMESIZE];
+        if (if_indextoname(event->ifindex, device) != nullptr) {
+            entry.tag(Tag::hidden);
+            entry.text(device);
+        }
     }
     const int result = on_address(event);
     put_number(Kind::returned, result);
