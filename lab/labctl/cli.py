@@ -11,7 +11,7 @@ import sys
 import threading
 from collections.abc import Sequence
 
-from . import boards, capture, carrier, client, machine, paths, recordings, scenarios, view
+from . import boards, capture, carrier, client, machine, paths, recordings, repetition, scenarios, view
 
 EPILOG = """examples:
   lab/lab up --board two-wan --config three-lans   another board and configuration
@@ -86,6 +86,9 @@ def parser() -> argparse.ArgumentParser:
     replay.add_argument("--daemon", type=pathlib.Path, metavar="FILE", help="the daemon (default: that of the build)")
     replay.add_argument("--scenario", type=pathlib.Path, metavar="OUT",
                         help="write it as a scenario of tests/conformance instead")
+    replay.add_argument("--board", action="store_true",
+                        help="repeat its requests and events on the virtual board instead, and show which answers "
+                             "differ")
     replay.add_argument("--until", type=natural, metavar="N", help="of the scenario: up to the N-th event")
     kill = add("kill", "send a signal to one of the board's own programs")
     kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
@@ -122,10 +125,14 @@ def relay(lab: client.Lab, host: str, words: Sequence[str]) -> int:
         return command.status
 
 
+def start_lab(lab: client.Lab, mode: str | None, verbose: bool) -> None:
+    _, why = lab.start(mode or "", notes=sys.stderr, verbose=verbose)
+    print(f"lab {lab.name} runs {lab.info()['text']}{'' if mode else ': ' + why}", flush=True)
+
+
 def up(lab: client.Lab, args: argparse.Namespace) -> int:
     if not lab.alive():
-        mode, why = lab.start(args.mode or "", notes=sys.stderr, verbose=args.verbose)
-        print(f"lab {lab.name} runs {lab.info()['text']}{'' if args.mode else ': ' + why}")
+        start_lab(lab, args.mode, args.verbose)
     elif args.mode and args.mode != lab.info()["mode"]:
         raise client.LabError(f"lab {lab.name} is up in another way already: lab/lab down first")
     log = lab.state / "hub.log"
@@ -153,7 +160,14 @@ def restart_daemon(lab: client.Lab, wait: bool) -> int:
     return start_daemon(lab, wait)
 
 
-def replay(args: argparse.Namespace) -> int:
+def replay(lab: client.Lab, args: argparse.Namespace) -> int:
+    if args.board:
+        if args.daemon or args.scenario:
+            raise recordings.RecordingError("--board goes without --daemon and --scenario")
+        kept = repetition.Kept(args.file)
+        if not lab.alive():
+            start_lab(lab, None, args.verbose)
+        return 0 if repetition.repeat(lab, kept, lambda line: print(line, flush=True)) else 1
     if args.scenario is not None:
         text = scenarios.written(args.file, args.until, args.daemon)
         args.scenario.write_text(text, encoding="utf-8", errors="surrogateescape")
@@ -181,7 +195,7 @@ def dispatch(args: argparse.Namespace) -> int:
         print("\n".join(recordings.show(args.file, args.last, args.around)))
         return 0
     if command == "replay":
-        return replay(args)
+        return replay(lab, args)
     if command == "up":
         return up(lab, args)
     if command == "down":

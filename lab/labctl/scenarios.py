@@ -12,6 +12,7 @@ import time
 from collections.abc import Iterator, Sequence
 
 from . import recordings, trace
+from .messages import unquoted
 from .recordings import Record, RecordingError
 
 ROLES = {"1": "lan", "2": "wan", "3": "either"}
@@ -25,14 +26,6 @@ END = "cmdlib_kill_processes() = 0"
 
 def indented(lines: Sequence[str]) -> list[str]:
     return ["    " + line for line in lines]
-
-
-def unquoted(text: str) -> str:
-    """A text of the recording without quotes and escapes."""
-    def plain(match: re.Match[str]) -> str:
-        return {"n": "\n", "t": "\t", "r": "\r"}.get(match[1], match[1])
-
-    return re.sub(r"\\(.)", plain, text[1:-1])
 
 
 def board(found: Sequence[Record]) -> list[str]:

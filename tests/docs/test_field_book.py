@@ -82,3 +82,13 @@ def test_a_file_that_is_no_recording_is_told(example: pathlib.Path) -> None:
             done = subprocess.run([ROOT / "lab/lab", *words], cwd=example, capture_output=True, text=True,
                                   check=False)
             assert (done.returncode, done.stdout) == (2, "") and said in done.stderr, (words, done)
+
+
+@pytest.mark.parametrize("more, said", [
+    ([], "no board file is in it, so it is not of a router"),
+    (["--daemon", "image/ivarode"], "--board goes without --daemon and --scenario"),
+])
+def test_a_recording_without_a_router_is_not_repeated(example: pathlib.Path, more: list[str], said: str) -> None:
+    done = subprocess.run([ROOT / "lab/lab", "replay", "router.rec", "--board", *more], cwd=example,
+                          capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stdout) == (2, "") and said in done.stderr

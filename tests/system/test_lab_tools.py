@@ -9,7 +9,7 @@ from typing import Any
 
 import pytest
 
-from labctl import boards, capture, cli, frames, topology
+from labctl import boards, capture, cli, frames, messages, topology
 
 
 def test_frames_survive_any_cut() -> None:
@@ -103,3 +103,22 @@ def test_a_cut_frame_is_read_as_far_as_it_goes(size: int) -> None:
 def test_command_lines(line: str, expected: Any) -> None:
     args = vars(cli.parse(line.split()))
     assert {key: args[key] for key in expected} == expected
+
+
+@pytest.mark.parametrize("shown, said", [
+    ('{name: "lan2", vlanid1: 100, intf: ["a", "b"]}', {"name": "lan2", "vlanid1": 100, "intf": ["a", "b"]}),
+    (r'{a: "x\n\"\\ \xc3\xa4", b: 1:int8, c: null, d: {}, e: []}',
+     {"a": 'x\n"\\ \u00e4', "b": True, "c": None, "d": {}, "e": []}),
+    ("{low: -2147483648, high: 2147483648:int64}", {"low": -2147483648, "high": 2147483648}),
+    ('{lan1: ["lan1", rx_bytes: "300"]}', {"lan1": ["lan1", "300"]}),
+])
+def test_a_message_as_json(shown: str, said: object) -> None:
+    assert json.loads(messages.in_json(shown)) == said
+
+
+@pytest.mark.parametrize("shown", [
+    "{a: 5:int64}", "{a: 5:int16}", "{a: 2:int8}", '{a: "x":unterminated}', "{a: 1, a: 2}", r'{a: "\xff"}', "{a: ?}",
+    "{a: 1", "{a: 1} more", "a message that is not well formed", "a text of 70000 bytes"])
+def test_a_message_that_json_cannot_say(shown: str) -> None:
+    with pytest.raises(messages.MessageError):
+        messages.in_json(shown)
