@@ -1,9 +1,18 @@
 #include "board.h"
 
+#include "../hw/places.h"
+
 #include <csignal>
 #include <cstdlib>
 
 namespace lab {
+namespace {
+
+constexpr const char *no_such_command = "the board's commands are: services, hosts, wait SECONDS TEXT, "
+                                        "start|stop|restart PROGRAM, kill PROGRAM SIGNAL; "
+                                        "programs: daemon, broker, siblings, switch\n";
+
+} // namespace
 
 Board::Board(Plan plan, int channel)
     : plan_(std::move(plan)),
@@ -44,11 +53,28 @@ void Board::take(Frame frame)
         if (where == "agent") {
             command(frame.id, words);
         } else if (auto it = hosts_.find(where); it != hosts_.end()) {
-            executor_.start(frame.id, it->second, std::move(words));
+            executor_.start(frame.id, it->second, std::move(words), tools_environment(where));
         } else {
-            channel_.send(FrameType::exit, frame.id, "failed no host is named " + where);
+            channel_.send(FrameType::exit, frame.id,
+                          "failed no host is named " + where + " (there are " + host_names() + ")");
         }
     }
+}
+
+// The router's own tools find the emulated hardware, as they find a driver on a router.
+std::vector<std::string> Board::tools_environment(const std::string &host)
+{
+    return host == "router" ? std::vector<std::string>{std::string("LD_PRELOAD=") + shim_path}
+                            : std::vector<std::string>{};
+}
+
+std::string Board::host_names() const
+{
+    std::string names = "router";
+    for (const HostPlan &host : plan_.hosts) {
+        names += ", " + host.name;
+    }
+    return names + ", agent, machine";
 }
 
 void Board::answer(uint32_t id, const std::string &text, int status)
@@ -80,7 +106,7 @@ void Board::command(uint32_t id, const std::vector<std::string> &words)
     } else if (words.size() >= 2 && services_.known(words[1])) {
         change_service(id, words);
     } else {
-        answer(id, "the board knows no such command\n", 2);
+        answer(id, no_such_command, 2);
     }
 }
 
@@ -125,7 +151,7 @@ void Board::change_service(uint32_t id, const std::vector<std::string> &words)
         bool sent = services_.signal(name, std::atoi(words[2].c_str()));
         answer(id, sent ? "" : name + " is not running\n", sent ? 0 : 1);
     } else {
-        answer(id, "the board knows no such command\n", 2);
+        answer(id, no_such_command, 2);
     }
 }
 

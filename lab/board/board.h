@@ -39,6 +39,8 @@ private:
     void answer(uint32_t id, const std::string &text, int status);
     void wait_for_text(uint32_t id, const std::string &text);
     void change_service(uint32_t id, const std::vector<std::string> &words);
+    static std::vector<std::string> tools_environment(const std::string &host);
+    std::string host_names() const;
     void service_ended(const std::string &name, const std::string &how);
 
     Plan plan_;

@@ -138,7 +138,7 @@ void Board::start_rest()
     std::vector<std::string> words{"lab-siblings"};
     words.insert(words.end(), plan_.sibling_options.begin(), plan_.sibling_options.end());
     // what it starts finds the emulated hardware, too
-    services_.define("siblings", words, {"LD_PRELOAD=/usr/lib/lab-shim.so"});
+    services_.define("siblings", words, {std::string("LD_PRELOAD=") + shim_path});
     step("lab-siblings");
     services_.start("siblings");
     // what the image's init script does before it starts the daemon
@@ -151,7 +151,7 @@ void Board::start_rest()
     services_.define("daemon",
                      {"/sbin/ujail", "--capabilities", "/etc/capabilities/ivarode.json", "--seccomp",
                       "/etc/seccomp/ivarode.json", "--no-new-privs", "--", "/usr/sbin/ivarode"},
-                     {"LD_PRELOAD=" + preload + "/usr/lib/lab-shim.so"});
+                     {"LD_PRELOAD=" + preload + shim_path});
     if (plan_.start_daemon) {
         step("ivarode");
         services_.start("daemon");

@@ -39,7 +39,8 @@ Executor::Executor(Loop &loop, Channel &channel) : loop_(loop), channel_(channel
 
 Executor::~Executor() = default;
 
-void Executor::start(uint32_t id, const Host &host, std::vector<std::string> words)
+void Executor::start(uint32_t id, const Host &host, std::vector<std::string> words,
+                     std::vector<std::string> environment)
 {
     if (words.empty() || jobs_.count(id) != 0) {
         channel_.send(FrameType::exit, id, "failed no command, or its id is in use");
@@ -68,8 +69,8 @@ void Executor::start(uint32_t id, const Host &host, std::vector<std::string> wor
     UniqueFd err_write(err[1]);
     job.err = UniqueFd(err[0]);
     try {
-        job.pid =
-            spawn(host, Command{std::move(words), {}, in_read.get(), out_write.get(), err_write.get(), true});
+        job.pid = spawn(host, Command{std::move(words), std::move(environment), in_read.get(),
+                                      out_write.get(), err_write.get(), true});
     } catch (const std::exception &error) {
         channel_.send(FrameType::exit, id, std::string("failed ") + error.what());
         return;

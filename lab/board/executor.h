@@ -18,8 +18,9 @@ public:
     Executor(const Executor &) = delete;
     Executor &operator=(const Executor &) = delete;
 
-    // Answers with Exit in any case, at once or when the command has ended.
-    void start(uint32_t id, const Host &host, std::vector<std::string> words);
+    // Answers with Exit in any case, at once or when the command has ended. environment: beside the host's.
+    void start(uint32_t id, const Host &host, std::vector<std::string> words,
+               std::vector<std::string> environment = {});
     void input(uint32_t id, std::string_view data);
     void kill(uint32_t id, int signal);
 

@@ -75,8 +75,12 @@ void place(int fd, int target)
     sigprocmask(SIG_SETMASK, &none, nullptr);
     setenv("PATH", search_path, 1);
     execvpe(argv[0], argv.data(), env.data());
+    if (errno == ENOENT) {
+        dprintf(2, "lab-agent: %s has no command %s\n", host.name().c_str(), argv[0]);
+        _exit(127);
+    }
     dprintf(2, "lab-agent: %s: %s\n", argv[0], std::strerror(errno));
-    _exit(errno == ENOENT ? 127 : 126);
+    _exit(126);
 }
 
 } // namespace

@@ -85,6 +85,10 @@ void Syslog::receive()
             message.remove_suffix(1);
         }
         std::string level = split_message(message);
+        // The end of the line is the log's own business, as with every log daemon.
+        while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) {
+            message.remove_suffix(1);
+        }
         take(level, visible(message));
     }
 }
