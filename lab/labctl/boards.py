@@ -26,6 +26,15 @@ def find(kind: str, name: str) -> pathlib.Path:
     raise ConfigError(f"no {kind[:-1]} is named {name} (there are {', '.join(have)})")
 
 
+def check(kind: str, name: str) -> None:
+    """ConfigError where a board or configuration of the name cannot be raised; nothing has been touched then."""
+    path = find(kind, name)
+    if kind == "boards":
+        Board(name)
+    elif not (path / "hosts").is_file():
+        raise ConfigError(f"{path}: no file hosts, which says who sits on which port")
+
+
 class Board:
     """Which switch port serves which LAN and WAN: the same numbering that the router's own library gives them."""
 

@@ -12,6 +12,7 @@ from . import client
 
 ETHERTYPES = {0x0800: "IPv4", 0x0806: "ARP", 0x86DD: "IPv6", 0x8863: "PPPoE discovery", 0x8864: "PPPoE session"}
 PROTOCOLS = {1: "ICMP", 2: "IGMP", 6: "TCP", 17: "UDP"}
+NAMED_PORTS = {53: "DNS", 67: "DHCP", 68: "DHCP"}
 GLOBAL, RECORD = 24, 16
 
 
@@ -62,20 +63,31 @@ class Decoded:
         self.payload = frame[at + 2:]
         self.kind = ETHERTYPES.get(self.ethertype, f"0x{self.ethertype:04x}")
         self.ip_src = self.ip_dst = ""
+        self.ports: tuple[int, int] | None = None       # source and destination of UDP and TCP
         self.ttl: int | None = None
         if self.ethertype == 0x0800 and len(self.payload) >= 20:
             self.ip_src, self.ip_dst = address(self.payload[12:16]), address(self.payload[16:20])
             self.ttl = self.payload[8]
             self.kind = PROTOCOLS.get(self.payload[9], f"IPv4/{self.payload[9]}")
+            self._read_ports((self.payload[0] & 15) * 4)
         elif self.ethertype == 0x0806 and len(self.payload) >= 28:
             self.ip_src, self.ip_dst = address(self.payload[14:18]), address(self.payload[24:28])
+
+    def _read_ports(self, at: int) -> None:
+        first_of_packet = struct.unpack_from(">H", self.payload, 6)[0] & 0x1FFF == 0
+        if self.kind in ("UDP", "TCP") and first_of_packet and len(self.payload) >= at + 4:
+            source, target = struct.unpack_from(">HH", self.payload, at)
+            self.ports = (source, target)
 
     def __str__(self) -> str:
         tags = "".join(f" vlan {vlan}" for vlan in self.vlans)
         what = self.kind
         if self.kind == "ARP":
             what += " who-has" if self.payload[6:8] == b"\0\1" else " is-at"
-        if self.ip_src:
+        if self.ports:
+            named = NAMED_PORTS.get(self.ports[1]) or NAMED_PORTS.get(self.ports[0])
+            what += f" {self.ip_src}:{self.ports[0]} > {self.ip_dst}:{self.ports[1]}" + (f" {named}" if named else "")
+        elif self.ip_src:
             what += f" {self.ip_src} > {self.ip_dst}"
         return f"{self.src} > {self.dst}{tags} {what} ({self.size} bytes)"
 

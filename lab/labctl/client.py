@@ -163,7 +163,8 @@ class Lab:
                 os.close(folder)
         except OSError as error:
             sock.close()
-            raise LabError(f"lab {self.name} is not up (lab/lab up)") from error
+            own = "" if self.name == paths.DEFAULT_LAB else f" --name {self.name}"
+            raise LabError(f"lab {self.name} is not up (lab/lab{own} up)") from error
         return sock
 
     def alive(self) -> bool:
@@ -251,6 +252,7 @@ class Lab:
                     folder: str = "lab") -> boards.Board:
         """Raises a board (ending the one before) and returns it; the daemon has been started then."""
         described = boards.Board(board)
+        boards.check("configs", config)
         boards.write_lab(self.state / "share" / folder, described, config, extra_plan)
         (self.state / "lab.json").unlink(missing_ok=True)
         with contextlib.closing(self.connect()) as sock:

@@ -6,6 +6,13 @@ import re
 
 from . import boards
 
+# Protocol of a WAN: the commands of its host (lab/peers) that answer it.
+PROVIDERS = {
+    "dhcp": ["dhcp-provider start eth0 {network}.50 {network}.60"],
+    "pppoe": ["sh -c 'echo \"{username} * {password} *\" > /etc/ppp/chap-secrets'",
+              "pppoe-provider start eth0 198.51.100.254 100.64.0.10"],
+}
+
 
 class Topology:
     """lans: number -> names of its hosts; wans: number -> name; address and port of each host."""
@@ -24,8 +31,11 @@ class Topology:
                                           r"\toption ipaddr '?([\d.]+)", text, re.M):
             self.router[int(number)] = address
         text = (source / "wan_intf").read_text()
-        self.wan_address = {int(n): a for n, a in re.findall(
-            r"^config interface '?wan(\d+)'?\n(?:\toption (?!ipaddr).*\n)*\toption ipaddr '?([\d.]+)", text, re.M)}
+        self.wan_options = {int(number): dict(re.findall(r"^\toption (\w+) '?([^'\n]*)", options, re.M))
+                            for number, options in re.findall(r"^config interface '?wan(\d+)'?\n((?:\t.*\n?)*)", text,
+                                                              re.M)}
+        self.wan_address = {number: options["ipaddr"] for number, options in self.wan_options.items()
+                            if "ipaddr" in options}
         name: str | None = None
         for line in (source / "hosts").read_text().splitlines():
             words = line.split("#")[0].split()
@@ -55,6 +65,17 @@ class Topology:
         """Two hosts of different LANs, or None."""
         firsts = [names[0] for names in self.lans.values()]
         return (firsts[0], firsts[1]) if len(firsts) > 1 else None
+
+    def unanswered(self) -> list[str]:
+        """For each WAN whose protocol somebody must answer: that nobody does yet, and what starts who does."""
+        lines = []
+        for number, options in sorted(self.wan_options.items()):
+            if number in self.wans and options.get("proto") in PROVIDERS:
+                host, network = self.wans[number], self.address[self.wans[number]].rpartition(".")[0]
+                lines.append(f"nobody answers on WAN {number} yet; who does is started by")
+                lines += [f"  lab/lab exec {host} " + words.format(network=network, **options)
+                          for words in PROVIDERS[options["proto"]]]
+        return lines
 
     def pcs(self) -> list[str]:
         return [name for names in self.lans.values() for name in names]

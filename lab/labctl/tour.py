@@ -8,7 +8,7 @@ import signal
 import sys
 import time
 
-from . import boards, carrier, checks, client, machine, paths, topology, view
+from . import boards, carrier, checks, client, machine, paths, progress, topology, view
 
 CHANGE = 'ivarode.intf port_add {"name":"lan2"}'
 
@@ -57,12 +57,14 @@ def tour(lab: client.Lab, args: argparse.Namespace, report: Report, colour: bool
     if lab.alive():
         print(f"A lab named {lab.name} is up: ending it first.", flush=True)
         lab.stop()
-    mode, why = lab.start(args.mode or "", tied=True, notes=sys.stdout)
+    with progress.shown("the machine of the board starts", sys.stdout):
+        mode, why = lab.start(args.mode or "", tied=True, notes=sys.stdout)
     info = lab.info()
     print(f"The board runs {info['text']}{'' if args.mode or mode == 'native' else ': ' + why} "
           f"({time.monotonic() - began:.1f} s).", flush=True)
-    board = lab.raise_board(args.board, args.config)
-    since, _ = lab.said("ivarode init success", 90)
+    with progress.shown("the board comes up, five seconds of it the daemon's own pause", sys.stdout):
+        board = lab.raise_board(args.board, args.config)
+        since, _ = lab.said("ivarode init success", 90)
     report.line(True, checks.footprint(lab, since))
     about = topology.Topology(board, args.config)
     results = []

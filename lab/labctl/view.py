@@ -7,10 +7,10 @@ import time
 from typing import Any
 
 from . import boards, client
+from .commands import TABLES
 
 Rates = dict[str, tuple[float, float]]
 
-SHIM = "/usr/lib/lab-shim.so"
 SAMPLE = 0.6          # seconds between the two readings that rates come from
 COLOURS = {"up": "32", "down": "31", "head": "1", "dim": "2"}
 
@@ -139,10 +139,17 @@ def status(lab: client.Lab, colour: bool = False, sample: float = SAMPLE) -> str
     return "\n".join(text)
 
 
-def chains(lab: client.Lab) -> str:
+def routes(lab: client.Lab, table: str | None = None) -> str:
+    """The routes of one table, or of all but the kernel's own of the router's addresses."""
+    words = ["table", table or "all"]
+    lines = lab.ok("router", "ip", "-4", "route", "show", *words).splitlines()
+    return "\n".join(line.strip() for line in lines if table or " table local " not in line)
+
+
+def chains(lab: client.Lab, only: str | None = None) -> str:
     """The router's chains as trees below the built-in ones, table by table."""
     text = []
-    for table in ("mangle", "nat", "filter"):
+    for table in TABLES if only is None else [only]:
         rules: dict[str, list[str]] = {}
         for line in lab.ok("router", "iptables", "-w", "-t", table, "-S").splitlines():
             words = line.split()

@@ -21,16 +21,20 @@ TRIED: dict[str, list[tuple[str, str]]] = {
     "exec": [("exec pc1 busybox ping -c 1 -W 5 192.168.1.1", "1 packets received")],
     "ubus": [("ubus call ivarode.run run", ""), ("ubus list ivarode.*", "ivarode.intf")],
     "switch": [("switch", r"\n +1 +4091 +\. u u \. u \. t")],
-    "routes": [("routes", r"default via 203\.0\.113\.1 dev wan1 table 20001")],
+    "routes": [("routes", r"\A(?!(.*\n)*.* table local )(.*\n)*default via 203\.0\.113\.1 dev wan1 table 20001"),
+               ("routes local", r"local 192\.168\.1\.1 dev lan1")],
     "rules": [("rules", r"20001:\s+from all lookup 20001")],
-    "chains": [("chains", r"nat\n +PREROUTING\n +-j ipt_prert_nat_rules_1")],
+    "chains": [("chains", r"nat\n +PREROUTING\n +-j ipt_prert_nat_rules_1"), ("chains filter", r"\Afilter\n")],
     "instances": [("instances", r"\{\s*\}")],
-    "log": [("log", "ivarode init success"), ("log --stderr", "notice: ivarode init success")],
+    "log": [("log", "ivarode init success"), ("log --stderr", "notice: ivarode init success"),
+            ("log -n 1", r"\A.*\n\Z")],
     "capture": [("capture 1 -c 1", r" > .* bytes\)")],
     "stop": [("stop daemon", ""), ("services", r"(?m)^daemon (?!running)")],
     "start": [("start daemon", "the daemon was ready"), ("services", r"(?m)^daemon running")],
     "restart": [("exec router iptables -t nat -F POSTROUTING", ""), ("chains", "not hooked: "),
-                ("restart daemon", "the daemon was ready"), ("ubus call ivarode.run run", ""),
+                ("exec router sysctl -w net.ipv4.ip_forward=0", "= 0"),
+                ("restart daemon", "the daemon was ready"), ("exec router sysctl net.ipv4.ip_forward", "= 1"),
+                ("ubus call ivarode.run run", ""),
                 ("chains", r"\A(?!(.*\n)*.*not hooked)")],
     "kill": [("kill -9 daemon", ""), ("services", r"(?m)^daemon (?!running)"), ("start daemon", "")],
     "services": [("services", r"broker running \d+\ndaemon running \d+\nsiblings running \d+")],
@@ -68,6 +72,30 @@ def test_commands_do_what_the_book_says(lab: None, name: str) -> None:
             board.until(shown)
         except AssertionError:
             pytest.fail(f"lab/lab {command}: status {seen[0]}\n{seen[1]}{seen[2]}\nexpected {wanted}")
+
+
+@pytest.mark.parametrize("command, status, said", [
+    ("exec router ivarode-switch --json", 0, ""),
+    ("exec nobody true", 1, r"no host is named nobody \(there are router, pc1, .*isp, agent, machine\)"),
+    ("exec pc1 nix", 127, "pc1 has no command nix"),
+    ("exec agent nix", 2, "the board's commands are: services, hosts, "),
+    ("start daemon", 1, r"\Alab/lab: daemon is running already\n\Z"),
+    ("ubus call ivarode.intf port_add {}", 2,
+     r"\Alab/lab: ubus answered with status 2 \(Invalid argument\); the reason is in lab/lab log\n\Z"),
+    ("ubus call ivarode.intf nix", 3, r"\Alab/lab: ubus answered with status 3 \(Method not found\)\n\Z"),
+    ("ubus call nobody nix", 4, r"status 4 \(Not found\)\n\Z"),
+    ("--name nolab status", 1, r"\Alab/lab: lab nolab is not up \(lab/lab --name nolab up\)\n\Z"),
+])
+def test_what_a_command_says_when_it_fails(lab: None, command: str, status: int, said: str) -> None:
+    found = board.run("lab/lab " + command)
+    assert found[0] == status and re.search(said, found[2]), found
+
+
+def test_the_log_is_in_lines(lab: None) -> None:
+    """As a log daemon has them, without the ends that the texts of the daemon have."""
+    assert board.run("lab/lab ubus call ivarode.intf port_add {}")[0] == 2
+    status, out, err = board.run("lab/lab log -n 1")
+    assert status == 0 and re.fullmatch(r" *[\d.]+ err ivarode\[\d+\]: l3 port add  interface name error\n", out), out
 
 
 @pytest.mark.parametrize("words", ["--board nix", "--config nix"])
@@ -119,15 +147,15 @@ def first_start() -> tuple[list[str], str]:
 
 def test_the_porting_books_first_start(lab: None) -> None:
     steps, promised = first_start()
-    # The lab is its own supervisor and keeps its own log; its hardware is shown to the tool by "switch".
-    here = {"/etc/init.d/ivarode start": "start daemon", "logread -e ivarode": "log", "ivarode-switch": "switch"}
+    # The lab is its own supervisor and keeps its own log.
+    here = {"/etc/init.d/ivarode start": "start daemon", "logread -e ivarode": "log"}
     assert set(here) <= set(steps) and len(steps) > len(here)
     assert board.run("lab/lab stop daemon")[0] == 0
     for step in steps:
         command = "lab/lab " + here.get(step, "exec router " + step)
         board.until(lambda: board.run(command)[0] == 0)
         if step.startswith("logread"):
-            board.until(lambda: board.run(command)[1].splitlines()[-1].rstrip("\\n").endswith(promised))
+            board.until(lambda: board.run(command)[1].splitlines()[-1].endswith(promised))
     assert board.run("lab/lab exec router ivarode-dbg off daemon")[0] == 0
 
 

@@ -9,7 +9,7 @@ from typing import Any
 
 import pytest
 
-from labctl import boards, capture, cli, frames, messages, topology
+from labctl import boards, bus, capture, commands, frames, messages, topology
 
 
 def test_frames_survive_any_cut() -> None:
@@ -93,6 +93,17 @@ def test_a_cut_frame_is_read_as_far_as_it_goes(size: int) -> None:
     str(capture.Decoded(frame))
 
 
+DHCP_REQUEST = bytes.fromhex("ffffffffffff" "021a00000001" "0800" "4500001c" "00000000" "4011" "0000" "00000000"
+                             "ffffffff" "0044" "0043" "0008" "0000")
+
+
+def test_a_frame_says_which_service_it_is_for() -> None:
+    assert " UDP 0.0.0.0:68 > 255.255.255.255:67 DHCP (" in str(capture.Decoded(DHCP_REQUEST))
+    later = bytearray(DHCP_REQUEST)
+    later[21] = 1       # a later fragment has no ports
+    assert " UDP 0.0.0.0 > 255.255.255.255 (" in str(capture.Decoded(bytes(later)))
+
+
 @pytest.mark.parametrize("line, expected", [
     ("-v ubus -v list", {"verbose": True, "command": "ubus", "words": ["-v", "list"]}),
     ("--name x switch --json", {"name": "x", "command": "switch", "words": ["--json"]}),
@@ -101,7 +112,7 @@ def test_a_cut_frame_is_read_as_far_as_it_goes(size: int) -> None:
     ("--name x kill broker", {"signal": 15, "what": "broker"}),
 ])
 def test_command_lines(line: str, expected: Any) -> None:
-    args = vars(cli.parse(line.split()))
+    args = vars(commands.parse(line.split()))
     assert {key: args[key] for key in expected} == expected
 
 
@@ -122,3 +133,47 @@ def test_a_message_as_json(shown: str, said: object) -> None:
 def test_a_message_that_json_cannot_say(shown: str) -> None:
     with pytest.raises(messages.MessageError):
         messages.in_json(shown)
+
+
+@pytest.mark.parametrize("line, expected", [
+    ("call ivarode.run run", True), ("-t 5 call ivarode.run run {}", True), ("-S call ivarode.run run", False),
+    ("call ivarode.run run -S", False), ("call", False), ("list call x", False), ("", False),
+])
+def test_which_words_are_a_call(line: str, expected: bool) -> None:
+    assert bus.is_call(line.split()) == expected
+
+
+@pytest.mark.parametrize("status, said, expected", [
+    (254, "Command failed: ubus call a b {} (Invalid argument)\nUsage: ubus\n", (2, "Invalid argument")),
+    (4, "Command failed: Not found\n", (4, "Not found")),
+    (1, "Command failed: ubus call a b {} (Unknown error: -1)\n", (-1, "Unknown error")),
+    (255, "Failed to connect to ubus\n", None),
+])
+def test_how_a_call_ended(status: int, said: str, expected: tuple[int, str] | None) -> None:
+    assert bus.reason(status, said) == expected
+
+
+def test_help_and_complaints_fit_a_terminal(capsys: pytest.CaptureFixture[str],
+                                            monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("COLUMNS", "80")
+    for words in (["--help"], ["no-such-command"]):
+        with pytest.raises(SystemExit):
+            commands.parser().parse_args(words)
+        said = capsys.readouterr()
+        lines = (said.out + said.err).splitlines()
+        assert "capture" in said.out + said.err and max(map(len, lines)) < 80, max(lines, key=len)
+
+
+@pytest.mark.parametrize("board, config, lines", [
+    ("one-cpu", "home", []),
+    ("one-cpu", "dhcp", ["nobody answers on WAN 1 yet; who does is started by",
+                         "  lab/lab exec isp dhcp-provider start eth0 203.0.113.50 203.0.113.60"]),
+])
+def test_who_must_answer_a_wan(board: str, config: str, lines: list[str]) -> None:
+    assert topology.Topology(boards.Board(board), config).unanswered() == lines
+
+
+def test_a_configuration_without_hosts_is_refused_before_anything_is_touched(tmp_path: pathlib.Path) -> None:
+    (tmp_path / "lan_intf").touch()
+    with pytest.raises(boards.ConfigError, match="no file hosts"):
+        boards.check("configs", str(tmp_path))

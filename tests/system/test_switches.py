@@ -13,7 +13,7 @@ from typing import Any
 
 import pytest
 
-from labctl import cli, client, paths, tour
+from labctl import client, commands, paths, tour
 from tests.system.held_lab import Lab
 
 UP = [str(paths.LAB / "lab"), "up"]
@@ -24,7 +24,7 @@ TEST = [str(paths.ROOT / "tests/python"), "tests.driver"]
 @pytest.mark.parametrize("words, mode", [([], None), (["--vm"], "vm"), (["--mips"], "mips"), (["--native"], "native")])
 def test_what_is_asked_for(words: list[str], mode: str) -> None:
     assert tour.options(words).mode == mode
-    assert cli.parse(["up", *words]).mode == mode
+    assert commands.parse(["up", *words]).mode == mode
 
 
 @pytest.mark.parametrize("command, said", [
