@@ -21,7 +21,7 @@ void *map_object_or_own(const char *name)
     if (void *area = libsys::map_debug_object(name, libsys::absent::is_made)) {
         return area;
     }
-    libsys::log_line(LOG_WARNING, "/dev/shm%s cannot be used, ivarode-dbg sees nothing of it: %s", name,
+    libsys::log_line(LOG_WARNING, "/dev/shm%s cannot be used, ivarodectl sees nothing of it: %s", name,
                      strerror(errno));
     void *area =
         mmap(nullptr, libsys::debug_object_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

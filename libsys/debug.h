@@ -1,4 +1,4 @@
-// Records of null pointers handed to the library, kept in shared memory for ivarode-dbg.
+// Records of null pointers handed to the library, kept in shared memory for ivarodectl.
 #pragma once
 
 namespace libsys {

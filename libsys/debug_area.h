@@ -1,4 +1,4 @@
-// The shared memory objects of the debug facility, as the library and the tool ivarode-dbg see them. Both are
+// The shared memory objects of the debug facility, as the library and the tool ivarodectl see them. Both are
 // meaningful when filled with zeros, so the daemon or an operator as root may make them first, and nothing
 // needs a version or an owner process. They outlive the daemon: an operator can set the debug word before a
 // start and read the records after a crash.

@@ -137,7 +137,7 @@ void copy_programs(const std::string &programs)
     }
     // The supervisor's helper, where a router has it.
     copy_if_there(programs + "/bin/lab-jail", "/sbin/ujail");
-    for (const char *name : {"ivarode-dbg", "ivarode-switch", "ubus", "uci"}) {
+    for (const char *name : {"ivarodectl", "ubus", "uci"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/bin/") + name);
     }
     for (const auto &entry : fs::directory_iterator(programs + "/lib")) {

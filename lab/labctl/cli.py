@@ -147,7 +147,7 @@ def dispatch(args: argparse.Namespace) -> int:
     if command == "ubus":
         return bus.call(lab, args.words) if bus.is_call(args.words) else simple(lab, "ubus", *args.words)
     if command == "switch":
-        return simple(lab, "ivarode-switch", *args.words)
+        return simple(lab, "ivarodectl", "switch", *args.words)
     if command == "routes":
         print(view.routes(lab, args.table))
         return 0

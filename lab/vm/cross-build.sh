@@ -7,7 +7,7 @@
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 source=$LAB_VM_HOME/../..
-parts="compat/all libsys/all src/all lab/all seam/plan/all planned-world"
+parts="compat/all libsys/all src/all ctl/all lab/all seam/plan/all planned-world"
 tests=; [ "${1:-}" != --tests ] || { tests=1; shift; }
 case ${1:-} in
 -h | --help) echo "usage: cross-build.sh [--tests] FOLDER [CMAKE-OPTION...]"; exit 0 ;;

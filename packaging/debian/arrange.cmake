@@ -8,7 +8,7 @@ endforeach()
 file(REMOVE_RECURSE ${own}/sbin)
 file(COPY ${CMAKE_CURRENT_LIST_DIR}/ivarode-lab DESTINATION ${own}/bin)
 
-foreach(command sbin/ivarode sbin/ivarode-dbg sbin/ivarode-plan sbin/ivarode-switch bin/ivarode-lab)
+foreach(command sbin/ivarode sbin/ivarode-plan sbin/ivarodectl bin/ivarode-lab)
   cmake_path(GET command PARENT_PATH folder)
   cmake_path(GET command FILENAME name)
   file(MAKE_DIRECTORY ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/${folder})

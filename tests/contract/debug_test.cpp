@@ -17,7 +17,7 @@ class Debug : public SandboxTest {
 protected:
     static Finished tool(std::vector<std::string> arguments)
     {
-        arguments.insert(arguments.begin(), program_folder() + "/ivarode-dbg");
+        arguments.insert(arguments.begin(), {program_folder() + "/ivarodectl", "debug"});
         return run_program(arguments);
     }
 };
@@ -75,7 +75,7 @@ TEST_F(Debug, ToolRefusesWhatItDoesNotUnderstand)
 {
     for (const std::vector<std::string> &wrong :
          std::vector<std::vector<std::string>>{{"rubbish"},
-                                               {"on"},
+                                               {"word"},
                                                {"on", "x"},
                                                {"on", "4x"},
                                                {"on", "-1"},
@@ -87,10 +87,11 @@ TEST_F(Debug, ToolRefusesWhatItDoesNotUnderstand)
                                                {"word", ""}}) {
         Finished done = tool(wrong);
         EXPECT_EQ(2, done.status) << wrong[0];
-        EXPECT_NE(std::string::npos, done.err.find("Usage: ivarode-dbg"));
+        EXPECT_EQ(0u, done.err.find("ivarodectl: ")) << done.err;
+        EXPECT_EQ(done.err.size() - 1, done.err.find('\n')) << done.err;
     }
     EXPECT_EQ(0, tool({"--help"}).status);
-    EXPECT_NE(std::string::npos, tool({"-h"}).out.find("Usage: ivarode-dbg"));
+    EXPECT_NE(std::string::npos, tool({"-h"}).out.find("Usage: ivarodectl debug"));
     EXPECT_NE(std::string::npos, tool({}).out.find("debug word  0x00000000  daemon off\n"));
 }
 
@@ -159,7 +160,7 @@ TEST_P(DebugObstacle, IsReplacedByPrivateMemoryWithOneWarningEach)
     EXPECT_EQ(4u, g_netd_dbg_shm[0]);
     const std::string said = err.text();
     EXPECT_EQ(0u, said.find(std::string("warning: /dev/shm/ivarode-debug cannot be used, "
-                                        "ivarode-dbg sees nothing of it: ") +
+                                        "ivarodectl sees nothing of it: ") +
                             obstacle.reason));
     EXPECT_EQ(said.size() - 1, said.find('\n')) << said;
     EXPECT_EQ("keep", read_file("/tmp/keep"));
@@ -169,7 +170,7 @@ TEST_P(DebugObstacle, IsReplacedByPrivateMemoryWithOneWarningEach)
     }
     Finished shown = tool({"show"});
     EXPECT_EQ(1, shown.status);
-    EXPECT_NE(std::string::npos, shown.err.find("ivarode-dbg: /dev/shm/ivarode-debug: "));
+    EXPECT_NE(std::string::npos, shown.err.find("ivarodectl: /dev/shm/ivarode-debug: "));
 }
 
 TEST_P(DebugObstacle, OfTheRecordsToo)
@@ -189,10 +190,10 @@ TEST_P(DebugObstacle, OfTheRecordsToo)
 TEST_F(Debug, ToolOfAnotherUserMakesNothing)
 {
     ASSERT_EQ(0, chmod("/dev/shm", 01777));
-    const std::string program = program_folder() + "/ivarode-dbg";
+    const std::string program = program_folder() + "/ivarodectl";
     for (const char *object : {"/dev/shm/ivarode-debug", "/dev/shm/ivarode-records"}) {
         Finished done = run_program({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
-                                     program, "on", "daemon"});
+                                     program, "debug", "on"});
         EXPECT_EQ(1, done.status);
         EXPECT_NE(std::string::npos, done.err.find(std::string(object) + ": No such file or directory\n"));
         EXPECT_FALSE(file_exists(object));

@@ -15,10 +15,10 @@ protected:
             ASSERT_EQ(0, libsys_dbg_init());
         }
     }
-    // What ivarode-dbg tells about null pointers.
+    // What the tool says about null pointers.
     static std::string records()
     {
-        std::string shown = run_program({program_folder() + "/ivarode-dbg", "show"}).out;
+        std::string shown = run_program({program_folder() + "/ivarodectl", "debug"}).out;
         size_t start = shown.find("null pointers");
         return start == std::string::npos ? shown : shown.substr(start);
     }

@@ -75,7 +75,7 @@ def test_commands_do_what_the_book_says(lab: None, name: str) -> None:
 
 
 @pytest.mark.parametrize("command, status, said", [
-    ("exec router ivarode-switch --json", 0, ""),
+    ("exec router ivarodectl switch --json", 0, ""),
     ("exec nobody true", 1, r"no host is named nobody \(there are router, pc1, .*isp, agent, machine\)"),
     ("exec pc1 nix", 127, "pc1 has no command nix"),
     ("exec agent nix", 2, "the board's commands are: services, hosts, "),
@@ -156,7 +156,7 @@ def test_the_porting_books_first_start(lab: None) -> None:
         board.until(lambda: board.run(command)[0] == 0)
         if step.startswith("logread"):
             board.until(lambda: board.run(command)[1].splitlines()[-1].endswith(promised))
-    assert board.run("lab/lab exec router ivarode-dbg off daemon")[0] == 0
+    assert board.run("lab/lab exec router ivarodectl debug off")[0] == 0
 
 
 def test_the_porting_books_board_comes_up(lab: None, tmp_path: pathlib.Path) -> None:

@@ -128,19 +128,19 @@ def test_the_daemon_does_without_the_debug_objects(obstacle: str, name: str) -> 
     out = programs(f"""{lay}
 ls -lAn /dev/shm /run/etc >/run/before
 {BUILD}/bin/ivarode 2>&1 || echo "status $?"
-{BUILD}/bin/ivarode-dbg on daemon 2>&1 || echo "status $?"
-nobody {BUILD}/bin/ivarode-dbg on daemon 2>&1 || echo "status $?"
+{BUILD}/bin/ivarodectl debug on 2>&1 || echo "status $?"
+nobody {BUILD}/bin/ivarodectl debug on 2>&1 || echo "status $?"
 cat /run/etc/secret
 ls -lAn /run/etc
 """)
-    assert f"warning: /dev/shm/{name} cannot be used, ivarode-dbg sees nothing of it: " in out
+    assert f"warning: /dev/shm/{name} cannot be used, ivarodectl sees nothing of it: " in out
     assert "debug init failed" not in out and "status 253" in out, "the next step is reached: there is no bus"
-    assert f"ivarode-dbg: /dev/shm/{name}: " in out
+    assert f"ivarodectl: /dev/shm/{name}: " in out
     assert out.count("secret of root") == 1 and "made" not in out
 
 
 def test_another_users_tool_leaves_nothing_in_the_daemons_way() -> None:
-    out = programs(f"""nobody {BUILD}/bin/ivarode-dbg on daemon 2>&1 || echo "status $?"
+    out = programs(f"""nobody {BUILD}/bin/ivarodectl debug on 2>&1 || echo "status $?"
 ls -A /dev/shm
 {BUILD}/bin/ivarode 2>&1 || true
 """)

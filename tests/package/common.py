@@ -18,9 +18,10 @@ FEED = ROOT / "packaging/openwrt"
 SDK = ROOT / "tests/package/sdk"                # stands in for an image builder's
 # What the daemon and the platform library are compiled with, and their sources.
 FLAGS = ["-std=gnu++20", "-Wall", "-Wextra", "-Wshadow", "-Wconversion", "-Werror", "-fno-exceptions", "-fno-rtti",
-         "-fno-threadsafe-statics", "-fvisibility=hidden", "-fPIC"]
+         "-fno-threadsafe-statics", "-fvisibility=hidden", "-fPIC", '-DIVARODE_VERSION=""', '-DIVARODE_BUILD=""']
+INCLUDES = [ROOT / "src", ROOT / "libsys", ROOT / "ctl", ROOT]
 RECORDING = ROOT / "seam/record"                # what runs in front of the daemon, with the sources it shares
-SOURCES = sorted([*ROOT.glob("src/*/*.cpp"), *ROOT.glob("libsys/*.cpp"), *ROOT.glob("libsys/tools/*.cpp")])
+SOURCES = sorted([*ROOT.glob("src/*/*.cpp"), *ROOT.glob("libsys/*.cpp"), *ROOT.glob("ctl/**/*.cpp")])
 
 Packages = dict[str, pathlib.Path]              # name -> folder with "data", "control" and "conffiles"
 DebianPackage = tuple[pathlib.Path, pathlib.Path]       # and the folder in which it is unpacked

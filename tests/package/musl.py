@@ -70,7 +70,7 @@ class Linker:
     def __init__(self, folder: pathlib.Path, words: Sequence[str], linker: Sequence[str]) -> None:
         self.folder, self.linker = folder, linker
         self.words = [*words, *common.FLAGS,
-                      *(f"-I{path}" for path in [common.ROOT / "src", common.ROOT / "libsys", *common.BUS_HEADERS])]
+                      *(f"-I{path}" for path in [*common.INCLUDES, *common.BUS_HEADERS])]
 
     def compiled(self, name: str, sources: Sequence[pathlib.Path], *more: str) -> list[pathlib.Path]:
         folder = self.folder / (name + ".o")

@@ -59,8 +59,9 @@ def test_no_file_is_in_two_packages(laid: common.Packages) -> None:
 
 def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     wanted = set(common.files(common.IMAGE)) - {"sbin/udhcpc"}
-    assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode"}
-    assert data(laid["libsys"]) == ["usr/lib/libsys.so", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch"]
+    assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode",
+                                                    "usr/sbin/ivarodectl"}
+    assert data(laid["libsys"]) == ["usr/lib/libsys.so"]
     assert data(laid["ivarode-plan"]) == ["usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan"]
     assert data(laid["ivarode-record"]) == ["usr/lib/libivarode-record.so"]
     assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
@@ -73,7 +74,7 @@ def test_no_stand_in_gets_into_an_image(laid: common.Packages) -> None:
 
 
 def test_modes_and_owners(laid: common.Packages) -> None:
-    programs = {"usr/sbin/ivarode", "usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode-dbg", "usr/sbin/ivarode-switch",
+    programs = {"usr/sbin/ivarode", "usr/libexec/ivarode-udhcpc", "usr/sbin/ivarodectl",
                 "usr/lib/libsys.so", "usr/lib/libivarode-record.so", "usr/lib/ivarode-plan/libsys.so",
                 "usr/sbin/ivarode-plan", "usr/libexec/rpcd/ombrine.run"}
     for folder in laid.values():

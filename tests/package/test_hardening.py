@@ -27,7 +27,7 @@ def shipped(laid: common.Packages, package: common.DebianPackage) -> dict[str, p
     found = {f"{name}: {file}": path for name, folder in laid.items()
              for file, path in binaries(folder / "data").items()}
     found |= {f"debian: {file}": path for file, path in binaries(package[1]).items()}
-    assert {"ivarode: ivarode", "libsys: libsys.so", "libsys: ivarode-dbg", "debian: ubusd",
+    assert {"ivarode: ivarode", "libsys: libsys.so", "ivarode: ivarodectl", "debian: ubusd",
             "debian: lab-agent"} <= set(found)
     return found
 

@@ -28,8 +28,8 @@ def headers(tmp_path_factory: pytest.TempPathFactory) -> dict[str, pathlib.Path]
 
 def compile_one(compiler: str, include: pathlib.Path, source: pathlib.Path | str, *more: object,
                 text: str | None = None) -> subprocess.CompletedProcess[str]:
-    return subprocess.run([compiler, *common.FLAGS, "-I", str(include), "-I", str(common.ROOT / "src"), "-I",
-                           str(common.ROOT / "libsys"), *map(str, more), str(source)],
+    return subprocess.run([compiler, *common.FLAGS, "-I", str(include), *(f"-I{path}" for path in common.INCLUDES),
+                           *map(str, more), str(source)],
                           capture_output=True, text=True, input=text)
 
 
@@ -51,7 +51,7 @@ def sees_the_bus(path: pathlib.Path) -> bool:
     if re.search(r"#include <(libub|uci)", text):
         return True
     for name in re.findall(r'#include "([^"]+)"', text):
-        for base in (path.parent, common.ROOT / "src", common.ROOT / "libsys"):
+        for base in (path.parent, *common.INCLUDES):
             if (base / name).is_file():
                 if sees_the_bus(base / name):
                     return True

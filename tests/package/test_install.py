@@ -12,7 +12,7 @@ import pytest
 from tests.package import common, kernel_calls
 
 PROGRAMS = ["bin/lab-agent", "bin/lab-jail", "bin/lab-siblings", "bin/ubus", "bin/vswitch", "sbin/ivarode",
-            "sbin/ivarode-dbg", "sbin/ivarode-plan", "sbin/ivarode-switch", "sbin/ubusd", "sbin/uci"]
+            "sbin/ivarode-plan", "sbin/ivarodectl", "sbin/ubusd", "sbin/uci"]
 LIBRARIES = ["lib/ivarode-plan/libsys.so", "lib/lab-shim.so", "lib/libblobmsg_json.so", "lib/libivarode-record.so",
              "lib/libsys.so", "lib/libubox.so", "lib/libubus.so", "lib/libuci.so"]
 
@@ -128,8 +128,7 @@ def test_debian_package_keeps_to_itself(package: common.DebianPackage) -> None:
     outside = [name for name in common.files(root) if not name.startswith("usr/lib/ivarode/")]
     links = {name: os.readlink(root / name) for name in outside if (root / name).is_symlink()}
     assert links == {"usr/" + name: "../lib/ivarode/bin/" + name.split("/")[1]
-                     for name in ("bin/ivarode-lab", "sbin/ivarode", "sbin/ivarode-dbg", "sbin/ivarode-plan",
-                                  "sbin/ivarode-switch")}
+                     for name in ("bin/ivarode-lab", "sbin/ivarode", "sbin/ivarode-plan", "sbin/ivarodectl")}
     assert set(outside) - set(links) == {"usr/share/doc/ivarode/copyright"}
     for name in links:
         assert os.access(root / name, os.X_OK)
@@ -173,9 +172,8 @@ def test_programs_of_the_debian_package_run(package: common.DebianPackage, tmp_p
     _, root = package
     environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": str(tmp_path)}
     assert "usage: lab/lab" in common.run(root / "usr/bin/ivarode-lab", "--help", env=environment)
-    assert "ivarode-dbg" in common.run(root / "usr/sbin/ivarode-dbg", "--help", env=environment)
     # this one needs the libraries of the package, which it finds through the link as well
-    assert "ivarode-switch" in common.run(root / "usr/sbin/ivarode-switch", "--help", env=environment)
+    assert "ivarodectl" in common.run(root / "usr/sbin/ivarodectl", "--help", env=environment)
     # the lab looks for its programs in the package, and for labs in the user's own folder
     done = subprocess.run([str(root / "usr/bin/ivarode-lab"), "status"], capture_output=True, text=True,
                           env=environment)

@@ -33,7 +33,7 @@ def test_a_start_takes_nothing_from_nobody(fresh_home: Lab) -> None:
     assert fresh_home.get("router", "/etc/passwd") == users
     log = fresh_home.ok("router", "cat", "/var/log/messages")
     for name in ("ivarode-debug", "ivarode-records"):
-        assert log.count(f"/dev/shm/{name} cannot be used, ivarode-dbg sees nothing of it: ") == 1
+        assert log.count(f"/dev/shm/{name} cannot be used, ivarodectl sees nothing of it: ") == 1
 
 
 def test_the_configuration_is_roots_alone(home: Lab) -> None:

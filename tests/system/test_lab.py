@@ -76,7 +76,7 @@ def test_an_unknown_host_or_silence_is_told(home: Lab) -> None:
 
 
 def test_the_switch_is_the_same_by_its_control_and_by_the_routers_own_tool(home: Lab) -> None:
-    shown = home.ok("router", "ivarode-switch")
+    shown = home.ok("router", "ivarodectl", "switch")
     pvids = {int(line.split()[0]): line.split()[-1] for line in shown.splitlines() if line.strip()[:1].isdigit()
              and "Mbit" in line}
     for port in home.switch("status")["ports"]:

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Takes away what is in the place of the objects that the daemon shares with ivarode-dbg, and of its recording, where it is not
+# Takes away what is in the place of the objects that the daemon shares with ivarodectl, and of its recording, where it is not
 # root's: everybody may write to /dev/shm and /tmp. The daemon would go on without them. A folder goes only when it is empty:
 # what is in it could be exchanged meanwhile for a way to other files.
 

@@ -1,17 +1,14 @@
-// The tool's own main runs inside the test, where the emulated switch answers it.
+// The tool runs inside the test, where the emulated switch answers it.
 
-#include "phy_double.h"
-#include "sandbox.h"
+#include "../phy_double.h"
+#include "../sandbox.h"
+#include "commands.h"
 
 #include <cstring>
 #include <fcntl.h>
 #include <linux/mii.h>
 #include <sys/mount.h>
 #include <unistd.h>
-
-#define main switch_tool_main
-#include "../../libsys/tools/ivarode-switch.cpp"
-#undef main
 
 namespace {
 
@@ -22,13 +19,13 @@ struct Shown {
 
 Shown run_tool(std::vector<std::string> arguments)
 {
-    arguments.insert(arguments.begin(), "ivarode-switch");
+    arguments.insert(arguments.begin(), {"ivarodectl", "switch"});
     std::vector<char *> argv;
     for (std::string &argument : arguments) {
         argv.push_back(argument.data());
     }
     testing::internal::CaptureStdout();
-    int status = switch_tool_main(static_cast<int>(argv.size()), argv.data());
+    int status = ctl::dispatch(static_cast<int>(argv.size()), argv.data());
     return {status, testing::internal::GetCapturedStdout()};
 }
 
@@ -104,7 +101,7 @@ TEST_F(SwitchToolTest, JsonForPrograms)
     EXPECT_EQ(shown.status, 0);
     EXPECT_EQ(
         shown.out,
-        R"({"ports":[{"port":0,"link":false,"speed":0,"full_duplex":false,"pvid":4091},)"
+        R"({"version":1,"ports":[{"port":0,"link":false,"speed":0,"full_duplex":false,"pvid":4091},)"
         R"({"port":1,"link":false,"speed":0,"full_duplex":false,"pvid":4092},)"
         R"({"port":2,"link":true,"speed":100,"full_duplex":true,"pvid":4091},)"
         R"({"port":3,"link":false,"speed":0,"full_duplex":false,"pvid":4094},)"
@@ -121,7 +118,7 @@ TEST_F(SwitchToolTest, APhyThatCannotBeReadIsAFailure)
     Shown shown = run_tool({});
     EXPECT_EQ(shown.status, 1);
     EXPECT_EQ(shown.out, "");
-    EXPECT_NE(errors.text().find("ivarode-switch: the ports' PHYs: Input/output error\n"), std::string::npos);
+    EXPECT_NE(errors.text().find("ivarodectl: the ports' PHYs: Input/output error\n"), std::string::npos);
 }
 
 TEST_F(SwitchToolTest, ARegisterThatCannotBeReadIsAFailure)
@@ -129,7 +126,7 @@ TEST_F(SwitchToolTest, ARegisterThatCannotBeReadIsAFailure)
     StderrCapture errors;
     ASSERT_EQ(unlink("/dev/mem"), 0);
     EXPECT_EQ(run_tool({}).status, 1);
-    EXPECT_NE(errors.text().find("ivarode-switch: register 0x10110040: No such file or directory\n"),
+    EXPECT_NE(errors.text().find("ivarodectl: register 0x10110040: No such file or directory\n"),
               std::string::npos)
         << errors.text();
 }
@@ -138,12 +135,12 @@ TEST(SwitchTool, HelpAndWrongUsage)
 {
     Shown shown = run_tool({"--help"});
     EXPECT_EQ(shown.status, 0);
-    EXPECT_EQ(shown.out.rfind("Usage: ivarode-switch", 0), 0U);
+    EXPECT_EQ(shown.out.rfind("Usage: ivarodectl switch", 0), 0U);
     StderrCapture errors;
     EXPECT_EQ(run_tool({"--jsno"}).status, 2);
     EXPECT_EQ(run_tool({"--json", "more"}).status, 2);
-    EXPECT_NE(errors.text().find("unknown argument \"--jsno\"; --help"), std::string::npos) << errors.text();
-    EXPECT_NE(errors.text().find("unknown argument \"more\""), std::string::npos) << errors.text();
+    EXPECT_NE(errors.text().find("unknown option \"--jsno\"; --help"), std::string::npos) << errors.text();
+    EXPECT_NE(errors.text().find("\"more\" is one"), std::string::npos) << errors.text();
 }
 
 } // namespace

@@ -1,0 +1,36 @@
+#include "commands.h"
+
+#include "gather.h"
+#include "show.h"
+
+namespace ctl {
+
+const command commands[] = {
+    {"health", "", "does the daemon answer, does it sample, are its objects on the bus",
+     "One line; status 0 where all is well. It takes up to seven seconds: three for an answer, four for the\n"
+     "next sample.\n",
+     true, true, gather_health, show_health},
+    {"switch", "", "the switch as the driver shows it: links, PVIDs, VLAN table",
+     "Ports 0 to 4 are the front ports, 5 and 6 lead to the CPU. In the VLAN table a member port is\n"
+     "shown as u where frames leave it without a tag, as t where they keep it.\n"
+     "Reading a port's link takes away its memory of a short loss: the daemon may then miss that\n"
+     "loss if it was over within a fifth of a second.\n",
+     true, true, gather_switch, show_switch},
+    {"debug", "[show|on [BITS]|off [BITS]|word BITS|counter NUMBER|forget]",
+     "debug word, sample counter, records of null pointers",
+     "  show             the debug word, the counter and the records (default)\n"
+     "  on [BITS]        set these bits of the debug word\n"
+     "  off [BITS]       clear these bits of the debug word\n"
+     "  word BITS        set the debug word\n"
+     "  counter NUMBER   set the sample counter\n"
+     "  forget           drop the records of null pointers\n"
+     "BITS is a number (decimal, 0x... or 0...) or a name: daemon (4), which is the default.\n",
+     true, false, gather_debug, show_debug},
+    {"version", "", "versions and builds of daemon, library and bus libraries",
+     "A build is known by the identifier that the linker gave it.\n", true, false, gather_version,
+     show_version},
+};
+
+const size_t command_count = sizeof(commands) / sizeof(commands[0]);
+
+} // namespace ctl

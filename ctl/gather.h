@@ -1,0 +1,14 @@
+// The gatherers of the commands: each fills a table of facts and gives an exit_status. docs/ivarodectl.md
+// says which fields there are.
+#pragma once
+
+#include "commands.h"
+
+namespace ctl {
+
+int gather_debug(const words &given, json_object *facts);
+int gather_health(const words &given, json_object *facts);
+int gather_switch(const words &given, json_object *facts);
+int gather_version(const words &given, json_object *facts);
+
+} // namespace ctl

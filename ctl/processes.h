@@ -1,0 +1,23 @@
+// Processes of this machine, as /proc tells.
+#pragma once
+
+#include <climits>
+#include <cstdint>
+#include <sys/types.h>
+
+namespace ctl {
+
+struct process {
+    pid_t pid = 0;
+    int64_t age_s = 0;
+    char state = '?'; // of proc(5): R, S, D, T, Z …
+};
+
+// The oldest process of a name; false when there is none.
+bool find_process(const char *name, process *found);
+bool describe_process(pid_t pid, process *found);
+
+// The whole of a small file of /proc without its last line end, cut to fit; empty when it cannot be read.
+void read_small_file(const char *path, char *out, size_t size);
+
+} // namespace ctl

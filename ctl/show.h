@@ -1,0 +1,14 @@
+// The facts of the commands, drawn.
+#pragma once
+
+#include "json.h"
+#include "screen.h"
+
+namespace ctl {
+
+void show_debug(const screen &on, json_object *facts);
+void show_health(const screen &on, json_object *facts);
+void show_switch(const screen &on, json_object *facts);
+void show_version(const screen &on, json_object *facts);
+
+} // namespace ctl
