@@ -11,7 +11,7 @@ import pytest
 from labctl import cli, recordings
 from tests.system import bus, peers
 from tests.system.conftest import Machine
-from tests.system.daemon import kill_daemon, restart
+from tests.system.daemon import restart
 from tests.system.held_lab import Lab
 
 FILE = "/tmp/ivarode.rec"
@@ -66,21 +66,35 @@ def test_what_happened_on_the_board_replays(machine: Machine, tmp_path: pathlib.
     assert PASSWORD.encode() not in lab.get("router", FILE)
 
 
-def test_cables_and_a_death_replay(machine: Machine, tmp_path: pathlib.Path) -> None:
-    lab = machine.board("one-cpu", "home", extra_plan=RECORDED)
+def wait_starts(lab: Lab, count: int) -> None:
+    lab.shell("router", f"until [ $(grep -c 'ivarode init success' /var/log/messages) = {count} ]; do sleep 0.1; done",
+              check=True, timeout=60)
+
+
+def test_what_the_init_script_starts_is_recorded_and_a_death_replays(machine: Machine, tmp_path: pathlib.Path) -> None:
+    """Confined as ever; the supervisor starts it again."""
+    machine.spoiled()
+    lab = machine.lab
+    lab.raise_board("one-cpu", "home", ["no-daemon"])
+    lab.ok("router", "sed", "-i", "s/^RECORD=0/RECORD=1/", "/etc/init.d/ivarode")
+    lab.ok("router", "/etc/init.d/ivarode", "start")
+    wait_starts(lab, 1)
+    confined = lab.shell("router", "grep -E '^(CapEff|CapBnd|NoNewPrivs|Seccomp):' /proc/$(pidof ivarode)/status").out
+    assert confined.split()[1::2] == ["0000000000023000", "0000000000023000", "1", "2"]
+    requests(lab)
     for state in ("down", "up"):
         lab.link(1, state == "up")
         wait_recorded(lab, tmp_path, f"> link 1 {state}")
-        bus.intf(lab, "status")
-    kill_daemon(lab)
-    assert not any("ends in order" in line for line in must_replay(lab, tmp_path))
-    restart(lab)
-    # The one before stays for a while beside the one that is written.
-    assert any("> link 1 up" in line for line in must_replay(lab, tmp_path, FILE + ".1"))
+    lab.shell("router", "kill -9 $(pidof ivarode)", check=True)
+    before = must_replay(lab, tmp_path)
+    assert not any("ends in order" in line for line in before)
+    wait_starts(lab, 2)
+    # The one before stays beside the one that is written.
+    assert must_replay(lab, tmp_path, FILE + ".1") == before
     must_replay(lab, tmp_path)
-    lab.ok("agent", "stop", "daemon", timeout=30)
+    lab.ok("router", "/etc/init.d/ivarode", "stop", timeout=60)
     assert any("ends in order" in line for line in must_replay(lab, tmp_path))
-    restart(lab)
+    assert "recording to" not in lab.ok("router", "cat", "/var/log/messages")
 
 
 def test_questions_in_a_row_are_left_out_and_the_rest_replays(machine: Machine, tmp_path: pathlib.Path) -> None:
