@@ -1,9 +1,9 @@
 #include "trace.h"
 
+#include "program.h"
 #include "text.h"
 
 #include <fcntl.h>
-#include <link.h>
 #include <unistd.h>
 #include <utility>
 
@@ -22,23 +22,7 @@ std::vector<std::string> lines;
 bool with_sites = false;
 bool quiet_now = false;
 unsigned lines_left = 20000;
-uintptr_t code_base = 0;
-uintptr_t code_begin = 0;
-uintptr_t code_end = 0;
-
-// The first object that the loader reports is the program itself.
-int note_program(dl_phdr_info *info, size_t /*size*/, void * /*data*/)
-{
-    code_base = info->dlpi_addr;
-    for (int i = 0; i < info->dlpi_phnum; ++i) {
-        const ElfW(Phdr) &header = info->dlpi_phdr[i];
-        if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
-            code_begin = info->dlpi_addr + header.p_vaddr;
-            code_end = code_begin + header.p_memsz;
-        }
-    }
-    return 1;
-}
+Program program;
 
 void write_line(std::string text)
 {
@@ -54,7 +38,7 @@ void write_line(std::string text)
 
 void trace_to_file(const std::string &path, bool sites)
 {
-    dl_iterate_phdr(note_program, nullptr);
+    program = find_program();
     with_sites = sites;
     if (!path.empty()) {
         trace_fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
@@ -95,15 +79,14 @@ void trace_line(std::string_view line, const void *site)
     }
     std::string text{line};
     if (with_sites && from_daemon(site)) {
-        text += "\t@" + hex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(site) - code_base));
+        text += "\t@" + hex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(site) - program.base));
     }
     write_line(std::move(text));
 }
 
 bool from_daemon(const void *site)
 {
-    const auto address = reinterpret_cast<uintptr_t>(site);
-    return address >= code_begin && address < code_end;
+    return program.holds(site);
 }
 
 } // namespace seam
