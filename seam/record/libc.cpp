@@ -123,6 +123,12 @@ uint32_t names_in(const char *table, size_t length)
     return sum;
 }
 
+// In a program of 32 bits that is built for large files it goes by another name, where the C library has one.
+const char *name_of_fopen()
+{
+    return sizeof(off_t) > sizeof(long) && find_symbol("fopen64") != nullptr ? "fopen64" : "fopen";
+}
+
 // Everything that the stream holds, behind the tag. Null where it is too long.
 char *put_content(Entry &entry, FILE *file, size_t *length)
 {
@@ -196,7 +202,7 @@ int close(int fd)
 // What the daemon reads is what is recorded: a table of the kernel is another one each time it is read.
 FILE *fopen(const char *path, const char *mode)
 {
-    static auto *const next = real<FILE *(const char *, const char *)>("fopen");
+    static auto *const next = real<FILE *(const char *, const char *)>(name_of_fopen());
     if (!is_recorded(__builtin_return_address(0))) {
         return next(path, mode);
     }

@@ -6,7 +6,7 @@ passes as any other.
 """
 import re
 import subprocess
-from collections.abc import Iterator, Sequence
+from collections.abc import Iterator, Mapping, Sequence
 from concurrent.futures import Executor
 from pathlib import Path
 
@@ -39,7 +39,9 @@ class Recorded(Board):
     def command(self, script: Path, entry: Sequence[str] = (), arguments: Sequence[str] = ()) -> Command:
         words, environment = super().command(script, entry, arguments)
         self.recordings.append(self.folder / f"{len(self.recordings)}.rec")
-        environment["LD_PRELOAD"] = f"{self.library}:{environment['LD_PRELOAD']}"
+        for name in ("LD_PRELOAD", "QEMU_SET_ENV"):     # the emulator hands the latter on
+            if name in environment:
+                environment[name] = environment[name].replace(str(self.recorder), f"{self.library}:{self.recorder}")
         environment["IVARODE_RECORD"] = str(self.recordings[-1])
         return words, environment
 
@@ -50,9 +52,14 @@ class Recorded(Board):
         return [text for _, kind, _, _, text in records if kind not in SILENT and is_compared(text)]
 
 
-def replay(board: Board, recording: Path, arguments: list[str]) -> subprocess.CompletedProcess[str]:
-    return subprocess.run([board.daemon, *arguments], capture_output=True, text=True, errors="replace", check=False,
-                          timeout=60, env={"LD_PRELOAD": str(board.recorder), "IVARODE_REPLAY": str(recording)})
+def replay(board: Board, recording: Path, arguments: list[str],
+           more: Mapping[str, str] | None = None) -> subprocess.CompletedProcess[str]:
+    """Plays a recording to the daemon of a board, with more of an environment."""
+    words, environment = board.command(recording, arguments=arguments)
+    del environment["IVARODE_SCRIPT"]
+    environment.update({"IVARODE_REPLAY": str(recording), **(more or {})})
+    return subprocess.run(words, capture_output=True, text=True, errors="replace", check=False, timeout=60,
+                          env=environment)
 
 
 def can_be_replayed(scenario: Scenario) -> bool:

@@ -13,6 +13,9 @@ import xml.etree.ElementTree as ElementTree
 from collections.abc import Sequence
 from pathlib import Path
 
+from tests.mips import recorded
+from tests.runners import BUILD
+
 ROOT = Path(__file__).resolve().parent.parent.parent
 GOOGLETEST = Path("/usr/src/googletest")
 PROCESSORS = {"mipsel": "little-endian", "mips": "big-endian"}
@@ -93,6 +96,15 @@ def run_scenarios(emulator: Sequence[str], folder: Path, options: argparse.Names
     return passed, failed
 
 
+def run_recordings(emulator: Sequence[str], folder: Path) -> tuple[int, int]:
+    if not (BUILD / "seam/ivarode-recording").exists():
+        print(f"recordings: {BUILD} is not built, which reads them here")
+        return 0, 1
+    complaints = recorded.complaints(BUILD, folder / "recorded", emulator)
+    print("\n".join(complaints) or "recordings: read and replayed on either processor", flush=True)
+    return (0, 1) if complaints else (1, 0)
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(prog="tests/mips/run", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -120,7 +132,7 @@ def main() -> int:
             failed += 1
             continue
         results = [run_program(emulator, folder / "bin" / name, chosen) for name, chosen in PROGRAMS]
-        results.append(run_scenarios(emulator, folder, options))
+        results += [run_scenarios(emulator, folder, options), run_recordings(emulator, folder)]
         for good, bad in results:
             passed, failed = passed + good, failed + bad
     print(f"{passed} passed, {failed} failed, {skipped} skipped")
