@@ -68,7 +68,8 @@ def sanitized(long: bool) -> Counts:
 def mutation(long: bool) -> Counts:
     """The tool itself, then a fixed sample of the mutants, or all of them."""
     counts = pytest("tests/mutation")
-    counts += counting_runner("tests/mutation/run", "-j", JOBS, *([] if long else ["--sample", "500"]))
+    counts += counting_runner("tests/mutation/run", "-j", JOBS,
+                              *(["--replays", "100"] if long else ["--sample", "500", "--replays", "15"]))
     return counts
 
 
@@ -99,7 +100,8 @@ KINDS = {
                 lambda long: pytest("tests/hostile")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package", *(["--long"] if long else []))),
-    "system": ("the whole router on the virtual board, with real frames", lambda long: pytest("tests/system")),
+    "system": ("the whole router on the virtual board, with real frames",
+               lambda long: pytest("tests/system", *(["--recorded"] if long else []))),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
               lambda long: pytest("tests/chaos", *(["--rounds", "200", "--recorded"] if long else []))),
 }

@@ -20,8 +20,9 @@ from concurrent.futures import ProcessPoolExecutor
 from pathlib import Path
 from typing import Any
 
+from tests.conformance.replaying import can_be_replayed
+from tests.mutation import replays, source
 from tests.mutation import results as outcome
-from tests.mutation import source
 from tests.mutation.mutants import Mutant, mutants_of
 from tests.mutation.suites import Outcome, Programs, Scenarios, Suite, Test
 from tests.mutation.tree import DAEMON, IN_PROCESS, ROOT, BuildError, Markers, Tree
@@ -127,6 +128,9 @@ def arguments() -> argparse.Namespace:
                         help="how many tests are to find that a mutant listed as equivalent is none: the most "
                              "promising ones (default: %(default)s); all others take all that reach them")
     parser.add_argument("--scenarios", action="store_true", help="the scenarios alone, without the tests in process")
+    parser.add_argument("--replays", type=int, default=0, metavar="N",
+                        help="record N of the scenarios that have killed a mutant, and look whether a replay finds it "
+                             "where it differs first")
     parser.add_argument("--list", action="store_true", help="list the mutants and stop")
     parser.add_argument("--json", type=Path, metavar="FILE", help="write what became of each to a file")
     parser.add_argument("--compare", type=Path, metavar="FILE",
@@ -181,8 +185,23 @@ def step(text: str, started: float) -> None:
     print(f"{time.monotonic() - started:6.0f} s  {text}", flush=True)
 
 
+def unfound(options: argparse.Namespace, tree: Tree, scenarios: Scenarios, mutants: list[Mutant],
+            results: list[outcome.Result]) -> list[str]:
+    """Complaints about mutants that a replay does not find where they differ first: of a sample of those that a whole
+    daemon shows in a scenario."""
+    number = {mutant.key: mutant.number for mutant in mutants if mutant.runs}
+    shown = [(str(one), number[one.key], scenarios.scenario(one.by)) for one in results
+             if one.verdict == outcome.KILLED and one.suite == scenarios.name and one.key in number
+             and can_be_replayed(scenarios.scenario(one.by))]
+    picked = random.Random(options.seed).sample(shown, min(options.replays, len(shown)))
+    complaints = replays.find_all(tree.build, picked, spread, options.jobs)
+    print(f"mutants found by a replay: {len(picked) - len(complaints)} of {len(picked)}", flush=True)
+    return [f"not found by a replay: {text}" for text in complaints]
+
+
 def judged(options: argparse.Namespace, sources: list[source.Source], chosen: list[Mutant],
-           listed: Collection[str]) -> list[outcome.Result]:
+           listed: Collection[str]) -> tuple[list[outcome.Result], list[str]]:
+    """What became of each, and what else is wrong."""
     started = time.monotonic()
     markers = Markers(sources)
     folder, root = options.build.resolve(), options.root.resolve()
@@ -197,7 +216,8 @@ def judged(options: argparse.Namespace, sources: list[source.Source], chosen: li
     left = [mutant for mutant in chosen if mutant.number not in tree.left_out]
 
     judge = Judge(tree, markers, listed, options.at_most)
-    suites: list[list[Suite]] = [[Scenarios(root, tree.build)]]
+    scenarios = Scenarios(root, tree.build)
+    suites: list[list[Suite]] = [[scenarios]]
     if not options.scenarios:
         suites.append([Programs(name, tree.build / "bin" / name) for name in IN_PROCESS])
     done: list[outcome.Result] = broken
@@ -220,9 +240,10 @@ def judged(options: argparse.Namespace, sources: list[source.Source], chosen: li
         if options.json:
             outcome.save(done + [outcome.result(mutant, outcome.SURVIVED) for mutant in left], options.json)
     done += [outcome.result(mutant, outcome.SURVIVED) for mutant in left]
+    missed = unfound(options, tree, scenarios, chosen, done) if options.replays else []
     step("done", started)
     place = {mutant.key: mutant.number for mutant in chosen}
-    return sorted(done, key=lambda one: place[one.key])
+    return sorted(done, key=lambda one: place[one.key]), missed
 
 
 def report(found: list[outcome.Result], complaints: list[str]) -> int:
@@ -253,7 +274,7 @@ def main() -> int:
         print("error: no mutants", file=sys.stderr)
         return 2
     try:
-        found = judged(options, sources, chosen, equivalents.reason)
+        found, missed = judged(options, sources, chosen, equivalents.reason)
     except BuildError as error:
         print(f"error: {error}", file=sys.stderr)
         return 2
@@ -262,7 +283,7 @@ def main() -> int:
             one.verdict = outcome.EQUIVALENT
     if options.json:
         outcome.save(found, options.json)
-    return report(found, equivalents.complaints(everything, found) + outcome.compare(old, found))
+    return report(found, missed + equivalents.complaints(everything, found) + outcome.compare(old, found))
 
 
 if __name__ == "__main__":

@@ -84,6 +84,9 @@ class Scenarios:
     def names(self) -> list[str]:
         return list(self._all)
 
+    def scenario(self, name: str) -> Scenario:
+        return self._all[name]
+
     def _run(self, name: str, build: Path, environment: dict[str, str]) -> tuple[list[str], bool]:
         board = MutatedBoard(build, environment)
         with temporary_folder() as folder:

@@ -20,7 +20,7 @@ from tests.mutation.source import Region, Source
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-DAEMON = ("ivarode", "recorder", "entries")
+DAEMON = ("ivarode", "recorder", "entries", "record", "ivarode-recording")
 IN_PROCESS = ("daemon-unit-test", "model-test")
 OF_ONE_MUTANT = re.compile(r"^mutant-(\d+):\d+:\d+: (?:fatal )?error: (.*)$", re.M)
 # Tests are told from what they run on by what the build calls their folders.
