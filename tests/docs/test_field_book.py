@@ -52,6 +52,17 @@ def test_the_commands_answer_as_the_book_says(example: pathlib.Path) -> None:
         assert done.returncode == (1 if said.startswith("differs") else 0)
 
 
+@pytest.mark.parametrize("wanted", [0, 3, 10000])
+def test_the_last_lines_alone(example: pathlib.Path, wanted: int) -> None:
+    def shown(*words: str) -> list[str]:
+        return subprocess.run([ROOT / "lab/lab", "record", "show", "router.rec", *words], cwd=example,
+                              capture_output=True, text=True, check=True).stdout.splitlines()
+
+    head, lines = shown()[:2], shown()[2:]
+    assert len(lines) > 500 and lines[-1].endswith("the process ends in order")
+    assert shown("--last", str(wanted)) == head + lines[max(0, len(lines) - wanted):]
+
+
 def complaints(daemon: pathlib.Path, scenario: pathlib.Path) -> list[str]:
     board = Board(BUILD)
     board.daemon = daemon

@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from labctl import cli, recordings
+from labctl import cli, recordings, repetition
 from tests.system import bus, peers
 from tests.system.conftest import Machine
 from tests.system.daemon import restart
@@ -16,6 +16,7 @@ from tests.system.held_lab import Lab
 
 FILE = "/tmp/ivarode.rec"
 RECORDED = ["daemon-preload /usr/lib/libivarode-record.so"]
+KEPT = ["/etc/board.json", "/etc/config/lan_intf", "/etc/config/route_config", "/etc/config/wan_intf"]
 PASSWORD = "Rumpelstilzchen"
 
 
@@ -64,6 +65,8 @@ def test_what_happened_on_the_board_replays(machine: Machine, tmp_path: pathlib.
     assert any("> call ivarode.pppuser add" in line for line in lines)
     assert lab.shell("router", f"ls -l {FILE}").out.startswith("-rw------- ")
     assert PASSWORD.encode() not in lab.get("router", FILE)
+    kept = repetition.Kept(tmp_path / "router.rec").files
+    assert sorted(kept) == KEPT and kept == {name: lab.get("router", name).decode() for name in KEPT}
 
 
 def wait_starts(lab: Lab, count: int) -> None:
@@ -76,7 +79,8 @@ def test_what_the_init_script_starts_is_recorded_and_a_death_replays(machine: Ma
     machine.spoiled()
     lab = machine.lab
     lab.raise_board("one-cpu", "home", ["no-daemon"])
-    lab.ok("router", "sed", "-i", "s/^RECORD=0/RECORD=1/", "/etc/init.d/ivarode")
+    lab.ok("router", "sed", "-i", "s/^RECORD=0/RECORD=1/; s/^RECORD_KIB=1024/RECORD_KIB=256/; "
+                                  "s/^RECORD_SECRETS=0/RECORD_SECRETS=1/", "/etc/init.d/ivarode")
     lab.ok("router", "/etc/init.d/ivarode", "start")
     wait_starts(lab, 1)
     confined = lab.shell("router", "grep -E '^(CapEff|CapBnd|NoNewPrivs|Seccomp):' /proc/$(pidof ivarode)/status").out
@@ -85,6 +89,8 @@ def test_what_the_init_script_starts_is_recorded_and_a_death_replays(machine: Ma
     for state in ("down", "up"):
         lab.link(1, state == "up")
         wait_recorded(lab, tmp_path, f"> link 1 {state}")
+    recording = lab.get("router", FILE)
+    assert len(recording) == 256 * 1024 and PASSWORD.encode() in recording
     lab.shell("router", "kill -9 $(pidof ivarode)", check=True)
     before = must_replay(lab, tmp_path)
     assert not any("ends in order" in line for line in before)
@@ -122,6 +128,8 @@ def test_it_happens_again_on_a_board(machine: Machine, tmp_path: pathlib.Path,
     lab.ok("router", "ip", "address", "add", "10.77.0.1/24", "dev", "lan1")
     wait_recorded(lab, tmp_path, "> address 10.77.0.1")
     recording = taken(lab, tmp_path)
+    assert b"secret2" not in recording.read_bytes()
+    assert "option password '*******'" in repetition.Kept(recording).files["/etc/config/wan_intf"]
     events = [one.text for one in recordings.records(recording) if one.kind == "event" and one.text != "> timer"]
     asked = sum(text.startswith("> call ") for text in events)
 
