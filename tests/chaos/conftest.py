@@ -16,16 +16,14 @@ import pytest
 from labctl import topology
 from tests.chaos import havoc, snapshot
 from tests.chaos.story import SEED, STORY
-from tests.system import held_lab
+from tests.system import held_lab, recorded
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 SHORT_SLEEP = "/usr/lib/short-sleep.so"
-RECORDING = "/usr/lib/libivarode-record.so"
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--rounds", type=int, default=25, help="how many rounds (default: %(default)s)")
-    parser.addoption("--recorded", action="store_true", help="record the daemon, and replay it after each round")
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -56,8 +54,9 @@ class Machine(held_lab.Machine):
 
     def ready(self) -> havoc.Board:
         if self.up is None:
-            in_front = [RECORDING, SHORT_SLEEP] if self.recorded else [SHORT_SLEEP]
-            described = self.lab.raise_board("two-wan", "three-lans", ["daemon-preload " + ":".join(in_front)])
+            plan = [recorded.PRELOAD + SHORT_SLEEP]
+            plan = recorded.in_front(plan) if self.recorded else plan
+            described = self.lab.raise_board("two-wan", "three-lans", plan)
             self.lab.said(havoc.READY, havoc.LIMIT)
             self.lab.topology = topology.Topology(described, "three-lans")
             self.clean = snapshot.first(self.lab)

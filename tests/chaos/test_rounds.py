@@ -13,9 +13,9 @@ from typing import TYPE_CHECKING
 
 import pytest
 
-from labctl import recordings
 from tests.chaos import havoc, judge
 from tests.chaos.story import SEED, STORY
+from tests.system import recorded
 
 if TYPE_CHECKING:
     from tests.chaos.conftest import Machine
@@ -31,15 +31,6 @@ def plan(seed: int, turn: int) -> tuple[havoc.Havoc, random.Random]:
     return deck[place], random.Random(f"{seed}:{turn}")
 
 
-def replay(board: havoc.Board, copy: pathlib.Path) -> None:
-    """The daemon that runs and the one before it did what a daemon does on their recordings."""
-    for file in ("/tmp/ivarode.rec.1", "/tmp/ivarode.rec"):
-        if board.lab.run("router", "test", "-e", file):
-            copy.write_bytes(board.lab.get("router", file))
-            verdict = recordings.play(copy)
-            assert verdict.same, f"{file}: {verdict.text}"
-
-
 def test_round(machine: Machine, turn: int, request: pytest.FixtureRequest, tmp_path: pathlib.Path) -> None:
     kind, rng = plan(request.config.stash[SEED], turn)
     board = machine.ready()
@@ -48,7 +39,9 @@ def test_round(machine: Machine, turn: int, request: pytest.FixtureRequest, tmp_
     havoc.mend(board)
     left = judge.settle(board, machine.clean, judge.beyond)
     if machine.recorded:
-        replay(board, tmp_path / "router.rec")
+        # Of the daemon that runs, and of the one before it.
+        tally = recorded.Tally()
+        assert [text for one in recorded.on_board(board.lab) if (text := tally.replay(one, tmp_path))] == []
     names = sorted(fact[1] for fact in left if fact[0] == "device")
     names += sorted(fact[1].split()[0] for fact in left if fact[0] == "route" and "proto 105" in fact[1])
     told = f"round {turn}: {how}; beyond the configuration: {' '.join(names) or 'nothing'}"

@@ -1,6 +1,7 @@
 """One lab for a whole run of these tests; boards are raised in it as the tests need them.
 
-A worker of its own gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one.
+A worker of its own gets a lab of its own. A test leaves the board as it found it, or asks for a fresh one. With
+--recorded the daemon of every board is recorded, and what it did is replayed behind each test.
 """
 
 from __future__ import annotations
@@ -9,20 +10,35 @@ import os
 from collections.abc import Iterator, Sequence
 
 import pytest
+from _pytest.terminal import TerminalReporter
 
 from labctl import client, paths, topology
-from tests.system import held_lab
+from tests.system import held_lab, recorded
 from tests.system.held_lab import Lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 READY = "ivarode init success"
+TALLY = pytest.StashKey[recorded.Tally]()
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    config.stash[TALLY] = recorded.Tally()
+    Machine.recorded = config.getoption("recorded")
+
+
+def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.Config) -> None:
+    if Machine.recorded:
+        terminalreporter.write_line(str(config.stash[TALLY]))
 
 
 class Machine(held_lab.Machine):
     """The lab, and which board is up in it."""
 
+    recorded = False
+
     def __init__(self) -> None:
-        super().__init__("tests" + os.environ.get("PYTEST_XDIST_WORKER", ""))
+        super().__init__("tests" + os.environ.get("PYTEST_XDIST_WORKER", ""),
+                         recorded.Lab if self.recorded else Lab)
         self.failed: dict[tuple[str, str, tuple[str, ...]], client.LabError] = {}
 
     def board(self, board: str, config: str, fresh: bool = False, extra_plan: Sequence[str] = ()) -> Lab:
@@ -45,6 +61,18 @@ class Machine(held_lab.Machine):
 @pytest.fixture(scope="session")
 def machine() -> Iterator[Machine]:
     yield from held_lab.hold(Machine)
+
+
+@pytest.fixture(autouse=True)
+def replayed(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactory) -> Iterator[None]:
+    """Behind each test: the daemon does the same on what was recorded of it."""
+    used = Machine.recorded and "machine" in request.fixturenames
+    lab = request.getfixturevalue("machine").lab if used else None
+    yield
+    if lab is not None:
+        folder = tmp_path_factory.mktemp("recorded")
+        tally = request.config.stash[TALLY]
+        assert [text for one in lab.take() if (text := tally.replay(one, folder))] == []
 
 
 @pytest.fixture(scope="session")

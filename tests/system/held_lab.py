@@ -24,8 +24,8 @@ class Lab(client.Lab):
 class Machine:
     """A lab of this name, started anew, and what is up in it; nothing once a test has spoiled it."""
 
-    def __init__(self, name: str) -> None:
-        self.lab = Lab(name)
+    def __init__(self, name: str, kind: type[Lab] = Lab) -> None:
+        self.lab = kind(name)
         if self.lab.alive():
             self.lab.stop()
         self.mode, self.why = self.lab.start(os.environ.get("IVARODE_LAB_MODE", ""), tied=True)
