@@ -203,6 +203,16 @@ int set_netmask(const char *name, const char *mask)
 
 } // namespace
 
+bool device_has_address(const char *name, uint32_t ip)
+{
+    device which = {};
+    bool there = false;
+    return find_device(name, &which) == 0 &&
+           each_address(which.index, [&](const address &found) { there = there || found.local == ip; }) ==
+               0 &&
+           there;
+}
+
 } // namespace libsys
 
 int netlib_intf_set_ip(const char *name, const char *ip)

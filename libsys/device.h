@@ -33,4 +33,7 @@ int check_new_name(const char *name);
 // Deletes a device by its index.
 int delete_device(uint32_t index);
 
+// Whether a device is there and has the IPv4 address (host byte order); false where that cannot be found out.
+bool device_has_address(const char *name, uint32_t ip);
+
 } // namespace libsys

@@ -5,6 +5,8 @@
 
 #include "exports.h"
 #include "internal.h"
+#include "iptables_command.h"
+#include "iptables_refill.h"
 #include "iptables_stream.h"
 
 #include <cstdarg>
@@ -21,60 +23,6 @@ table_view view;
 bool is_name(const char *text)
 {
     return text != nullptr && text[0] != '\0' && text[0] != '-' && text[0] != '!';
-}
-
-struct parsed_command {
-    const char *table = "filter";
-    const char *option = nullptr; // "-A", "-N", "-F"
-    const char *chain = nullptr;
-    size_t rule = 0; // first word of the rule
-    bool waits = false;
-    bool by_path = false;
-};
-
-// Whether a word may name the table: "-t", "-tnat", "-vtnat", "--table=nat", or as much as is left of
-// "--table".
-bool may_name_table(const char *word)
-{
-    if (strncmp(word, "--", 2) != 0) {
-        return word[0] == '-' && strchr(word, 't') != nullptr;
-    }
-    const size_t length = strcspn(word, "=");
-    return length > 2 && strncmp(word, "--table", length) == 0;
-}
-
-// Reads "iptables [-w] [-t TABLE] -X CHAIN ..." as far as the view has to follow; other forms leave option
-// null.
-parsed_command parse(const argument_list &command)
-{
-    parsed_command result;
-    result.by_path = command.count() > 0 && strchr(command[0], '/') != nullptr;
-    size_t at = 1;
-    auto is = [&](const char *word) { return at < command.count() && strcmp(command[at], word) == 0; };
-    for (;;) {
-        if (is("-w")) {
-            result.waits = true;
-            ++at;
-        } else if (is("-t") && at + 1 < command.count()) {
-            result.table = command[at + 1];
-            at += 2;
-        } else {
-            break;
-        }
-    }
-    bool followed = is("-A") || is("-N") || is("-F");
-    if (followed && at + 1 < command.count()) {
-        result.option = command[at];
-        result.chain = command[at + 1];
-        result.rule = at + 2;
-    }
-    for (; at < command.count(); ++at) {
-        result.waits = result.waits || is("-w") || is("--wait");
-        if (may_name_table(command[at])) {
-            result.option = nullptr;
-        }
-    }
-    return result;
 }
 
 // Whether the command has no words but those of `parsed`.
@@ -157,6 +105,10 @@ int run_command(const char *operation, const argument_list &command, const char 
 int execute(const char *operation, const argument_list &command, const char *shown_as)
 {
     const parsed_command parsed = parse(command);
+    if (refill_takes(parsed, command)) {
+        return 0;
+    }
+    finish_refill();
     bool made = false;
     if (int error = by_stream(parsed, command, &made)) {
         view.forget_all();
@@ -216,6 +168,7 @@ using namespace libsys;
 
 int iptlib_chain_is_exist(const char *table, const char *chain)
 {
+    finish_refill();
     bool answer = false;
     int error = is_name(table) && is_name(chain) ? view.has_chain(table, chain, &answer) : EINVAL;
     if (error) {
@@ -227,6 +180,7 @@ int iptlib_chain_is_exist(const char *table, const char *chain)
 
 int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
 {
+    finish_refill();
     bool answer = false;
     int error = is_name(table) && is_name(chain) && text != nullptr && text[0]
                     ? view.has_rule(table, chain, text, &answer)
@@ -240,6 +194,7 @@ int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
 
 int iptlib_chain_new(const char *table, const char *chain)
 {
+    finish_refill();
     bool there = false;
     if (is_name(table) && is_name(chain) && view.has_chain(table, chain, &there) == 0 && there) {
         return 0;
@@ -264,7 +219,10 @@ int iptlib_rule_append(const char *table, const char *chain, const char *rule)
 
 int iptlib_rules_flush(const char *table, const char *chain)
 {
-    return change_chain(__func__, table, "-F", chain);
+    finish_refill();
+    return is_name(table) && is_name(chain) && begin_refill(view, table, chain)
+               ? 0
+               : change_chain(__func__, table, "-F", chain);
 }
 
 int cmdlib_do_iptables_cmd(const char *fmt, ...)

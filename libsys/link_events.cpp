@@ -4,6 +4,7 @@
 #include "exports.h"
 #include "internal.h"
 #include "phy.h"
+#include "start.h"
 
 #include <sys/socket.h>
 
@@ -42,6 +43,7 @@ void poll_ports(uloop_timeout *timer)
             deliver(port, true);
         }
     }
+    end_start();
     uloop_timeout_set(timer, poll_interval_ms);
 }
 

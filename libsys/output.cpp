@@ -3,6 +3,7 @@
 // lets callers report first and look at errno afterwards.
 #include "exports.h"
 #include "internal.h"
+#include "start.h"
 
 #include <cstdarg>
 #include <cstdlib>
@@ -68,6 +69,7 @@ int put(const char *level, const char *fmt, va_list args)
 
 int outlib_client_init(int, char **)
 {
+    libsys::begin_start();
     return 0;
 }
 

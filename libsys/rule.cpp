@@ -3,6 +3,7 @@
 #include "exports.h"
 #include "internal.h"
 #include "netlink.h"
+#include "rule_late.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -150,6 +151,11 @@ bool free_preference(uint32_t preference)
     return preference >= lowest_free_preference && preference <= highest_free_preference;
 }
 
+int remove_late(uint32_t preference, uint32_t)
+{
+    return remove_rules(preference);
+}
+
 } // namespace
 
 int look_up_rule(const policy_rule &wanted, rule_state *state)
@@ -170,15 +176,19 @@ int ensure_rule(const policy_rule &wanted)
     if (int error = look_up_rule(wanted, &state)) {
         return error;
     }
-    switch (state) {
-    case rule_state::absent:
-        return add_rule(wanted);
-    case rule_state::same:
-        return 0;
-    case rule_state::different:
-        break;
+    if (state == rule_state::different) {
+        if (!rule_removal_is_put_off(wanted.preference)) {
+            return EEXIST;
+        }
+        if (int error = remove_rules(wanted.preference)) {
+            return error;
+        }
     }
-    return EEXIST;
+    const int error = state == rule_state::same ? 0 : add_rule(wanted);
+    if (!error) {
+        call_rule_removal_off(wanted.preference);
+    }
+    return error;
 }
 
 int remove_rules(uint32_t preference)
@@ -215,6 +225,9 @@ int netlib_ip_rule_add(uint32_t number, const char *selector)
 
 int netlib_ip_rule_del(uint32_t number)
 {
-    int error = free_preference(number) ? remove_rules(number) : EINVAL;
+    int error = free_preference(number) ? 0 : EINVAL;
+    if (!error && !put_rule_removal_off(number, 0, remove_late)) {
+        error = remove_rules(number);
+    }
     return error ? fail(error, __func__, "%u", number) : 0;
 }

@@ -20,7 +20,8 @@ enum class rule_state { absent, same, different };
 
 // Compares what stands at the preference with `wanted`; several rules there are "different".
 int look_up_rule(const policy_rule &wanted, rule_state *state);
-// 0 when the very rule is there already, EEXIST when another stands at its preference.
+// 0 when the very rule is there already, EEXIST when another stands at its preference. One whose removal has
+// been put off makes room.
 int ensure_rule(const policy_rule &wanted);
 // Removes every rule of a preference; none is fine.
 int remove_rules(uint32_t preference);

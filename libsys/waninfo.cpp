@@ -1,8 +1,14 @@
 // One small file for each WAN, "name=value" lines, for scripts that want to know the state of a WAN.
+#include "device.h"
 #include "exports.h"
 #include "file.h"
+#include "ipv4.h"
+#include "start.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -71,6 +77,38 @@ int write_row(const char *path, const row &wanted)
     return content.ok() ? libsys::replace_file(path, 0644, content.view(), libsys::links::replace) : ENOMEM;
 }
 
+constexpr size_t longest_row = 4096;
+constexpr const char *unknown = "0.0.0.0";
+
+bool knows_no_address(const row &wanted)
+{
+    return std::all_of(std::begin(wanted.address), std::end(wanted.address), [](const char *address) {
+        return address == nullptr || strcmp(address, unknown) == 0;
+    });
+}
+
+// Whether the row that is there begins as a client's script has written it for this protocol, and with an
+// address that the device still has.
+bool serves_on(const char *path, const row &wanted)
+{
+    libsys::text content;
+    if (libsys::read_file(path, content, longest_row) != 0) {
+        return false;
+    }
+    libsys::text head;
+    append_line(head, "name", wanted.name);
+    append_line(head, "proto", wanted.proto);
+    head.append(address_keys[0]);
+    head.append('=');
+    if (!head.ok() || !content.view().starts_with(head.view())) {
+        return false;
+    }
+    char *address = content.get() + head.view().size();
+    address[strcspn(address, "\n")] = '\0';
+    uint32_t ip = 0;
+    return libsys::parse_ipv4(address, &ip) && ip != 0 && libsys::device_has_address(wanted.name, ip);
+}
+
 // A link in its place, or another user's folder, would lead the rows elsewhere.
 int check_own(const char *path)
 {
@@ -108,6 +146,10 @@ int store(const row &wanted, bool must_exist)
     struct stat info;
     if (must_exist && lstat(path, &info) != 0) {
         return errno;
+    }
+    // The client of a WAN outlives the daemon, and its script will not write the row once more.
+    if (!must_exist && libsys::starting() && knows_no_address(wanted) && serves_on(path, wanted)) {
+        return 0;
     }
     return write_row(path, wanted);
 }

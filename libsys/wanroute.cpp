@@ -7,6 +7,7 @@
 #include "internal.h"
 #include "ipv4.h"
 #include "rule.h"
+#include "rule_late.h"
 
 namespace libsys {
 
@@ -86,16 +87,38 @@ int add_rules(uint32_t table)
     return error;
 }
 
+// Whether another device has a default route in the table.
+int look_for_users(uint32_t table, uint32_t device, bool *used)
+{
+    *used = false;
+    return each_route(table, [&](const fib_route &route) {
+        *used = *used || (route.prefix == 0 && route.device != device);
+    });
+}
+
+int remove_unused_rule(uint32_t table)
+{
+    const int error = remove_rules(table);
+    return error ? error : remove_connected_first_unless_needed();
+}
+
 int remove_rule_unless_used(uint32_t table, uint32_t device)
 {
     bool used = false;
-    int error = each_route(
-        table, [&](const fib_route &route) { used = used || (route.prefix == 0 && route.device != device); });
-    if (error || used) {
+    const int error = look_for_users(table, device, &used);
+    return error || used ? error : remove_unused_rule(table);
+}
+
+// Where it is put off, the users are asked for once more then: an event script may have laid the route of
+// another WAN meanwhile.
+int remove_rule_in_time(uint32_t table, uint32_t device)
+{
+    bool used = false;
+    const int error = look_for_users(table, device, &used);
+    if (error || used || put_rule_removal_off(table, device, remove_rule_unless_used)) {
         return error;
     }
-    error = remove_rules(table);
-    return error ? error : remove_connected_first_unless_needed();
+    return remove_unused_rule(table);
 }
 
 } // namespace
@@ -155,7 +178,7 @@ int netlib_intf_plcrt_del(const char *name, int priority)
         error = find_device(name, &wan);
         if (!error || error == ENODEV) {
             // A device that is gone has no index, and no route can have its index either.
-            error = remove_rule_unless_used(static_cast<uint32_t>(priority), wan.index);
+            error = remove_rule_in_time(static_cast<uint32_t>(priority), wan.index);
         }
     }
     return error ? fail(error, __func__, "%s, %d", shown(name), priority) : 0;

@@ -15,6 +15,7 @@ int iptlib_rule_is_exist(const char *table, const char *chain, const char *text)
 int iptlib_chain_new(const char *table, const char *chain);
 // rule: iptables arguments, as in "-j somewhere".
 int iptlib_rule_append(const char *table, const char *chain, const char *rule);
+// Within a start (output.h) the rules may stay until those appended next have taken their places.
 int iptlib_rules_flush(const char *table, const char *chain);
 // A whole iptables command line.
 int cmdlib_do_iptables_cmd(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -10,6 +10,11 @@ extern "C" {
 #endif
 
 // Opens the output channel; the arguments are main's own. The result carries no meaning for the daemon.
+//
+// A start begins with this call, and is over when the links have been polled for the first time (events.h) or
+// the process ends in order. Within it the platform may put off what netlib_intf_plcrt_del,
+// netlib_ip_rule_del, iptlib_rules_flush and netlib_waninfo_db_insert take away, so that what is laid again
+// has never been away; it answers as if that had been done.
 int outlib_client_init(int argc, char **argv);
 
 // One printf-style text each, by severity. They never fail in a way a caller must handle.

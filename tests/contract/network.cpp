@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <libmnl/libmnl.h>
+#include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sstream>
@@ -56,6 +57,10 @@ std::string describe(const nlmsghdr *message)
              << address_text(find(message, sizeof(*body), RTA_DST)) << "/" << int{body->rtm_dst_len}
              << " table " << (table ? mnl_attr_get_u32(table) : body->rtm_table) << " "
              << (device ? device_name(mnl_attr_get_u32(device)) : "?");
+    } else if (message->nlmsg_type == RTM_NEWRULE || message->nlmsg_type == RTM_DELRULE) {
+        const nlattr *preference = find(message, sizeof(fib_rule_hdr), FRA_PRIORITY);
+        text << (message->nlmsg_type == RTM_NEWRULE ? "+" : "-") << "rule "
+             << (preference ? mnl_attr_get_u32(preference) : 0);
     }
     return text.str();
 }
@@ -94,7 +99,7 @@ Monitor::Monitor() : socket_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK
 {
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
-    address.nl_groups = RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+    address.nl_groups = RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV4_RULE;
     EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
 }
 

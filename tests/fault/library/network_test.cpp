@@ -2,6 +2,7 @@
 #include "network.h"
 #include "platform/events.h"
 #include "platform/netdev.h"
+#include "platform/output.h"
 #include "sweep.h"
 
 #include <algorithm>
@@ -242,6 +243,22 @@ TEST_F(LibraryNetwork, Rules)
     sweep({.name = "netlib_intf_plcrt_del",
            .prepare = with_wan,
            .run = [] { return netlib_intf_plcrt_del("v0", 20001); },
+           .state = rules});
+    auto in_a_start = [with_wan] {
+        with_wan();
+        outlib_client_init(0, nullptr);
+    };
+    sweep({.name = "start, netlib_intf_plcrt_del",
+           .prepare = in_a_start,
+           .run = [] { return netlib_intf_plcrt_del("v0", 20001); },
+           .state = rules});
+    sweep({.name = "start, netlib_ip_rule_add in the place of another",
+           .prepare = in_a_start,
+           .run =
+               [] {
+                   int result = netlib_ip_rule_del(20001);
+                   return result ? result : netlib_ip_rule_add(20001, "lookup 5");
+               },
            .state = rules});
 }
 

@@ -2,6 +2,7 @@
 #include "bus_world.h"
 #include "platform/bus.h"
 #include "platform/command.h"
+#include "platform/output.h"
 #include "sweep.h"
 
 #include <cerrno>
@@ -68,6 +69,29 @@ TEST_F(LibraryIptables, ChangesThroughAStream)
         const int first = iptlib_rules_flush("filter", "mine");
         return first ? first : iptlib_rule_append("filter", "mine", "-j ACCEPT");
     }));
+}
+
+// A rule that cannot take the place of an old one is appended; the listing never shows the old one gone,
+// which is told.
+TEST_F(LibraryIptables, ChangesInAStart)
+{
+    Operation refill{.name = "start, iptlib_rules_flush and iptlib_rule_append",
+                     .prepare =
+                         [] {
+                             nothing_changed();
+                             outlib_client_init(0, nullptr);
+                         },
+                     .run =
+                         [] {
+                             const int result = iptlib_rules_flush("filter", "mine");
+                             return result ? result : iptlib_rule_append("filter", "mine", "-j ACCEPT");
+                         },
+                     .state = [] { return changed().ends_with("-j ACCEPT\n") ? "laid" : "absent"; },
+                     .own_lines = true};
+    sweep(refill);
+    offer_stream();
+    refill.name = "start, the same through a stream";
+    sweep(refill);
 }
 
 TEST_F(LibraryIptables, QuestionsThroughAStream)
