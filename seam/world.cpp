@@ -3,6 +3,8 @@
 #include "text.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <cctype>
 
 namespace seam {
 
@@ -20,6 +22,43 @@ constexpr int first_pid = 1001;
 bool wan_table(int number)
 {
     return number >= first_wan_table && number <= last_wan_table;
+}
+
+// What the platform takes: dotted quads, masks of ones before zeros, texts that mean nothing to a shell.
+bool is_address(const std::string &text)
+{
+    in_addr number{};
+    return inet_pton(AF_INET, text.c_str(), &number) == 1;
+}
+
+bool is_mask(const std::string &text)
+{
+    in_addr number{};
+    const bool whole = inet_pton(AF_INET, text.c_str(), &number) == 1;
+    const uint32_t zeros = ~ntohl(number.s_addr);
+    return whole && (zeros & (zeros + 1)) == 0;
+}
+
+bool is_plain(const Text &text)
+{
+    const auto odd = [](unsigned char c) {
+        return std::isalnum(c) == 0 && std::string_view{".:/_-"}.find(c) == std::string_view::npos;
+    };
+    return !text || std::none_of(text->begin(), text->end(), odd);
+}
+
+// A quote that is left open makes no command line.
+bool is_command_line(const std::string &line)
+{
+    char open = 0;
+    for (const char c : line) {
+        if (c == open) {
+            open = 0;
+        } else if (open == 0 && (c == '\'' || c == '"')) {
+            open = c;
+        }
+    }
+    return open == 0;
 }
 
 bool built_in(const std::string &chain)
@@ -110,7 +149,10 @@ int System::vlan_create(const std::string &master, int vid)
 int System::mac_set(const std::string &name, const uint8_t *mac)
 {
     const std::string text = mac_text(mac);
-    return change(name, {"mac", name, text}, [&](Device &device) { return !(device.mac = text).empty(); });
+    // No kernel gives a device the address of many.
+    const bool one = (mac[0] & 1) == 0;
+    return change(name, {"mac", name, text},
+                  [&](Device &device) { return one && !(device.mac = text).empty(); });
 }
 
 int System::mac_get(const std::string &name, uint8_t *mac)
@@ -157,6 +199,9 @@ int System::bridge_leave(const std::string &bridge, const std::string &member)
 int System::address_set(const std::string &name, const std::string &address)
 {
     return change(name, {"address", name, address}, [&](Device &device) {
+        if (!is_address(address)) {
+            return false;
+        }
         const std::string wanted = address == "0.0.0.0" ? "" : address;
         if (wanted.empty() || device.address != wanted) {
             device.mask.clear();
@@ -169,8 +214,9 @@ int System::address_set(const std::string &name, const std::string &address)
 int System::mask_set(const std::string &name, const std::string &mask)
 {
     return change(name, {"mask", name, mask}, [&](Device &device) {
-        device.mask = device.address.empty() ? "" : mask;
-        return !device.address.empty();
+        const bool good = !device.address.empty() && is_mask(mask);
+        device.mask = good ? mask : device.mask;
+        return good;
     });
 }
 
@@ -201,7 +247,13 @@ int System::row_insert(const std::string &name, const Row &row)
     for (const Text &column : row) {
         words.push_back(column.value_or("(none)"));
     }
-    return always(words, [&] { rows[name] = row; });
+    return ask(words, [&] {
+        const bool good = std::all_of(row.begin(), row.end(), is_plain);
+        if (good) {
+            rows[name] = row;
+        }
+        return good;
+    });
 }
 
 int System::chain_exists(const std::string &table, const std::string &chain) const
@@ -257,12 +309,16 @@ int System::iptables(const std::string &line)
 int System::client_start(const std::string &service, const std::string &instance, const std::string &line,
                          int /*flag*/)
 {
-    return always({"client", service, instance, line}, [&] {
+    return ask({"client", service, instance, line}, [&] {
+        if (!is_command_line(line)) {
+            return false;
+        }
         clients[{service, instance}] = line;
         if (const std::string file = pid_file_of(line); !file.empty()) {
             pids.try_emplace(file, first_pid + started_);
         }
         ++started_;
+        return true;
     });
 }
 
