@@ -10,6 +10,16 @@ const command commands[] = {
      "One line; status 0 where all is well. It takes up to seven seconds: three for an answer, four for the\n"
      "next sample.\n",
      true, true, gather_health, show_health},
+    {"check", "[--config DIR] [--board FILE]",
+     "whether the daemon would start with this configuration, and what is odd in it",
+     "Looks through the board file and the packages lan_intf, wan_intf and route_config, and says of each "
+     "mistake\n"
+     "what the daemon does about it. Where ivarode-plan is installed, the daemon itself is asked, too. "
+     "Nothing is\n"
+     "changed. Status 2 where a file or folder cannot be read.\n"
+     "  --config DIR   the folder of the packages (/etc/config)\n"
+     "  --board FILE   the board file (/etc/board.json)\n",
+     true, false, gather_check, show_check},
     {"switch", "", "the switch as the driver shows it: links, PVIDs, VLAN table",
      "Ports 0 to 4 are the front ports, 5 and 6 lead to the CPU. In the VLAN table a member port is\n"
      "shown as u where frames leave it without a tag, as t where they keep it.\n"

@@ -11,7 +11,7 @@ namespace ctl {
 namespace {
 
 constexpr int facts_version = 1;
-constexpr size_t most_words = 4;
+constexpr size_t most_words = 6;
 constexpr unsigned watch_seconds = 2;
 
 // Questions have limits of their own. This one is for what has none, as a broker that stops between greeting
@@ -69,6 +69,13 @@ bool read_columns(const char *text, unsigned &columns)
     return number >= 40 && number <= 1000 && *rest == '\0';
 }
 
+// Options of one command stand in its form, each with the name of its value behind it.
+bool is_of_command(const command *what, const char *word)
+{
+    const char *found = what != nullptr ? strstr(what->form, word) : nullptr;
+    return found != nullptr && (found[strlen(word)] == ' ' || found[strlen(word)] == ']');
+}
+
 // False after a report.
 bool read_option(const char *word, const char *next, options &read)
 {
@@ -93,7 +100,7 @@ bool read_option(const char *word, const char *next, options &read)
 bool read_options(int argc, char **argv, options &read)
 {
     for (int i = 1; i < argc; ++i) {
-        if (argv[i][0] == '-') {
+        if (argv[i][0] == '-' && !is_of_command(read.what, argv[i])) {
             if (!read_option(argv[i], i + 1 < argc ? argv[i + 1] : nullptr, read)) {
                 return false;
             }

@@ -6,6 +6,7 @@
 
 namespace ctl {
 
+int gather_check(const words &given, json_object *facts);
 int gather_debug(const words &given, json_object *facts);
 int gather_health(const words &given, json_object *facts);
 int gather_switch(const words &given, json_object *facts);

@@ -10,15 +10,31 @@
 
 namespace {
 
+void (*taker)(const char *line) = nullptr;
+
 void relay(const char *format, va_list args)
 {
     char line[400];
     vsnprintf(line, sizeof(line), format, args);
     line[strcspn(line, "\r\n")] = '\0';
-    ctl::complain("%s", line);
+    if (taker != nullptr) {
+        taker(line);
+    } else {
+        ctl::complain("%s", line);
+    }
 }
 
 } // namespace
+
+ctl::reports_to::reports_to(void (*take)(const char *line))
+{
+    taker = take;
+}
+
+ctl::reports_to::~reports_to()
+{
+    taker = nullptr;
+}
 
 // In front of those of the library, which calls them by name.
 #pragma GCC visibility push(default)
@@ -36,6 +52,15 @@ int outlib_debug(const char * /*fmt*/, ...)
     return 0;
 }
 #pragma GCC visibility pop
+
+// Of what only the library knows: a line, too.
+void libsys::log_line(int /*priority*/, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    relay(format, args);
+    va_end(args);
+}
 
 int libsys::fail(int error, const char * /*operation*/, const char * /*arguments*/, ...)
 {

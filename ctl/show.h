@@ -6,6 +6,7 @@
 
 namespace ctl {
 
+void show_check(const screen &on, json_object *facts);
 void show_debug(const screen &on, json_object *facts);
 void show_health(const screen &on, json_object *facts);
 void show_switch(const screen &on, json_object *facts);

@@ -46,7 +46,7 @@ def fault(long: bool) -> Counts:
 def plan(long: bool) -> Counts:
     """What the program says, and that it is what the oracle of the model says."""
     counts = ctest("plan", environment={"PLAN_SEEDS": "5000"} if long else None)
-    counts += pytest("tests/plan")
+    counts += pytest("tests/plan", *(["--long"] if long else []))
     return counts
 
 

@@ -1,0 +1,36 @@
+#include "check/findings.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace ctl {
+
+namespace {
+
+constexpr const char *names[] = {"ends", "broken", "ignored", "taken"};
+
+} // namespace
+
+void findings::add(const place &where, effect what_comes, const char *does, const char *format, ...)
+{
+    char what[256];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(what, sizeof(what), format, args);
+    va_end(args);
+    json made = table();
+    put(made.get(), "file", where.file);
+    if (where.section != nullptr) {
+        put(made.get(), "section", where.section);
+    }
+    if (where.option != nullptr) {
+        put(made.get(), "option", where.option);
+    }
+    put(made.get(), "what", what);
+    put(made.get(), "effect", names[static_cast<int>(what_comes)]);
+    put(made.get(), "does", does);
+    append(list_.get(), std::move(made));
+    ends_ = ends_ || what_comes == effect::ends;
+}
+
+} // namespace ctl
