@@ -113,12 +113,15 @@ void log_and_put(int level, const char *format, va_list arguments, const void *s
 // Devices in the order of the table, to notice when one comes or goes.
 uint32_t names_in(const char *table, size_t length)
 {
+    const char *const end = table + length;
     uint32_t sum = 0;
-    bool in_name = true;
-    for (size_t i = 0; i < length; ++i) {
-        const char c = table[i];
-        in_name = c == '\n' || (in_name && c != ':');
-        sum = in_name && c != ' ' ? (sum ^ static_cast<unsigned char>(c)) * 0x01000193 : sum;
+    while (table < end) {
+        const auto *found = static_cast<const char *>(memchr(table, '\n', static_cast<size_t>(end - table)));
+        const char *const line_end = found == nullptr ? end : found;
+        for (; table < line_end && *table != ':' && *table != '|'; ++table) {
+            sum = *table == ' ' ? sum : (sum ^ static_cast<unsigned char>(*table)) * 0x01000193;
+        }
+        table = line_end + 1;
     }
     return sum;
 }

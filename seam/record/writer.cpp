@@ -72,7 +72,8 @@ int make_file(const char *path)
     return open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
 }
 
-// The room is taken now: a full disk is no later death.
+// The room is taken now, and its pages with it: a full disk is no later death, and no record waits for a
+// page.
 uint8_t *map_file(const char *path, size_t size)
 {
     const int fd = make_file(path);
@@ -81,7 +82,8 @@ uint8_t *map_file(const char *path, size_t size)
         return nullptr;
     }
     const int error = posix_fallocate(fd, 0, static_cast<off_t>(size));
-    void *base = error != 0 ? MAP_FAILED : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    void *base = error != 0 ? MAP_FAILED
+                            : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0);
     if (base == MAP_FAILED) {
         complain("recording to %s: %s", path, strerror(error != 0 ? error : errno));
         unlink(path);
