@@ -30,11 +30,12 @@ ship; bus measurements have client, broker and daemon on one processor, as on th
 |---|---|---|---|
 | bus call | a call to the daemon over the broker | the same call to an object that does nothing, or, for `statist`, to one that has the same answer ready | `tests/bench/run --only board` |
 | interface | `add` of a LAN interface on a VLAN: VLAN device, MAC, bridge, address, with the bus call and the switch | the nine kernel operations themselves, sent one by one without a question; one `ip -batch` | `--only vlans` |
-| routes over the bus | a call and what it does | an empty call and the same change sent to the kernel in a table of its own, which grows alike | `--only board` |
+| routes over the bus | a call and what it does | an empty call and the same change sent to the kernel in a separate table, which grows alike | `--only board` |
 | routes at the start | reading 10,000 sections and installing them, in the daemon's own code | `ip -batch` with as many lines, which reads no configuration; raw netlink | `--only host` |
 | firewall skeleton | the whole skeleton, in a fresh network | `iptables-restore` of the rules that it leaves | `--only host` |
 | start | from exec to `ivarode init success`, less the five seconds in which the daemon waits for links | the same devices, addresses, routes, rules and chains by one `ip -batch` and one `iptables-restore` | `--only vlans` |
 | statistics sample | the daemon's timer, with as many interfaces | opening, reading and closing `/proc/net/dev` with a large buffer | `--only host` |
+| recorded | a question to a daemon with the [recording](field.md) in front, on a separate board | the same question to one without, on a board beside it | `--only board` |
 | broker | a call to an object that does nothing | a ball of 64 bytes thrown over a pair of sockets and back | `--only board` |
 | `vswitch` | 64-byte frames from a PC to another on the virtual board | a kernel bridge between two pairs of veths | `--only board` |
 

@@ -9,6 +9,7 @@ import re
 import shutil
 import tempfile
 import time
+from collections.abc import Sequence
 from pathlib import Path
 from statistics import median
 from typing import Any
@@ -28,9 +29,9 @@ SIZES = (10, 100, 1000, 3000, 10000)
 class Session:
     """A lab of our own."""
 
-    def __init__(self, build: Path, mode: str) -> None:
+    def __init__(self, build: Path, mode: str, name: str = "bench") -> None:
         self.build = build
-        self.lab = client.Lab("bench")
+        self.lab = client.Lab(name)
         if self.lab.alive():
             self.lab.stop()
         self.mode, self.why = self.lab.start(mode, tied=True)
@@ -42,9 +43,9 @@ class Session:
     def __exit__(self, *_: object) -> None:
         self.lab.stop()
 
-    def raise_board(self, board: str, config: Path | str) -> float:
-        """Seconds from the daemon's start to its last message."""
-        self.lab.raise_board(board, str(config))
+    def raise_board(self, board: str, config: Path | str, more: Sequence[str] = ()) -> float:
+        """Seconds from the daemon's start to its last message. More: lines of the board's plan."""
+        self.lab.raise_board(board, str(config), more)
         taken = self.ready(300)
         self.lab.put("router", "/tmp/bench", (self.build / "bin/bench").read_bytes(), 0o755)
         self.pin()

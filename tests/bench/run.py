@@ -17,7 +17,7 @@ from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
 
-from tests.bench import book, libraries, on_board, on_host, report
+from tests.bench import book, libraries, on_board, on_host, recorded, report
 from tests.bench.row import Row
 
 FAILURES = (*on_board.FAILURES, subprocess.SubprocessError, OSError, KeyError, ValueError)
@@ -81,6 +81,8 @@ class Run:
         calls, routes, self.plots["routes"], memory, switch = self.part(
             ("board", "bus calls, routes and frames on a board"),
             lambda: on_board.without_vlans(build, quick), [], [], {}, [], None)
+        recording = self.part(("board", "a daemon that is recorded, beside one that is not"),
+                              lambda: (recorded.rows(build, quick),), [])[0]
         starts, interfaces, statist, more_memory = self.part(
             ("vlans", "start, interfaces and statistics on a board with VLAN devices"),
             lambda: on_board.with_vlans(build, quick), [], [], [], [])
@@ -96,7 +98,7 @@ class Run:
                                               if (folder / "bin/ivarode").exists()), None)
         sizes = self.part(("host", "sizes"), lambda: (on_host.size_rows(build, mipsel),), [])[0]
         self.rows = [*calls[2:], *statist, *interfaces, *load, *routes, *firewall, *starts, *mips, *samples,
-                     *memory, *more_memory, *sizes, *calls[:2], *([switch] if switch else [])]
+                     *memory, *more_memory, *sizes, *recording, *calls[:2], *([switch] if switch else [])]
 
 
 def main() -> int:
