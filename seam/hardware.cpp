@@ -11,6 +11,22 @@ constexpr uint32_t control_register = 0x98;
 constexpr uint32_t untag_register = 0x100; // four entries, of 7 bits
 constexpr uint32_t untagging_on = 0x8000;
 
+struct Field {
+    uint32_t offset;
+    uint32_t shift;
+    uint32_t mask;
+};
+
+constexpr Field pvid_field(uint32_t port)
+{
+    return {pvid_register + 4 * (port / 2), 12 * (port % 2), 0xfff};
+}
+
+constexpr Field untag_field(uint32_t index)
+{
+    return {untag_register + 4 * (index / 4), 7 * (index % 4), 0x7f};
+}
+
 } // namespace
 
 uint32_t Hardware::field(uint32_t offset, uint32_t shift, uint32_t mask) const
@@ -27,17 +43,55 @@ Hardware::VlanEntry Hardware::vlan_entry(uint32_t index) const
 
 uint32_t Hardware::pvid(uint32_t port) const
 {
-    return field(pvid_register + 4 * (port / 2), 12 * (port % 2), 0xfff);
+    const auto [offset, shift, mask] = pvid_field(port);
+    return field(offset, shift, mask);
 }
 
 uint32_t Hardware::untagged(uint32_t index) const
 {
-    return field(untag_register + 4 * (index / 4), 7 * (index % 4), 0x7f);
+    const auto [offset, shift, mask] = untag_field(index);
+    return field(offset, shift, mask);
 }
 
 bool Hardware::untagging() const
 {
     return field(control_register, 0, untagging_on) != 0;
+}
+
+void Hardware::clear(uint32_t offset, uint32_t shift, uint32_t mask)
+{
+    if (const auto found = registers.find(offset); found != registers.end()) {
+        found->second &= ~(mask << shift);
+    }
+}
+
+bool Hardware::uses_pvid(uint32_t port) const
+{
+    for (uint32_t i = 0; i < vlan_entries; ++i) {
+        if (const VlanEntry entry = vlan_entry(i);
+            entry.vid == pvid(port) && (entry.members >> port & 1) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void Hardware::forget_idle(Hardware &a, Hardware &b)
+{
+    for (uint32_t port = 0; port < front_ports; ++port) {
+        if (!a.uses_pvid(port) && !b.uses_pvid(port)) {
+            const auto [offset, shift, mask] = pvid_field(port);
+            a.clear(offset, shift, mask);
+            b.clear(offset, shift, mask);
+        }
+    }
+    for (uint32_t i = 0; i < vlan_entries; ++i) {
+        if (a.vlan_entry(i).members == 0 && b.vlan_entry(i).members == 0) {
+            const auto [offset, shift, mask] = untag_field(i);
+            a.clear(offset, shift, mask);
+            b.clear(offset, shift, mask);
+        }
+    }
 }
 
 std::string Hardware::vlans() const

@@ -161,6 +161,9 @@ public:
     // The ports that frames of an entry leave without a tag, where untagging is on.
     uint32_t untagged(uint32_t index) const;
     bool untagging() const;
+    // Takes out of both what no frame meets in either: the PVID of a port that is no member of that VLAN, the
+    // untag bits of an entry without members.
+    static void forget_idle(Hardware &a, Hardware &b);
     // A line for each entry of the VLAN table with a VLAN or a member ("1: 4091 members 1,2,6"), or for each
     // front port ("2: 4091").
     std::string vlans() const;
@@ -176,6 +179,8 @@ public:
 
 private:
     uint32_t field(uint32_t offset, uint32_t shift, uint32_t mask) const;
+    void clear(uint32_t offset, uint32_t shift, uint32_t mask);
+    bool uses_pvid(uint32_t port) const;
 };
 
 // A row of these columns, and a route as it is written in the picture.

@@ -7,6 +7,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 
 namespace seam::plan {
 
@@ -55,12 +56,14 @@ const Row *row_of(const std::string &key)
 
 class Drift {
 public:
-    Drift(const World &now, const World &clean) : now_{now}, clean_{clean} {}
+    Drift(const World &now, const World &clean, const std::set<std::string> &without_link)
+        : now_{now}, clean_{clean}, without_link_{without_link}
+    {}
 
     std::vector<Difference> all()
     {
-        const Facts now = facts(now_.system);
-        const Facts clean = facts(clean_.system);
+        const Facts now = comparable(now_.system);
+        const Facts clean = comparable(clean_.system);
         for (const auto &[key, value] : clean) {
             const auto found = now.find(key);
             if (found == now.end()) {
@@ -86,15 +89,47 @@ private:
             found_.push_back({without_password(what), reason});
         }
     }
+    static Facts comparable(const System &system)
+    {
+        Facts out;
+        for (const auto &[key, value] : facts(system)) {
+            out[key.starts_with("route ") ? without_device(key) : key] = value;
+        }
+        return out;
+    }
     static std::string named(const Row &row, const std::string &key)
     {
         return row.name + (" " + key.substr(std::string_view{row.kind}.size()));
     }
     void missing(const std::string &key, const std::string &value)
     {
-        if (const Row *row = row_of(key)) {
+        const Row *row = row_of(key);
+        if (row != nullptr && !went_with_link(key)) {
             add(named(*row, key) + (value.empty() ? "" : " = " + value) + ": is missing", row->missing);
         }
+    }
+    // The kernel takes the routes of a device that goes down.
+    bool went_with_link(const std::string &key) const
+    {
+        const std::vector<std::string> all = words(key);
+        if (all[0] == "up" || all[0] == "gateway") {
+            return without_link_.contains(all.back()) && is_down(all.back());
+        }
+        return all[0] == "route" && all.size() > 4 &&
+               std::any_of(without_link_.begin(), without_link_.end(),
+                           [&](const std::string &name) { return is_down(name) && reaches(name, all[4]); });
+    }
+    bool is_down(const std::string &name) const
+    {
+        const auto found = now_.system.devices.find(name);
+        return found != now_.system.devices.end() && !found->second.up;
+    }
+    bool reaches(const std::string &name, const std::string &gateway) const
+    {
+        const Device &device = now_.system.devices.at(name);
+        const uint32_t mask = inet_addr(device.mask.c_str());
+        return !device.address.empty() &&
+               (inet_addr(device.address.c_str()) & mask) == (inet_addr(gateway.c_str()) & mask);
     }
     void other(const std::string &key, const std::string &value, const std::string &is)
     {
@@ -104,7 +139,9 @@ private:
     }
     void more(const std::string &key, const std::string &value)
     {
-        if (const Row *row = row_of(key)) {
+        const Row *row = row_of(key);
+        const bool others = key.starts_with("device ") && !is_of_the_daemon(value);
+        if (row != nullptr && !others) {
             add(named(*row, key) + (value.empty() ? "" : " = " + value) + ": is too many", row->more);
         }
     }
@@ -138,7 +175,10 @@ private:
 
     void registers()
     {
-        if (const std::string change = switch_change(clean_.hardware, now_.hardware); !change.empty()) {
+        Hardware clean = clean_.hardware;
+        Hardware now = now_.hardware;
+        Hardware::forget_idle(clean, now);
+        if (const std::string change = switch_change(clean, now); !change.empty()) {
             add("switch, against a clean start: " + change, "ports or VLANs changed over the bus since the "
                                                             "start, or registers written by another program");
         }
@@ -146,6 +186,7 @@ private:
 
     const World &now_;
     const World &clean_;
+    const std::set<std::string> &without_link_;
     std::vector<Difference> found_;
 };
 
@@ -156,9 +197,9 @@ Json json_of(const Difference &one)
 
 } // namespace
 
-std::vector<Difference> drift(const World &now, const World &clean)
+std::vector<Difference> drift(const World &now, const World &clean, const std::set<std::string> &without_link)
 {
-    return Drift{now, clean}.all();
+    return Drift{now, clean, without_link}.all();
 }
 
 std::string for_person(const std::vector<Difference> &found)

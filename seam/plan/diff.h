@@ -3,6 +3,7 @@
 
 #include "world.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,10 @@ struct Difference {
     std::string reason; // the likely one
 };
 
-// Of what the daemon lays: chains and rules of others, leases and sessions are none of it.
-std::vector<Difference> drift(const World &now, const World &clean);
+// Of what the daemon lays: chains and rules of others, leases and sessions are none of it. Nor is it one that
+// an interface is down, and without its routes, whose port has lost its link.
+std::vector<Difference> drift(const World &now, const World &clean,
+                              const std::set<std::string> &without_link);
 
 std::string for_person(const std::vector<Difference> &found);
 std::string for_programs(const std::vector<Difference> &found, int status);

@@ -4,6 +4,7 @@
 #include "plan/daemon_run.h"
 #include "plan/diff.h"
 #include "plan/inputs.h"
+#include "plan/leftovers.h"
 #include "plan/now.h"
 #include "plan/options.h"
 #include "plan/print.h"
@@ -120,14 +121,31 @@ int show(const Story &story, const Options &options, const Inputs &inputs)
                : unusable;
 }
 
+std::set<std::string> all_on(unsigned port)
+{
+    const std::vector<std::string> all = interfaces_on(port);
+    return {all.begin(), all.end()};
+}
+
 // The story has left the world as a clean start makes it.
-int show_drift(const Story &story, const Options &options, const Inputs &now)
+int show_drift(const Story &story, const Options &options, const Inputs &machine, const Now &now)
 {
     if (story.refused()) {
-        complain("a clean start would fail here: plan it without --diff");
+        complain(std::string{"a clean start would fail here: plan it without "} +
+                 (options.diff ? "--diff" : "--leftovers"));
         return refused;
     }
-    const std::vector<Difference> found = drift(now.world, world);
+    std::set<std::string> without_link;
+    for (unsigned port = 0; port < now.links.size(); ++port) {
+        if (!now.links[port]) {
+            without_link.merge(all_on(port));
+        }
+    }
+    const std::vector<Difference> found = drift(machine.world, world, without_link);
+    if (options.leftovers) {
+        const std::vector<Leftover> left = leftovers(machine.world, now, world);
+        return shown(lines_of(left)) ? found.empty() && left.empty() ? as_wanted : drifted : unusable;
+    }
     const int status = found.empty() ? as_wanted : drifted;
     const bool silent = options.quiet && found.empty();
     return shown(options.json ? for_programs(found, status)
@@ -137,18 +155,32 @@ int show_drift(const Story &story, const Options &options, const Inputs &now)
                : unusable;
 }
 
+bool is_present(const Options &options)
+{
+    return options.from_now || !options.from_file.empty();
+}
+
+// What there is, where that is asked for: of a file, or of this machine.
+bool read_present(const Options &options, Inputs &machine, Now &now)
+{
+    if (!options.from_file.empty()) {
+        return read_facts(options.from_file, machine, now);
+    }
+    return (!options.from_now && !options.diff && !options.leftovers) || read_now(machine, now);
+}
+
 int plan(Options &options)
 {
     Inputs inputs;
     Inputs machine;
     Now now;
-    const bool on_this_machine = options.from_now || options.diff;
+    const bool compares = options.diff || options.leftovers;
     if (!read_board(options.board, inputs) || !read_config(options.config, inputs) ||
-        (on_this_machine && !read_now(machine, now))) {
+        !read_present(options, machine, now)) {
         return unusable;
     }
     add_links(now, options);
-    if (options.from_now) {
+    if (!compares && is_present(options)) {
         inputs.world.system = machine.world.system;
         inputs.world.hardware = machine.world.hardware;
     }
@@ -166,7 +198,7 @@ int plan(Options &options)
         complain("the daemon made no call: it is another program, or could not be started");
         return unusable;
     }
-    return options.diff ? show_drift(story, options, machine) : show(story, options, inputs);
+    return compares ? show_drift(story, options, machine, now) : show(story, options, inputs);
 }
 
 } // namespace

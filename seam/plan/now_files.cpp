@@ -174,7 +174,7 @@ bool read_now(Inputs &inputs, Now &now)
     };
     System &system = inputs.world.system;
     for (const auto &[what, error] :
-         {Part{"the kernel's devices, routes and rules", read_kernel(system)},
+         {Part{"the kernel's devices, routes and rules", read_kernel(system, now)},
           Part{"the chains", read_chains(system)}, Part{"the rows of the WANs", read_rows(system)},
           Part{"the clients, from the supervisor", read_clients(system)},
           Part{"the switch behind eth0", read_switch(inputs.world.hardware, now)}}) {

@@ -15,7 +15,8 @@ namespace {
 
 namespace netlink = libsys::netlink;
 
-constexpr uint32_t daemon_table = 10000; // of static routes, and its rule
+constexpr uint32_t daemon_table = 10000;   // of static routes, and its rule
+constexpr uint32_t connected_rule = 10001; // before those of the WANs
 constexpr uint32_t first_wan_table = 10002;
 constexpr uint32_t last_wan_table = 32765;
 
@@ -54,40 +55,89 @@ template <class Body, class Visit> int each(uint16_t question, uint16_t kind, co
     return error;
 }
 
-// VLAN devices and bridges, and the ports of the processor; what else there is, is not the daemon's.
+bool is_bridge_name(const std::string &name)
+{
+    return name.starts_with("lan") || name.starts_with("wan");
+}
+
+bool is_vlan_name(const std::string &name)
+{
+    return name.starts_with("eth0.") || name.starts_with("eth1.");
+}
+
+// As the platform library takes it for the daemon's; else with the difference.
+std::string vlan_kind(const std::string &name, const nlattr *data, const std::string &lower)
+{
+    const std::string vid = std::to_string(netlink::value_u16(netlink::find(data, IFLA_VLAN_ID), 0));
+    return "vlan " + (name == lower + "." + vid ? "" : vid + " ") + "of " + lower;
+}
+
+std::string bridge_kind(const nlattr *data)
+{
+    const bool waits = netlink::value_u32(netlink::find(data, IFLA_BR_STP_STATE), 0) != 0 ||
+                       netlink::value_u32(netlink::find(data, IFLA_BR_FORWARD_DELAY), 0) != 0;
+    return waits ? "bridge with forward delay" : "bridge";
+}
+
+// Of those that bear names as the daemon gives them, and the ports of the processor; what else there is, is
+// others'. So are PPP links, which have the names of their WANs.
 std::string kind_of(const std::string &name, const nlattr *info, const std::string &lower)
 {
     const std::string kind = text_in(netlink::find(info, IFLA_INFO_KIND));
-    if (kind == "vlan") {
-        return "vlan of " + lower;
+    const nlattr *data = netlink::find(info, IFLA_INFO_DATA);
+    if (name == "eth0" || name == "eth1") {
+        return "port";
     }
-    return kind == "bridge" ? kind : name == "eth0" || name == "eth1" ? "port" : "";
+    if (kind == "ppp" || (!is_bridge_name(name) && !is_vlan_name(name))) {
+        return "";
+    }
+    if (kind == "vlan" && is_vlan_name(name)) {
+        return vlan_kind(name, data, lower);
+    }
+    return kind == "bridge" && is_bridge_name(name) ? bridge_kind(data) : kind;
 }
 
-int read_devices(System &system, Names &names)
+// A bridge takes the MAC of one of its members, unless another was set. Without members it has none.
+void find_own_macs(const System &system, const std::map<std::string, std::set<std::string>> &member_macs,
+                   Now &now)
 {
-    const int error = each<ifinfomsg>(RTM_GETLINK, RTM_NEWLINK, [&](const ifinfomsg &body, const auto &find) {
+    for (const auto &[name, device] : system.devices) {
+        const auto members = member_macs.find(name);
+        const bool inherited = members != member_macs.end() && members->second.contains(device.mac);
+        if (is_bridge_name(name) && !inherited && device.mac != "00:00:00:00:00:00") {
+            now.own_macs.insert(name);
+        }
+    }
+}
+
+int read_devices(System &system, Names &names, Now &now)
+{
+    int error = each<ifinfomsg>(RTM_GETLINK, RTM_NEWLINK, [&](const ifinfomsg &body, const auto &find) {
         names[static_cast<uint32_t>(body.ifi_index)] = text_in(find(IFLA_IFNAME));
     });
     if (error != 0) {
         return error;
     }
     system.devices.clear();
-    return each<ifinfomsg>(RTM_GETLINK, RTM_NEWLINK, [&](const ifinfomsg &body, const auto &find) {
+    std::map<std::string, std::set<std::string>> member_macs;
+    error = each<ifinfomsg>(RTM_GETLINK, RTM_NEWLINK, [&](const ifinfomsg &body, const auto &find) {
         const std::string name = text_in(find(IFLA_IFNAME));
+        const std::string bridge = names[netlink::value_u32(find(IFLA_MASTER), 0)];
+        std::string mac;
+        if (const nlattr *found = find(IFLA_ADDRESS);
+            found != nullptr && mnl_attr_get_payload_len(found) == 6) {
+            mac = mac_text(static_cast<const uint8_t *>(mnl_attr_get_payload(found)));
+        }
+        member_macs[bridge].insert(mac);
         const std::string kind =
             kind_of(name, find(IFLA_LINKINFO), names[netlink::value_u32(find(IFLA_LINK), 0)]);
         if (kind.empty()) {
             return;
         }
-        Device &device = system.devices[name];
-        device.kind = kind;
-        device.bridge = names[netlink::value_u32(find(IFLA_MASTER), 0)];
-        device.up = (body.ifi_flags & IFF_UP) != 0;
-        if (const nlattr *mac = find(IFLA_ADDRESS); mac != nullptr && mnl_attr_get_payload_len(mac) == 6) {
-            device.mac = mac_text(static_cast<const uint8_t *>(mnl_attr_get_payload(mac)));
-        }
+        system.devices[name] = {kind, bridge, mac, {}, {}, (body.ifi_flags & IFF_UP) != 0};
     });
+    find_own_macs(system, member_macs, now);
+    return error;
 }
 
 int read_addresses(System &system, Names &names)
@@ -101,7 +151,7 @@ int read_addresses(System &system, Names &names)
     });
 }
 
-int read_routes(System &system, Names &names)
+int read_routes(System &system, Names &names, Now &now)
 {
     return each<rtmsg>(RTM_GETROUTE, RTM_NEWROUTE, [&](const rtmsg &body, const auto &find) {
         const uint32_t table = netlink::value_u32(find(RTA_TABLE), body.rtm_table);
@@ -110,9 +160,12 @@ int read_routes(System &system, Names &names)
             return;
         }
         if (table == daemon_table) {
-            system.route_add(std::to_string(table) + " " + dotted(netlink::value_u32(find(RTA_DST), 0)) +
-                             "/" + mask_of(body.rtm_dst_len) + " via " + gateway + " metric " +
-                             std::to_string(netlink::value_u32(find(RTA_PRIORITY), 0)));
+            const std::string route = std::to_string(table) + " " +
+                                      dotted(netlink::value_u32(find(RTA_DST), 0)) + "/" +
+                                      mask_of(body.rtm_dst_len) + " via " + gateway + " metric " +
+                                      std::to_string(netlink::value_u32(find(RTA_PRIORITY), 0));
+            system.route_add(route);
+            now.route_devices[route] = names[netlink::value_u32(find(RTA_OIF), 0)];
         } else if (table >= first_wan_table && table <= last_wan_table && body.rtm_dst_len == 0) {
             system.gateways[{static_cast<int>(table), names[netlink::value_u32(find(RTA_OIF), 0)]}] = gateway;
         }
@@ -120,14 +173,17 @@ int read_routes(System &system, Names &names)
 }
 
 // A rule does not say whose it is: it is of each WAN that has a route in its table.
-int read_rules(System &system)
+int read_rules(System &system, Now &now)
 {
     return each<fib_rule_hdr>(RTM_GETRULE, RTM_NEWRULE, [&](const fib_rule_hdr &body, const auto &find) {
         const uint32_t number = netlink::value_u32(find(FRA_PRIORITY), 0);
         const uint32_t table = netlink::value_u32(find(FRA_TABLE), body.table);
         if (number == daemon_table) {
             system.rule_add(static_cast<int>(number), "lookup " + std::to_string(table));
-        } else if (number == table) {
+        } else if (number == connected_rule) {
+            now.rules.insert(number);
+        } else if (number == table && number >= first_wan_table && number <= last_wan_table) {
+            now.rules.insert(number);
             for (const auto &[key, gateway] : system.gateways) {
                 if (key.first == static_cast<int>(number)) {
                     system.policies.try_emplace(key);
@@ -139,13 +195,18 @@ int read_rules(System &system)
 
 } // namespace
 
-int read_kernel(System &system)
+bool is_of_the_daemon(const std::string &kind)
+{
+    return kind.starts_with("bridge") || kind.starts_with("vlan");
+}
+
+int read_kernel(System &system, Now &now)
 {
     Names names;
-    int error = read_devices(system, names);
+    int error = read_devices(system, names, now);
     error = error != 0 ? error : read_addresses(system, names);
-    error = error != 0 ? error : read_routes(system, names);
-    return error != 0 ? error : read_rules(system);
+    error = error != 0 ? error : read_routes(system, names, now);
+    return error != 0 ? error : read_rules(system, now);
 }
 
 } // namespace seam::plan

@@ -56,10 +56,19 @@ std::string value_now(const std::vector<std::string> &key)
 
 } // namespace
 
+std::string without_device(const std::string &route)
+{
+    const size_t at = route.find(" dev ");
+    return at == route.npos ? route : route.substr(0, at) + route.substr(route.find(' ', at + 5));
+}
+
 bool same_value(const std::string &key, const std::string &a, const std::string &b)
 {
     if (key.starts_with("process ")) {
         return words(a) == words(b);
+    }
+    if (key.starts_with("route ")) {
+        return without_device(a) == without_device(b);
     }
     return key.starts_with("chain ") ? same_rules(rules_in(a), rules_in(b)) : a == b;
 }

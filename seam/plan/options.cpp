@@ -9,9 +9,9 @@
 namespace seam::plan {
 
 const char *const help_text =
-    "Usage: ivarode-plan [--board FILE] [--config DIR] [--daemon FILE] [--from clean|now | --diff]\n"
-    "                    [--call 'OBJECT METHOD JSON'] [--link PORT=up|down] [--address A]\n"
-    "                    [--json | --quiet]\n"
+    "Usage: ivarode-plan [--board FILE] [--config DIR] [--daemon FILE] [--from clean|now|FILE]\n"
+    "                    [--diff | --leftovers | [--call 'OBJECT METHOD JSON'] [--link PORT=up|down]\n"
+    "                    [--address A]] [--json | --quiet]\n"
     "Runs the daemon on a simulated router, and shows what it would do. Nothing is changed, no wait takes "
     "time,\n"
     "and no privilege is needed.\n"
@@ -21,8 +21,13 @@ const char *const help_text =
     "  --daemon FILE   the daemon (default: ivarode beside this program)\n"
     "  --from clean    start on a router that was just switched on (default)\n"
     "  --from now      start on this router as it is; only what changes something is shown\n"
+    "  --from FILE     start on the router of these facts, one a line, as in \"end\" of --json; a slash is "
+    "in "
+    "the\n"
+    "                  name\n"
     "  --diff          what is otherwise on this router than a clean start would make it, and why that may "
     "be\n"
+    "  --leftovers     what has to go before a start over this router ends as a clean one, one a line\n"
     "\n"
     "What happens after the start, as often as wanted, in the order given:\n"
     "  --call 'OBJECT METHOD JSON'   a request over the bus; without JSON an empty one\n"
@@ -34,7 +39,7 @@ const char *const help_text =
     "  --help          this text\n"
     "\n"
     "Exit status: 0 as wanted, 1 the daemon would end or refuse, 2 wrong usage or unreadable input,\n"
-    "3 ports meet that should not, 4 --diff found something.\n";
+    "3 ports meet that should not, 4 --diff or --leftovers found something.\n";
 
 void complain(const std::string &text)
 {
@@ -95,7 +100,9 @@ bool add_address(const std::string &text, Options &options)
 bool set_from(const std::string &text, Options &options)
 {
     options.from_now = text == "now";
-    return text == "clean" || text == "now" || refuse("--from wants clean or now: \"" + text + "\"");
+    options.from_file = text.find('/') == text.npos ? "" : text;
+    return text == "clean" || text == "now" || !options.from_file.empty() ||
+           refuse("--from wants clean, now, or a file with a slash in its name: \"" + text + "\"");
 }
 
 } // namespace
@@ -103,12 +110,19 @@ bool set_from(const std::string &text, Options &options)
 bool read_options(int argc, char **argv, Options &options)
 {
     static const option known[] = {
-        {"board", required_argument, nullptr, 'b'},   {"config", required_argument, nullptr, 'c'},
-        {"daemon", required_argument, nullptr, 'd'},  {"from", required_argument, nullptr, 'f'},
-        {"call", required_argument, nullptr, 'C'},    {"link", required_argument, nullptr, 'l'},
-        {"address", required_argument, nullptr, 'a'}, {"json", no_argument, nullptr, 'j'},
-        {"quiet", no_argument, nullptr, 'q'},         {"help", no_argument, nullptr, 'h'},
-        {"diff", no_argument, nullptr, 'D'},          {nullptr, 0, nullptr, 0},
+        {"board", required_argument, nullptr, 'b'},
+        {"config", required_argument, nullptr, 'c'},
+        {"daemon", required_argument, nullptr, 'd'},
+        {"from", required_argument, nullptr, 'f'},
+        {"call", required_argument, nullptr, 'C'},
+        {"link", required_argument, nullptr, 'l'},
+        {"address", required_argument, nullptr, 'a'},
+        {"json", no_argument, nullptr, 'j'},
+        {"quiet", no_argument, nullptr, 'q'},
+        {"help", no_argument, nullptr, 'h'},
+        {"diff", no_argument, nullptr, 'D'},
+        {"leftovers", no_argument, nullptr, 'L'},
+        {nullptr, 0, nullptr, 0},
     };
     opterr = 0;
     bool good = true;
@@ -139,6 +153,9 @@ bool read_options(int argc, char **argv, Options &options)
         case 'D':
             options.diff = true;
             break;
+        case 'L':
+            options.leftovers = true;
+            break;
         case 'j':
             options.json = true;
             break;
@@ -159,8 +176,12 @@ bool read_options(int argc, char **argv, Options &options)
     if (good && optind < argc) {
         return refuse("unknown argument \"" + plain(argv[optind]) + "\"");
     }
-    if (good && options.diff && (options.from_now || !options.steps.empty())) {
-        return refuse("--diff compares with a clean start: it takes no steps and no --from now");
+    if (good && (options.diff || options.leftovers) && (options.from_now || !options.steps.empty())) {
+        return refuse(std::string{options.diff ? "--diff" : "--leftovers"} +
+                      " compares with a clean start: it takes no steps, and no --from but a file");
+    }
+    if (good && options.leftovers && (options.diff || options.json || options.quiet)) {
+        return refuse("--leftovers writes lines for programs: it takes no --diff, --json or --quiet");
     }
     if (good && options.json && options.quiet) {
         return refuse("--json and --quiet exclude each other");

@@ -24,7 +24,9 @@ struct Options {
     std::string daemon; // empty: the one beside this program
     std::vector<Step> steps;
     bool from_now = false;
+    std::string from_file; // of facts
     bool diff = false;
+    bool leftovers = false;
     bool json = false;
     bool quiet = false;
     bool help = false;

@@ -66,7 +66,7 @@ def as_planned(plan: planning.Plan) -> str:
     lines = []
     for name, one in plan["end"]["interfaces"].items():
         if one["kind"] == "bridge":
-            lines.append(f"ip link add {name} type bridge")
+            lines.append(f"ip link add {name} type bridge forward_delay 0")
             lines.append(f"ip link set {name} " + ("up" if one["up"] else "down"))
             if one["address"]:
                 lines.append(f"ip addr add {one['address']}/{one['netmask']} dev {name}")

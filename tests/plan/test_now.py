@@ -89,7 +89,7 @@ JUMP = "iptables -w -t filter -{} FORWARD -j ipt_fwd_filter_rules_2"
 # What is planted, and the difference that it makes.
 DRIFTS = {
     "ip link del wan1": "device wan1 = bridge: is missing",
-    "ip link add lan7 type bridge": "device lan7 = bridge: is too many",
+    "ip link add lan7 type bridge forward_delay 0": "device lan7 = bridge: is too many",
     "ip link set lan3 down": "up: lan3: is missing",
     "ip addr flush dev lan3; ip addr add 192.168.3.9/24 dev lan3":
         "address of lan3: is 192.168.3.9 instead of 192.168.3.1",
