@@ -146,6 +146,10 @@ void Board::start_rest()
     if (!database.ok()) {
         log_.note("database.sh: " + database.output);
     }
+    Outcome kept = run_now(hosts_.at("router"), {"/bin/sh", "-c", ". /lib/ivarode/laid.sh && config_keep"});
+    if (!kept.ok()) {
+        log_.note("config_keep: " + kept.output);
+    }
     std::string preload = plan_.daemon_preload.empty() ? "" : plan_.daemon_preload + ":";
     // confined as the image's supervisor confines it
     services_.define("daemon",

@@ -8,6 +8,7 @@ import os
 import signal
 import sys
 import threading
+import time
 from collections.abc import Sequence
 
 from . import (boards, bus, capture, carrier, client, machine, progress, recordings, repetition, scenarios, topology,
@@ -81,6 +82,9 @@ BEFORE_START = """for name in open_instance set_param add_jail close_instance; d
 . /etc/init.d/ivarode && start_service"""
 
 
+NO_PLAN = 3             # of /lib/ivarode/reload.sh
+
+
 def start_daemon(lab: client.Lab, wait: bool) -> int:
     """As the image's init script does it, which also switches forwarding on."""
     if "daemon running" in lab.ok("agent", "services"):
@@ -98,6 +102,18 @@ def restart_daemon(lab: client.Lab, wait: bool) -> int:
         lab.ok("agent", "stop", "daemon")
         lab.ok("router", "/lib/ivarode/cleanup.sh", timeout=60)
     return start_daemon(lab, wait)
+
+
+def reload_daemon(lab: client.Lab, keep: bool, wait: bool) -> int:
+    """As the image's init script does it: what is to go goes, and the new daemon starts over the rest."""
+    status = relay(lab, "router", ["/lib/ivarode/reload.sh", *(["--keep"] if keep else [])])
+    if status == NO_PLAN:
+        return restart_daemon(lab, wait)
+    if not lab.run("router", "pidof", "ivarode"):
+        while "daemon running" in lab.ok("agent", "services"):
+            time.sleep(0.02)        # its parent hears of the end a moment later
+        start_daemon(lab, wait)
+    return status
 
 
 def replay(lab: client.Lab, args: argparse.Namespace) -> int:
@@ -170,6 +186,8 @@ def dispatch(args: argparse.Namespace) -> int:
         return simple(lab, "kill", args.what, str(args.signal), host="agent")
     if command == "restart" and args.what == "daemon":
         return restart_daemon(lab, args.wait)
+    if command == "reload":
+        return reload_daemon(lab, args.keep, args.wait)
     if command == "start" and args.what == "daemon":
         return start_daemon(lab, args.wait)
     return simple(lab, command, args.what, host="agent")

@@ -97,6 +97,10 @@ def parser() -> argparse.ArgumentParser:
         if name != "stop":
             action.add_argument("--no-wait", dest="wait", action="store_false",
                                 help="return before the daemon serves")
+    reload = add("reload", "do what a changed configuration of the daemon asks for, and no more")
+    reload.add_argument("what", choices=["daemon"])
+    reload.add_argument("--keep", action="store_true", help="keep what was added over the bus")
+    reload.add_argument("--no-wait", dest="wait", action="store_false", help="return before the daemon serves")
     record = add("record", "show a recording of a daemon, line by line")
     record.add_argument("action", choices=["show"], help="what to do with it")
     record.add_argument("file", type=pathlib.Path, metavar="FILE", help="a recording, as /tmp/ivarode.rec of a router")

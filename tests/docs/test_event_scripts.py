@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import pathlib
 import re
-import subprocess
 
 import pytest
 
@@ -258,20 +257,20 @@ def test_the_database_is_not_put_where_others_could_lead_it(tmp_path: pathlib.Pa
 
 
 def listed_chains(function: str) -> list[tuple[str, ...]]:
-    """The rows of one of the lists in the image's cleanup.sh."""
-    script = (sandbox.IMAGE / "lib/ivarode/cleanup.sh").read_text()
+    """The rows of one of the lists in the image's laid.sh."""
+    script = (sandbox.IMAGE / "lib/ivarode/laid.sh").read_text()
     rows = books.find(rf"^{function}\(\) {{\n    cat <<'CHAINS'\n(.*?)^CHAINS$", script, re.M | re.S)[1]
     return [tuple(row.split()) for row in rows.splitlines()]
 
 
 def test_clean_up_knows_every_chain_in_the_reverse_order() -> None:
     assert len(daemon.facts().hooks) > 25
-    assert listed_chains("chains") == daemon.facts().hooks[::-1], ("cleanup.sh: chains() is the skeleton's, from the "
+    assert listed_chains("chains") == daemon.facts().hooks[::-1], ("laid.sh: chains() is the skeleton's, from the "
                                                                    "last to the first")
 
 
 def test_clean_up_knows_the_chains_that_the_daemon_fills() -> None:
-    assert listed_chains("own_chains") == daemon.facts().refilled, ("cleanup.sh: own_chains() is what each start "
+    assert listed_chains("own_chains") == daemon.facts().refilled, ("laid.sh: own_chains() is what each start "
                                                                     "empties and fills")
 
 
@@ -290,15 +289,10 @@ def lay_chains() -> str:
     return "\n".join(lines) + "\n"
 
 
-needs_iptables = pytest.mark.skipif(
-    sandbox.missing() is not None or subprocess.run(
-        ["unshare", "--net", "iptables", "-t", "nat", "-S"], capture_output=True).returncode != 0,
-    reason="iptables has no nat table here")
-
 DUMP = "for t in filter nat mangle; do iptables -w -t $t -S; done\n"
 
 
-@needs_iptables
+@sandbox.needs_iptables
 def test_clean_up_leaves_nothing_of_the_daemon(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + "ip link del wan1; iptables -w -t nat -S >/dev/null; iptables -w -t mangle -S >/dev/null\n" + """
 ip link add lan1 type bridge; ip link add default_br0 type bridge; ip link set lan1 up
@@ -320,7 +314,7 @@ row wan1 dhcp
     assert not re.search(r"^wan1$", out, re.M)
 
 
-@needs_iptables
+@sandbox.needs_iptables
 def test_clean_up_keeps_a_chain_that_others_use_and_the_way_to_it(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + lay_chains() + "iptables -w -t nat -A pmap_rules_user -p tcp --dport 80 -j ACCEPT\n"
                       + "/lib/ivarode/cleanup.sh; /lib/ivarode/cleanup.sh\n" + DUMP, tmp_path)
@@ -330,7 +324,7 @@ def test_clean_up_keeps_a_chain_that_others_use_and_the_way_to_it(tmp_path: path
                     "-A pmap_rules_user -p tcp -m tcp --dport 80 -j ACCEPT"]
 
 
-@needs_iptables
+@sandbox.needs_iptables
 def test_clean_up_keeps_a_chain_that_others_call_and_their_accept_rules(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + lay_chains() + """
 iptables -w -A theirs -j ipt_fwd_filter_mac

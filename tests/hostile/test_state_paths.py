@@ -14,7 +14,7 @@ from tests.hostile.obstacles import FRAME, OBSTACLES, SECRET
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
 
-PLACES = ["/run/ivarode", "/run/ivarode/wan", "/run/ivarode/dns", "/run/ivarode/lease"]
+PLACES = ["/run/ivarode", "/run/ivarode/wan", "/run/ivarode/dns", "/run/ivarode/lease", "/run/ivarode/config"]
 SCRIPTS = {
     "lease": world.lease(),
     "no lease": world.lease("deconfig"),

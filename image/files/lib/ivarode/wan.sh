@@ -24,7 +24,7 @@ WAN_RULE_CONNECTED=10001
 # of one would lead all that is written and removed there elsewhere.
 wan_state_is_roots() {
     # shellcheck disable=SC2012  # mode and owner; stat is not on every router
-    strange=$(ls -ldn "$WAN_RUN" "$WAN_ROWS" "$WAN_DNS" "$WAN_RUN/lease" 2>/dev/null |
+    strange=$(ls -ldn "$WAN_RUN" "$WAN_ROWS" "$WAN_DNS" "$WAN_RUN/lease" "$WAN_RUN/config" 2>/dev/null |
         awk '$1 !~ /^d/ || $3 != 0 { print $9; exit }') || strange=$WAN_RUN
     [ -z "$strange" ] && return 0
     wan_error "nothing is done with $strange: it is not a folder of root's"
