@@ -11,8 +11,8 @@ import threading
 import time
 from collections.abc import Sequence
 
-from . import (boards, bus, capture, carrier, client, machine, progress, recordings, repetition, scenarios, topology,
-               view)
+from . import (boards, bus, capture, carrier, client, completion, machine, progress, recordings, repetition,
+               scenarios, topology, view)
 from .commands import parse
 
 
@@ -140,6 +140,9 @@ def simple(lab: client.Lab, *words: str, host: str = "router") -> int:
 def dispatch(args: argparse.Namespace) -> int:
     lab = client.Lab(args.name)
     command = args.command
+    if command == "completion":
+        print(completion.script(args.program), end="")
+        return 0
     if command == "record":
         print("\n".join(recordings.show(args.file, args.last, args.around)))
         return 0

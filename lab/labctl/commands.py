@@ -115,6 +115,9 @@ def parser() -> argparse.ArgumentParser:
                         help="repeat its requests and events on the virtual board instead, and show which answers "
                              "differ")
     replay.add_argument("--until", type=natural, metavar="N", help="of the scenario: up to the N-th event")
+    complete = add("completion", "print what completes these words in bash")
+    complete.add_argument("program", nargs="?", default="lab/lab", metavar="NAME",
+                          help="as which the program is called (default: %(default)s)")
     kill = add("kill", "send a signal to one of the board's own programs")
     kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
                       help="number of the signal, default 15; also -9 and the like")

@@ -5,11 +5,12 @@ from __future__ import annotations
 import json
 import pathlib
 import random
+import subprocess
 from typing import Any
 
 import pytest
 
-from labctl import boards, bus, capture, commands, frames, messages, topology
+from labctl import boards, bus, capture, commands, completion, frames, messages, topology
 
 
 def test_frames_survive_any_cut() -> None:
@@ -177,3 +178,16 @@ def test_a_configuration_without_hosts_is_refused_before_anything_is_touched(tmp
     (tmp_path / "lan_intf").touch()
     with pytest.raises(boards.ConfigError, match="no file hosts"):
         boards.check("configs", str(tmp_path))
+
+
+@pytest.mark.parametrize("line, expected", [
+    ("st", "start status stop"), ("link 2 ", "down up"), ("exec i", "isp isp2"), ("chains ", "filter mangle nat"),
+    ("--name x restart --no-wait d", "daemon"), ("up --config p", "pppoe"), ("log --s", "--stderr"), ("up --name ", ""),
+    ("exec pc1 ", ""),
+])
+def test_words_are_completed(line: str, expected: str, tmp_path: pathlib.Path) -> None:
+    words = ["lab/lab", *line.split(" ")]
+    call = f"COMP_WORDS=({' '.join(repr(word) for word in words)}); COMP_CWORD={len(words) - 1}; _ivarode_lab"
+    done = subprocess.run(["bash", "-uc", completion.script() + call + '; echo "${COMPREPLY[@]}"'], cwd=tmp_path,
+                          capture_output=True, text=True, check=True)
+    assert " ".join(sorted(done.stdout.split())) == expected and done.stderr == ""
