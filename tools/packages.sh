@@ -13,8 +13,8 @@ TEST_PACKAGES="ccache libgtest-dev libgmock-dev python3-pytest shellcheck clang 
 CROSS_PACKAGES="g++-mipsel-linux-gnu"
 # For the tests on MIPS, which are skipped without them. Continuous integration installs them.
 MIPS_PACKAGES="$CROSS_PACKAGES g++-mips-linux-gnu qemu-user"
-# For analysis and counting instructions, which are skipped without them. Continuous integration installs these, too.
-ANALYSIS_PACKAGES="clang-tidy cppcheck valgrind mypy flake8"
+# For analysis, counting instructions and checking packages, which are skipped without them. Continuous integration installs these, too.
+ANALYSIS_PACKAGES="clang-tidy cppcheck valgrind mypy flake8 groff lintian"
 
 # need_packages NAME...: installs those that are missing, and says so.
 need_packages() {

@@ -41,8 +41,8 @@ def data(folder: pathlib.Path) -> list[str]:
     return common.files(folder / "data")
 
 
-def test_five_packages(laid: common.Packages) -> None:
-    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-record", "ivarode-sibling"}
+def test_six_packages(laid: common.Packages) -> None:
+    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-record", "ivarode-sibling", "ivarode-man"}
     for folder in laid.values():
         assert re.fullmatch(r"\d+\.\d+\.\d+-r\d+", control(folder)["VERSION"])
 
@@ -65,6 +65,8 @@ def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     assert data(laid["ivarode-plan"]) == ["usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan"]
     assert data(laid["ivarode-record"]) == ["usr/lib/libivarode-record.so"]
     assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
+    pages = ["man5/ivarode.5", "man8/ivarode-plan.8", "man8/ivarode.8", "man8/ivarodectl.8"]
+    assert data(laid["ivarode-man"]) == ["usr/share/man/" + page for page in pages]
 
 
 def test_no_stand_in_gets_into_an_image(laid: common.Packages) -> None:
@@ -84,6 +86,8 @@ def test_modes_and_owners(laid: common.Packages) -> None:
                 assert mode == 0o755, name
             elif name.startswith("etc/config/"):
                 assert mode == 0o600, name       # a PPPoE password may be in it
+            elif name.startswith("usr/share/man/"):
+                assert mode == 0o644, name
             else:
                 assert mode == (common.IMAGE / name).stat().st_mode & 0o7777 and not mode & 0o022, name
 
