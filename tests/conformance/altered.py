@@ -19,11 +19,15 @@ def altered_daemon(build: Path, source: str, old: str, new: str, folder: Path) -
     words[words.index("-o") + 1] = str(folder / "altered.o")
     words[words.index("-c") + 1] = str(changed)
     run([*words, "-iquote", str((ROOT / "src" / source).parent)], build)
-    parts = sorted((build / "src").rglob("*.o"))
+    return linked(build, [folder / "altered.o"], build / own, folder)
+
+
+def linked(build: Path, objects: list[Path], instead_of: Path, folder: Path) -> Path:
+    """The daemon of the build, with other objects in the place of one."""
+    parts = [part for part in sorted((build / "src").rglob("*.o")) if part != instead_of]
     daemon = folder / "ivarode"
-    objects = [str(part) for part in parts if part != build / own]
-    run(["c++", "-o", str(daemon), str(folder / "altered.o"), *objects, "-L", str(build / "lib"), "-lsys", "-lubus",
-         "-lubox", f"-Wl,-rpath,{build / 'lib'}"], build)
+    run(["c++", "-o", str(daemon), *map(str, [*objects, *parts]), "-L", str(build / "lib"), "-lsys", "-lubus", "-lubox",
+         f"-Wl,-rpath,{build / 'lib'}"], build)
     return daemon
 
 
