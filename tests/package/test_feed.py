@@ -60,7 +60,7 @@ def test_no_file_is_in_two_packages(laid: common.Packages) -> None:
 def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     wanted = set(common.files(common.IMAGE)) - {"sbin/udhcpc"}
     assert set(data(laid["ivarode"])) == wanted | {"usr/libexec/ivarode-udhcpc", "usr/sbin/ivarode",
-                                                    "usr/sbin/ivarodectl"}
+                                                   "usr/sbin/ivarodectl"}
     assert data(laid["libsys"]) == ["usr/lib/libsys.so"]
     assert data(laid["ivarode-plan"]) == ["usr/lib/ivarode-plan/libsys.so", "usr/sbin/ivarode-plan"]
     assert data(laid["ivarode-record"]) == ["usr/lib/libivarode-record.so"]
