@@ -31,7 +31,7 @@ def lines_of(book: str) -> list[str]:
 def whole(book: str) -> list[tuple[str, str, str]]:
     """All of a book: what stands at its beginning, then a section for each of its headings."""
     heads = [line[3:] for line in lines_of(book) if line.startswith("## ")]
-    return [("DESCRIPTION", book, TOP), *((head.upper(), book, head) for head in heads)]
+    return [("DESCRIPTION", book, TOP), *((head.replace("`", "").upper(), book, head) for head in heads)]
 
 
 PAGES = {
@@ -83,13 +83,14 @@ def escaped(text: str) -> str:
 
 def inline(text: str) -> str:
     """Code, emphasis and links of a text; a point at the beginning of a line is no request."""
+    text = text.replace("\\|", "|")
     text = re.sub(r"!?\[((?:[^\]`]|`[^`]*`)*)\]\([^)]*\)", r"\1", text)
     out = []
     for part in re.split(r"(`[^`]+`)", text):
         if part.startswith("`"):
             out.append(f"\\fB{escaped(part[1:-1])}\\fR")
         else:
-            part = escaped(part.replace("\\|", "|"))
+            part = escaped(part)
             part = re.sub(r"\*\*(.+?)\*\*", r"\\fB\1\\fR", part)
             out.append(re.sub(r"\*(.+?)\*", r"\\fI\1\\fR", part))
     return "\\&" + "".join(out) if out and "".join(out).startswith((".", "\\(aq")) else "".join(out)
