@@ -77,8 +77,8 @@ def shortened(rule: str) -> str:
 # One frame from a station of LAN 2 to the internet: where it is, what happens to it, what shows it.
 WAY = [
     ("port 2", "the station's frame comes in, without tag", "lab/lab capture 2"),
-    ("PVID 4091", "the VLAN of frames without tag of that port", "ivarode-switch"),
-    ("entry 1 of the VLAN table", "members: ports 1 to 4 and the CPU port", "ivarode-switch"),
+    ("PVID 4091", "the VLAN of frames without tag of that port", "ivarodectl switch"),
+    ("entry 1 of the VLAN table", "members: ports 1 to 4 and the CPU port", "ivarodectl switch"),
     ("CPU port, eth0", "the frame leaves the switch with its tag", "lab/lab capture eth0"),
     ("device eth0.4091", "the tag is gone; member of bridge lan1", "bridge link"),
     ("bridge lan1", "has the router's address in this LAN", "ip -br address show lan1"),
