@@ -3,11 +3,13 @@
 //
 //   lab-agent --programs DIR            serve; DIR has the programs of the board in bin and lib
 //   lab-agent ask SOCKET WORDS...       put a command to the switch's control socket, print the answer
+//   lab-agent stream ADDRESS ...        a steady stream of packets to a host and back; counts what is lost
 //
 // A board is a separate process in new mount, network, IPC, host-name and process name spaces (--board,
 // used by itself alone). It dies with this one, and with it everything in those name spaces.
 #include "ask.h"
 #include "board.h"
+#include "stream.h"
 #include "world.h"
 
 #include <array>
@@ -200,8 +202,13 @@ int usage(int status)
 {
     fputs("usage: lab-agent --programs DIR\n"
           "       lab-agent ask SOCKET [--stream] WORDS...\n"
+          "       lab-agent stream ADDRESS [MICROSECONDS [PORT]]\n"
           "Serves the virtual board's control channel on standard input and output (lab/lab starts it),\n"
-          "or puts one command to a control socket and prints the answer.\n",
+          "or puts one command to a control socket and prints the answer, or sends a packet to a host every "
+          "so\n"
+          "many microseconds (1000) until it is ended, and counts those that do not come back: echo "
+          "requests, or\n"
+          "with a port a TCP connection to a server that sends back what it gets.\n",
           status == 0 ? stdout : stderr);
     return status;
 }
@@ -217,6 +224,18 @@ int ask_command(int argc, char **argv)
     return ask(argv[2], line, stream);
 }
 
+int stream_command(int argc, char **argv)
+{
+    StreamPlan plan{argv[2]};
+    if (argc > 3) {
+        plan.every = std::chrono::microseconds(std::stoul(argv[3]));
+    }
+    if (argc > 4) {
+        plan.port = std::stoi(argv[4]);
+    }
+    return run_stream(plan);
+}
+
 int run(int argc, char **argv)
 {
     std::string verb = argc > 1 ? argv[1] : "";
@@ -225,6 +244,9 @@ int run(int argc, char **argv)
     }
     if (verb == "ask" && argc > 3) {
         return ask_command(argc, argv);
+    }
+    if (verb == "stream" && argc > 2 && argc < 6) {
+        return stream_command(argc, argv);
     }
     if (verb == "--programs" && argc == 3) {
         signal(SIGPIPE, SIG_IGN);
