@@ -74,6 +74,29 @@ does a change: one `iptables-restore` takes all of them from a stream, commits e
 platform call still answers for its own success. Where the command `iptables` is not the program that goes by both
 names, a change costs a process.
 
+## What a restart costs
+
+The daemon killed and started again ten times below traffic, and so each time it lays everything once more:
+`python3 -m pytest tests/system -k "traffic or outlives" --restarts 10 -s` (`./test --long` does the same).
+
+| | lost in the router | policy rules and rules of the firewall | clients and connections |
+|---|---|---|---|
+| a LAN to a static WAN | 0 | never away | TCP goes on, NAT included |
+| a LAN to a WAN by DHCP | 0 | never away | same process, same lease, no new search; TCP goes on |
+| a LAN to a WAN by PPPoE | 0 | never away | same process, same session; TCP goes on |
+| a LAN to another LAN, to the router | 0 | – | – |
+
+Packets are 5 ms apart on the emulated processor and 1 ms on one's own, and each is a new connection to the firewall. Lost in
+the router is what it has received (`mangle PREROUTING`) and has neither forwarded nor answered (`POSTROUTING`); the kernel's
+own announcements of rules, addresses and devices show that nothing is touched, and on the WAN's cable nothing bears an
+address of a LAN.
+
+What is lost before the router, is lost in the switch: the start empties the VLAN table and fills it in the order that it
+always has. A LAN over several ports is apart for 76 to 114 accesses of registers, each port once or twice, and without the
+router for 120; a port of another LAN or WAN until its section has been read. That is below 10 ms where an access takes less
+than 80 µs; on an emulated processor that carries traffic meanwhile it is some 40 ms, and several hundred where the machine has
+other work. A static WAN used to be dark for the start's whole pause: 5.2 s.
+
 ## What is missed
 
 {missed}

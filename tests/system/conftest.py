@@ -31,6 +31,11 @@ def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.C
         terminalreporter.write_line(str(config.stash[TALLY]))
 
 
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--restarts", type=int, default=1,
+                     help="how often the daemon is killed and started below traffic (default: %(default)s)")
+
+
 class Machine(held_lab.Machine):
     """The lab, and which board is up in it."""
 
@@ -73,6 +78,11 @@ def replayed(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFa
         folder = tmp_path_factory.mktemp("recorded")
         tally = request.config.stash[TALLY]
         assert [text for one in lab.take() if (text := tally.replay(one, folder))] == []
+
+
+@pytest.fixture(scope="session")
+def restarts(request: pytest.FixtureRequest) -> range:
+    return range(request.config.getoption("restarts"))
 
 
 @pytest.fixture(scope="session")

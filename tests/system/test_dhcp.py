@@ -8,7 +8,7 @@ import pytest
 
 from labctl import checks
 from labctl.capture import Capture, Decoded
-from tests.system import bus, peers, state
+from tests.system import bus, peers, state, traffic
 from tests.system.held_lab import Lab
 
 if TYPE_CHECKING:
@@ -125,6 +125,21 @@ def test_enabled_again_renews(lab: Lab, server: peers.Dhcp) -> None:
     assert server.count("DISCOVER") == before
     assert server.messages()[-2:] == [("REQUEST", address), ("ACK", address)]
     look_bound(lab, address)
+
+
+def test_lease_outlives_the_daemon(lab: Lab, server: peers.Dhcp, restarts: range) -> None:
+    address, searches = peers.row(lab, "wan1")["ipaddr"], server.count("DISCOVER")
+    pid = lab.ok("router", "cat", "/var/run/udhcpc-wan1.pid")
+    with traffic.Traffic(lab, [traffic.Stream("LAN to DHCP WAN", "pc1", checks.INTERNET),
+                               traffic.Stream("connection", "pc2", checks.INTERNET, traffic.ECHO_PORT, rarely=True)]
+                         ) as through:
+        for _ in restarts:
+            traffic.killed_and_started(lab)
+    print(through.told())
+    through.look_unharmed()
+    look_bound(lab, address)
+    assert lab.ok("router", "cat", "/var/run/udhcpc-wan1.pid") == pid and bus.instances(lab, "dhcp")["wan1"][1]
+    assert server.count("DISCOVER") == searches
 
 
 def test_cable_pulled_releases_and_cable_back_asks_anew(lab: Lab, server: peers.Dhcp) -> None:

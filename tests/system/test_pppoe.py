@@ -11,7 +11,7 @@ import pytest
 
 from labctl import checks
 from labctl.capture import Capture, Decoded
-from tests.system import bus, peers, state
+from tests.system import bus, peers, state, traffic
 from tests.system.held_lab import Lab
 
 if TYPE_CHECKING:
@@ -155,6 +155,21 @@ def segment_sizes(frames: list[Decoded], acknowledges: bool) -> set[int]:
 SIZE = 1500000
 SERVE = "while :; do busybox nc -l -p 9000 -e cat /tmp/big; done"
 TAKE = f"busybox timeout 5 busybox nc {peers.BEHIND} 9000 < /dev/null | wc -c"
+
+
+def test_session_outlives_the_daemon(lab: Lab, session: peers.Pppoe, restarts: range) -> None:
+    address, log = peers.row(lab, "wan1")["ipaddr"], session.log()
+    before = bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")
+    with traffic.Traffic(lab, [traffic.Stream("LAN to PPPoE WAN", "pc1", checks.INTERNET),
+                               traffic.Stream("connection", "pc2", checks.INTERNET, traffic.ECHO_PORT, rarely=True)]
+                         ) as through:
+        for _ in restarts:
+            traffic.killed_and_started(lab)
+    print(through.told())
+    through.look_unharmed()
+    look_up(lab)
+    assert peers.row(lab, "wan1")["ipaddr"] == address and session.log() == log
+    assert (bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")) == before
 
 
 def test_large_transfers_fit_the_session(lab: Lab, session: peers.Pppoe) -> None:

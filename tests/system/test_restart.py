@@ -8,7 +8,7 @@ from typing import Any, TYPE_CHECKING
 import pytest
 
 from labctl import checks
-from tests.system import state
+from tests.system import state, traffic
 from tests.system.daemon import kill_daemon, restart, wait_service
 from tests.system.held_lab import Lab
 
@@ -36,6 +36,26 @@ def test_killed_and_started_again_finds_the_same_state(fresh_home: Lab) -> None:
     restart(fresh_home)
     assert state.settled(fresh_home) == before
     checks.translation(fresh_home, fresh_home.topology)
+
+
+def test_traffic_goes_on(home: Lab, restarts: range) -> None:
+    """The kernel's rules and firewall are left as they were, so the router loses nothing of what reaches it."""
+    streams = [traffic.Stream("LAN to WAN", "pc2", checks.INTERNET),
+               traffic.Stream("LAN to WAN, connection", "pc4", checks.INTERNET, traffic.ECHO_PORT, rarely=True),
+               traffic.Stream("LAN to LAN, router", "pc1", home.topology.address["pc3"], rarely=True),
+               traffic.Stream("LAN to LAN, switch", "pc4", home.topology.address["pc1"], rarely=True),
+               traffic.Stream("LAN to router", "pc3", home.topology.router[3], rarely=True)]
+    before = state.settled(home)
+    with home.spawn("router", "ip", "-o", "monitor", "rule", "address", "link") as monitor:
+        with traffic.Traffic(home, streams) as through:
+            for _ in restarts:
+                traffic.killed_and_started(home)
+        monitor.kill(15)
+        changes = monitor.collect(time.monotonic() + 20 * home.pace).out
+    print(through.told())
+    through.look_unharmed()
+    assert changes == ""
+    assert state.everything(home) == before
 
 
 @pytest.mark.parametrize("text", ["base-mac", "i=0 link"])
