@@ -38,6 +38,7 @@ TRIED: dict[str, list[tuple[str, str]]] = {
                 ("chains", r"\A(?!(.*\n)*.*not hooked)")],
     "kill": [("kill -9 daemon", ""), ("services", r"(?m)^daemon (?!running)"), ("start daemon", "")],
     "services": [("services", r"broker running \d+\ndaemon running \d+\nsiblings running \d+")],
+    "completion": [("completion", r"complete -F _ivarode_lab lab/lab\n\Z")],
     "record": [],   # these two in test_field_book and in test_recording of the system
     "replay": [],
     "down": [],     # the last test

@@ -92,7 +92,7 @@ def test_the_scripts_of_the_image_are_for_any_posix_shell() -> None:
 
 
 def test_scripts_of_the_image_that_are_run_may_be_run() -> None:
-    sourced = {"files.sh", "address.sh", "wan.sh", "ppp.sh"}
+    sourced = {"files.sh", "address.sh", "wan.sh", "ppp.sh", "laid.sh"}
     for path in scripts():
         if (ROOT / "image") in path.parents:
             assert bool(path.stat().st_mode & 0o111) != (path.name in sourced), path
