@@ -6,6 +6,16 @@
 namespace ctl {
 
 const command commands[] = {
+    {"status", "", "ports, VLANs, interfaces, static routes, and what is wrong",
+     "Rates are those of half a second. Status 1 where something is wrong or could not be read; a port "
+     "without\n"
+     "link and what is disabled in the configuration are not wrong. Below 100 columns MACs and rates of\n"
+     "interfaces are left out.\n",
+     true, true, gather_status, show_status},
+    {"explain", "NAME | port N", "everything on the way of an interface, port, static route or PPP user",
+     "Goes through all that must be right, in the order in which it depends on each other, a line each; the\n"
+     "first that is not is the cause.\n",
+     true, true, gather_explain, show_explain},
     {"health", "", "does the daemon answer, does it sample, are its objects on the bus",
      "One line; status 0 where all is well. It takes up to seven seconds: three for an answer, four for the\n"
      "next sample.\n",
@@ -20,6 +30,9 @@ const command commands[] = {
      "  --config DIR   the folder of the packages (/etc/config)\n"
      "  --board FILE   the board file (/etc/board.json)\n",
      true, false, gather_check, show_check},
+    {"metrics", "", "counters and states as OpenMetrics text, for a monitoring system",
+     "One text for each question, with what could be read; a family without samples could not be.\n", true,
+     false, gather_metrics, show_metrics},
     {"switch", "", "the switch as the driver shows it: links, PVIDs, VLAN table",
      "Ports 0 to 4 are the front ports, 5 and 6 lead to the CPU. In the VLAN table a member port is\n"
      "shown as u where frames leave it without a tag, as t where they keep it.\n"

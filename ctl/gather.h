@@ -8,7 +8,10 @@ namespace ctl {
 
 int gather_check(const words &given, json_object *facts);
 int gather_debug(const words &given, json_object *facts);
+int gather_explain(const words &given, json_object *facts);
 int gather_health(const words &given, json_object *facts);
+int gather_metrics(const words &given, json_object *facts);
+int gather_status(const words &given, json_object *facts);
 int gather_switch(const words &given, json_object *facts);
 int gather_version(const words &given, json_object *facts);
 

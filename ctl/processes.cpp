@@ -6,6 +6,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace ctl {
 
@@ -17,6 +18,15 @@ double uptime()
     char text[64];
     read_small_file("/proc/uptime", text, sizeof(text));
     return strtod(text, nullptr);
+}
+
+bool shares_our_network(const dirent *entry)
+{
+    struct stat own;
+    struct stat other;
+    char path[64];
+    snprintf(path, sizeof(path), "/proc/%.20s/ns/net", entry->d_name);
+    return stat("/proc/self/ns/net", &own) != 0 || stat(path, &other) != 0 || own.st_ino == other.st_ino;
 }
 
 } // namespace
@@ -54,6 +64,7 @@ bool describe_process(pid_t pid, process *found)
         return false;
     }
     const double started = strtod(field, nullptr) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    found->started_s = static_cast<int64_t>(started);
     found->age_s = static_cast<int64_t>(uptime() - started);
     return true;
 }
@@ -72,8 +83,8 @@ bool find_process(const char *name, process *found)
             continue;
         }
         read_small_file(path, comm, sizeof(comm));
-        if (strcmp(comm, name) == 0 && describe_process(pid, &seen) && seen.state != 'Z' &&
-            (!any || seen.age_s > found->age_s)) {
+        if (strcmp(comm, name) == 0 && shares_our_network(entry) && describe_process(pid, &seen) &&
+            seen.state != 'Z' && (!any || seen.age_s > found->age_s)) {
             *found = seen;
             any = true;
         }

@@ -10,10 +10,12 @@ namespace ctl {
 struct process {
     pid_t pid = 0;
     int64_t age_s = 0;
-    char state = '?'; // of proc(5): R, S, D, T, Z …
+    int64_t started_s = 0; // after the machine
+    char state = '?';      // of proc(5): R, S, D, T, Z …
 };
 
-// The oldest process of a name; false when there is none.
+// The oldest process of a name in our own network; false when there is none. Processes of containers have
+// other networks. Who may not look there takes every process.
 bool find_process(const char *name, process *found);
 bool describe_process(pid_t pid, process *found);
 

@@ -1,6 +1,7 @@
 #include "screen.h"
 
 #include <cstdio>
+#include <cstring>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -29,6 +30,26 @@ const char *screen::paint(style how) const
 {
     static constexpr const char *sequences[] = {"\033[0m", "\033[32m", "\033[31m", "\033[1m", "\033[2m"};
     return terminal_ ? sequences[static_cast<size_t>(how)] : "";
+}
+
+void screen::paragraph(unsigned column, const char *text) const
+{
+    unsigned at = column;
+    for (size_t word = strcspn(text, " "); *text != '\0'; word = strcspn(text, " ")) {
+        const bool first = at == column;
+        if (!first && at + 1 + word > columns_) {
+            printf("\n%*s", static_cast<int>(column), "");
+            at = column;
+        } else if (!first) {
+            fputc(' ', stdout);
+            ++at;
+        }
+        printf("%.*s", static_cast<int>(word), text);
+        at += static_cast<unsigned>(word);
+        text += word;
+        text += strspn(text, " ");
+    }
+    fputc('\n', stdout);
 }
 
 void screen::clear() const

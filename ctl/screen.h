@@ -19,6 +19,9 @@ public:
     const char *paint(style how) const;
     const char *end() const { return paint(style::plain); }
 
+    // A text whose first line begins at a column and whose others are indented as far; words stay whole.
+    void paragraph(unsigned column, const char *text) const;
+
     // Ready for the next picture of a series.
     void clear() const;
 

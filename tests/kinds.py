@@ -101,7 +101,7 @@ KINDS = {
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package", *(["--long"] if long else []))),
     "system": ("the whole router on the virtual board, with real frames",
-               lambda long: pytest("tests/system", *(["--recorded", "--restarts", "10"] if long else []))),
+               lambda long: pytest("tests/system", *(["--recorded", "--long", "--restarts", "10"] if long else []))),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
               lambda long: pytest("tests/chaos", *(["--rounds", "200", "--recorded"] if long else []))),
 }

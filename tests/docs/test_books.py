@@ -119,8 +119,8 @@ def test_every_relative_link_leads_somewhere(path: pathlib.Path) -> None:
             assert anchor in anchors(goal.read_text()), target
 
 
-BOOKS = ["architecture.md", "behaviour.md", "bus.md", "configuration.md", "messages.md", "plan.md", "porting.md",
-         "security.md", "testing.md"]
+BOOKS = ["architecture.md", "behaviour.md", "bus.md", "configuration.md", "ivarodectl.md", "messages.md", "plan.md",
+         "porting.md", "security.md", "testing.md"]
 
 
 @pytest.mark.parametrize("name", BOOKS)

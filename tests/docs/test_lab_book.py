@@ -17,7 +17,7 @@ from tests.docs import board, books
 TRIED: dict[str, list[tuple[str, str]]] = {
     "up": [("up --board one-cpu --config home", "")],
     "status": [("status", r"board one-cpu, configuration home(.*\n)*.*PVID 4091(.*\n)*.*lan1 +up +192\.168\.1\.1/24")],
-    "link": [("link 2 down", ""), ("status", "link down"), ("link 2 up", "")],
+    "link": [("link 2 down", ""), ("status", "port 2 .* no link"), ("link 2 up", "")],
     "exec": [("exec pc1 busybox ping -c 1 -W 5 192.168.1.1", "1 packets received")],
     "ubus": [("ubus call ivarode.run run", ""), ("ubus list ivarode.*", "ivarode.intf")],
     "switch": [("switch", r"\n +1 +4091 +\. u u \. u \. t")],
@@ -97,6 +97,12 @@ def test_the_log_is_in_lines(lab: None) -> None:
     assert board.run("lab/lab ubus call ivarode.intf port_add {}")[0] == 2
     status, out, err = board.run("lab/lab log -n 1")
     assert status == 0 and re.fullmatch(r" *[\d.]+ err ivarode\[\d+\]: l3 port add  interface name error\n", out), out
+
+
+def test_the_examples_of_the_operators_tool(lab: None) -> None:
+    for line, command, expected in books.examples("ivarodectl.md"):
+        _, out, err = board.run(command)
+        assert books.matcher(expected).match(out), f"docs/ivarodectl.md:{line}: {command}\n{out}{err}"
 
 
 @pytest.mark.parametrize("words", ["--board nix", "--config nix"])

@@ -17,9 +17,9 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-FOLDERS = ("src", "libsys", "compat", "seam", "lab")
+FOLDERS = ("src", "libsys", "ctl", "compat", "seam", "lab")
 SHALLOW_STATES = 60000  # of a function; the analyser's own bound is 225000
-INCLUDES = ("src", "libsys", "compat/libubox/include", "compat/libubus/include", "compat/libuci/include")
+INCLUDES = ("src", "libsys", "ctl", ".", "compat/libubox/include", "compat/libubus/include", "compat/libuci/include")
 PYTHON = ("lab/labctl", "lab/lab", "lab/vm/mkcpio.py", "lab/vm/unbz.py", "tests")
 
 Check = Callable[[Path], tuple[int, str]]       # of a source: status and what is said
@@ -56,7 +56,7 @@ def clang_tidy(source: Path, build: Path, deep: bool) -> tuple[int, str]:
     # Headers are ours by their place in this tree, wherever it lies. Those that stand in for a C library's are full
     # of macros that take a member's name, which no parentheses can be put around.
     return checked(["clang-tidy", "-p", build, "--quiet", *(f"--extra-arg={word}" for word in extra),
-                    f"--header-filter=^{ROOT}/(src|libsys|seam|lab|compat/[a-z]+/(src|lib|broker|cli))/", source])
+                    f"--header-filter=^{ROOT}/(src|libsys|ctl|seam|lab|compat/[a-z]+/(src|lib|broker|cli))/", source])
 
 
 def mypy(build: Path) -> tuple[int, str]:

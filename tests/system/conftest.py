@@ -21,6 +21,10 @@ READY = "ivarode init success"
 TALLY = pytest.StashKey[recorded.Tally]()
 
 
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--long", action="store_true", help="plant every fault, not a sample of them")
+
+
 def pytest_configure(config: pytest.Config) -> None:
     config.stash[TALLY] = recorded.Tally()
     Machine.recorded = config.getoption("recorded")

@@ -1,0 +1,226 @@
+#include "explain/explain.h"
+#include "gather.h"
+#include "report.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+namespace ctl {
+
+namespace {
+
+constexpr const char *names_of_verdicts[] = {"ok", "failed", "unknown"};
+
+[[gnu::format(printf, 2, 0)]] finding made(verdict is, const char *format, va_list args)
+{
+    finding out = {is, "", ""};
+    vsnprintf(out.sentence, sizeof(out.sentence), format, args);
+    return out;
+}
+
+bool is_of(const check &each, const subject &about)
+{
+    return (each.of & about.kind) != 0 || ((each.of & an_uplink) != 0 && about.is_uplink());
+}
+
+void name_subject(const subject &about, char *out, size_t size)
+{
+    if (about.kind == a_port) {
+        snprintf(out, size, "port %s", shown(about.own, "port"));
+    } else {
+        snprintf(out, size, "%s", about.name());
+    }
+}
+
+json finding_as_json(const check &of, const finding &found)
+{
+    json out = table();
+    put(out.get(), "check", of.name);
+    put(out.get(), "verdict", names_of_verdicts[static_cast<size_t>(found.is)]);
+    put(out.get(), "sentence", found.sentence);
+    if (found.remedy[0] != '\0') {
+        put(out.get(), "remedy", found.remedy);
+    }
+    return out;
+}
+
+// A cause that is known already has been another subject's, too.
+void add_problem(const subject &about, const check &of, const finding &found, json_object *problems)
+{
+    if (find(problems, "sentence", std::string_view(found.sentence)) != nullptr) {
+        return;
+    }
+    char name[80];
+    name_subject(about, name, sizeof(name));
+    json problem = finding_as_json(of, found);
+    put(problem.get(), "subject", name);
+    append(problems, std::move(problem));
+}
+
+void find_problem(const subject &about, json_object *problems)
+{
+    for (size_t i = 0; i < check_count; ++i) {
+        if (!is_of(checks[i], about)) {
+            continue;
+        }
+        const finding found = checks[i].look(about);
+        if (found.is == verdict::bad) {
+            if (!checks[i].deliberate) {
+                add_problem(about, checks[i], found, problems);
+            }
+            return;
+        }
+    }
+}
+
+constexpr struct {
+    kinds kind;
+    const char *list;
+} all_kinds[] = {
+    {an_interface, "interfaces"}, {a_port, "ports"}, {a_route, "static_routes"}, {an_account, "ppp_users"}};
+
+// By "port N" or a name; without an own element when there is no such thing.
+subject subject_of(const words &given, json_object *facts)
+{
+    if (strcmp(given[0], "port") == 0 && given.count == 2) {
+        char *rest = nullptr;
+        const long number = strtol(given[1], &rest, 10);
+        return {a_port, facts,
+                *rest == '\0' && rest != given[1] ? find(get(facts, "ports"), "port", number) : nullptr};
+    }
+    for (const auto &[kind, elements] : all_kinds) {
+        if (json_object *own =
+                kind != a_port ? find(get(facts, elements), "name", std::string_view(given[0])) : nullptr) {
+            return {kind, facts, own};
+        }
+    }
+    return {an_interface, facts, nullptr};
+}
+
+// False when something is bad.
+bool explain(const subject &about, json_object *facts)
+{
+    json lines = list();
+    bool well = true;
+    for (size_t i = 0; i < check_count; ++i) {
+        if (!is_of(checks[i], about)) {
+            continue;
+        }
+        const finding found = checks[i].look(about);
+        if (found.is == verdict::skipped) {
+            continue;
+        }
+        if (found.is == verdict::bad && well) {
+            well = false;
+            put(facts, "first_cause", finding_as_json(checks[i], found));
+        }
+        append(lines.get(), finding_as_json(checks[i], found));
+    }
+    put(facts, "checks", std::move(lines));
+    return well;
+}
+
+} // namespace
+
+finding good(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const finding out = made(verdict::good, format, args);
+    va_end(args);
+    return out;
+}
+
+finding unsure(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const finding out = made(verdict::unsure, format, args);
+    va_end(args);
+    return out;
+}
+
+finding bad(const char *remedy, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    finding out = made(verdict::bad, format, args);
+    va_end(args);
+    snprintf(out.remedy, sizeof(out.remedy), "%s", remedy);
+    return out;
+}
+
+finding with_remedy(finding of, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vsnprintf(of.remedy, sizeof(of.remedy), format, args);
+    va_end(args);
+    return of;
+}
+
+json_object *subject::section() const
+{
+    json_object *packages = get(facts, "configuration");
+    return find(get(packages, is_uplink()       ? "wan_intf"
+                              : kind == a_route ? "route_config"
+                                                : "lan_intf"),
+                "name", get_text(own, "name"));
+}
+
+json_object *subject::device(std::string_view device_name) const
+{
+    return find(get(facts, "devices"), "name", device_name);
+}
+
+json find_problems(json_object *facts)
+{
+    json problems = list();
+    for (const auto &listed : all_kinds) {
+        each(get(facts, listed.list), [&](json_object *own) {
+            find_problem({listed.kind, facts, own}, problems.get());
+        });
+    }
+    return problems;
+}
+
+finding broken_section(json_object *facts)
+{
+    finding broken = skipped();
+    each(get(facts, "interfaces"), [&](json_object *own) {
+        for (const auto look : {look_options, look_number_of_board}) {
+            const finding found = look({an_interface, facts, own});
+            if (broken.is != verdict::bad && found.is == verdict::bad) {
+                broken = found;
+            }
+        }
+    });
+    return broken;
+}
+
+int gather_explain(const words &given, json_object *facts)
+{
+    if (given.count == 0 || given.count > 2 || (given.count == 2 && strcmp(given[0], "port") != 0)) {
+        complain("explain takes the name of an interface, a static route or a PPP user, or port N");
+        return wrong_usage;
+    }
+    const json router = table();
+    read_router(router.get());
+    const subject about = subject_of(given, router.get());
+    if (about.own == nullptr) {
+        complain("nothing is named \"%.80s%s%.20s\": status lists interfaces, ports and static routes",
+                 given[0], given.count > 1 ? " " : "", given.count > 1 ? given[1] : "");
+        return failed;
+    }
+    char name[80];
+    name_subject(about, name, sizeof(name));
+    put(facts, "subject", name);
+    const bool well = explain(about, facts);
+    if (json_object *unread = get(router.get(), "unread")) {
+        json_object_object_add(facts, "unread", json_object_get(unread));
+    }
+    return well ? done : failed;
+}
+
+} // namespace ctl

@@ -1,0 +1,98 @@
+// What the configuration says of an interface.
+
+#include "explain/explain.h"
+#include "libsys/ipv4.h"
+
+#include <cstdlib>
+
+namespace ctl {
+
+namespace {
+
+constexpr size_t longest_device = 15; // of the kernel
+constexpr size_t longest_dialled = 12;
+constexpr const char *mend = "mend the section in /etc/config, then /etc/init.d/ivarode restart";
+
+bool is_vlan(const char *text)
+{
+    const int number = atoi(text);
+    return (number >= 1 && number <= 4094) || number == no_vlan;
+}
+
+bool is_known_protocol(std::string_view text)
+{
+    return text.starts_with("dhcp") || text.starts_with("stati") || text.starts_with("pppoe");
+}
+
+bool is_address(const char *text)
+{
+    uint32_t address = 0;
+    return libsys::parse_ipv4(text, &address);
+}
+
+constexpr struct {
+    const char *option;
+    bool (*is_usable)(const char *);
+} options[] = {
+    {"vlanid1", is_vlan},
+    {"vlanid2", is_vlan},
+    {"proto", [](const char *text) { return is_known_protocol(text); }},
+    {"ipaddr", is_address},
+    {"netmask", is_address},
+};
+
+} // namespace
+
+finding look_section(const subject &about)
+{
+    const char *package = about.is_uplink() ? "wan_intf" : "lan_intf";
+    if (get(get(about.facts, "configuration"), package) == nullptr) {
+        return bad("correct the file that standard error names; without it the daemon ends at its start",
+                   "package %s cannot be read", package);
+    }
+    if (about.section() == nullptr) {
+        return good("%s is in no section: it was made over the bus, and is gone after a restart",
+                    about.name());
+    }
+    return good("section %s of package %s", about.name(), package);
+}
+
+finding look_options(const subject &about)
+{
+    json_object *section = about.section();
+    if (section == nullptr) {
+        return skipped();
+    }
+    const size_t longest = get_text(about.own, "proto") == "pppoe" ? longest_dialled : longest_device;
+    if (get_text(section, "name").size() > longest) {
+        return bad(mend, "the name %s has more than %zu characters: the kernel refuses its device",
+                   about.name(), longest);
+    }
+    const bool is_static = get_text(about.own, "proto") == "static";
+    for (const auto &[option, is_usable] : options) {
+        const char *text = shown(section, option, nullptr);
+        const bool is_read = is_static || option[0] == 'v' || option[0] == 'p';
+        if (text != nullptr && is_read && !(option[0] == 'p' && !about.is_uplink()) && !is_usable(text)) {
+            return bad(mend, "section %s: option %s is \"%.40s\", and the daemon's start ends there",
+                       about.name(), option, text);
+        }
+    }
+    return good("its options can be used");
+}
+
+finding look_number_of_board(const subject &about)
+{
+    if (get(about.facts, "board") == nullptr) {
+        return bad("correct /etc/board.json; standard error names the key", "the board file cannot be used");
+    }
+    if (about.port() < 0) {
+        return bad("take the section out, or name it after a LAN or WAN that the board has",
+                   "%s: the board has no %.3s %d%s", about.name(), about.name(),
+                   static_cast<int>(number_of(about.name())),
+                   about.section() != nullptr ? ", and the daemon's start ends there" : "");
+    }
+    return good("%.3s %d is port %d", about.name(), static_cast<int>(number_of(about.name())),
+                static_cast<int>(about.port()));
+}
+
+} // namespace ctl

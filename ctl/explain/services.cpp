@@ -1,0 +1,80 @@
+// Daemon, broker and sibling, and the kernel's switch for forwarding.
+
+#include "explain/explain.h"
+
+namespace ctl {
+
+namespace {
+
+json_object *health_of(const subject &about)
+{
+    return get(about.facts, "health");
+}
+
+} // namespace
+
+finding look_process(const subject &about)
+{
+    json_object *health = health_of(about);
+    if (get_text(health, "state") == "starting") {
+        return unsure("the daemon is starting: what is missing may still come");
+    }
+    if (get_flag(get(health, "daemon"), "running")) {
+        return good("the daemon runs, since %s s", shown(get(health, "daemon"), "uptime_s"));
+    }
+    const finding broken = broken_section(about.facts);
+    if (broken.is == verdict::bad) {
+        return with_remedy(bad("", "the daemon does not run: %s", broken.sentence), "%s", broken.remedy);
+    }
+    return bad("/etc/init.d/ivarode start; where it ends again, the last error line in the log says why",
+               "the daemon does not run");
+}
+
+finding look_forwarding(const subject &about)
+{
+    if (get(about.facts, "forwarding") == nullptr) {
+        return unsure("the kernel's switch for forwarding could not be read");
+    }
+    if (!get_flag(about.facts, "forwarding")) {
+        return bad("sysctl -w net.ipv4.ip_forward=1", "IPv4 forwarding is off");
+    }
+    return good("IPv4 forwarding is on");
+}
+
+finding look_broker(const subject &about)
+{
+    if (get_text(about.facts, "broker") == "answers") {
+        return good("the bus broker answers");
+    }
+    return bad("start ubusd, or end the one that hangs", "%s",
+               shown(about.facts, "broker", "the bus cannot be asked"));
+}
+
+finding look_sibling(const subject &about)
+{
+    const std::string_view state = get_text(about.facts, "sibling", "unknown");
+    if (state == "answers") {
+        return good("ombrine.run, which the daemon waits for at its start, answers");
+    }
+    if (state == "unknown") {
+        return unsure("ombrine.run could not be asked");
+    }
+    return bad("start the system daemon that offers it, or install ivarode-sibling",
+               "ombrine.run, which the daemon waits for at its start, %s",
+               state == "missing" ? "is not on the bus" : "does not answer");
+}
+
+finding look_answer(const subject &about)
+{
+    json_object *health = health_of(about);
+    const std::string_view state = get_text(health, "state");
+    if (state == "hung") {
+        return bad(
+            "/etc/init.d/ivarode restart; where the log is full of one line, see docs/behaviour.md, statist",
+            "the daemon hangs: %s", shown(health, "sentence"));
+    }
+    return state == "up" ? good("the daemon answers")
+                         : unsure("the daemon could not be asked: %s", shown(health, "sentence"));
+}
+
+} // namespace ctl
