@@ -21,10 +21,6 @@ READY = "ivarode init success"
 TALLY = pytest.StashKey[recorded.Tally]()
 
 
-def pytest_addoption(parser: pytest.Parser) -> None:
-    parser.addoption("--long", action="store_true", help="plant every fault, not a sample of them")
-
-
 def pytest_configure(config: pytest.Config) -> None:
     config.stash[TALLY] = recorded.Tally()
     Machine.recorded = config.getoption("recorded")
@@ -36,6 +32,7 @@ def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.C
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--long", action="store_true", help="plant every fault, not a sample of them")
     parser.addoption("--restarts", type=int, default=1,
                      help="how often the daemon is killed and started below traffic (default: %(default)s)")
 
