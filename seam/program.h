@@ -1,5 +1,5 @@
-// The code of the program that runs, as the loader has placed it: by it a call of the program's own is told
-// from one of its libraries.
+// The code of the program that runs, as the loader has placed it. A call from there is the program's, any
+// other one of its libraries'.
 #pragma once
 
 #include <cstdint>

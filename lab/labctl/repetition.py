@@ -1,13 +1,14 @@
 """A recording repeated on the virtual board: its board file and configuration, then its requests over the bus and its
 events with real frames. What the daemon answers now stands beside what it answered then.
 
-Before the start all cables are pulled, since the daemon takes each port for unplugged until it is told of a link; each
+Before the start all cables are pulled, since the daemon takes each port for unplugged until its link comes; each
 recorded link is then a cable that is plugged or pulled. An address that does not come by itself comes from the
 provider at the other end of its WAN, or is put on its interface.
 """
 
 from __future__ import annotations
 
+import ipaddress
 import json
 import pathlib
 import re
@@ -39,22 +40,35 @@ class Section(NamedTuple):
 
 
 def sections(text: str) -> list[Section]:
-    """The sections of a file of the configuration."""
+    """The sections of a file of the configuration; a line that is none of one is left out."""
     out: list[Section] = []
     for line in text.splitlines():
-        words = shlex.split(line, comments=True)
-        if words[:1] == ["config"]:
-            out.append(Section(words[1], "".join(words[2:3]), {}))
-        elif words[:1] == ["option"] and out:
-            out[-1].options[words[1]] = "".join(words[2:3])
+        try:
+            words = shlex.split(line, comments=True)
+        except ValueError:
+            continue
+        if len(words) in (2, 3) and words[0] == "config":
+            out.append(Section(words[1], "".join(words[2:]), {}))
+        elif len(words) == 3 and words[0] == "option" and out:
+            out[-1].options[words[1]] = words[2]
     return out
 
 
+def address_of(options: dict[str, str], name: str) -> str:
+    """The address that an option holds; empty for none."""
+    try:
+        return str(ipaddress.IPv4Address(options.get(name, "")))
+    except ValueError:
+        return ""
+
+
 class Answer(NamedTuple):
-    status: int
+    status: int                     # -1 for none
     reply: Any                      # None for none
 
     def __str__(self) -> str:
+        if self.status < 0:
+            return "no answer"
         return f"status {self.status}" + (f", {json.dumps(self.reply)}" if self.reply is not None else "")
 
 
@@ -79,7 +93,10 @@ class Event(NamedTuple):
     def answer(self) -> Answer:
         status = next((int(one.text.split()[1]) for one in self.behind if one.text.startswith("status ")), -1)
         replies = [found[1] for one in self.behind if (found := REPLY.match(one.text))]
-        return Answer(status, messages.data_of(replies[-1]) if replies else None)
+        try:
+            return Answer(status, messages.data_of(replies[-1]) if replies else None)
+        except messages.MessageError:
+            return Answer(status, replies[-1])
 
 
 def events(found: Sequence[Record]) -> Iterator[Event]:
@@ -119,9 +136,9 @@ class Kept:
         for number, host in ((1, "isp"), (2, "isp2")):
             if number in wans:
                 yield f"{host} wan{number}"
-                if gateway := self.wans[f"wan{number}"].get("gateway"):
+                if gateway := address_of(self.wans[f"wan{number}"], "gateway"):
                     yield f"    address add {gateway}/24 dev eth0"
-        own = {one.name: one.options["ipaddr"] for one in self.lans if "ipaddr" in one.options}
+        own = {one.name: address for one in self.lans if (address := address_of(one.options, "ipaddr"))}
         for number, port in board.lans.items():
             router = own.get(f"lan{number}", own.get("lan1"))
             if port not in wans.values() and router:
@@ -162,7 +179,7 @@ class Board:
         return Answer(said.status, json.loads(said.out) if said.out.strip() else None)
 
     def has_come(self, text: str, seconds: float) -> bool:
-        """Whether the daemon has been told of an event as often as it is to be."""
+        """Whether an event has come to the daemon as often as it is to come."""
         copy = self.lab.state / FOLDER / "now.rec"
         deadline = time.monotonic() + seconds * self.lab.pace
         while True:
@@ -232,6 +249,6 @@ def repeat(lab: client.Lab, kept: Kept, say: Callable[[str], None]) -> bool:
     if any(one.kind == "gap" for one in kept.records):
         say("what came then has been overwritten, and is not repeated")
     requests = differing.total()
-    verdict = f"{differing[True]} of {requests} answers differ" if differing[True] else f"the same {requests} answers"
+    verdict = f"{differing[True]} of {requests} answers differ" if differing[True] else f"the same, {requests} answers"
     say(f"{verdict}; {happened} links and addresses came" + (f", {missing} events did not" if missing else ""))
     return not differing[True]

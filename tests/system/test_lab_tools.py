@@ -10,7 +10,7 @@ from typing import Any
 
 import pytest
 
-from labctl import boards, bus, capture, commands, completion, frames, messages, topology
+from labctl import boards, bus, capture, commands, completion, frames, messages, repetition, topology
 
 
 def test_frames_survive_any_cut() -> None:
@@ -191,3 +191,11 @@ def test_words_are_completed(line: str, expected: str, tmp_path: pathlib.Path) -
     done = subprocess.run(["bash", "-uc", completion.script() + call + '; echo "${COMPREPLY[@]}"'], cwd=tmp_path,
                           capture_output=True, text=True, check=True)
     assert " ".join(sorted(done.stdout.split())) == expected and done.stderr == ""
+
+
+def test_a_kept_configuration_may_be_broken() -> None:
+    found = repetition.sections("config\nconfig interface 'lan1' # first\n\toption ipaddr \"192.168.1.1\"\n\toption\n"
+                                "\toption netmask '255\nconfig interface\n\toption ipaddr 'none'\n")
+    assert [(one.kind, one.name, one.options) for one in found] == [
+        ("interface", "lan1", {"ipaddr": "192.168.1.1"}), ("interface", "", {"ipaddr": "none"})]
+    assert [repetition.address_of(one.options, "ipaddr") for one in found] == ["192.168.1.1", ""]
