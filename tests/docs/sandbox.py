@@ -12,8 +12,6 @@ import shlex
 import subprocess
 from collections.abc import Iterable
 
-import pytest
-
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 IMAGE = ROOT / "image/files"
 
@@ -74,11 +72,11 @@ def missing() -> str | None:
     return None if done.returncode == 0 else "no private name spaces here: " + done.stderr.strip()
 
 
+def lacks_nat() -> bool:
+    """Whether there is no table for iptables in a private network."""
+    return missing() is not None or subprocess.run(["unshare", "--net", "iptables", "-t", "nat", "-S"],
+                                                   capture_output=True).returncode != 0
 
-needs_iptables = pytest.mark.skipif(
-    missing() is not None or subprocess.run(
-        ["unshare", "--net", "iptables", "-t", "nat", "-S"], capture_output=True).returncode != 0,
-    reason="iptables has no nat table here")
 
 def run(script: str, tmp_path: pathlib.Path, timeout: int = 60) -> str:
     """Output of a shell script inside; fails the test when the script fails."""

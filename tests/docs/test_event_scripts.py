@@ -11,6 +11,7 @@ from tests.docs import books, sandbox
 from tests.facts import daemon
 
 pytestmark = pytest.mark.skipif(sandbox.missing() is not None, reason=str(sandbox.missing()))
+NEEDS_IPTABLES = pytest.mark.skipif(sandbox.lacks_nat(), reason="iptables has no nat table here")
 
 # A WAN "wan1" with a DHCP server behind it: address 203.0.113.x, gateway and resolver .1
 WAN = """
@@ -292,7 +293,7 @@ def lay_chains() -> str:
 DUMP = "for t in filter nat mangle; do iptables -w -t $t -S; done\n"
 
 
-@sandbox.needs_iptables
+@NEEDS_IPTABLES
 def test_clean_up_leaves_nothing_of_the_daemon(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + "ip link del wan1; iptables -w -t nat -S >/dev/null; iptables -w -t mangle -S >/dev/null\n" + """
 ip link add lan1 type bridge; ip link add default_br0 type bridge; ip link set lan1 up
@@ -314,7 +315,7 @@ row wan1 dhcp
     assert not re.search(r"^wan1$", out, re.M)
 
 
-@sandbox.needs_iptables
+@NEEDS_IPTABLES
 def test_clean_up_keeps_a_chain_that_others_use_and_the_way_to_it(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + lay_chains() + "iptables -w -t nat -A pmap_rules_user -p tcp --dport 80 -j ACCEPT\n"
                       + "/lib/ivarode/cleanup.sh; /lib/ivarode/cleanup.sh\n" + DUMP, tmp_path)
@@ -324,7 +325,7 @@ def test_clean_up_keeps_a_chain_that_others_use_and_the_way_to_it(tmp_path: path
                     "-A pmap_rules_user -p tcp -m tcp --dport 80 -j ACCEPT"]
 
 
-@sandbox.needs_iptables
+@NEEDS_IPTABLES
 def test_clean_up_keeps_a_chain_that_others_call_and_their_accept_rules(tmp_path: pathlib.Path) -> None:
     out = sandbox.run(WAN + lay_chains() + """
 iptables -w -A theirs -j ipt_fwd_filter_mac
