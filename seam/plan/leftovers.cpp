@@ -103,10 +103,11 @@ private:
 
     void routes()
     {
-        for (const auto &[route, nothing] : system_.routes) {
+        for (const auto &one : system_.routes) {
+            const std::string &route = one.first;
             const auto wanted =
                 std::find_if(clean_.routes.begin(), clean_.routes.end(),
-                             [&](const auto &one) { return same_value("route ", one.first, route); });
+                             [&](const auto &other) { return same_value("route ", other.first, route); });
             const auto device = now_.route_devices.find(route);
             if (wanted == clean_.routes.end()) {
                 added("route " + route);

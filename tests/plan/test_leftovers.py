@@ -1,13 +1,12 @@
 """What --leftovers lists is what has to go: for random configurations, one behind another, a start over the first
 without its leftovers ends as a clean start of the second, also where reload or start were cut short and done once more.
 
-A longer run: PLAN_PAIRS=1000. On a real kernel the same is done on the virtual board (tests/system/test_reload.py).
+--long does a thousand. On a real kernel the same is done on the virtual board (tests/system/test_reload.py).
 """
 
 from __future__ import annotations
 
 import itertools
-import os
 import pathlib
 import random
 from collections.abc import Iterator
@@ -16,7 +15,6 @@ import pytest
 
 from tests.plan import pairs, planning
 
-PAIRS = int(os.environ.get("PLAN_PAIRS", "40"))
 # Of a router that runs: what is asked of it over the bus.
 REQUESTS = (
     planning.call("port_add", name="lan2"), planning.call("port_add", name="wan1"),
@@ -77,9 +75,10 @@ def clean(board: pathlib.Path, config: pathlib.Path) -> planning.Plan:
     return told
 
 
-def test_a_start_without_leftovers_ends_as_a_clean_one(tmp_path: pathlib.Path) -> None:
+def test_a_start_without_leftovers_ends_as_a_clean_one(tmp_path: pathlib.Path, pytestconfig: pytest.Config) -> None:
+    count = 1000 if pytestconfig.getoption("long") else 40
     kinds: set[tuple[str, str]] = set()
-    for seed, board, first, second in itertools.islice(samples(tmp_path), PAIRS):
+    for seed, board, first, second in itertools.islice(samples(tmp_path), count):
         dice = random.Random(seed)
         steps = [word for step in dice.sample(REQUESTS, dice.randint(0, 6)) for word in step]
         before = planning.plan("--board", board, "--config", first, *steps)
