@@ -6,6 +6,7 @@ Ends with a line of its counts.
 import argparse
 import io
 import re
+import subprocess
 import sys
 
 from tests.runners import BUILD, BUILD_SANITIZED, JOBS, Counts, build, counting_runner, ctest, pytest
@@ -65,6 +66,13 @@ def sanitized(long: bool) -> Counts:
     return counts
 
 
+def system(long: bool) -> Counts:
+    """A long run records every board, restarts ten times below traffic, and upgrades from the last release."""
+    release = subprocess.run(["git", "describe", "--tags", "--abbrev=0"], capture_output=True, text=True).stdout.strip()
+    longer = ["--recorded", "--long", "--restarts", "10", *(["--older", release] if release else [])]
+    return pytest("tests/system", *(longer if long else []))
+
+
 def mutation(long: bool) -> Counts:
     """The tool itself, then a fixed sample of the mutants, or all of them."""
     counts = pytest("tests/mutation")
@@ -100,8 +108,7 @@ KINDS = {
                 lambda long: pytest("tests/hostile")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package", *(["--long"] if long else []))),
-    "system": ("the whole router on the virtual board, with real frames",
-               lambda long: pytest("tests/system", *(["--recorded", "--long", "--restarts", "10"] if long else []))),
+    "system": ("the whole router on the virtual board, with real frames", system),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
               lambda long: pytest("tests/chaos", *(["--rounds", "200", "--recorded"] if long else []))),
 }

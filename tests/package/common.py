@@ -55,3 +55,11 @@ def resolved(path: pathlib.Path) -> dict[str, str]:
     found = dict(re.findall(r"^\s*(\S+) => (.*?)(?: \(0x[0-9a-f]+\))?$", run("ldd", path), re.M))
     assert not [name for name, where in found.items() if where == "not found"], (path, found)
     return found
+
+
+def library_script() -> str:
+    """What runs when the platform library has been installed, as the feed has it."""
+    text = (FEED / "ivarode/Makefile").read_text()
+    found = re.search(r"^define Package/libsys/postinst\n(.*?)^endef$", text, re.M | re.S)
+    assert found
+    return found[1].replace("$$", "$")

@@ -92,6 +92,12 @@ def test_modes_and_owners(laid: common.Packages) -> None:
                 assert mode == (common.IMAGE / name).stat().st_mode & 0o7777 and not mode & 0o022, name
 
 
+def test_a_new_library_starts_the_daemon_again(laid: common.Packages) -> None:
+    """Only that package needs a script: the system's own stop and start the service of an upgraded one."""
+    assert [name for name, folder in laid.items() if (folder / "postinst").exists()] == ["libsys"]
+    assert (laid["libsys"] / "postinst").read_text() == common.library_script()
+
+
 def test_conffiles_are_the_configuration(laid: common.Packages) -> None:
     wanted = ["/" + name for name in common.files(common.IMAGE) if name.startswith("etc/config/")]
     assert sorted((laid["ivarode"] / "conffiles").read_text().split()) == wanted

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import re
 
 import pytest
 
@@ -95,6 +96,45 @@ cat /root/calls; echo ==; ip -4 rule; ip -br link; ls /run/ivarode/wan
     # clients of a daemon that was killed, after the daemon itself
     assert '-t 5 -S call service delete {"name":"dhcp","instance":"wan1"}' in requests[2:]
     assert "lan1" not in left and "10000" not in left and "wan1" not in left
+
+
+# Something in the daemon's place, and things that it has laid.
+RUNNING = """
+cp -a /usr/sbin /tmp/sbin; cp /bin/sleep /tmp/sbin/ivarode; mount --bind /tmp/sbin /usr/sbin
+stand_in() { /usr/sbin/ivarode 1000 & pid=$!; until readlink /proc/$pid/exe | grep -q ivarode; do sleep 0.1; done; }
+stand_in
+ip link add lan1 type bridge; ip rule add pref 10000 lookup 10000
+"""
+
+
+def test_an_upgrade_takes_nothing_away(tmp_path: pathlib.Path) -> None:
+    out = run(RUNNING + """
+export PKG_UPGRADE=1
+$init stop; echo "stop $?"; wait $pid || echo "ended by $?"
+stand_in
+rm /usr/sbin/ivarode
+$init start; wait $pid || echo "ended by $?"
+cat /root/calls; echo ==; ip -4 rule; ip -br link
+""", tmp_path)
+    said, left = out.split("==\n")
+    assert re.findall(r"^(?:stop|ended by) \d+$", said, re.M) == ["stop 0", "ended by 137", "ended by 137"]
+    # neither ended nor cleaned up after; the supervisor is handed the service once
+    assert [request.split("{")[0] for request in calls(said, "ubus") if "list" not in request] == ["call service set "]
+    assert "lan1" in left and "10000:" in left
+
+
+@pytest.mark.parametrize("environment, running, started", [
+    ("PKG_UPGRADE=1", True, True), ("PKG_UPGRADE=1", False, False), ("PKG_UPGRADE=", True, False),
+    ("PKG_UPGRADE=1 IPKG_INSTROOT=/image", True, False)])
+def test_a_new_library(tmp_path: pathlib.Path, environment: str, running: bool, started: bool) -> None:
+    listed = '{ "ivarode": { "instances": { "instance1": { "running": true } } } }' if running else "{ }"
+    stub = f"""#!/bin/sh
+echo "ubus $*" >>/root/calls
+case "$*" in *list*) echo '{listed}' ;; esac
+"""
+    out = run(f"cat >/stub/ubus <<'END'\n{stub}END\ncat >/tmp/postinst <<'END'\n{common.library_script()}END\n"
+              f"{environment} sh /tmp/postinst; echo status $?; cat /root/calls", tmp_path)
+    assert "status 0" in out and any(line.startswith("call service set ") for line in calls(out, "ubus")) == started
 
 
 def test_stop_twice_and_without_a_start(tmp_path: pathlib.Path) -> None:

@@ -34,6 +34,13 @@ wait_while() {
     done
 }
 
+# Ends it as a crash does: its own way to end would take its clients with it.
+daemon_kill() {
+    # shellcheck disable=SC2046  # a list of numbers
+    ! daemon_runs || kill -9 $(daemon_pids)
+    wait_while daemon_runs
+}
+
 # TABLE PARENT CHAIN, leaves before what leads to them.
 chains() {
     cat <<'CHAINS'
