@@ -1,0 +1,1 @@
+"""The page of a router, served for the virtual board."""
