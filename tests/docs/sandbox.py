@@ -28,7 +28,7 @@ ln -s usr/bin "$root"/bin
 for name in /usr/lib/*; do [ "${name##*/}" = ivarode ] || ln -s "$name" "$root/lib/${name##*/}"; done
 for name in /usr/lib64 /usr/lib32; do [ ! -e "$name" ] || ln -s "$name" "$root/${name##*/}"; done
 for name in /usr/sbin/*; do [ "${name##*/}" = udhcpc ] || ln -s "$name" "$root/sbin/${name##*/}"; done
-for name in bin sbin lib lib64 lib32 libexec; do
+for name in bin sbin lib lib64 lib32; do
     [ ! -d "/usr/$name" ] || { mkdir "$root/usr/$name"; mount --bind -o ro "/usr/$name" "$root/usr/$name"; }
 done
 for name in passwd group alternatives protocols services ethertypes ld.so.cache; do
