@@ -109,6 +109,8 @@ KINDS = {
     "package": ("what is installed and packaged, and that it builds on the headers of many years",
                 lambda long: pytest("tests/package", *(["--long"] if long else []))),
     "system": ("the whole router on the virtual board, with real frames", system),
+    "web": ("the page in a browser, the web server and the plug-in below it, against the virtual board",
+            lambda long: pytest("tests/web")),
     "chaos": ("the router under kills, flaps and requests in flight: each start finds its way back",
               lambda long: pytest("tests/chaos", *(["--rounds", "200", "--recorded"] if long else []))),
 }

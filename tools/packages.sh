@@ -15,6 +15,8 @@ CROSS_PACKAGES="g++-mipsel-linux-gnu"
 MIPS_PACKAGES="$CROSS_PACKAGES g++-mips-linux-gnu qemu-user"
 # For analysis, counting instructions and checking packages, which are skipped without them. Continuous integration installs these, too.
 ANALYSIS_PACKAGES="clang-tidy cppcheck valgrind mypy flake8 groff lintian"
+# For the tests of the page in a browser, which are skipped without them. Continuous integration installs these, too.
+WEB_PACKAGES="chromium chromium-driver"
 
 # need_packages NAME...: installs those that are missing, and says so.
 need_packages() {

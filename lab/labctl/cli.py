@@ -14,6 +14,7 @@ from collections.abc import Sequence
 from . import (boards, bus, capture, carrier, client, completion, machine, progress, recordings, repetition,
                scenarios, topology, view)
 from .commands import parse
+from .web import pages
 
 
 def relay(lab: client.Lab, host: str, words: Sequence[str]) -> int:
@@ -183,6 +184,8 @@ def dispatch(args: argparse.Namespace) -> int:
         path = "/var/log/daemon.log" if args.stderr else "/var/log/messages"
         lines = "+1" if args.lines is None else str(args.lines)
         return simple(lab, "tail", "-n", lines, *(["-F"] if args.follow else []), path)
+    if command == "web":
+        return pages.serve(lab, args.port)
     if command == "capture":
         return capture.run(lab, args.port, args.count, args.write)
     if command == "kill":

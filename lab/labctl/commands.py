@@ -118,6 +118,8 @@ def parser() -> argparse.ArgumentParser:
     complete = add("completion", "print what completes these words in bash")
     complete.add_argument("program", nargs="?", default="lab/lab", metavar="NAME",
                           help="as which the program is called (default: %(default)s)")
+    page = add("web", "serve the board's page on this machine, until Ctrl-C")
+    page.add_argument("--port", type=int, default=0, metavar="N", help="port to serve it on (default: a free one)")
     kill = add("kill", "send a signal to one of the board's own programs")
     kill.add_argument("-s", "--signal", type=int, default=15, metavar="N",
                       help="number of the signal, default 15; also -9 and the like")

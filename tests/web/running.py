@@ -1,0 +1,19 @@
+"""A web server of the page beside the test."""
+
+from __future__ import annotations
+
+import contextlib
+import threading
+from collections.abc import Iterator
+
+from labctl.web.server import Server
+
+
+@contextlib.contextmanager
+def serving(server: Server) -> Iterator[Server]:
+    thread = threading.Thread(target=server.serve_forever, args=[0.02])
+    with server:
+        thread.start()
+        yield server
+        server.shutdown()
+        thread.join()
