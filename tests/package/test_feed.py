@@ -41,8 +41,9 @@ def data(folder: pathlib.Path) -> list[str]:
     return common.files(folder / "data")
 
 
-def test_six_packages(laid: common.Packages) -> None:
-    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-record", "ivarode-sibling", "ivarode-man"}
+def test_the_packages(laid: common.Packages) -> None:
+    assert set(laid) == {"ivarode", "libsys", "ivarode-plan", "ivarode-record", "ivarode-sibling", "ivarode-man",
+                         "ivarode-www"}
     for folder in laid.values():
         assert re.fullmatch(r"\d+\.\d+\.\d+-r\d+", control(folder)["VERSION"])
 
@@ -67,6 +68,7 @@ def test_everything_of_the_image_is_in_a_package(laid: common.Packages) -> None:
     assert data(laid["ivarode-sibling"]) == ["usr/libexec/rpcd/ombrine.run"]
     pages = ["man5/ivarode.5", "man8/ivarode-plan.8", "man8/ivarode.8", "man8/ivarodectl.8"]
     assert data(laid["ivarode-man"]) == ["usr/share/man/" + page for page in pages]
+    assert data(laid["ivarode-www"]) == [f"www/{name}" for name in common.files(common.ROOT / "image/www")]
 
 
 def test_no_stand_in_gets_into_an_image(laid: common.Packages) -> None:
@@ -86,7 +88,7 @@ def test_modes_and_owners(laid: common.Packages) -> None:
                 assert mode == 0o755, name
             elif name.startswith("etc/config/"):
                 assert mode == 0o600, name       # a PPPoE password may be in it
-            elif name.startswith("usr/share/man/"):
+            elif name.startswith(("usr/share/man/", "www/")):
                 assert mode == 0o644, name
             else:
                 assert mode == (common.IMAGE / name).stat().st_mode & 0o7777 and not mode & 0o022, name
@@ -141,6 +143,7 @@ def test_dependencies_cover_every_command(laid: common.Packages) -> None:
     # loaded at run time only
     assert "libsqlite3" in depends(laid["libsys"])
     assert depends(laid["ivarode-sibling"]) == {"rpcd"}
+    assert depends(laid["ivarode-www"]) == {"ivarode", "rpcd", "uhttpd", "uhttpd-mod-ubus"}
 
 
 def test_who_would_fight_over_chains_is_a_conflict(laid: common.Packages) -> None:

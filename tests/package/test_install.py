@@ -54,7 +54,7 @@ def test_the_image_is_laid_as_it_is(root: pathlib.Path) -> None:
 
 
 def test_the_lab_is_laid_as_in_the_tree(root: pathlib.Path) -> None:
-    for folder in ("image/files", "lab/boards", "lab/configs", "lab/vm", "lab/labctl"):
+    for folder in ("image/files", "image/www", "lab/boards", "lab/configs", "lab/vm", "lab/labctl"):
         wanted = [name for name in common.files(common.ROOT / folder) if "__pycache__" not in name]
         assert wanted and common.files(root / "usr/share/ivarode" / folder) == wanted
 
