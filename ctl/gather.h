@@ -6,11 +6,15 @@
 
 namespace ctl {
 
+int gather_apply(const words &given, json_object *facts);
 int gather_check(const words &given, json_object *facts);
+int gather_confirm(const words &given, json_object *facts);
 int gather_debug(const words &given, json_object *facts);
 int gather_explain(const words &given, json_object *facts);
+int gather_guard(const words &given, json_object *facts);
 int gather_health(const words &given, json_object *facts);
 int gather_metrics(const words &given, json_object *facts);
+int gather_rollback(const words &given, json_object *facts);
 int gather_status(const words &given, json_object *facts);
 int gather_switch(const words &given, json_object *facts);
 int gather_version(const words &given, json_object *facts);
