@@ -41,6 +41,7 @@ TRIED: dict[str, list[tuple[str, str]]] = {
     "completion": [("completion", r"complete -F _ivarode_lab lab/lab\n\Z")],
     "record": [],   # these two in test_field_book and in test_recording of the system
     "replay": [],
+    "web": [],      # in tests/web
     "down": [],     # the last test
 }
 
