@@ -3,7 +3,11 @@
 from __future__ import annotations
 
 import re
+import signal
+import subprocess
+import urllib.request
 
+from labctl import paths
 from tests.system import bus
 from tests.system.held_lab import Lab
 from tests.web.browser import Browser
@@ -33,6 +37,18 @@ def agrees(page: Browser, board: Lab) -> bool:
 def link(port: int, up: bool) -> str:
     label = f"document.querySelector('#port-{port}').getAttribute('aria-label')"
     return f"{label}.includes('no link') === {'false' if up else 'true'}"
+
+
+def test_the_command_serves_until_it_is_ended(board: Lab) -> None:
+    words = [str(paths.LAB / "lab"), "--name", board.name, "web"]
+    with subprocess.Popen(words, stdout=subprocess.PIPE, text=True) as command:
+        assert command.stdout is not None
+        address = command.stdout.readline().split()[-1]
+        assert re.fullmatch(r"http://127\.0\.0\.1:\d+/ivarode/#[0-9a-f]{32}", address)
+        with urllib.request.urlopen(address, timeout=LATE) as answer:
+            assert b"app.js" in answer.read()
+        command.send_signal(signal.SIGINT)
+        assert command.wait(LATE) == 130
 
 
 def test_a_cable_pulled_on_the_board_is_seen(page: Browser, board: Lab) -> None:

@@ -90,6 +90,13 @@ def test_tables(shown: Shown) -> None:
     assert texts(page, "#panel tbody th") == ["alice"]
 
 
+def test_what_is_wrong_is_said(shown: Shown) -> None:
+    problem = {"subject": "wan1", "check": "cable", "sentence": "no link", "remedy": "plug it"}
+    shown.router.status["problems"] = [problem]
+    page = shown.open()
+    assert texts(page, "#about .warn") == ["wan1: no link plug it"]
+
+
 def test_messages_of_the_log_are_explained(shown: Shown) -> None:
     shown.router.answers["ivarode.view", "log"] = Answer(0, {"lines": ["1 err ivarode[3]: lan 9 get hw port error\\n"]})
     shown.router.answers["ivarode.view", "messages"] = Answer(0, {"messages": [

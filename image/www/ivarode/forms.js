@@ -54,7 +54,7 @@ const INTF = "ivarode.intf";
 const list = (key) => (v) => ({ ...v, [key]: [v[key]] });
 
 // Each: title, object, method, fields; "args" makes the message of the values.
-export const FORMS = {
+const FORMS = {
   own: { title: "A LAN of its own", object: INTF, method: "port_add" },
   back: { title: "Take the port back", object: INTF, method: "port_del" },
   add: { title: "Add an interface", object: INTF, method: "add", fields: INTERFACE },

@@ -10,7 +10,7 @@ export const setToken = (value) => { token = value || nobody; };
 export const hasToken = () => token !== nobody;
 
 // What kept a request from the bus: "away" (no web server, or no bus behind it), "slow", "denied", "missing".
-export class Trouble extends Error {
+class Trouble extends Error {
   constructor(kind, text) {
     super(text || kind);
     this.kind = kind;

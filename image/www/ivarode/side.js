@@ -26,7 +26,7 @@ function interfaceActions(one, open) {
 }
 
 // The chain from configuration to frames, as ivarodectl tells it.
-export function reasons({ first_cause: cause, checks = [] }) {
+function reasons({ first_cause: cause, checks = [] }) {
   const mark = { ok: "\u2713", failed: "\u2717", unknown: "?" };
   return [cause && h("p", { class: "warn" }, h("strong", null, cause.sentence), " ", cause.remedy),
     h("ul", { class: "chain" }, checks.map((one) => h("li", { class: one.verdict },
@@ -53,7 +53,8 @@ async function explain(name, now) {
 export function details(place, model, chosen, open) {
   if (!chosen) {
     asked = undefined;
-    show(place, h("h2", { id: "side-head" }, t("explain")), h("p", { class: "aside" }, t("noSide")));
+    show(place, h("h2", { id: "side-head" }, t("explain")), h("p", { class: "aside" }, t("noSide")),
+      model.problems.map((one) => h("p", { class: "warn" }, h("strong", null, `${one.subject}: ${one.sentence}`), " ", one.remedy)));
     return;
   }
   const isPort = chosen.id.startsWith("p");

@@ -38,7 +38,7 @@ const TEXTS = {
   off: "Switch off", remove: "Delete", shared: "shared",
   overBus: "(made over the bus)", addRoute: "Add a route", addUser: "Add a PPP user", noAddress: "no address",
   missingDevice: "no device", preference: "Preference", table: "Table", own: "own LAN", back: "back to LAN 1",
-  problems: "Problems", change: "Change",
+  change: "Change",
   firstOnVlan: "First interface of its port, and on a VLAN: it can then not be removed whole before a restart. Give the port one without VLAN first.",
   twelfth: "All eleven VLANs are taken: it is refused, and its record stays until a restart.",
   priority: "Outside 10002 to 32765: answered with 0, but there is no default route.",

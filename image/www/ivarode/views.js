@@ -63,7 +63,7 @@ async function explanations() {
     .sort((one, other) => other.length - one.length);
 }
 
-export const adviceOf = (line) => known?.find((one) => one.pattern.test(line))?.advice;
+const adviceOf = (line) => known?.find((one) => one.pattern.test(line))?.advice;
 
 function log({ log: found }) {
   const lines = texts(found.lines).reverse();
