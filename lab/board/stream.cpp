@@ -52,7 +52,7 @@ public:
         const sockaddr_in address = address_of(plan);
         if (connect(fd_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) < 0 &&
             errno != EINPROGRESS) {
-            check(-1, plan.address.c_str());
+            check(-1, plan.address);
         }
     }
     virtual ~Wire() = default;
@@ -132,7 +132,7 @@ public:
     }
 
     // What is lost is sent once more, after pauses that double.
-    std::chrono::seconds last_wait() const override { return std::chrono::seconds(30); }
+    std::chrono::seconds last_wait() const override { return std::chrono::seconds(120); }
 
     bool send(uint32_t number) override
     {

@@ -87,7 +87,7 @@ class Traffic:
         try:
             for name, command in self.running.items():
                 command.kill(15)
-                ended = command.collect(time.monotonic() + 60 * lab.pace)
+                ended = command.collect(time.monotonic() + 180 * lab.pace)
                 found = re.search(r"^(\d+) sent, (\d+) lost, longest silence ([\d.]+) ms$", ended.out, re.M)
                 assert found, ended
                 self.figures[name] = Figures(int(found[1]), int(found[2]), float(found[3]))
