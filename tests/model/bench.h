@@ -4,6 +4,7 @@
 
 #include "daemon.h"
 #include "forwarder.h"
+#include "isolation.h"
 #include "message.h"
 #include "oracle.h"
 #include "process.h"
@@ -51,6 +52,7 @@ protected:
     seam::System &below = seam::world.system; // the daemon
     // How often each kind of step had each status.
     std::map<std::string, std::map<int, unsigned>> tally;
+    Isolation isolation;
 
 private:
     int agree(const std::string &step, int daemon, int expected);
@@ -60,6 +62,8 @@ private:
 
     std::vector<uint32_t> block_ = std::vector<uint32_t>(lab::switch_block_size / 4);
     std::unique_ptr<lab::Forwarder> forwarder_;
+    std::set<unsigned> lan_ports_; // that may be LANs'
+    Isolation::Opening opening_;   // of the next step
 };
 
 } // namespace model

@@ -67,6 +67,12 @@ TEST_F(Random, DaemonAndOracleStayAlike)
         EXPECT_GT(statuses.contains(0) ? statuses.at(0) : 0, all / 20) << step;
         EXPECT_GE(statuses.size(), 2U) << step;
     }
+    // So would registers that are never written, and starts that join nothing.
+    EXPECT_GT(isolation.writes(), seeds * steps / 4);
+    EXPECT_GT(isolation.among_lans(), seeds);
+    RecordProperty("writes", static_cast<int>(isolation.writes()));
+    RecordProperty("among_lans", static_cast<int>(isolation.among_lans()));
+    RecordProperty("by_clearing", static_cast<int>(isolation.by_clearing()));
     RecordProperty("steps", static_cast<int>(seeds * steps));
 }
 

@@ -1,5 +1,7 @@
 #include "switch.h"
 
+#include <algorithm>
+
 namespace model {
 
 namespace {
@@ -70,6 +72,26 @@ std::optional<unsigned> Switch::entry_of(unsigned port, unsigned tag) const
         }
     }
     return std::nullopt;
+}
+
+PortPairs Switch::joined() const
+{
+    std::set<unsigned> tags{0};
+    for (const Vlan &vlan : table) {
+        tags.insert(vlan.vid);
+    }
+    PortPairs out;
+    for (unsigned port = 0; port < front_ports; port++) {
+        for (const unsigned tag : tags) {
+            const auto entry = entry_of(port, tag);
+            for (const unsigned other : entry ? table[*entry].members : std::set<unsigned>{}) {
+                if (other < front_ports && other != port) {
+                    out.insert({std::min(port, other), std::max(port, other)});
+                }
+            }
+        }
+    }
+    return out;
 }
 
 std::string Switch::picture() const

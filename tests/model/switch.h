@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 namespace model {
 
@@ -26,6 +27,9 @@ struct Vlan {
     bool operator==(const Vlan &) const = default;
 };
 
+using PortPair = std::pair<unsigned, unsigned>; // the lower number first
+using PortPairs = std::set<PortPair>;
+
 struct Switch {
     std::array<Vlan, table_size> table;
     std::array<unsigned, front_ports> pvid{};
@@ -41,6 +45,8 @@ struct Switch {
     // The VLAN that a frame belongs to that comes in on a port with this tag (0: none), if the port takes
     // part.
     std::optional<unsigned> entry_of(unsigned port, unsigned tag) const;
+    // Front ports of which a frame of one comes out of the other, with any tag or none.
+    PortPairs joined() const;
     std::string picture() const;
 };
 
