@@ -4,8 +4,7 @@
 //
 // The same holds of the status of each step, and of the ports that reach each other at the end.
 
-#include "config_files.h"
-#include "generator.h"
+#include "case.h"
 #include "plan/json.h"
 #include "plan/operation.h"
 #include "text.h"
@@ -13,10 +12,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,52 +21,6 @@ namespace model {
 namespace {
 
 using seam::plan::Json;
-
-constexpr unsigned steps = 12;
-
-std::string object_of(const Fields &fields)
-{
-    std::string out;
-    for (const auto &[name, value] : fields) {
-        const std::string quote = name.starts_with("vlanid") ? "" : "\"";
-        out += (out.empty() ? "\"" : ",\"") + name + "\":" + quote + value + quote;
-    }
-    return "{" + out + "}";
-}
-
-std::string list_of(const std::vector<std::string> &names)
-{
-    std::string out;
-    for (const std::string &name : names) {
-        out += (out.empty() ? "\"" : ",\"") + name + "\"";
-    }
-    return "[" + out + "]";
-}
-
-// As two words of the command line.
-std::vector<std::string> words_of(const Action &action)
-{
-    const auto call = [](const std::string &method, const std::string &message) {
-        return std::vector<std::string>{"--call", "ivarode.intf " + method + " " + message};
-    };
-    switch (action.kind) {
-    case Action::Kind::add:
-        return call("add", object_of(action.fields));
-    case Action::Kind::config:
-        return call("config", object_of(action.fields));
-    case Action::Kind::del:
-        return call("del", "{\"intf\":" + list_of(action.names) + "}");
-    case Action::Kind::enable:
-        return call("enable",
-                    "{\"intf\":" + list_of(action.names) + ",\"enable\":" + (action.on ? "1" : "0") + "}");
-    case Action::Kind::port_add:
-        return call("port_add", object_of({{"name", action.names.front()}}));
-    case Action::Kind::port_del:
-        return call("port_del", object_of({{"name", action.names.front()}}));
-    default:
-        return {"--link", std::to_string(action.port) + (action.on ? "=up" : "=down")};
-    }
-}
 
 json_object *member(json_object *table, const char *name)
 {
@@ -92,7 +43,6 @@ protected:
     {
         char name[] = "/tmp/plans.XXXXXX";
         folder_ = mkdtemp(name);
-        mkdir((folder_ + "/config").c_str(), 0755);
     }
     ~Plans() override
     {
@@ -105,46 +55,21 @@ protected:
 
     void check(unsigned seed)
     {
-        Generator generator{seed};
-        const BoardPlan &board = board_of(seed);
-        Oracle oracle{board};
-        oracle.kernel.devices["eth1"].kind = "port";
-        oracle.kernel.longest_name = 15;
-        const std::vector<Section> lans = for_a_file(generator.any_sections("lan"));
-        const std::vector<Section> wans = for_a_file(generator.any_sections("wan"));
-        write("/board.json", board_file(board));
-        write("/config/lan_intf", config_file(lans));
-        write("/config/wan_intf", config_file(wans));
-
+        const Case one{seed};
+        ASSERT_TRUE(one.write(folder_));
+        starts_[one.started]++;
+        for (const int status : one.statuses) {
+            answers_[status == 0]++;
+        }
         std::vector<std::string> words{PLAN_PROGRAM, "--json",           "--board", folder_ + "/board.json",
                                        "--config",   folder_ + "/config"};
-        std::vector<int> statuses;
-        const bool started = oracle.start(lans, wans) == 0;
-        starts_[started]++;
-        while (statuses.size() < steps) {
-            const Action action = generator.next(oracle);
-            if (action.kind == Action::Kind::restart || action.port >= front_ports) {
-                continue;
-            }
-            const std::vector<std::string> more = words_of(action);
-            words.insert(words.end(), more.begin(), more.end());
-            if (started) {
-                statuses.push_back(action.kind == Action::Kind::link
-                                       ? oracle.link_event(action.port, action.on)
-                                       : request(oracle, action));
-                answers_[statuses.back() == 0]++;
-            } else if (words.size() > 2 * steps) {
-                break;
-            }
-        }
-        compare(run(words), oracle, started, statuses);
+        words.insert(words.end(), one.words.begin(), one.words.end());
+        compare(run(words), one);
     }
 
     std::map<bool, unsigned> starts_, answers_; // by success
 
 private:
-    void write(const std::string &file, const std::string &text) { std::ofstream{folder_ + file} << text; }
-
     Json run(std::vector<std::string> &words)
     {
         std::vector<char *> arguments;
@@ -168,11 +93,12 @@ private:
         return told;
     }
 
-    static void compare(const Json &told, const Oracle &oracle, bool started,
-                        const std::vector<int> &statuses)
+    static void compare(const Json &told, const Case &one)
     {
+        const Oracle &oracle = one.oracle;
+        const std::vector<int> &statuses = one.statuses;
         const std::string ending = json_object_get_string(member(told.get(), "ending"));
-        EXPECT_EQ(ending, started ? "" : "the daemon ended with status -3");
+        EXPECT_EQ(ending, one.started ? "" : "the daemon ended with status -3");
         json_object *phases = member(told.get(), "phases");
         ASSERT_EQ(length(phases), statuses.size() + 1);
         for (size_t i = 0; i < statuses.size(); ++i) {
@@ -183,7 +109,7 @@ private:
         json_object *end = member(told.get(), "end");
         EXPECT_EQ(system_in(member(end, "facts")), system_of(oracle));
         EXPECT_EQ(switch_in(end, oracle.sw.port_vlans_untagged), oracle.sw.picture());
-        EXPECT_EQ(joined_in(element(phases, length(phases) - 1)), joined_of(oracle.sw));
+        EXPECT_EQ(joined_in(element(phases, length(phases) - 1)), oracle.sw.joined());
     }
 
     // What the oracle knows of: not the firewall, nor the route table's rule, nor registers.
@@ -229,9 +155,9 @@ private:
         return seen.picture();
     }
 
-    static std::set<std::pair<unsigned, unsigned>> joined_in(json_object *phase)
+    static PortPairs joined_in(json_object *phase)
     {
-        std::set<std::pair<unsigned, unsigned>> out;
+        PortPairs out;
         json_object *reach = member(phase, "reach");
         json_object *pairs = member(element(reach, length(reach) - 1), "joined");
         for (size_t i = 0; i < length(pairs); ++i) {
@@ -241,22 +167,6 @@ private:
         }
         return out;
     }
-    static std::set<std::pair<unsigned, unsigned>> joined_of(const Switch &sw)
-    {
-        std::set<std::pair<unsigned, unsigned>> out;
-        for (unsigned port = 0; port < front_ports; ++port) {
-            for (unsigned tag = 0; tag < 4096; ++tag) {
-                const auto entry = sw.entry_of(port, tag);
-                for (const unsigned other : entry ? sw.table[*entry].members : std::set<unsigned>{}) {
-                    if (other < front_ports && other != port) {
-                        out.insert({std::min(port, other), std::max(port, other)});
-                    }
-                }
-            }
-        }
-        return out;
-    }
-
     std::string folder_;
 };
 
