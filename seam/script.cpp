@@ -193,6 +193,7 @@ constexpr Command commands[] = {
     {"debug", [](const Line &line) { debug_words()[0] = line.number(1); }},
     {"fact", state_known_fact},
     {"longest-name", [](const Line &line) { world.system.longest_name = line.number(1); }},
+    {"check-gateways", [](const Line & /*line*/) { world.system.checks_gateways = true; }},
     {"load", [](const Line &line) { load(line[1]); }},
     {"save", [](const Line &line) { save_to(line[1]); }},
     // How it is recorded, and what is to happen.

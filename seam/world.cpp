@@ -128,6 +128,7 @@ void System::remove(const std::string &name)
         }
     }
     devices.erase(name);
+    lose_routes(name);
     for (const std::string &other : above) {
         remove(other);
     }
@@ -159,6 +160,15 @@ int System::mac_get(const std::string &name, uint8_t *mac)
 {
     return change(name, {"mac?", name}, [&](const Device &device) {
         return mac_of(device.mac.empty() ? own_mac : device.mac, mac);
+    });
+}
+
+int System::down(const std::string &name)
+{
+    return change(name, {"down", name}, [&](Device &device) {
+        device.up = false;
+        lose_routes(name);
+        return true;
     });
 }
 
@@ -207,6 +217,9 @@ int System::address_set(const std::string &name, const std::string &address)
             device.mask.clear();
         }
         device.address = wanted;
+        if (wanted.empty()) {
+            lose_routes(name);
+        }
         return true;
     });
 }
@@ -224,7 +237,8 @@ int System::gateway_add(int table, const std::string &gateway, const std::string
 {
     const Words words{"gateway", name, std::to_string(table), gateway, std::to_string(table_again)};
     return change(name, words, [&](const Device & /*there*/) {
-        return wan_table(table) && (gateways.insert_or_assign({table, name}, gateway), true);
+        return wan_table(table) && reaches(gateway, name) &&
+               (gateways.insert_or_assign({table, name}, gateway), true);
     });
 }
 
@@ -238,6 +252,18 @@ int System::policy_add(const std::string &name, int number)
 {
     return ask({"policy", name, std::to_string(number)}, [&] {
         return wan_table(number) && (policies.try_emplace({number, name}), true);
+    });
+}
+
+int System::policy_del(const std::string &name, int number)
+{
+    return always({"policy-delete", name, std::to_string(number)}, [&] {
+        const bool used = std::any_of(gateways.begin(), gateways.end(), [&](const auto &entry) {
+            return entry.first.first == number && entry.first.second != name;
+        });
+        std::erase_if(policies, [&](const auto &entry) {
+            return entry.first.first == number && (!used || entry.first.second == name);
+        });
     });
 }
 
@@ -314,6 +340,7 @@ int System::client_start(const std::string &service, const std::string &instance
             return false;
         }
         clients[{service, instance}] = line;
+        started_clients_.insert({service, instance});
         if (const std::string file = pid_file_of(line); !file.empty()) {
             pids.try_emplace(file, first_pid + started_);
         }
@@ -338,6 +365,13 @@ int System::client_pid(const std::string &pid_file, int *pid)
         const auto found = pids.find(pid_file);
         return found != pids.end() && (*pid = found->second) != 0;
     });
+}
+
+void System::clients_end()
+{
+    for (const auto &[service, instance] : std::exchange(started_clients_, {})) {
+        client_stop(service, instance);
+    }
 }
 
 System::Row row_of(const char *proto, const char *ipaddr, const char *netmask, const char *gateway,

@@ -50,10 +50,7 @@ public:
     {
         return change(name, {"up", name}, [](Device &device) { return device.up = true; });
     }
-    int down(const std::string &name)
-    {
-        return change(name, {"down", name}, [](Device &device) { return !(device.up = false); });
-    }
+    int down(const std::string &name);
     int exists(const std::string &name) { return find(name) == nullptr ? 0 : 1; }
     int bridge_create(const std::string &name);
     int bridge_join(const std::string &bridge, const std::string &member);
@@ -65,12 +62,8 @@ public:
     int gateway_add(int table, const std::string &gateway, const std::string &name, int table_again);
     int gateway_del(int table, const std::string &gateway, const std::string &name, int table_again);
     int policy_add(const std::string &name, int number);
-    int policy_del(const std::string &name, int number)
-    {
-        return always({"policy-delete", name, std::to_string(number)}, [&] {
-            policies.erase({number, name});
-        });
-    }
+    // One rule serves all WANs of a number: it stays while another one has a default route.
+    int policy_del(const std::string &name, int number);
     int row_insert(const std::string &name, const Row &row);
     int row_update(const std::string &name, const Row &row)
     {
@@ -81,8 +74,8 @@ public:
         return always({"row-delete", name}, [&] { rows.erase(name); });
     }
     // A route as it is written in the picture.
-    void route_add(const std::string &route) { routes.try_emplace(route); }
-    int route_del(const std::string &route) { return routes.erase(route) != 0 ? 0 : -1; }
+    int route_add(const std::string &route);
+    int route_del(const std::string &route);
     void rule_add(int number, const std::string &selector) { rules[number] = selector; }
     void rule_del(int number) { rules.erase(number); }
 
@@ -97,6 +90,8 @@ public:
                      int flag);
     int client_stop(const std::string &service, const std::string &instance);
     int client_pid(const std::string &pid_file, int *pid);
+    // Stops those that were started here, not those that were there before.
+    void clients_end();
     void secret_add(const std::string &user, const std::string &provider, const std::string &password,
                     const std::string &address)
     {
@@ -114,6 +109,9 @@ public:
     std::vector<std::string> asked_take() { return std::exchange(asked_, {}); }
 
     size_t longest_name = std::string::npos; // of a device; 15 in a kernel
+    // As a kernel does: a gateway must be in a network of the device, and routes go when the device goes
+    // down, or loses its address.
+    bool checks_gateways = false;
     std::map<std::string, Device> devices{{"eth0", {"port", {}, {}, {}, {}, false}}};
     std::map<Numbered, std::string> gateways; // by table and device
     std::map<Numbered, Nothing> policies;
@@ -133,11 +131,14 @@ private:
     int change(const std::string &name, const Words &words, const std::function<bool(Device &)> &effect);
     Device *find(const std::string &name);
     void remove(const std::string &name);
+    bool reaches(const std::string &gateway, const std::string &name) const;
+    void lose_routes(const std::string &name);
 
     unsigned refuse_ = 0;
     bool keep_asked_ = false;
     std::vector<std::string> asked_;
     int started_ = 0;
+    std::set<Two> started_clients_;
 };
 
 // The switch: its registers and its PHYs. Registers that were never written read 0.
@@ -188,6 +189,10 @@ System::Row row_of(const char *proto, const char *ipaddr, const char *netmask, c
                    const char *addr4, const char *addr5);
 std::string route_of(uint32_t table, const char *dst, const char *mask, const char *gw, const char *dev,
                      int metric);
+// The same, but for a device that only one of them names: the kernel finds it out itself.
+bool same_route(const std::string &a, const std::string &b);
+// What an address has to which no mask was given.
+std::string mask_by_class(const std::string &address);
 
 struct Section {
     std::string package;

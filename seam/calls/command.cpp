@@ -48,7 +48,7 @@ int cmdlib_get_proc_id(const char *pidfile, int *pid)
 
 int cmdlib_kill_processes(void)
 {
-    return act<cmdlib_kill_processes, nothing>(__func__);
+    return act<cmdlib_kill_processes, &System::clients_end>(__func__);
 }
 
 int cslib_entry_add(const char *user, const char *provider, const char *password, const char *ipaddr)

@@ -38,16 +38,6 @@ uint32_t number_in(const std::string &line)
     return 0;
 }
 
-// What a mask is when none was set.
-std::string mask_by_class(const std::string &address)
-{
-    const int first = std::atoi(address.c_str());
-    return first < 128   ? "255.0.0.0"
-           : first < 192 ? "255.255.0.0"
-           : first < 224 ? "255.255.255.0"
-                         : "255.255.255.255";
-}
-
 class Search {
 public:
     Search(const World &world_now, const Now &now, const World &clean)

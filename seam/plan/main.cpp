@@ -29,6 +29,7 @@ void add_world(ScriptText &script, const Inputs &inputs)
 {
     const World &world = inputs.world;
     script.line({"longest-name", longest_name});
+    script.line({"check-gateways"});
     script.line({"mac", mac_text(world.mac.data())});
     script.line({"cpu", std::to_string(world.cpu)});
     for (size_t i = 0; i < world.ports.size(); ++i) {

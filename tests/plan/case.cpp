@@ -69,9 +69,13 @@ Case::Case(unsigned seed) : oracle{board_of(seed)}, board_{board_of(seed)}
     Generator generator{seed};
     oracle.kernel.devices["eth1"].kind = "port";
     oracle.kernel.longest_name = 15;
+    oracle.kernel.checks_gateways = true;
     lans = for_a_file(generator.any_sections("lan"));
     wans = for_a_file(generator.any_sections("wan"));
     started = oracle.start(lans, wans) == 0;
+    if (!started) {
+        oracle.kernel.clients_end();
+    }
     while (words.size() < size_t{2} * steps) {
         const Action action = generator.next(oracle);
         if (action.kind == Action::Kind::restart || action.port >= front_ports) {

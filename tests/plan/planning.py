@@ -24,6 +24,9 @@ def label(sample: tuple[pathlib.Path, pathlib.Path]) -> str:
     return f"{board.stem}, {'image' if 'image' in config.parts else config.name}"
 
 
+BY_LABEL = {label(sample): sample for sample in SAMPLES}
+
+
 def run(*words: object, **options: Any) -> subprocess.CompletedProcess[str]:
     return subprocess.run([str(word) for word in (PROGRAM, *words)], capture_output=True, text=True, timeout=60,
                           check=False, stdin=subprocess.DEVNULL, **options)
