@@ -1,7 +1,7 @@
 #pragma once
 // A steady stream of small packets to a host, each of which comes back: what of it is lost is what traffic
-// would have lost. Runs until SIGINT or SIGTERM, then waits for what is still on its way (a second, and half
-// a minute for a connection) and prints "N sent, N lost, longest silence N ms"; "ready" is printed with the
+// would have lost. Runs until SIGINT or SIGTERM, then waits for what is still on its way (a second, and two
+// minutes for a connection) and prints "N sent, N lost, longest silence N ms"; "ready" is printed with the
 // first packet that has come back.
 
 #include <chrono>

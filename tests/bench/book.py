@@ -76,8 +76,8 @@ names, a change costs a process.
 
 ## What a restart costs
 
-The daemon killed and started again ten times below traffic, and so each time it lays everything once more:
-`python3 -m pytest tests/system -k "traffic or outlives" --restarts 10 -s` (`./test --long` does the same).
+The daemon killed and started again below traffic, so that it lays everything once more:
+`python3 -m pytest tests/system -k "traffic_goes_on or outlives" -s`; `--restarts 10`, as in `./test --long`, does so ten times.
 
 | | lost in the router | policy rules and rules of the firewall | clients and connections |
 |---|---|---|---|
@@ -86,7 +86,7 @@ The daemon killed and started again ten times below traffic, and so each time it
 | a LAN to a WAN by PPPoE | 0 | never away | same process, same session; TCP goes on |
 | a LAN to another LAN, to the router | 0 | – | – |
 
-Packets are 5 ms apart on the emulated processor and 1 ms on one's own, and each is a new connection to the firewall. Lost in
+Packets were 5 ms apart, on the emulated processor, and each is a new connection to the firewall. Lost in
 the router is what it has received (`mangle PREROUTING`) and has neither forwarded nor answered (`POSTROUTING`); the kernel's
 own announcements of rules, addresses and devices show that nothing is touched, and on the WAN's cable nothing bears an
 address of a LAN.
@@ -94,8 +94,7 @@ address of a LAN.
 What is lost before the router, is lost in the switch: the start empties the VLAN table and fills it in the order that it
 always has. A LAN over several ports is apart for 76 to 114 accesses of registers, each port once or twice, and without the
 router for 120; a port of another LAN or WAN until its section has been read. That is below 10 ms where an access takes less
-than 80 µs; on an emulated processor that carries traffic meanwhile it is some 40 ms, and several hundred where the machine has
-other work. A static WAN used to be dark for the start's whole pause: 5.2 s.
+than 80 µs; on an emulated processor with two streams it was 40 to 75 ms, and several hundred with five beside other work. A static WAN used to be dark for the start's whole pause: 5.2 s.
 
 ## What is missed
 
