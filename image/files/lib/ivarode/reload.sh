@@ -155,9 +155,6 @@ if [ -z "$differs" ] && config_is_kept && daemon_runs; then
     exit
 fi
 remove_leftovers
-# Its own way to end would take its clients with it.
-# shellcheck disable=SC2046  # a list of numbers
-! daemon_runs || reason=$(kill -9 $(daemon_pids) 2>&1) || report "the daemon is not ended: $reason"
-wait_while daemon_runs || report "the daemon goes on"
+reason=$(daemon_kill 2>&1) || report "the daemon goes on: $reason"
 config_keep || report "the configuration is not noted: the next reload starts the daemon once more"
 exit "$failed"
