@@ -1,8 +1,14 @@
-"""What the kinds of tests with a virtual board have in common on the command line."""
+"""What the kinds of tests have in common on the command line."""
 
 import pytest
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--long", action="store_true", help="also what takes minutes")
     parser.addoption("--recorded", action="store_true",
                      help="record the daemon of each board, and replay what it did (tests/system, tests/chaos)")
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    config.addinivalue_line("markers", "long: takes minutes, only in a long run")
+    config.addinivalue_line("markers", "sampled: an ordinary run takes some of them")

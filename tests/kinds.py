@@ -103,7 +103,7 @@ KINDS = {
               lambda long: counting_runner("tests/bench/check", "--build", BUILD)),
     "mutation": ("the daemon changed in one small way at a time: some test notices each", mutation),
     "docs": ("the books: complete, true to the sources, links and scripts sound",
-             lambda long: pytest("tests/docs")),
+             lambda long: pytest("tests/docs", *(["--long"] if long else []))),
     "hostile": ("other users, servers, peers and full disks against every program: nothing of root's is given or lost",
                 lambda long: pytest("tests/hostile")),
     "package": ("what is installed and packaged, and that it builds on the headers of many years",

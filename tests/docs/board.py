@@ -26,8 +26,8 @@ def run(command: str) -> tuple[int, str, str]:
     return done.returncode, shown, done.stderr
 
 
-def until(check: Callable[[], object]) -> None:
-    deadline = time.monotonic() + PATIENCE * 3
+def until(check: Callable[[], object], seconds: float = PATIENCE * 3) -> None:
+    deadline = time.monotonic() + seconds
     while not check():
         assert time.monotonic() < deadline
         time.sleep(PAUSE)

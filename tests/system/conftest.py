@@ -32,7 +32,6 @@ def pytest_terminal_summary(terminalreporter: TerminalReporter, config: pytest.C
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
-    parser.addoption("--long", action="store_true", help="plant every fault, not a sample of them")
     parser.addoption("--restarts", type=int, default=1,
                      help="how often the daemon is killed and started below traffic (default: %(default)s)")
     parser.addoption("--older", metavar="REVISION", help="upgrade from that revision instead of to the same files")
