@@ -45,6 +45,11 @@ void put(json_object *into, const char *key, std::string_view value)
     json_object_object_add(into, key, text(value));
 }
 
+void put(json_object *into, const char *key, const char *value)
+{
+    put(into, key, std::string_view{value});
+}
+
 void put_number(json_object *into, const char *key, int64_t value)
 {
     json_object_object_add(into, key, json_object_new_int64(value));

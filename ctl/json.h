@@ -30,10 +30,7 @@ json_object *text(std::string_view bytes);
 
 void put(json_object *into, const char *key, json value);
 void put(json_object *into, const char *key, std::string_view value);
-inline void put(json_object *into, const char *key, const char *value)
-{
-    put(into, key, std::string_view{value});
-}
+void put(json_object *into, const char *key, const char *value);
 void put_number(json_object *into, const char *key, int64_t value);
 void put_flag(json_object *into, const char *key, bool value);
 void append(json_object *to, json value);

@@ -9,20 +9,25 @@ namespace ctl {
 
 enum class verdict { good, bad, unsure, skipped };
 
-struct finding {
-    verdict is;
+// What a look gives, and what it said last: the sentence, and with what is bad the way out. There is one of
+// it, because there is one look at a time.
+using finding = verdict;
+
+struct statement {
     char sentence[240];
-    char remedy[240]; // of what is bad
+    char remedy[240];
 };
+extern statement said;
 
 [[gnu::format(printf, 1, 2)]] finding good(const char *format, ...);
 [[gnu::format(printf, 1, 2)]] finding unsure(const char *format, ...);
 [[gnu::format(printf, 2, 3)]] finding bad(const char *remedy, const char *format, ...);
-inline finding skipped()
-{
-    return {verdict::skipped, "", ""};
-}
+// Bad, with the way out written behind the sentence.
 [[gnu::format(printf, 2, 3)]] finding with_remedy(finding of, const char *format, ...);
+constexpr finding skipped()
+{
+    return verdict::skipped;
+}
 
 enum kinds : unsigned { an_interface = 1, a_port = 2, a_route = 4, an_account = 8, an_uplink = 16 };
 
@@ -95,7 +100,7 @@ finding look_account_provider(const subject &);
 // several share is listed once.
 json find_problems(json_object *facts);
 
-// The section checks of every section; the first that is bad, with its name in front.
+// The section checks of every section, up to the first that is bad.
 finding broken_section(json_object *facts);
 
 } // namespace ctl

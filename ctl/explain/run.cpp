@@ -8,15 +8,17 @@
 
 namespace ctl {
 
+statement said;
+
 namespace {
 
 constexpr const char *names_of_verdicts[] = {"ok", "failed", "unknown"};
 
-[[gnu::format(printf, 2, 0)]] finding made(verdict is, const char *format, va_list args)
+finding state(verdict is, const char *format, va_list args)
 {
-    finding out = {is, "", ""};
-    vsnprintf(out.sentence, sizeof(out.sentence), format, args);
-    return out;
+    vsnprintf(said.sentence, sizeof(said.sentence), format, args);
+    said.remedy[0] = '\0';
+    return is;
 }
 
 bool is_of(const check &each, const subject &about)
@@ -33,22 +35,22 @@ void name_subject(const subject &about, char *out, size_t size)
     }
 }
 
-json finding_as_json(const check &of, const finding &found)
+json finding_as_json(const check &of, finding found)
 {
     json out = table();
     put(out.get(), "check", of.name);
-    put(out.get(), "verdict", names_of_verdicts[static_cast<size_t>(found.is)]);
-    put(out.get(), "sentence", found.sentence);
-    if (found.remedy[0] != '\0') {
-        put(out.get(), "remedy", found.remedy);
+    put(out.get(), "verdict", names_of_verdicts[static_cast<size_t>(found)]);
+    put(out.get(), "sentence", said.sentence);
+    if (said.remedy[0] != '\0') {
+        put(out.get(), "remedy", said.remedy);
     }
     return out;
 }
 
 // A cause that is known already has been another subject's, too.
-void add_problem(const subject &about, const check &of, const finding &found, json_object *problems)
+void add_problem(const subject &about, const check &of, finding found, json_object *problems)
 {
-    if (find(problems, "sentence", std::string_view(found.sentence)) != nullptr) {
+    if (find(problems, "sentence", std::string_view(said.sentence)) != nullptr) {
         return;
     }
     char name[80];
@@ -65,7 +67,7 @@ void find_problem(const subject &about, json_object *problems)
             continue;
         }
         const finding found = checks[i].look(about);
-        if (found.is == verdict::bad) {
+        if (found == verdict::bad) {
             if (!checks[i].deliberate) {
                 add_problem(about, checks[i], found, problems);
             }
@@ -108,10 +110,10 @@ bool explain(const subject &about, json_object *facts)
             continue;
         }
         const finding found = checks[i].look(about);
-        if (found.is == verdict::skipped) {
+        if (found == verdict::skipped) {
             continue;
         }
-        if (found.is == verdict::bad && well) {
+        if (found == verdict::bad && well) {
             well = false;
             put(facts, "first_cause", finding_as_json(checks[i], found));
         }
@@ -127,7 +129,7 @@ finding good(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    const finding out = made(verdict::good, format, args);
+    const finding out = state(verdict::good, format, args);
     va_end(args);
     return out;
 }
@@ -136,7 +138,7 @@ finding unsure(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    const finding out = made(verdict::unsure, format, args);
+    const finding out = state(verdict::unsure, format, args);
     va_end(args);
     return out;
 }
@@ -145,9 +147,9 @@ finding bad(const char *remedy, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    finding out = made(verdict::bad, format, args);
+    finding out = state(verdict::bad, format, args);
     va_end(args);
-    snprintf(out.remedy, sizeof(out.remedy), "%s", remedy);
+    snprintf(said.remedy, sizeof(said.remedy), "%s", remedy);
     return out;
 }
 
@@ -155,7 +157,7 @@ finding with_remedy(finding of, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vsnprintf(of.remedy, sizeof(of.remedy), format, args);
+    vsnprintf(said.remedy, sizeof(said.remedy), format, args);
     va_end(args);
     return of;
 }
@@ -190,10 +192,7 @@ finding broken_section(json_object *facts)
     finding broken = skipped();
     each(get(facts, "interfaces"), [&](json_object *own) {
         for (const auto look : {look_options, look_number_of_board}) {
-            const finding found = look({an_interface, facts, own});
-            if (broken.is != verdict::bad && found.is == verdict::bad) {
-                broken = found;
-            }
+            broken = broken == verdict::bad ? broken : look({an_interface, facts, own});
         }
     });
     return broken;

@@ -22,9 +22,9 @@ finding look_process(const subject &about)
     if (get_flag(get(health, "daemon"), "running")) {
         return good("the daemon runs, since %s s", shown(get(health, "daemon"), "uptime_s"));
     }
-    const finding broken = broken_section(about.facts);
-    if (broken.is == verdict::bad) {
-        return with_remedy(bad("", "the daemon does not run: %s", broken.sentence), "%s", broken.remedy);
+    if (broken_section(about.facts) == verdict::bad) {
+        const statement of_section = said;
+        return bad(of_section.remedy, "the daemon does not run: %s", of_section.sentence);
     }
     return bad("/etc/init.d/ivarode start; where it ends again, the last error line in the log says why",
                "the daemon does not run");

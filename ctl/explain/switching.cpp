@@ -131,15 +131,15 @@ finding look_pvid(const subject &about)
     each_port(about, [&](json_object *port) {
         const int64_t pvid = get_number(port, "pvid");
         const int64_t wanted = vlan_of_port(about, port);
-        if (wrong.is != verdict::bad && entry_of(about, pvid) == nullptr) {
+        if (wrong != verdict::bad && entry_of(about, pvid) == nullptr) {
             wrong = bad(lay_again, "port %s: PVID %d is no VLAN of the table: frames are dropped",
                         shown(port, "port"), digits(pvid));
-        } else if (wrong.is != verdict::bad && pvid != wanted) {
+        } else if (wrong != verdict::bad && pvid != wanted) {
             wrong = bad(lay_again, "port %s: PVID %d instead of %d: its frames go into another VLAN",
                         shown(port, "port"), digits(pvid), digits(wanted));
         }
     });
-    return wrong.is == verdict::bad ? wrong : good("the PVID is a VLAN of the table");
+    return wrong == verdict::bad ? wrong : good("the PVID is a VLAN of the table");
 }
 
 finding look_entry(const subject &about)
@@ -151,7 +151,7 @@ finding look_entry(const subject &about)
     each_port(about, [&](json_object *port) {
         const int64_t vlan = vlan_wanted(about, port);
         json_object *entry = entry_of(about, vlan);
-        if (wrong.is == verdict::bad) {
+        if (wrong == verdict::bad) {
             return;
         }
         if (entry == nullptr && get_number(about.facts, "entries_free") == 0) {
@@ -166,7 +166,7 @@ finding look_entry(const subject &about)
                         shown(port, "port"), digits(vlan));
         }
     });
-    return wrong.is == verdict::bad ? wrong : good("the VLAN table has it as a member");
+    return wrong == verdict::bad ? wrong : good("the VLAN table has it as a member");
 }
 
 finding look_entry_cpu(const subject &about)
@@ -201,13 +201,13 @@ finding look_untagged(const subject &about)
     finding wrong = skipped();
     each_port(about, [&](json_object *port) {
         json_object *entry = entry_of(about, vlan_of_port(about, port));
-        if (wrong.is != verdict::bad && entry != nullptr &&
+        if (wrong != verdict::bad && entry != nullptr &&
             !holds(get(entry, "untag"), get_number(port, "port"))) {
             wrong = bad(lay_again, "port %s: frames of VLAN %s leave it with a tag", shown(port, "port"),
                         shown(entry, "vid"));
         }
     });
-    return wrong.is == verdict::bad ? wrong : good("frames leave the port without a tag");
+    return wrong == verdict::bad ? wrong : good("frames leave the port without a tag");
 }
 
 } // namespace ctl
