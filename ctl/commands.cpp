@@ -34,10 +34,9 @@ const command commands[] = {
      "One text for each question, with what could be read; a family without samples could not be.\n", true,
      false, gather_metrics, show_metrics},
     {"apply", "[--confirm SECONDS]", "put the committed configuration to use, with a way back",
-     "Checks /etc/config, keeps the configuration that runs, and reloads. Without \"confirm\" within SECONDS "
-     "(60; 10 to\n"
-     "86400) everything goes back, also after a loss of power. A second apply before that keeps the first "
-     "way back.\n"
+     "Checks /etc/config, keeps the configuration that runs, and reloads. Without \"confirm\" within\n"
+     "SECONDS (60; 10 to 86400) everything goes back, also after a loss of power. A second apply before\n"
+     "that keeps the first way back.\n"
      "Needs the service ivarode-guard. What it has said is in /var/run/ivarode/apply.log.\n",
      true, false, gather_apply, show_apply},
     {"confirm", "", "keep what was applied", "Status 1 where nothing waits, or it is too late.\n", true,
@@ -46,9 +45,8 @@ const command commands[] = {
      "With boot, only what another run of the machine has left, and without a reload: for the init script.\n",
      true, false, gather_rollback, show_rollback},
     {"guard", "", "watch over daemon and changes; for the supervisor",
-     "Asks the daemon every 15 s; after three silences in a row it is restarted, at most once in five "
-     "minutes. Takes back\n"
-     "what was applied and not confirmed in time. Runs until it is ended.\n",
+     "Asks the daemon every 15 s; after three silences in a row it is restarted, at most once in five\n"
+     "minutes. Takes back what was applied and not confirmed in time. Runs until it is ended.\n",
      false, false, gather_guard, nullptr},
     {"switch", "", "the switch as the driver shows it: links, PVIDs, VLAN table",
      "Ports 0 to 4 are the front ports, 5 and 6 lead to the CPU. In the VLAN table a member port is\n"
