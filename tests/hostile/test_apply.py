@@ -24,11 +24,10 @@ mount -t tmpfs -o mode=1777 tmp /tmp
 mount -t tmpfs -o size=128k disk /etc
 mkdir -p /etc/config /etc/init.d /run/ivarode/config /run/old /run/new
 cp {ROOT}/lab/boards/one-cpu.json /etc/board.json
-old_lan="config interface 'lan1'
-	option ipaddr '192.168.1.1'"
-echo "$old_lan" >/run/old/lan_intf
+old_lan="config interface 'lan1'\\n\\toption ipaddr '192.168.1.1'\\n"
+printf "$old_lan" >/run/old/lan_intf
 echo "config interface 'wan1'" >/run/old/wan_intf
-echo "$old_lan" | sed s/192.168/10.20/ >/run/new/lan_intf
+printf "$old_lan" | sed s/192.168/10.20/ >/run/new/lan_intf
 cp /run/old/wan_intf /run/new
 : >/run/new/route_config
 cp /run/old/* /run/ivarode/config
@@ -82,8 +81,8 @@ again() {{
 
 
 def run(script: str) -> str:
-    command = ["unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--mount-proc", "--propagation",
-               "private", "sh", "-c", ROUTER + script]
+    command = ["unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--mount-proc",
+               "--propagation", "private", "sh", "-c", ROUTER + script]
     done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
@@ -167,7 +166,8 @@ ivarodectl apply 2>&1 || echo "status $?"
 which; left; cat /run/actions
 unguarded
 """)
-    assert out == ("ivarodectl: the reload failed with status 1, see /var/run/ivarode/apply.log; the change is taken back\n"
+    assert out == ("ivarodectl: the reload failed with status 1, see /var/run/ivarode/apply.log; the change is taken "
+                   "back\n"
                    "good\nnothing is applied\nstatus 1\nold\nreload\nreload\nrestart\n")
 
 
