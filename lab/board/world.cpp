@@ -132,12 +132,13 @@ void bind_read_only(const std::string &from, const std::string &at)
 // Only what the board runs, where an image has it: a build folder may hold much else.
 void copy_programs(const std::string &programs)
 {
-    for (const char *name : {"ivarode", "ivarode-plan", "ubusd", "vswitch", "lab-siblings", "lab-agent"}) {
+    for (const char *name :
+         {"ivarode", "ivarodectl", "ivarode-plan", "ubusd", "vswitch", "lab-siblings", "lab-agent"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/sbin/") + name);
     }
     // The supervisor's helper, where a router has it.
     copy_if_there(programs + "/bin/lab-jail", "/sbin/ujail");
-    for (const char *name : {"ivarodectl", "ubus", "uci"}) {
+    for (const char *name : {"ubus", "uci"}) {
         copy_if_there(programs + "/bin/" + name, std::string("/usr/bin/") + name);
     }
     for (const auto &entry : fs::directory_iterator(programs + "/lib")) {
