@@ -13,12 +13,15 @@ import pytest
 from _pytest.terminal import TerminalReporter
 
 from labctl import client, paths, topology
+from tests.plan import planning
 from tests.system import held_lab, recorded
 from tests.system.held_lab import Lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 READY = "ivarode init success"
 TALLY = pytest.StashKey[recorded.Tally]()
+# Configurations whose plans are compared with the board: each sample on each board, and seeds of random ones.
+PLANNED = [*planning.BY_LABEL, *(f"seed {number}" for number in range(1, 41 - len(planning.BY_LABEL)))]
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -35,6 +38,14 @@ def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--restarts", type=int, default=1,
                      help="how often the daemon is killed and started below traffic (default: %(default)s)")
     parser.addoption("--older", metavar="REVISION", help="upgrade from that revision instead of to the same files")
+    parser.addoption("--plans", type=int, default=5, choices=range(1, len(PLANNED) + 1), metavar="N",
+                     help=f"how many plans to compare with the board, of {len(PLANNED)} (default: %(default)s)")
+
+
+def pytest_generate_tests(metafunc: pytest.Metafunc) -> None:
+    if "planned_case" in metafunc.fixturenames:
+        wanted = metafunc.config.getoption("plans")
+        metafunc.parametrize("planned_case", [PLANNED[i * len(PLANNED) // wanted] for i in range(wanted)])
 
 
 class Machine(held_lab.Machine):

@@ -1,25 +1,31 @@
 """What ivarode-plan says beforehand is what the board has afterwards: switch, devices, addresses, routes, rules,
-chains, rows and clients, read back by other means."""
+chains, rows and clients, read back by other means.
+
+On one board, which takes the place of each: its files are replaced, and the daemon is started between the image's stop
+action and a request or a cable. --plans N: how many configurations, of 40.
+"""
 
 from __future__ import annotations
 
 import json
-import re
-from typing import TYPE_CHECKING, Any
+import pathlib
+import subprocess
+from collections.abc import Sequence
+from typing import TYPE_CHECKING, Any, NamedTuple
 
 import pytest
 
-from labctl import paths
 from tests.plan import planning
-from tests.system import bus, state
+from tests.system import bus, planned
+from tests.system.daemon import wait_service
 from tests.system.held_lab import Lab
 
 if TYPE_CHECKING:
     from tests.system.conftest import Machine
 
-Request = tuple[str, dict[str, Any]]
+Step = tuple[str, str]      # an option of ivarode-plan, and its value
 
-REQUESTS: list[Request] = [
+REQUESTS: list[tuple[str, dict[str, Any]]] = [
     ("port_add", {"name": "lan2"}),
     ("add", {"intf": "lan4_guest", "vlanid1": 100, "ipaddr": "192.168.100.1", "netmask": "255.255.255.0"}),
     ("config", {"intf": "lan2_office", "old_intf": "lan2_default", "proto": "static", "ipaddr": "192.168.20.1",
@@ -27,106 +33,109 @@ REQUESTS: list[Request] = [
     ("port_add", {"name": "lan9"}),
     ("enable", {"intf": ["lan4_guest"], "enable": 0}),
 ]
-CONNECTED_FIRST = 10001
+PACKAGES = ("lan_intf", "wan_intf", "route_config")
+# What a stop action leaves: the two Ethernet devices and the registers.
+SWITCHED_ON = f"""
+ip link set eth0 down
+ip link set eth1 down
+dd if=/dev/zero of=/dev/mem bs=4 seek={planned.REGISTERS // 4} count={planned.LENGTH // 4} conv=notrunc status=none
+: >/var/log/daemon.log"""
+HANDLED = "netevt_nl_link_event"        # in the debug line of each event
+LINKS = [("--link", f"{port}=up") for port in range(5)]
 
 
-def facts(plan: planning.Plan, kind: str) -> dict[str, str]:
-    """Key -> value of the facts of one kind."""
-    found = {}
-    for fact in plan["end"]["facts"]:
-        if fact.startswith(kind):
-            key, _, value = fact.removeprefix(kind).partition(" = ")
-            found[key] = value
+class Case(NamedTuple):
+    board: pathlib.Path
+    config: pathlib.Path
+    steps: list[Step]
+
+
+def case_of(name: str, folder: pathlib.Path) -> Case:
+    """A sample with the requests above, or the files and steps of a seed."""
+    if name in planning.BY_LABEL:
+        return Case(*planning.BY_LABEL[name], [planning.call(method, **fields) for method, fields in REQUESTS])
+    done = subprocess.run([planning.BUILD / "seam/plan-case", name.split()[1], folder], capture_output=True, text=True,
+                          check=True)
+    lines = (line.partition(" ") for line in done.stdout.splitlines())
+    return Case(folder / "board.json", folder / "config", moving([(option, value) for option, _, value in lines]))
+
+
+def moving(steps: Sequence[Step]) -> list[Step]:
+    """Without the events that a cable cannot bring: it is plugged already, or not."""
+    up, found = {port: True for port in "01234"}, []
+    for option, value in steps:
+        port, _, way = value.partition("=")
+        if option == "--link" and up[port] == (way == "up"):
+            continue
+        if option == "--link":
+            up[port] = way == "up"
+        found.append((option, value))
     return found
 
 
-def words_of(rule: str) -> tuple[str, ...]:
-    """A rule by its words in any order: iptables lists them in another than they were given in, and names a match that
-    follows from the protocol."""
-    return tuple(sorted(rule.replace("-m tcp ", "").split()))
-
-
-def planned_firewall(plan: planning.Plan) -> dict[tuple[str, str], list[tuple[str, ...]]]:
-    found = {}
-    for key, rules in facts(plan, "chain ").items():
-        table, chain = key.split()
-        found[table, chain] = [words_of(rule) for rule in rules.split(" ; ") if rule]
-    return found
-
-
-def real_firewall(lab: Lab) -> dict[tuple[str, str], list[tuple[str, ...]]]:
-    return {(table, chain): [words_of(rule) for rule in rules] for table, chains in state.firewall(lab).items()
-            for chain, rules in chains.items() if rules or not chain.isupper()}
-
-
-def planned_devices(plan: planning.Plan) -> dict[str, tuple[str, str, bool]]:
-    """Name -> what it is, its bridge, and whether it is up."""
-    return {name: (one["kind"].split()[0], one["bridge"], one["up"]) for name, one in plan["end"]["interfaces"].items()}
-
-
-def real_devices(lab: Lab) -> dict[str, tuple[str, str, bool]]:
-    kinds = {"vlan": "vlan", "bridge": "bridge"}
-    return {name: (kinds.get(kind, "port"), master or "", up)
-            for name, (kind, _, _, master, _, up) in state.devices(lab).items() if name != "lo"}
-
-
-def planned_addresses(plan: planning.Plan) -> dict[str, str]:
-    def bits(mask: str) -> int:
-        return sum(int(part).bit_count() for part in mask.split("."))
-
-    return {name: f"{one['address']}/{bits(one['netmask'])}" for name, one in plan["end"]["interfaces"].items()
-            if one["address"]}
-
-
-def planned_macs(plan: planning.Plan) -> dict[str, str]:
-    """Those that the daemon gives; the others are the kernel's choice."""
-    return {name: one["mac"] for name, one in plan["end"]["interfaces"].items() if one["mac"]}
-
-
-def compare(lab: Lab, plan: planning.Plan) -> None:
-    switch = state.switch(lab)
-    assert {one["entry"]: (one["vid"], one["members"]) for one in plan["end"]["vlans"] if one["members"]} == {
-        entry: (vid, members) for entry, (vid, members, _) in switch["vlans"].items() if members}
-    assert {one["port"]: one["pvid"] for one in plan["end"]["ports"]} == switch["pvids"]
-    assert planned_devices(plan) == real_devices(lab)
-    macs = planned_macs(plan)
-    assert macs == {name: one[4] for name, one in state.devices(lab).items() if name in macs} != {}
-    static = {name: found[0] for name, found in state.addresses(lab).items() if name != "lo"}
-    assert planned_addresses(plan) == static
-    assert planned_firewall(plan) == real_firewall(lab)
-    # A default route of a WAN, in the table of its number.
-    real = {(table, device): gateway for gateway, device, table in re.findall(
-        r"default via (\S+) dev (\S+) table (\d+)", "\n".join(state.routes(lab)))}
-    assert {tuple(key.split()): gateway for key, gateway in facts(plan, "gateway ").items()} == real
-    # Before the rules of WANs the platform library puts one for networks that are connected.
-    planned_rules = {int(key.split()[0]) for kind in ("rule ", "policy ") for key in facts(plan, kind)}
-    connected = {CONNECTED_FIRST} if facts(plan, "policy ") else set()
-    preferences = {int(line.split(":")[0]) for line in state.rules(lab)} - {0, 32766, 32767}
-    assert preferences == planned_rules | connected
-    rows = facts(plan, "wan ")
-    assert set(re.findall(r"\[(\S+)\]", state.rows(lab))) == set(rows)
-    for name, row in rows.items():
-        assert row.split()[0] in state.rows(lab), name
-    for service in ("dhcp", "pppoe"):
-        planned = {key.split()[1] for key in facts(plan, "process ") if key.startswith(service)}
-        assert set(bus.instances(lab, service)) == planned
-
-
-@pytest.mark.parametrize("board, config", [("one-cpu", "home"), ("two-cpu", "one-lan"), ("two-wan", "three-lans")])
-def test_the_board_has_what_the_plan_says(machine: Machine, board: str, config: str) -> None:
-    lab = machine.board(board, config, fresh=True)
+@pytest.fixture(scope="module")
+def lab(machine: Machine) -> Lab:
+    """A board with both Ethernet devices, somebody on each port, and a daemon that does not pause at its start."""
+    lab = machine.board("two-cpu", "one-lan", extra_plan=["daemon-preload /usr/lib/short-sleep.so"])
     machine.spoiled()
-    state.settled(lab)
-    words: list[object] = ["--board", paths.LAB / f"boards/{board}.json", "--config", paths.LAB / "configs" / config]
-    for port in lab.switch("status")["ports"]:
-        if not port["cpu"] and port["link"]:
-            words += ["--link", f"{port['port']}=up"]
-    compare(lab, planning.plan(*words))
-    statuses = []
-    for method, fields in REQUESTS:
-        words += ["--call", f"ivarode.intf {method} {json.dumps(fields)}"]
-        statuses.append(bus.intf(lab, method, **fields)[0])
-    plan = planning.plan(*words)
-    assert [phase["status"] for phase in plan["phases"] if phase["kind"] == "call"] == statuses
-    assert 0 in statuses and any(statuses)
-    compare(lab, plan)
+    lab.ok("router", "ivarodectl", "debug", "on")
+    return lab
+
+
+def events(lab: Lab) -> int:
+    return int(lab.run("router", "grep", "-c", HANDLED, "/var/log/daemon.log").out)
+
+
+def handled(lab: Lab, number: int) -> None:
+    """Waits until the daemon has handled so many events of links since its start."""
+    lab.shell("router", f"until [ $(grep -c {HANDLED} /var/log/daemon.log) -ge {number} ]; do sleep 0.1; done",
+              check=True, timeout=60)
+
+
+def start(lab: Lab, case: Case, ending: str) -> None:
+    """On a router as it is after switching on, with these files."""
+    for port in range(5):
+        lab.link(port, True)
+    lab.ok("agent", "stop", "daemon", timeout=60)
+    lab.ok("router", "/etc/init.d/ivarode", "stop", timeout=60)
+    lab.put("router", "/etc/board.json", case.board.read_bytes())
+    for name in PACKAGES:
+        if (case.config / name).exists():
+            lab.put("router", f"/etc/config/{name}", (case.config / name).read_bytes())
+        else:
+            lab.ok("router", "rm", "-f", f"/etc/config/{name}")
+    lab.shell("router", SWITCHED_ON, check=True)
+    lab.ok("agent", "start", "daemon", timeout=30)
+    if ending:
+        wait_service(lab, "daemon ended exit 253", 90)
+        assert ending == "the daemon ended with status -3"
+    else:
+        lab.said("ivarode init success", 90)
+        handled(lab, len(LINKS))
+
+
+def take(lab: Lab, step: Step) -> int | None:
+    """The status of a call."""
+    option, value = step
+    if option == "--link":
+        before = events(lab)
+        lab.link(int(value[0]), value.endswith("=up"))
+        handled(lab, before + 1)
+        return None
+    name, method, message = value.split(" ", 2)
+    return bus.call(lab, name, method, **json.loads(message))[0]
+
+
+def test_the_board_has_what_the_plan_says(lab: Lab, planned_case: str, tmp_path: pathlib.Path) -> None:
+    case = case_of(planned_case, tmp_path)
+    words = ["--board", case.board, "--config", case.config, *(word for step in LINKS for word in step)]
+    first = planning.plan(*words)
+    start(lab, case, first["ending"])
+    planned.compare(lab, first)
+    if first["ending"]:
+        return
+    plan = planning.plan(*words, *(word for step in case.steps for word in step))
+    asked = plan["phases"][1 + len(LINKS):]
+    statuses = [take(lab, step) for step in case.steps]
+    assert statuses == [phase["status"] if phase["kind"] == "call" else None for phase in asked]
+    planned.compare(lab, plan)
