@@ -18,6 +18,7 @@ struct family {
     const char *label;  // name of the label
     const char *key;    // member that it is taken from
     const char *member; // the value
+    int64_t divisor = 1;
 };
 
 constexpr family families[] = {
@@ -25,10 +26,10 @@ constexpr family families[] = {
      "interface", "name", "rx_bytes"},
     {"ivarode_interface_transmit_bytes_total", "counter", "Bytes sent on an interface.", "interfaces",
      "interface", "name", "tx_bytes"},
-    {"ivarode_interface_receive_bits_per_second", "gauge", "Rate of reception over half a second.",
-     "interfaces", "interface", "name", "rx_bits_per_s"},
-    {"ivarode_interface_transmit_bits_per_second", "gauge", "Rate of sending over half a second.",
-     "interfaces", "interface", "name", "tx_bits_per_s"},
+    {"ivarode_interface_receive_bytes_per_second", "gauge", "Rate of reception over half a second.",
+     "interfaces", "interface", "name", "rx_bits_per_s", 8},
+    {"ivarode_interface_transmit_bytes_per_second", "gauge", "Rate of sending over half a second.",
+     "interfaces", "interface", "name", "tx_bits_per_s", 8},
     {"ivarode_device_receive_bytes_total", "counter", "Bytes received on a device of the kernel.", "devices",
      "device", "name", "rx_bytes"},
     {"ivarode_device_transmit_bytes_total", "counter", "Bytes sent on a device of the kernel.", "devices",
@@ -82,7 +83,7 @@ void show_family(json_object *facts, const family &of)
         if (json_object *value = get(element, of.member)) {
             printf("%s{%s=\"", of.name, of.label);
             print_label(shown(element, of.key));
-            printf("\"} %" PRId64 "\n", number_in(value));
+            printf("\"} %" PRId64 "\n", number_in(value) / of.divisor);
         }
     });
 }
