@@ -235,7 +235,9 @@ private:
     // Bridges, then what they stood on; the inner VLANs before the outer ones.
     void devices()
     {
-        const auto depth = [](const std::string &name) { return std::count(name.begin(), name.end(), '.'); };
+        const auto depth = [](const std::string &name) -> long {
+            return std::count(name.begin(), name.end(), '.');
+        };
         for (long dots : {-1L, 2L, 1L}) {
             for (const auto &[name, device] : system_.devices) {
                 const bool vlan = name.starts_with("eth");
