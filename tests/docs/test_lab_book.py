@@ -36,6 +36,7 @@ TRIED: dict[str, list[tuple[str, str]]] = {
                 ("restart daemon", "the daemon was ready"), ("exec router sysctl net.ipv4.ip_forward", "= 1"),
                 ("ubus call ivarode.run run", ""),
                 ("chains", r"\A(?!(.*\n)*.*not hooked)")],
+    "reload": [("reload daemon", "nothing to do")],
     "kill": [("kill -9 daemon", ""), ("services", r"(?m)^daemon (?!running)"), ("start daemon", "")],
     "services": [("services", r"broker running \d+\ndaemon running \d+\nsiblings running \d+")],
     "completion": [("completion", r"complete -F _ivarode_lab lab/lab\n\Z")],
