@@ -42,7 +42,8 @@ constexpr Row rows[] = {
     {"rule ", "rule", "removed by hand", by_hand, nullptr},
     {"route ", "route", "removed by hand, or its gateway cannot be reached", by_hand,
      "added over the bus since the start"},
-    {"wan ", "row of", "deleted by hand: no script knows of this WAN", nullptr, "left by a WAN that is gone"},
+    {"wan ", "row of", "deleted by hand: no script knows of this WAN",
+     "written by hand, or over the bus by config", "left by a WAN that is gone"},
     {"process ", "client", "ended by hand, or it failed again and again and was given up",
      "started with other words: config over the bus", "started over the bus since the start"},
 };
@@ -56,8 +57,9 @@ const Row *row_of(const std::string &key)
 
 class Drift {
 public:
-    Drift(const World &now, const World &clean, const std::set<std::string> &without_link)
-        : now_{now}, clean_{clean}, without_link_{without_link}
+    Drift(const World &now, const std::set<uint32_t> &rules, const World &clean,
+          const std::set<std::string> &without_link)
+        : now_{now}, rules_{rules}, clean_{clean}, without_link_{without_link}
     {}
 
     std::vector<Difference> all()
@@ -104,9 +106,19 @@ private:
     void missing(const std::string &key, const std::string &value)
     {
         const Row *row = row_of(key);
-        if (row != nullptr && !went_with_link(key)) {
+        if (row != nullptr && !went_with_link(key) && !is_rule_of_nobody(key)) {
             add(named(*row, key) + (value.empty() ? "" : " = " + value) + ": is missing", row->missing);
         }
+    }
+    // A rule is known as a WAN's by the routes in its table; without any it is there all the same.
+    bool is_rule_of_nobody(const std::string &key) const
+    {
+        const std::vector<std::string> all = words(key);
+        const auto &gateways = now_.system.gateways;
+        return all[0] == "policy" && rules_.contains(static_cast<uint32_t>(std::stoul(all[1]))) &&
+               std::none_of(gateways.begin(), gateways.end(), [&](const auto &gateway) {
+                   return std::to_string(gateway.first.first) == all[1];
+               });
     }
     // The kernel takes the routes of a device that goes down.
     bool went_with_link(const std::string &key) const
@@ -133,7 +145,10 @@ private:
     }
     void other(const std::string &key, const std::string &value, const std::string &is)
     {
-        if (const Row *row = row_of(key)) {
+        // Leases and sessions write into the row of their WAN.
+        const bool others =
+            key.starts_with("wan ") && words(value)[0] != "static" && words(value)[0] == words(is)[0];
+        if (const Row *row = row_of(key); row != nullptr && !others) {
             add(named(*row, key) + ": is " + is + " instead of " + value, row->other);
         }
     }
@@ -185,6 +200,7 @@ private:
     }
 
     const World &now_;
+    const std::set<uint32_t> &rules_;
     const World &clean_;
     const std::set<std::string> &without_link_;
     std::vector<Difference> found_;
@@ -197,9 +213,10 @@ Json json_of(const Difference &one)
 
 } // namespace
 
-std::vector<Difference> drift(const World &now, const World &clean, const std::set<std::string> &without_link)
+std::vector<Difference> drift(const World &now, const std::set<uint32_t> &rules, const World &clean,
+                              const std::set<std::string> &without_link)
 {
-    return Drift{now, clean, without_link}.all();
+    return Drift{now, rules, clean, without_link}.all();
 }
 
 std::string for_person(const std::vector<Difference> &found)

@@ -3,6 +3,7 @@
 
 #include "world.h"
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -15,8 +16,9 @@ struct Difference {
 };
 
 // Of what the daemon lays: chains and rules of others, leases and sessions are none of it. Nor is it one that
-// an interface is down, and without its routes, whose port has lost its link.
-std::vector<Difference> drift(const World &now, const World &clean,
+// an interface is down, and without its routes, whose port has lost its link. rules: the policy rules of WANs
+// that are there now.
+std::vector<Difference> drift(const World &now, const std::set<uint32_t> &rules, const World &clean,
                               const std::set<std::string> &without_link);
 
 std::string for_person(const std::vector<Difference> &found);

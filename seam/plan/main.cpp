@@ -142,7 +142,7 @@ int show_drift(const Story &story, const Options &options, const Inputs &machine
             without_link.merge(all_on(port));
         }
     }
-    const std::vector<Difference> found = drift(machine.world, world, without_link);
+    const std::vector<Difference> found = drift(machine.world, now.rules, world, without_link);
     if (options.leftovers) {
         const std::vector<Leftover> left = leftovers(machine.world, now, world);
         return shown(lines_of(left)) ? found.empty() && left.empty() ? as_wanted : drifted : unusable;
