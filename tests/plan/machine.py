@@ -90,7 +90,7 @@ def as_planned(plan: planning.Plan) -> str:
 def poked(offset: int, value: int) -> str:
     """A register written behind everybody's back, in this machine's order of bytes."""
     octets = "".join(f"\\{byte:03o}" for byte in value.to_bytes(4, "little"))
-    return f"printf '{octets}' | dd of=\"$W/memory\" bs=1 seek={REGISTERS + offset} conv=notrunc status=none"
+    return f"printf '{octets}' | dd of=/dev/mem bs=1 seek={REGISTERS + offset} conv=notrunc status=none"
 
 
 def program(*words: object) -> str:
@@ -101,7 +101,7 @@ def program(*words: object) -> str:
 def run(script: str, folder: pathlib.Path) -> str:
     """Output of a script on the stage; fails the test when the script fails."""
     environment = {**os.environ, "W": str(folder), "B": str(planning.BUILD), "LAB_REGS": f"{folder}/memory",
-                   "LAB_PHYS": f"{folder}/phys"}
+                   "LAB_PHYS": f"{folder}/phys", "PATH": f"{planning.BUILD}/bin:{os.environ['PATH']}"}
     done = subprocess.run(["unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--mount-proc",
                            "--propagation", "private", "sh", "-c", ENTER + script], capture_output=True, text=True,
                           env=environment, timeout=120, check=False)

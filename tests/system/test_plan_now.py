@@ -1,14 +1,14 @@
-"""ivarode-plan on a router that runs: a plan from what is there, and what has drifted. That it makes no call that
-changes anything is shown in private name spaces (tests/plan/test_now.py)."""
+"""ivarode-plan on a router that runs: a plan from what is there, and what has drifted; and that it changes nothing."""
 
 from __future__ import annotations
 
 import json
-from collections.abc import Callable
+import pathlib
 from typing import TYPE_CHECKING, Any
 
 import pytest
 
+from tests.plan import drifts, harmless
 from tests.system import bus, state
 from tests.system.held_lab import Lab
 
@@ -51,39 +51,18 @@ def test_a_request_is_planned_on_what_is_there(lab: Lab) -> None:
     assert bus.intf(lab, "port_del", name="lan2") == (0, None)
 
 
-Drift = tuple[str, Callable[[Lab], object], str]
-
-
-def router(*words: str) -> Callable[[Lab], object]:
-    return lambda lab: lab.ok("router", *words)
-
-
-DRIFTS: list[Drift] = [
-    ("a member stolen", router("ip", "link", "set", "eth0.4093", "nomaster"),
-     "bridge of eth0.4093 = lan3: is missing"),
-    ("an address changed", router("sh", "-c", "ip addr flush dev lan3; ip addr add 192.168.3.9/24 dev lan3"),
-     "address of lan3: is 192.168.3.9 instead of 192.168.3.1"),
-    ("a device down", router("ip", "link", "set", "eth0.4091", "down"), "up: eth0.4091: is missing"),
-    ("a rule removed", router("ip", "rule", "del", "pref", "10000"), "rule 10000 = lookup 10000: is missing"),
-    ("a jump removed", router("iptables", "-w", "-D", "FORWARD", "-j", "ipt_fwd_filter_rules_2"),
-     "rule of chain filter FORWARD, -j ipt_fwd_filter_rules_2: is missing"),
-    ("a rule of a chain removed", router("iptables", "-w", "-F", "input_filter_rules_drop"),
-     "rule of chain filter input_filter_rules_drop, -j DROP -i usb+: is missing"),
-    ("a row deleted", router("rm", "/var/run/ivarode/wan/wan1"), "row of wan1"),
-    ("a default route removed", router("ip", "route", "flush", "table", "20001"),
-     "default route of table and WAN 20001"),
-    ("a port's VLAN changed over the bus", lambda lab: bus.intf(lab, "port_del", name="lan3"), "switch, against"),
-]
+def test_it_makes_no_call_that_changes_anything(lab: Lab, tmp_path: pathlib.Path) -> None:
+    """Neither the program nor the daemon on its world nor the iptables that lists."""
+    lab.ok("router", "strace", "-f", "-s", "200", "-o", "/tmp/calls", "ivarode-plan", "--diff", timeout=120)
+    (tmp_path / "calls").write_bytes(lab.get("router", "/tmp/calls"))
+    assert harmless.calls_in(tmp_path / "calls") > 500
 
 
 def test_each_drift_is_listed(machine: Machine, lab: Lab) -> None:
-    known: set[str] = set()
-    for name, plant, expected in DRIFTS:
-        plant(lab)
-        status, told = plan(lab, "--diff")
-        found = {one["what"] for one in told["differences"]}
-        assert status == 4 and all(one["reason"] for one in told["differences"]), name
-        new = found - known
-        assert new and any(what.startswith(expected) for what in new), (name, new)
-        known = found
+    """And nothing else."""
     machine.spoiled()
+    script = drifts.script(drifts.DRIFTS, "ivarode-plan --diff --json || test $? = 4")
+    known, *found = drifts.listed(lab.shell("router", script, check=True, timeout=300).out)
+    assert known == {} and len(found) == 2 * len(drifts.DRIFTS)
+    for drift, planted, repaired in zip(drifts.DRIFTS, found[::2], found[1::2]):
+        drifts.check(drift, known, planted, repaired)
