@@ -6,7 +6,9 @@ A worker of its own gets a lab of its own. A test leaves the board as it found i
 
 from __future__ import annotations
 
+import json
 import os
+import time
 from collections.abc import Iterator, Sequence
 
 import pytest
@@ -19,6 +21,7 @@ from tests.system.held_lab import Lab
 from tests.system.held_lab import pytest_runtest_makereport  # noqa: F401
 
 READY = "ivarode init success"
+SETTLED = 30        # seconds
 TALLY = pytest.StashKey[recorded.Tally]()
 # Configurations whose plans are compared with the board: each sample on each board, and seeds of random ones.
 PLANNED = [*planning.BY_LABEL, *(f"seed {number}" for number in range(1, 41 - len(planning.BY_LABEL)))]
@@ -75,9 +78,31 @@ class Machine(held_lab.Machine):
         return self.lab
 
 
+MACHINE = pytest.StashKey[Machine]()
+
+
 @pytest.fixture(scope="session")
-def machine() -> Iterator[Machine]:
-    yield from held_lab.hold(Machine)
+def machine(request: pytest.FixtureRequest) -> Iterator[Machine]:
+    for machine in held_lab.hold(Machine):
+        request.config.stash[MACHINE] = machine
+        yield machine
+
+
+@pytest.fixture(scope="module", autouse=True)
+def nothing_to_do(request: pytest.FixtureRequest) -> Iterator[None]:
+    """Behind the tests of a file that leaves the board as it found it: a start over the router would change nothing."""
+    yield
+    machine = request.config.stash.get(MACHINE, None)
+    if machine is None or machine.up is None:
+        return
+    deadline = time.monotonic() + SETTLED * machine.lab.pace
+    while changes := planned_changes(machine.lab):
+        assert time.monotonic() < deadline, changes
+
+
+def planned_changes(lab: Lab) -> list[str]:
+    plan = json.loads(lab.ok("router", "ivarode-plan", "--from", "now", "--json", timeout=60))
+    return list(plan["changes"])
 
 
 @pytest.fixture(autouse=True)
