@@ -41,14 +41,22 @@ def link(port: int, up: bool) -> str:
 
 def test_the_command_serves_until_it_is_ended(board: Lab) -> None:
     words = [str(paths.LAB / "lab"), "--name", board.name, "web"]
-    with subprocess.Popen(words, stdout=subprocess.PIPE, text=True) as command:
-        assert command.stdout is not None
-        address = command.stdout.readline().split()[-1]
-        assert re.fullmatch(r"http://127\.0\.0\.1:\d+/ivarode/#[0-9a-f]{32}", address)
-        with urllib.request.urlopen(address, timeout=LATE) as answer:
-            assert b"app.js" in answer.read()
-        command.send_signal(signal.SIGINT)
-        assert command.wait(LATE) == 130
+    with subprocess.Popen(words, stdout=subprocess.PIPE, text=True, preexec_fn=interruptible) as command:
+        try:
+            assert command.stdout is not None
+            address = command.stdout.readline().split()[-1]
+            assert re.fullmatch(r"http://127\.0\.0\.1:\d+/ivarode/#[0-9a-f]{32}", address)
+            with urllib.request.urlopen(address, timeout=LATE) as answer:
+                assert b"app.js" in answer.read()
+            command.send_signal(signal.SIGINT)
+            assert command.wait(LATE) == 130
+        finally:
+            command.kill()
+
+
+def interruptible() -> None:
+    """A run in the background ignores interrupts, and hands that on."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
 
 
 def test_a_cable_pulled_on_the_board_is_seen(page: Browser, board: Lab) -> None:
