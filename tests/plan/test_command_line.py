@@ -3,11 +3,14 @@
 import os
 import pathlib
 import pty
+import subprocess
+from typing import Any
 
 import pytest
 
 from tests.plan import planning
 
+NOBODY = 65534
 WRONG = {
     ("--frob",): 'unknown option "--frob"',
     ("-x",): 'unknown option "-x"',
@@ -127,3 +130,13 @@ def test_a_full_disk_is_a_failure() -> None:
         pid = os.posix_spawn(planning.PROGRAM, [str(word) for word in (planning.PROGRAM, *planning.SAMPLE)],
                              os.environ, file_actions=[(os.POSIX_SPAWN_DUP2, full.fileno(), 1)])
         assert os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]) == 2
+
+
+def test_it_plans_from_files_without_root() -> None:
+    """And says the same."""
+    identity: dict[str, Any] = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.geteuid() == 0 else {}
+    if subprocess.run(["test", "-x", planning.PROGRAM], check=False, **identity).returncode != 0:
+        pytest.skip("this folder is closed to others")
+    done = planning.run(*planning.SAMPLE, "--json", **identity)
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout == planning.run(*planning.SAMPLE, "--json").stdout != ""
