@@ -15,7 +15,7 @@ def test_says_that_it_is_ready_and_nothing_worse(home: Lab) -> None:
     log = home.ok("router", "cat", "/var/log/messages")
     daemon = [line for line in log.splitlines() if " ivarode[" in line]
     assert [line.split()[1] for line in daemon] == ["notice"]
-    assert daemon[0].endswith(r"ivarode init success\n")
+    assert daemon[0].endswith("ivarode init success")
 
 
 def test_switch_layout(home: Lab) -> None:
