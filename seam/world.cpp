@@ -42,7 +42,8 @@ bool is_mask(const std::string &text)
 bool is_plain(const Text &text)
 {
     const auto odd = [](unsigned char c) {
-        return std::isalnum(c) == 0 && std::string_view{".:/_-"}.find(c) == std::string_view::npos;
+        return std::isalnum(c) == 0 &&
+               std::string_view{".:/_-"}.find(static_cast<char>(c)) == std::string_view::npos;
     };
     return !text || std::none_of(text->begin(), text->end(), odd);
 }
