@@ -46,6 +46,7 @@ for name in logger ubus; do
 done
 : >"$root"/root/calls
 : >"$root"/etc/resolv.conf
+printf '%s' "$FILES" | while read -r file; do cp "$file" "$root"/stub; done
 exec chroot "$root" /usr/bin/env -i PATH=/stub:/usr/sbin:/usr/bin:/sbin:/bin sh -eu -c "$@"
 """
 
@@ -78,14 +79,14 @@ def lacks_nat() -> bool:
                                                    capture_output=True).returncode != 0
 
 
-def run(script: str, tmp_path: pathlib.Path, timeout: int = 60) -> str:
-    """Output of a shell script inside; fails the test when the script fails."""
+def run(script: str, tmp_path: pathlib.Path, timeout: int = 60, files: Iterable[pathlib.Path] = ()) -> str:
+    """Output of a shell script inside, with copies of files in /stub; fails the test when the script fails."""
     folder = tmp_path / "root"
     folder.mkdir(exist_ok=True)
     command = ["unshare", "--mount", "--net", "--ipc", "--pid", "--fork", "--kill-child", "--propagation", "private",
                "sh", "-c", ENTER, "sandbox", str(folder), script]
     done = subprocess.run(command, capture_output=True, text=True, timeout=timeout,
-                          env={**os.environ, "IMAGE": str(IMAGE)})
+                          env={**os.environ, "IMAGE": str(IMAGE), "FILES": "".join(f"{file}\n" for file in files)})
     assert done.returncode == 0, f"status {done.returncode}\n{done.stdout}\n{done.stderr}"
     return done.stdout
 

@@ -35,7 +35,7 @@ def archive() -> str:
 
 
 def test_the_readme_names_the_releases() -> None:
-    assert f"For Debian {' and '.join(RELEASES.values())}." in (common.ROOT / "README.md").read_text()
+    assert f"| system | Debian {' or '.join(RELEASES.values())}, " in (common.ROOT / "README.md").read_text()
 
 
 @pytest.fixture

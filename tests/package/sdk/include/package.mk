@@ -27,6 +27,6 @@ lay-$(1): $(BUILD_DIR)/.built
 	mkdir -p $(OUT)/$(1)/data
 	printf '%s\n' 'NAME: $(1)' 'VERSION: $(PKG_VERSION)-r$(PKG_RELEASE)' $$(control-$(1)) >$(OUT)/$(1)/control
 	printf '%s\n' $$(strip $$(Package/$(1)/conffiles)) >$(OUT)/$(1)/conffiles
-	$(if $(Package/$(1)/postinst),$$(file >$(OUT)/$(1)/postinst,$$(Package/$(1)/postinst)))
+	$(if $(Package/$(1)/postinst),$$(shell mkdir -p $(OUT))$$(file >$(OUT)/$(1).postinst,$$(Package/$(1)/postinst))mv $(OUT)/$(1).postinst $(OUT)/$(1)/postinst)
 	$(call Package/$(1)/install,$(OUT)/$(1)/data)
 endef
