@@ -6,7 +6,6 @@ A worker of its own gets a lab of its own. A test leaves the board as it found i
 
 from __future__ import annotations
 
-import json
 import os
 import time
 from collections.abc import Iterator, Sequence
@@ -101,8 +100,7 @@ def nothing_to_do(request: pytest.FixtureRequest) -> Iterator[None]:
 
 
 def planned_changes(lab: Lab) -> list[str]:
-    plan = json.loads(lab.ok("router", "ivarode-plan", "--from", "now", "--json", timeout=60))
-    return list(plan["changes"])
+    return list(lab.run("router", "ivarode-plan", "--from", "now", "--json", timeout=60).json()["changes"])
 
 
 @pytest.fixture(autouse=True)

@@ -130,13 +130,7 @@ def test_enabled_again_renews(lab: Lab, server: peers.Dhcp) -> None:
 def test_lease_outlives_the_daemon(lab: Lab, server: peers.Dhcp, restarts: range) -> None:
     address, searches = peers.row(lab, "wan1")["ipaddr"], server.count("DISCOVER")
     pid = lab.ok("router", "cat", "/var/run/udhcpc-wan1.pid")
-    with traffic.Traffic(lab, [traffic.Stream("LAN to DHCP WAN", "pc1", checks.INTERNET),
-                               traffic.Stream("connection", "pc2", checks.INTERNET, traffic.ECHO_PORT, rarely=True)]
-                         ) as through:
-        for _ in restarts:
-            traffic.killed_and_started(lab)
-    print(through.told())
-    through.look_unharmed()
+    traffic.restarted_below(lab, "LAN to DHCP WAN", restarts)
     look_bound(lab, address)
     assert lab.ok("router", "cat", "/var/run/udhcpc-wan1.pid") == pid and bus.instances(lab, "dhcp")["wan1"][1]
     assert server.count("DISCOVER") == searches

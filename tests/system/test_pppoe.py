@@ -160,13 +160,7 @@ TAKE = f"busybox timeout 5 busybox nc {peers.BEHIND} 9000 < /dev/null | wc -c"
 def test_session_outlives_the_daemon(lab: Lab, session: peers.Pppoe, restarts: range) -> None:
     address, log = peers.row(lab, "wan1")["ipaddr"], session.log()
     before = bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")
-    with traffic.Traffic(lab, [traffic.Stream("LAN to PPPoE WAN", "pc1", checks.INTERNET),
-                               traffic.Stream("connection", "pc2", checks.INTERNET, traffic.ECHO_PORT, rarely=True)]
-                         ) as through:
-        for _ in restarts:
-            traffic.killed_and_started(lab)
-    print(through.told())
-    through.look_unharmed()
+    traffic.restarted_below(lab, "LAN to PPPoE WAN", restarts)
     look_up(lab)
     assert peers.row(lab, "wan1")["ipaddr"] == address and session.log() == log
     assert (bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")) == before

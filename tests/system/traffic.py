@@ -129,3 +129,14 @@ def killed_and_started(lab: Lab) -> None:
     kill_daemon(lab)
     restart(lab)
     assert bus.call(lab, "ivarode.run", "run")[0] == 0
+
+
+def restarted_below(lab: Lab, name: str, restarts: range) -> None:
+    """Kills and starts the daemon while two LAN ports talk to the internet: packets, and a connection."""
+    streams = [Stream(name, "pc1", checks.INTERNET),
+               Stream("connection", "pc2", checks.INTERNET, ECHO_PORT, rarely=True)]
+    with Traffic(lab, streams) as through:
+        for _ in restarts:
+            killed_and_started(lab)
+    print(through.told())
+    through.look_unharmed()
