@@ -15,6 +15,8 @@ from tests.runners import BUILD, Counts, build, build_for_mips, counting_runner
 # What runs on the virtual board mostly waits for its clock: two boards go on beside what keeps the processors busy,
 # and are served first.
 ON_BOARDS = (("docs", "chaos", "web"), ("system",))
+# These need no board and write to no folder of the others, so they run beside them too.
+APART = ("mips", "sanitize", "strict")
 # The kinds that --vm and --mips are for.
 IN_A_MACHINE = ("system", "chaos")
 STANDING_BACK = 10
@@ -48,7 +50,8 @@ class Report:
 def run_beside(report: Report, kinds: Sequence[str], long: bool) -> None:
     """The kinds in rows, those on the boards beside the others."""
     on_boards = [[kind for kind in row if kind in kinds] for row in ON_BOARDS]
-    others = [kind for kind in kinds if not any(kind in row for row in on_boards)]
+    apart = [kind for kind in APART if kind in kinds]
+    others = [kind for kind in kinds if not any(kind in row for row in [*on_boards, apart])]
     standing_back = STANDING_BACK if any(on_boards) else 0
 
     def go(row: Sequence[str], nice: int) -> None:
@@ -56,7 +59,7 @@ def run_beside(report: Report, kinds: Sequence[str], long: bool) -> None:
             report.run(kind, long, nice)
 
     threads = [threading.Thread(target=go, args=[row, 0], daemon=True) for row in on_boards]
-    threads.append(threading.Thread(target=go, args=[others, standing_back], daemon=True))
+    threads += [threading.Thread(target=go, args=[row, standing_back], daemon=True) for row in (others, apart)]
     for thread in threads:
         thread.start()
     for thread in threads:
