@@ -28,7 +28,7 @@ DEVICE_OF_ANOTHER_KIND = "ip tuntap add dev {} mode tap"
 @dataclass(frozen=True)
 class Fault:
     heading: str                        # of the section
-    into: list[Step | str]              # a text is a command that succeeds; "link N up" moves a cable
+    into: list[Step | str | Look]       # a text is a command that succeeds, "link N up" moves a cable; a look waits
     sign: list[Look]
     healed: list[Look]                  # after the first block; the last one may be a restart, which heals everything
     back: list[Step | str] | None = None    # from there to the router as it was; None: a restart
@@ -142,7 +142,7 @@ LINKS = [
           [(RULES, "!20001"), (RULES, "20002")], [(RULES, "!20002")],
           after=["link 4 up", (RULES, "20002"), "link 4 down"], board="two-wan"),
     Fault("enable looks at the link of the first name",
-          [port_add(), port_add("lan3"), "link 2 down",
+          [port_add(), port_add("lan3"), "link 2 down", ("ip -br link show lan2_default", "![<,]UP"),
            call("enable", intf=["lan2_default", "lan3_default"], enable=1)],
           [("ip -br link show lan3_default", "![<,]UP")], [("ip -br link show lan3_default", "[<,]UP")],
           ["link 2 up", port_del(), port_del("lan3")]),

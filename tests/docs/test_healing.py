@@ -51,6 +51,13 @@ class Router(held_lab.Lab):
             found = bus.reason(done.status, done.err) if command.startswith("ubus call ") else None
             assert (found[0] if found else done.status) == wanted, f"{command}: {done!r}"
 
+    def walk(self, steps: Sequence[Step | str | faults.Look]) -> None:
+        for step in steps:
+            if isinstance(step, (Step, str)):
+                self.type(step)
+            else:
+                self.sees([step])
+
     def sees(self, looks: list[faults.Look]) -> None:
         """Waits for what the last steps bring a moment later."""
         for command, pattern in looks:
@@ -111,7 +118,7 @@ def restarts(fault: faults.Fault) -> bool:
     """Whether the way there or back takes a start of the daemon, or another board."""
     typed = [*fault.into, *(fault.back or [])]
     typed += [step for block in fault.blocks for step in WAYS[fault.heading][block]]
-    commands = [step if isinstance(step, str) else step.command for step in typed]
+    commands = [step.command if isinstance(step, Step) else step for step in typed]
     return fault.back is None or fault.board != "one-cpu" or RESTART in commands or START in commands
 
 
@@ -122,19 +129,14 @@ def test_the_way_out_heals(held: Held, fault: faults.Fault, tmp_path: pathlib.Pa
     if held.router is None or held.kind != fault.board:
         held.router, held.kind = raised(fault.board, tmp_path), fault.board
     router, held.router = held.router, None         # of no more use unless this ends well
-    for step in fault.into:
-        router.type(step)
+    router.walk(fault.into)
     router.sees(fault.sign)
     last: Step | str = ""
     for number, block in enumerate(fault.blocks):
         for last in WAYS[fault.heading][block]:
             router.type(last)
         if number == 0:
-            for more in fault.after:
-                if isinstance(more, (Step, str)):
-                    router.type(more)
-                else:
-                    router.sees([more])
+            router.walk(fault.after)
             router.sees(fault.healed)
     for last in fault.back if fault.back is not None else [] if last == Step(RESTART) else [RESTART]:
         router.type(last)
