@@ -79,6 +79,19 @@ std::string pid_file_in(const std::string &line)
     return {};
 }
 
+// A word as it stands in a command line that the platform library splits.
+std::string as_word(const std::string &text)
+{
+    if (!text.empty() && text.find_first_of(" \t\n\"'") == text.npos) {
+        return text;
+    }
+    std::string out = "\"";
+    for (const char c : text) {
+        out += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+    }
+    return out + '"';
+}
+
 void take_instance(System &system, const char *service, blob_attr *instance)
 {
     blob_attr *word = nullptr;
@@ -90,7 +103,7 @@ void take_instance(System &system, const char *service, blob_attr *instance)
     }
     blobmsg_for_each_attr(word, command, rest)
     {
-        line += (line.empty() ? "" : " ") + std::string{blobmsg_get_string(word)};
+        line += (line.empty() ? "" : " ") + as_word(blobmsg_get_string(word));
     }
     system.clients[{service, blobmsg_name(instance)}] = line;
     if (const std::string file = pid_file_in(line); !file.empty()) {

@@ -1,5 +1,6 @@
 // When two facts say the same.
 
+#include "../../libsys/command.h"
 #include "plan/now.h"
 #include "text.h"
 
@@ -24,6 +25,16 @@ std::vector<std::string> sorted_words(const std::string &rule)
     }
     std::sort(all.begin(), all.end());
     return all;
+}
+
+// As the platform library starts it: the supervisor lists words, without the quotes of the line.
+std::vector<std::string> started_words(const std::string &line)
+{
+    libsys::argument_list all;
+    if (all.add_words(line.c_str()) != 0) {
+        return {line};
+    }
+    return {all.argv(), all.argv() + all.count()};
 }
 
 bool same_rules(const std::vector<std::string> &some, const std::vector<std::string> &others)
@@ -65,7 +76,7 @@ std::string without_device(const std::string &route)
 bool same_value(const std::string &key, const std::string &a, const std::string &b)
 {
     if (key.starts_with("process ")) {
-        return words(a) == words(b);
+        return started_words(a) == started_words(b);
     }
     if (key.starts_with("route ")) {
         return without_device(a) == without_device(b);

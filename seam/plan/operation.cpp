@@ -76,16 +76,16 @@ std::string filled(const char *pattern, const TraceCall &call)
     return out;
 }
 
-// Of a client's command line. It may hold blanks and quotes, so what is known to follow ends it.
-std::string hide_password(const std::string &line)
+// Of clients' command lines. A password may hold blanks and quotes, so what is known to follow ends it.
+std::string hide_password(std::string text)
 {
     constexpr std::string_view option = " password ";
-    const size_t at = line.find(option);
-    if (at == line.npos) {
-        return line;
+    for (size_t at = 0; (at = text.find(option, at)) != text.npos;) {
+        at += option.size();
+        const size_t end = std::min(text.find(" mtu ", at), text.size());
+        text.replace(at, end - at, masked);
     }
-    const size_t end = std::min(line.find(" mtu ", at), line.size());
-    return line.substr(0, at + option.size()) + masked + line.substr(end);
+    return text;
 }
 
 std::string phy_words(const TraceCall &call)

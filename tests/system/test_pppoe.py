@@ -161,6 +161,7 @@ def test_session_outlives_the_daemon(lab: Lab, session: peers.Pppoe, restarts: r
     address, log = peers.row(lab, "wan1")["ipaddr"], session.log()
     before = bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")
     traffic.restarted_below(lab, "LAN to PPPoE WAN", restarts)
+    traffic.reloaded_below(lab, "LAN to PPPoE WAN")
     look_up(lab)
     assert peers.row(lab, "wan1")["ipaddr"] == address and session.log() == log
     assert (bus.instances(lab, "pppoe"), lab.ok("router", "pidof", "pppd")) == before

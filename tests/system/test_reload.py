@@ -11,7 +11,6 @@ import pathlib
 import random
 import re
 import time
-from collections.abc import Callable
 from typing import TYPE_CHECKING
 
 import pytest
@@ -19,7 +18,7 @@ import pytest
 from tests.chaos import additions, snapshot
 from tests.plan import harmless, pairs, planning
 from tests.system import state
-from tests.system.daemon import restart
+from tests.system.daemon import LIMIT, RELOAD, reload, restart, start_if_ended, until
 from tests.system.held_lab import Lab
 
 if TYPE_CHECKING:
@@ -29,8 +28,6 @@ SEED = int(os.environ.get("IVARODE_SEED", "1"))
 BOARD = planning.ROOT / "lab/boards/two-wan.json"
 LINKS = [word for port in range(5) for word in ("--link", f"{port}=up")]
 SHORT_SLEEP = "/usr/lib/short-sleep.so"
-RELOAD = "/lib/ivarode/reload.sh"
-LIMIT = 300
 
 
 def pytest_generate_tests(metafunc: pytest.Metafunc) -> None:
@@ -46,27 +43,6 @@ def lab(machine: Machine) -> Lab:
     machine.spoiled()
     state.settled(lab)
     return lab
-
-
-def start_if_ended(lab: Lab) -> None:
-    """What the init script does behind the removals."""
-    if lab.run("router", "pidof", "ivarode"):
-        return
-    until(lab, lambda: "daemon running" not in lab.ok("agent", "services"))
-    restart(lab)
-
-
-def until(lab: Lab, condition: Callable[[], bool]) -> None:
-    deadline = time.monotonic() + 60 * lab.pace
-    while not condition():
-        assert time.monotonic() < deadline, "it does not come"
-
-
-def reload(lab: Lab, *words: str) -> list[str]:
-    """What it says."""
-    said = lab.ok("router", RELOAD, *words, timeout=LIMIT).splitlines()
-    start_if_ended(lab)
-    return said
 
 
 def comparable(facts: snapshot.Facts) -> snapshot.Facts:

@@ -4,16 +4,23 @@ from __future__ import annotations
 
 import re
 import time
+from collections.abc import Callable
 from typing import NamedTuple
 
 from labctl import checks, client
 from labctl.capture import Capture, Decoded, address
 from tests.system import bus
-from tests.system.daemon import kill_daemon, restart
+from tests.system.daemon import kill_daemon, reload, restart
 from tests.system.held_lab import Lab
 
 ECHO_PORT = 7
 FENCE = "10.255.0.77"       # nobody; who asks for it says that everything before has passed
+OTHER_LAN = b"""
+config interface 'lan3'
+    option enable '1'
+    option ipaddr '192.168.3.1'
+    option netmask '255.255.255.0'
+"""
 # Echo packets that come into the router, and those that leave it. One that comes in leaves, or its answer does.
 COUNT = """
 for side in 'in PREROUTING' 'out POSTROUTING'; do
@@ -132,11 +139,33 @@ def killed_and_started(lab: Lab) -> None:
 
 
 def restarted_below(lab: Lab, name: str, restarts: range) -> None:
-    """Kills and starts the daemon while two LAN ports talk to the internet: packets, and a connection."""
+    """Kills and starts the daemon while two LAN ports talk to the internet."""
+    def disturb() -> None:
+        for _ in restarts:
+            killed_and_started(lab)
+    disturbed_below(lab, name, disturb)
+
+
+def reloaded_below(lab: Lab, name: str) -> None:
+    """Another LAN is configured, and is no longer, while two ports of LAN 1 talk to the internet."""
+    path = "/etc/config/lan_intf"
+    before = lab.get("router", path)
+
+    def disturb() -> None:
+        lab.put("router", path, before + OTHER_LAN, 0o600)
+        assert reload(lab) == []
+        assert bus.call(lab, "ivarode.run", "run")[0] == 0
+        lab.put("router", path, before, 0o600)
+        assert "removes device lan3" in reload(lab)
+        assert bus.call(lab, "ivarode.run", "run")[0] == 0
+    disturbed_below(lab, name, disturb)
+
+
+def disturbed_below(lab: Lab, name: str, disturb: Callable[[], None]) -> None:
+    """Packets of one host, and a connection of another."""
     streams = [Stream(name, "pc1", checks.INTERNET),
                Stream("connection", "pc2", checks.INTERNET, ECHO_PORT, rarely=True)]
     with Traffic(lab, streams) as through:
-        for _ in restarts:
-            killed_and_started(lab)
+        disturb()
     print(through.told())
     through.look_unharmed()
