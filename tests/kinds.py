@@ -67,9 +67,11 @@ def sanitized(long: bool) -> Counts:
 
 
 def system(long: bool) -> Counts:
-    """A long run records every board, restarts ten times below traffic, and upgrades from the last release."""
+    """A long run records every board, restarts ten times below traffic, upgrades from the last release, and is watched
+    for an hour."""
     release = subprocess.run(["git", "describe", "--tags", "--abbrev=0"], capture_output=True, text=True).stdout.strip()
-    longer = ["--recorded", "--long", "--restarts", "10", "--plans", "40", *(["--older", release] if release else [])]
+    longer = ["--recorded", "--long", "--restarts", "10", "--plans", "40", "--scraped", "60",
+              *(["--older", release] if release else [])]
     return pytest("tests/system", *(longer if long else []))
 
 

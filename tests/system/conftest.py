@@ -40,6 +40,7 @@ def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--restarts", type=int, default=1,
                      help="how often the daemon is killed and started below traffic (default: %(default)s)")
     parser.addoption("--older", metavar="REVISION", help="upgrade from that revision instead of to the same files")
+    parser.addoption("--scraped", type=int, metavar="MINUTES", help="watch five routers with Prometheus for so long")
     parser.addoption("--plans", type=int, default=5, choices=range(1, len(PLANNED) + 1), metavar="N",
                      help=f"how many plans to compare with the board, of {len(PLANNED)} (default: %(default)s)")
 
