@@ -2,8 +2,6 @@
 
 #include "explain/explain.h"
 
-#include <cstring>
-
 namespace ctl {
 
 namespace {
@@ -18,42 +16,16 @@ finding with_config(finding of, const subject &about)
         about.name());
 }
 
-// What the last words of a PPP daemon mean.
-constexpr struct {
-    const char *words;
-    const char *sentence;
-    const char *remedy;
-} meanings[] = {
-    {"uthentication failed", "the provider refuses user or password",
-     "correct username and password, then config"},
-    {"ailed to authenticate", "the provider refuses user or password",
-     "correct username and password, then config"},
-    {"started by ", "nothing has answered yet", "look at modem and provider, and at option server"},
-    {"Timeout waiting for PADO", "no PPPoE concentrator answers",
-     "look at modem and provider, and at option server"},
-    {"Unable to complete PPPoE Discovery", "no PPPoE concentrator answers",
-     "look at modem and provider, and at option server"},
-    {"echo-requests", "the peer has gone without a word", "nothing: the client dials again"},
-    {"Connection terminated", "the peer has ended the link", "nothing: the client dials again"},
-    {"Modem hangup", "the peer has ended the link", "nothing: the client dials again"},
-};
-
 // Of an interface whose address comes from somebody else.
 finding without_address(const subject &about)
 {
-    const char *words = shown(get(about.own, "client"), "last_words", "");
-    if (get_text(about.own, "proto") == "dhcp") {
-        return bad("look at the server: does it run, and has it addresses left",
-                   "%s has no address: no DHCP server has given it a lease%s%s", about.name(),
-                   *words != '\0' ? "; last words: " : "", words);
-    }
-    for (const auto &[part, sentence, remedy] : meanings) {
-        if (strstr(words, part) != nullptr) {
-            return bad(remedy, "%s has no PPP link: %s", about.name(), sentence);
-        }
-    }
-    return bad("look at user, password and service name, and at the provider", "%s has no PPP link%s%s",
-               about.name(), *words != '\0' ? "; last words: " : "", words);
+    const bool dials = get_text(about.own, "proto") == "pppoe";
+    json_object *line = get(get(about.own, "client"), "reason");
+    const meaning *of = meaning_of(line != nullptr ? json_object_get_string(line)
+                                   : dials         ? "started by "
+                                                   : " has no lease");
+    return bad(of->remedy, "%s has no %s: %s%s%s", about.name(), dials ? "PPP link" : "address", of->sentence,
+               line != nullptr ? "; the log: " : "", line != nullptr ? json_object_get_string(line) : "");
 }
 
 bool is_unread(const subject &about)

@@ -86,7 +86,9 @@ finding look_number_of_board(const subject &about)
         return bad("correct /etc/board.json; standard error names the key", "the board file cannot be used");
     }
     if (about.port() < 0) {
-        return bad("take the section out, or name it after a LAN or WAN that the board has",
+        return bad(about.section() != nullptr
+                       ? "take the section out, or name it after a LAN or WAN that the board has"
+                       : "/etc/init.d/ivarode restart, before somebody calls statist, which would not end",
                    "%s: the board has no %.3s %d%s", about.name(), about.name(),
                    static_cast<int>(number_of(about.name())),
                    about.section() != nullptr ? ", and the daemon's start ends there" : "");

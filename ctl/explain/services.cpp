@@ -11,6 +11,30 @@ json_object *health_of(const subject &about)
     return get(about.facts, "health");
 }
 
+// An interface on a number that the board lacks: statist asks for its link for ever.
+const char *endless_question(json_object *facts)
+{
+    const char *name = nullptr;
+    each(get(facts, "interfaces"),
+         [&](json_object *own) { name = get_number(own, "port") < 0 ? shown(own, "name") : name; });
+    return name;
+}
+
+finding hang(const subject &about)
+{
+    json_object *health = health_of(about);
+    if (get_text(get(health, "daemon"), "process_state") == "T") {
+        return bad("kill -CONT it, or /etc/init.d/ivarode restart",
+                   "the daemon hangs: it was stopped by a signal");
+    }
+    if (const char *name = endless_question(about.facts)) {
+        return bad("kill -9 it, then /etc/init.d/ivarode restart",
+                   "the daemon hangs: statist asks for the link of %s without end, which the board lacks",
+                   name);
+    }
+    return bad("/etc/init.d/ivarode restart", "the daemon hangs: %s", shown(health, "sentence"));
+}
+
 } // namespace
 
 finding look_process(const subject &about)
@@ -69,9 +93,7 @@ finding look_answer(const subject &about)
     json_object *health = health_of(about);
     const std::string_view state = get_text(health, "state");
     if (state == "hung") {
-        return bad(
-            "/etc/init.d/ivarode restart; where the log is full of one line, see docs/behaviour.md, statist",
-            "the daemon hangs: %s", shown(health, "sentence"));
+        return hang(about);
     }
     return state == "up" ? good("the daemon answers")
                          : unsure("the daemon could not be asked: %s", shown(health, "sentence"));

@@ -18,6 +18,16 @@ bool has_client(const subject &about)
     return is_dialled(about) || get_text(about.own, "proto") == "dhcp";
 }
 
+constexpr const char *ask_provider = "ask the provider: DHCP server or PPP peer has to name it";
+
+// By its row, which holds what DHCP server or PPP peer has named.
+bool was_given_none(const subject &about, const char *key)
+{
+    json_object *row = get(about.own, "row");
+    return has_client(about) && get_text(row, "ipaddr", "0.0.0.0") != "0.0.0.0" &&
+           get_text(row, key) == "0.0.0.0";
+}
+
 // Whether a way out is to be there at all: a static WAN may have no gateway.
 bool wants_way_out(const subject &about)
 {
@@ -121,6 +131,9 @@ finding look_way_out(const subject &about)
     if (!get_flag(about.own, "configured") || !wants_way_out(about)) {
         return good("it is to have no default route");
     }
+    if (was_given_none(about, "gateway")) {
+        return bad(ask_provider, "%s was given no gateway with its address", about.name());
+    }
     return with_remedy(bad("", "table %" PRId64 " has no default route of %s", table_of(about), about.name()),
                        "ubus call ivarode.intf enable '{\"intf\":[\"%s\"],\"enable\":1}' lays it again",
                        about.name());
@@ -187,6 +200,9 @@ finding look_resolver(const subject &about)
     }
     json_object *servers = get(about.facts, "resolvers");
     if (servers == nullptr || json_object_array_length(servers) == 0) {
+        if (was_given_none(about, "addr4")) {
+            return bad(ask_provider, "%s was given no name server with its address", about.name());
+        }
         return bad("the client's event script writes it with the next lease or link",
                    "%s names no name server", shown(about.facts, "resolver_file", "/etc/resolv.conf"));
     }

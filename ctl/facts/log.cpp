@@ -1,4 +1,4 @@
-// The last words of the clients, out of the system log: by the daemon logread, or in a file.
+// What the clients said last, out of the system log: by the daemon logread, or in a file.
 
 #include "facts/router.h"
 #include "libsys/command.h"
@@ -13,6 +13,33 @@ namespace {
 
 constexpr const char *log_path = "/var/log/messages";
 constexpr off_t part_read = 0x40000;
+
+constexpr const char *at_provider = "look at modem and provider, and at option server";
+constexpr const char *refused = "the provider refuses user or password";
+constexpr const char *correct = "correct username and password, then config";
+constexpr const char *dials_again = "nothing: the client dials again";
+
+// A line counts unless the one before it keeps more than it beats, or as much and stands right in front of
+// it: the end of a link tells less than the refusal that led to it, and so does the silence behind a peer
+// that has gone silent.
+constexpr meaning meanings[] = {
+    {" has no lease", 5, 0, "no DHCP server answers: none is there, or it has no address left",
+     "look at cable, modem and server"},
+    {"started by ", 0, 0, "no PPPoE concentrator has answered, as far as the log says", at_provider},
+    {": bound", 9, 0, "it has had one that is gone",
+     "ubus call ivarode.intf enable for it asks for a lease again"},
+    {"local  IP address", 9, 0, "it has had one that is gone", dials_again},
+    {" is refused: ", 9, 5, "what the DHCP server offers cannot be used",
+     "give the LAN another network, or look at the server"},
+    {": nak ", 9, 5, "the last that a DHCP server said was a refusal", "look at the server, why it refuses"},
+    {"uthentication failed", 9, 5, refused, correct},
+    {"ailed to authenticate", 9, 5, refused, correct},
+    {"echo-requests", 9, 6, "the peer has gone without a word, and nobody answers since", dials_again},
+    {"LCP: timeout", 9, 5, "the concentrator answers, but nobody behind it", at_provider},
+    {"Timeout waiting for PADO", 5, 2, "no PPPoE concentrator answers", at_provider},
+    {"PPP session is ", 3, 0, "the concentrator has answered, and the link is being made", dials_again},
+    {"Connection terminated", 1, 1, "the peer has ended the link", dials_again},
+};
 
 void read_log(libsys::text &into)
 {
@@ -37,15 +64,24 @@ void read_log(libsys::text &into)
 bool is_said_by(const char *line, json_object *client)
 {
     char mark[64];
-    if (get_text(client, "service") == "pppoe") {
-        snprintf(mark, sizeof(mark), "pppd[%s]: ", shown(client, "pid"));
-    } else {
-        snprintf(mark, sizeof(mark), "ivarode-wan: %.32s ", shown(client, "name"));
-    }
-    return strstr(line, mark) != nullptr;
+    const int length = get_text(client, "service") == "pppoe"
+                           ? snprintf(mark, sizeof(mark), "pppd[%s]:", shown(client, "pid"))
+                           : snprintf(mark, sizeof(mark), "ivarode-wan: %.32s", shown(client, "name"));
+    const char *found = strstr(line, mark);
+    return found != nullptr && strchr(": ", found[length]) != nullptr;
 }
 
 } // namespace
+
+const meaning *meaning_of(const char *line)
+{
+    for (const meaning &each : meanings) {
+        if (strstr(line, each.words) != nullptr) {
+            return &each;
+        }
+    }
+    return nullptr;
+}
 
 void add_last_words(json_object *facts)
 {
@@ -59,10 +95,18 @@ void add_last_words(json_object *facts)
     for (char *line = strtok_r(log.get(), "\n", &rest); line != nullptr;
          line = strtok_r(nullptr, "\n", &rest)) {
         each(clients, [&](json_object *client) {
-            if (is_said_by(line, client)) {
-                put(client, "last_words", strstr(line, ": ") + strlen(": "));
-                put(client, "last_line", line);
+            if (!is_said_by(line, client)) {
+                return;
             }
+            const char *words = strstr(line, ": ") + strlen(": ");
+            const meaning *of = meaning_of(words);
+            const meaning *kept = meaning_of(shown(client, "reason", ""));
+            const bool behind = get_text(client, "last_words") == get_text(client, "reason");
+            if (of != nullptr && (kept == nullptr || of->beats >= kept->keeps + behind)) {
+                put(client, "reason", words);
+            }
+            put(client, "last_words", words);
+            put(client, "last_line", line);
         });
     }
 }

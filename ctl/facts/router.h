@@ -11,7 +11,7 @@ void add_configuration(json_object *facts); // "configuration"
 void add_kernel(json_object *facts);        // "devices", "routes", "rules", "forwarding"
 void add_chains(json_object *facts);        // "chains"
 void add_services(json_object *facts);      // "health", "clients", "sibling", "supervisor"
-void add_last_words(json_object *facts);    // "last_words" and "last_line" of the clients
+void add_last_words(json_object *facts);    // "last_words", "last_line" and "reason" of the clients
 void add_rows(json_object *facts);          // "rows", "resolvers"
 void add_accounts(json_object *facts);      // "ppp_users"
 
@@ -25,6 +25,17 @@ void add_rates(json_object *facts);
 
 // All of it, but for the rates.
 void read_router(json_object *facts);
+
+// What a line of the log says of an interface that has no address.
+struct meaning {
+    const char *words; // in the line
+    uint8_t beats;     // it counts behind a line that keeps no more than this
+    uint8_t keeps;
+    const char *sentence;
+    const char *remedy;
+};
+// Null where it says nothing; of " has no lease" and "started by " what is known without a log.
+const meaning *meaning_of(const char *line);
 
 // One sentence about what could not be read.
 [[gnu::format(printf, 2, 3)]] void note_unread(json_object *facts, const char *format, ...);

@@ -249,7 +249,7 @@ HOME = [
           signal("siblings", 18)),
     Fault("sibling missing", "lan1", "ombrine.run, .* is not on the bus",
           lambda lab: lab.ok("agent", "stop", "siblings"), started("siblings")),
-    Fault("daemon hangs", "wan1", "the daemon hangs: it does not answer within 3 s", signal("daemon", 19),
+    Fault("daemon hangs", "wan1", "the daemon hangs: it was stopped by a signal", signal("daemon", 19),
           both(signal("daemon", 18), healthy)),
     Fault("daemon not started", "lan1", "the daemon does not run", lambda lab: lab.ok("agent", "stop", "daemon"),
           start_again),

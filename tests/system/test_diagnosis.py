@@ -12,14 +12,15 @@ from typing import TYPE_CHECKING
 import pytest
 
 from tests.docs import books
-from tests.system import faults, state
+from tests.system import faults, state, wan_faults
 from tests.system.held_lab import Lab
 
 if TYPE_CHECKING:
     from tests.system.conftest import Machine
 
 SEED = 20001
-USUAL = 12          # of an ordinary run; a long one plants them all
+USUAL = 12          # of an ordinary run, and of those of a WAN; a long one plants them all
+USUAL_OF_WAN = 2
 
 
 @pytest.fixture(scope="module")
@@ -80,8 +81,10 @@ def test_metrics_pass_the_check_of_their_reader(lab: Lab) -> None:
 
 
 def chosen(request: pytest.FixtureRequest) -> list[faults.Fault]:
-    every = list(faults.HOME)
-    return every if request.config.getoption("--long") else random.Random(SEED).sample(every, USUAL)
+    if request.config.getoption("--long"):
+        return wan_faults.EVERY
+    of_seed = random.Random(SEED)
+    return [*of_seed.sample(faults.HOME, USUAL), *of_seed.sample(wan_faults.WANS, USUAL_OF_WAN)]
 
 
 def test_each_fault_is_the_first_cause(lab: Lab, request: pytest.FixtureRequest) -> None:
@@ -97,4 +100,4 @@ def test_each_fault_is_the_first_cause(lab: Lab, request: pytest.FixtureRequest)
 
 
 def test_faults_have_names_and_there_are_enough_of_them() -> None:
-    assert len({fault.name for fault in faults.HOME}) == len(faults.HOME) >= 40
+    assert len({fault.name for fault in wan_faults.EVERY}) == len(wan_faults.EVERY) >= 60
