@@ -14,6 +14,8 @@ def serving(server: Server) -> Iterator[Server]:
     thread = threading.Thread(target=server.serve_forever, args=[0.02])
     with server:
         thread.start()
-        yield server
-        server.shutdown()
-        thread.join()
+        try:
+            yield server
+        finally:
+            server.shutdown()
+            thread.join()
