@@ -223,8 +223,12 @@ class Board:
         return bool(self.lab.run("router", "ip", "address", "replace", whole, "dev", interface))
 
 
-def repeat(lab: client.Lab, kept: Kept, say: Callable[[str], None]) -> bool:
-    """Raises the board of a recording, says what differs, and at the end a verdict; whether nothing does."""
+def repeat(lab: client.Lab, kept: Kept, say: Callable[[str], None],
+           after: Callable[[Event], None] = lambda event: None) -> bool:
+    """Raises the board of a recording, says what differs, and at the end a verdict; whether nothing does.
+
+    after: called behind each event that has been repeated.
+    """
     board = Board(lab, kept)
     board.start()
     differing = Counter[bool]()
@@ -246,6 +250,7 @@ def repeat(lab: client.Lab, kept: Kept, say: Callable[[str], None]) -> bool:
             happened, missing = happened + come, missing + (not come)
             if not come:
                 say(f"event {event.number} does not come: {event.record.text}")
+        after(event)
     if any(one.kind == "gap" for one in kept.records):
         say("what came then has been overwritten, and is not repeated")
     requests = differing.total()

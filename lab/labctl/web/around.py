@@ -1,18 +1,24 @@
-"""The object "lab" of a virtual board's page: cables, hosts and boards."""
+"""The object "lab" of a virtual board's page: cables, hosts, boards and recordings."""
 
 from __future__ import annotations
 
+import base64
+import pathlib
 import re
 from typing import Any
 
-from labctl import client, paths
+from labctl import client, paths, recordings
+
+from .player import Player
 
 OK, NO_METHOD, WRONG_ARGUMENT, FAILED = 0, 3, 2, 9
 COUNT_MAX, SIZE_MAX = 100, 1400
+BUSY = OK, {"error": "a recording is being played"}
 ADDRESS = re.compile(r"(?:\d{1,3}\.){3}\d{1,3}")
 SIGNATURES = {"about": {}, "link": {"port": "Integer", "up": "Integer"},
               "ping": {"host": "String", "to": "String", "count": "Integer", "size": "Integer"},
-              "raise": {"board": "String", "config": "String"}}
+              "raise": {"board": "String", "config": "String"}, "play": {"recording": "String"}, "played": {},
+              "moment": {"at": "Integer"}}
 
 
 def samples() -> dict[str, list[str]]:
@@ -21,7 +27,7 @@ def samples() -> dict[str, list[str]]:
 
 class Around:
     def __init__(self, lab: client.Lab) -> None:
-        self.lab = lab
+        self.lab, self.player = lab, Player(lab)
 
     def methods(self) -> dict[str, Any]:
         return SIGNATURES
@@ -36,6 +42,12 @@ class Around:
             return self.ping(given.get("host"), given.get("to"), given.get("count", 1), given.get("size", 56))
         if method == "raise":
             return self.raise_board(given.get("board"), given.get("config"))
+        if method == "play":
+            return self.play(given.get("recording"))
+        if method == "played":
+            return OK, self.player.state()
+        if method == "moment":
+            return self.moment(given.get("at"))
         return NO_METHOD, None
 
     def hosts(self) -> dict[str, int]:
@@ -44,7 +56,8 @@ class Around:
 
     def about(self) -> dict[str, Any]:
         hosts = [{"name": name, "port": port, "address": self.address(name)} for name, port in self.hosts().items()]
-        return {"board": self.lab.board().name, "config": self.lab.config(), "hosts": hosts, **samples()}
+        return {"board": self.lab.board().name, "config": pathlib.Path(self.lab.config()).name, "hosts": hosts,
+                **samples()}
 
     def address(self, host: str) -> str:
         found = ADDRESS.findall(self.lab.run(host, "ip", "-4", "-o", "address", "show", "scope", "global").out)
@@ -70,6 +83,23 @@ class Around:
     def raise_board(self, board: object, config: object) -> tuple[int, dict[str, Any] | None]:
         if board not in samples()["boards"] or config not in samples()["configs"]:
             return WRONG_ARGUMENT, None
+        if self.player.playing:
+            return BUSY
         self.lab.raise_board(str(board), str(config))
         self.lab.said("ivarode init success", 90)
         return OK, {}
+
+    def play(self, recording: object) -> tuple[int, dict[str, Any] | None]:
+        """Raises the board of a recording, which comes as base64, and repeats it in the background."""
+        if self.player.playing:
+            return BUSY
+        try:
+            self.player.start(base64.b64decode(str(recording), validate=True))
+        except (ValueError, recordings.RecordingError) as error:
+            return OK, {"error": f"no recording: {error}"}
+        return OK, {}
+
+    def moment(self, at: object) -> tuple[int, dict[str, Any] | None]:
+        """The picture behind an event that has been repeated."""
+        moments = self.player.moments
+        return (OK, moments[at]._asdict()) if type(at) is int and 0 <= at < len(moments) else (WRONG_ARGUMENT, None)

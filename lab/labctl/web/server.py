@@ -18,10 +18,10 @@ from .jsonrpc import Endpoint
 
 ADDRESS = "127.0.0.1"
 FOLDER = "/ivarode/"
-BODY_MAX = 1 << 16
+BODY_MAX = 1 << 24           # a recording of eight megabytes, as text
 TYPES = {".html": "text/html; charset=utf-8", ".css": "text/css; charset=utf-8",
          ".js": "text/javascript; charset=utf-8", ".json": "application/json", ".svg": "image/svg+xml"}
-POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src data:; connect-src 'self'; "
           "base-uri 'none'; form-action 'none'; frame-ancestors 'none'")
 HEADERS = {"Content-Security-Policy": POLICY, "X-Content-Type-Options": "nosniff", "Referrer-Policy": "no-referrer",
            "Cross-Origin-Resource-Policy": "same-origin", "Cache-Control": "no-store"}
