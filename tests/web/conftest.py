@@ -8,9 +8,9 @@ from collections.abc import Iterator
 
 import pytest
 
-from labctl import paths, topology
+from labctl import paths, recordings, repetition, topology
 from labctl.web import pages
-from tests.system import held_lab
+from tests.system import bus, held_lab
 from tests.web import browser
 from tests.web.browser import Browser, BrowserError
 from tests.web.running import serving
@@ -21,8 +21,22 @@ READY = "ivarode init success"
 class Machine(held_lab.Machine):
     def __init__(self) -> None:
         super().__init__("web-tests")
-        self.lab.topology = topology.Topology(self.lab.raise_board("one-cpu", "home"), "home")
+        recorded = [f"daemon-preload {repetition.RECORDER}"]
+        self.lab.topology = topology.Topology(self.lab.raise_board("one-cpu", "home", recorded), "home")
         self.lab.said(READY, 90)
+
+    def recording(self, file: pathlib.Path) -> None:
+        """Of a LAN that port 2 gets and loses, and of a cable in between."""
+        bus.intf(self.lab, "port_add", name="lan2")
+        for state in ("down", "up"):
+            self.lab.link(4, state == "up")
+            Browser.wait(lambda: self.has_come(file, f"> link 4 {state}"), 20 * self.lab.pace, f"cable 4 {state}")
+        bus.intf(self.lab, "port_del", name="lan2")
+        file.write_bytes(self.lab.get("router", repetition.RECORDING))
+
+    def has_come(self, copy: pathlib.Path, event: str) -> bool:
+        copy.write_bytes(self.lab.get("router", repetition.RECORDING))
+        return [one.text for one in recordings.records(copy) if one.text.startswith("> link 4")][-1:] == [event]
 
 
 @pytest.fixture(scope="session")
@@ -56,7 +70,15 @@ def machine() -> Iterator[Machine]:
 
 
 @pytest.fixture(scope="session")
-def board(machine: Machine) -> held_lab.Lab:
+def recording(machine: Machine, tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
+    """Of this board, before a page has asked it anything."""
+    file = tmp_path_factory.mktemp("recorded") / "router.rec"
+    machine.recording(file)
+    return file
+
+
+@pytest.fixture(scope="session")
+def board(machine: Machine, recording: pathlib.Path) -> held_lab.Lab:
     if machine.lab.run("router", "ivarodectl", "status", "--json").status == 2:
         pytest.skip("ivarodectl has no command \"status\"")
     return machine.lab

@@ -52,6 +52,8 @@ class Router:
 
     def __init__(self) -> None:
         self.status = copy.deepcopy(STATUS)
+        self.asked: list[tuple[str, str]] = []
+        self.planned: list[dict[str, Any]] = []
         self.calls: list[tuple[str, str, dict[str, Any]]] = []
         self.answers: dict[tuple[str, str], Answer | Refusal] = {
             ("ivarode.view", "plan"): Answer(0, {"phases": []}), ("ivarode.view", "log"): Answer(0, {"lines": []}),
@@ -65,6 +67,9 @@ class Router:
         return {"link": [int(one["link"]) for one in ports], "speed": [2] * len(ports), "duplex": [1] * len(ports)}
 
     def call(self, name: str, method: str, arguments: dict[str, Any]) -> Answer:
+        self.asked.append((name, method))
+        if method == "plan":
+            self.planned.append(arguments)
         said = self.answers.get((name, method))
         if isinstance(said, Refusal):
             raise said

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import pathlib
 import re
 import signal
 import subprocess
@@ -85,7 +86,7 @@ def test_a_cable_is_pulled_by_a_click_and_frames_stop(page: Browser, board: Lab)
 def test_a_stream_is_seen_in_the_rates(page: Browser) -> None:
     page.click("#stream")
     page.until("[...document.querySelectorAll('.card')].filter((one) => /[1-9].* [kM]bit/.test("
-               "one.querySelector('.rx-text').textContent)).length >= 2", LATE)
+               "one.querySelector('span.rx').textContent)).length >= 2", LATE)
     page.click("#stop")
 
 
@@ -113,7 +114,7 @@ def test_a_port_gets_a_lan_and_is_taken_back(page: Browser, board: Lab) -> None:
 
 def test_a_route_is_added(page: Browser, board: Lab) -> None:
     page.click("#tab-routes")
-    page.click("#add-route")
+    page.click("#addRoute")
     for field, text in (("name", "web"), ("dstaddr", "192.0.2.0"), ("netmask", "255.255.255.0"),
                         ("gateway", "203.0.113.1"), ("line", "wan1"), ("metric", "10")):
         page.write(f"#field-{field}", text)
@@ -163,3 +164,25 @@ def test_the_broker_goes_and_comes(page: Browser, board: Lab) -> None:
     finally:
         board.ok("agent", "start", "broker")
     page.until("document.querySelector('#state').textContent === 'live' && document.body.className === ''", LATE)
+
+
+def test_a_recording_is_played_with_a_slider(page: Browser, board: Lab, recording: pathlib.Path) -> None:
+    """Its board takes the place of the one before."""
+    page.run("document.querySelector('#recording').closest('details').open = true")
+    page.upload("#recording", recording)
+    page.click("#play")
+    page.wait(lambda: re.match(r"\d+ events\. the same, ", page.text("#played")), 3 * LATE * board.pace,
+              "the end of the recording")
+    move = "const slider = document.querySelector('#moment'); slider.value = arguments[0]; " \
+           "slider.dispatchEvent(new Event('input')); return document.querySelector('#said').textContent"
+    count = int(page.text("#played").split()[0])
+    said = [page.run(move, at).partition(" ")[2] for at in range(count)]
+    assert sorted(said[:5]) == [f"link {port} up" for port in range(5)]
+    assert [text.partition(" {")[0] for text in said[5:]] == \
+        ["call ivarode.intf port_add", "link 4 down", "link 4 up", "call ivarode.intf port_del"]
+    page.run(move, 6)
+    page.until(link(4, False), LATE)
+    page.wait(lambda: drawn(page).get(4092) == "2 CPU", LATE, "the picture of port 2's LAN")
+    page.run(move, count)
+    page.until(f"{link(4, True)} && document.querySelector('#state').textContent === 'live'", LATE)
+    page.wait(lambda: 4092 not in drawn(page) and agrees(page, board), LATE, "the board now")

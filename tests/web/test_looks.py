@@ -19,7 +19,7 @@ from tests.web.browser import Browser
 from tests.web.running import serving
 
 SOON = 20       # seconds, on a machine with other things to do
-ENTER, RIGHT, ESCAPE = "\ue007", "\ue014", "\ue00c"
+ENTER, LEFT, RIGHT, ESCAPE = "\ue007", "\ue012", "\ue014", "\ue00c"
 
 
 class Shown:
@@ -37,7 +37,7 @@ class Shown:
 @pytest.fixture
 def shown(window: Browser) -> Iterator[Shown]:
     router = fake.Router()
-    with serving(fake.server(router)) as server:
+    with serving(fake.server(router)) as server, window.fast():
         yield Shown(window, router, server.url)
         window.open("about:blank")
 
@@ -74,8 +74,8 @@ def test_interfaces_have_their_rates(shown: Shown) -> None:
     page = shown.open()
     assert texts(page, ".card h3 button") == ["lan1", "lan3", "lan3_guest", "wan1"]
     shown.router.status["interfaces"][3]["rx_bytes"] = 10**9
-    page.until("/[MG]bit/.test(document.querySelectorAll('.card')[3].querySelector('.rx-text').textContent)", SOON)
-    page.until("document.querySelectorAll('.card')[3].querySelector('.rx') !== null", SOON)
+    page.until("/[MG]bit/.test(document.querySelectorAll('.card')[3].querySelector('span.rx').textContent)", SOON)
+    page.until("document.querySelectorAll('.card')[3].querySelector('path.rx') !== null", SOON)
 
 
 def test_tables(shown: Shown) -> None:
@@ -88,6 +88,50 @@ def test_tables(shown: Shown) -> None:
     assert "-j inner3 packets, 180 B" in page.text(".tree") and "-j DROP0 packets, 0 B" in page.text(".tree")
     page.click("#tab-users")
     assert texts(page, "#panel tbody th") == ["alice"]
+
+
+def test_routes_that_are_hidden_or_made_over_the_bus(shown: Shown) -> None:
+    """The log knows the names of those that the configuration does not have."""
+    made = {"table": 10000, "destination": "10.0.0.0/8", "gateway": "192.168.3.9", "device": "lan3", "metric": 5}
+    shown.router.status["routes"].append(made)
+    shown.router.answers["ivarode.view", "log"] = Answer(0, {"lines": [
+        f"1 info ivarode[3]: cfg_name={name} line=lan3 dstaddr=10.0.0.0 netmask=255.0.0.0 gateway=192.168.3.9 "
+        f"metric={metric} enable=1\\n" for name, metric in (("older", 5), ("by hand", 5), ("other", 6))]})
+    page = shown.open()
+    page.click("#tab-routes")
+    page.until("document.querySelector('#panel').textContent.includes('by hand')", SOON)
+    rows = [texts(page, f"#panel tbody tr:nth-child({at}) > *") for at in (1, 2)]
+    assert [(row[0], row[5]) for row in rows] == [("branch", "hidden by (made over the bus)"),
+                                                  ("by hand (made over the bus)", "installed")]
+    page.click("[id='removeRoute-by hand']")
+    page.click("#send")
+    page.until("!document.querySelector('#dialog').open", SOON)
+    assert shown.router.calls == [("ivarode.route", "del", {"name": ["by hand"]})]
+
+
+def test_a_route_without_a_name_is_asked_for_it(shown: Shown) -> None:
+    shown.router.status["static_routes"] = []
+    shown.router.status["routes"].append({"table": 10000, "destination": "10.0.0.0/8", "gateway": "192.168.3.9",
+                                          "device": "lan3", "metric": 5})
+    page = shown.open()
+    page.click("#tab-routes")
+    page.click("#removeRoute")
+    assert page.run("return document.querySelector('#send').disabled") is True
+    page.write("#field-name", "mine")
+    page.click("#send")
+    page.until("!document.querySelector('#dialog').open", SOON)
+    assert shown.router.calls == [("ivarode.route", "del", {"name": ["mine"]})]
+
+
+def test_a_sample_is_three_calls_at_most(shown: Shown) -> None:
+    shown.open()
+    begun = len(shown.router.asked)
+    shown.browser.wait(lambda: shown.router.asked[begun:].count(("ivarode.view", "status")) > 5, SOON, "five samples")
+    asked = shown.router.asked[begun:]
+    first, *_, last = (at for at, one in enumerate(asked) if one == ("ivarode.view", "status"))
+    samples = asked[first:last].count(("ivarode.view", "status"))
+    assert set(asked) == {("ivarode.view", "status"), ("ivarode.intf", "status")}
+    assert last - first <= 3 * samples
 
 
 def test_what_is_wrong_is_said(shown: Shown) -> None:
@@ -116,11 +160,11 @@ def test_keyboard_alone(shown: Shown) -> None:
     page.run("document.querySelector('#port-2').focus()")
     page.keys(ENTER)
     page.until("document.querySelector('#side-head').textContent === 'Port 2'", SOON)
-    page.run("document.querySelector('#add-interface').focus()")
+    page.run("document.querySelector('#add').focus()")
     page.keys(ENTER)
     page.until("document.querySelector('#dialog').open && document.activeElement.id === 'field-intf'", SOON)
     page.keys(*"lan2_x", ESCAPE)
-    page.until("!document.querySelector('#dialog').open && document.activeElement.id === 'add-interface'", SOON)
+    page.until("!document.querySelector('#dialog').open && document.activeElement.id === 'add'", SOON)
 
 
 def test_the_focus_survives_a_sample(shown: Shown) -> None:
@@ -136,7 +180,7 @@ def test_the_focus_survives_a_sample(shown: Shown) -> None:
 
 def test_a_form_checks_and_sends(shown: Shown) -> None:
     page = shown.open()
-    page.click("#add-interface")
+    page.click("#add")
     page.write("#field-intf", "lan2_guest")
     page.write("#field-vlanid1", "200")
     page.write("#field-ipaddr", "192.168.200")
@@ -157,7 +201,7 @@ def test_a_form_checks_and_sends(shown: Shown) -> None:
 @pytest.mark.parametrize("name", ["lan9_x", "eth0", "lan", "lan2_abcdefghijk", "lan2 x"])
 def test_names_that_would_hang_the_daemon_are_not_sent(shown: Shown, name: str) -> None:
     page = shown.open()
-    page.click("#add-interface")
+    page.click("#add")
     page.write("#field-intf", name)
     assert page.text("#field-intf-note") != "" and page.run("return document.querySelector('#send').disabled") is True
 
@@ -193,7 +237,7 @@ def test_an_account_without_the_right_is_refused(shown: Shown) -> None:
 def test_passwords_are_not_shown(shown: Shown) -> None:
     page = shown.open()
     page.click("#tab-users")
-    page.click("#add-user")
+    page.click("#addUser")
     page.write("#field-username", "bob")
     page.write("#field-password", "s3cret")
     assert "s3cret" not in page.text("body")
@@ -220,10 +264,21 @@ def test_the_plan_is_shown_before_it_is_sent(shown: Shown) -> None:
     page.until("document.querySelector('.steps') !== null", SOON)
     assert texts(page, ".steps li") == ["entry 1: port 2 out"]
     said = page.text(".planned")
-    assert "takes your own connection away: your way to the router leads through lan1" in said
+    assert "takes your own connection away: it leads through lan1" in said
     assert "Port 1 and Port 2 no longer reach each other" in said and "Port 1 and Port 3 reach each other" in said
     assert "Port 0 and Port 3 meet for 4 register writes" in said
     assert shown.router.calls == []
+
+
+def test_the_plan_of_a_form_comes_without_being_asked_for_and_without_secrets(shown: Shown) -> None:
+    page = shown.open()
+    page.click("#tab-users")
+    page.click("#addUser")
+    page.write("#field-username", "bob")
+    assert ("ivarode.view", "plan") not in shown.router.asked
+    page.write("#field-password", "s3cret")
+    page.until("document.querySelector('.planned').textContent.includes('The plan starts')", SOON)
+    assert ["s3cret" in str(one) for one in shown.router.planned] == [False]
 
 
 def test_without_plans_it_goes_on(shown: Shown) -> None:
@@ -281,7 +336,7 @@ ODDITIES: list[tuple[dict[str, Any], str, str, dict[str, Any], set[str]]] = [
     ({}, "route", "edit", {"name": "branch"}, {"withdrawn", "routeOnly"}),
     ({}, "route", "del", {"name": ["branch"]}, set()),
 ]
-ASKED = """return Promise.all(["model", "warnings", "texts"].map((name) => import(`${location.pathname}${name}.js`)))
+ASKED = """return Promise.all(["model", "before", "texts"].map((name) => import(`${location.pathname}${name}.js`)))
   .then(([{ read }, { warnings }, { t }]) => arguments[0].map(([status, object, method, args]) =>
     warnings(read(status, 0), `ivarode.${object}`, method, args).map((key) => [key, t(key)])))"""
 
@@ -293,6 +348,42 @@ def test_each_documented_oddity_is_warned_of_where_it_applies(shown: Shown) -> N
         assert {key for key, _ in found} == wanted, (change, words)
         assert all(text != key for key, text in found)
     assert len(set().union(*(wanted for *_, wanted in ODDITIES))) == 23
+
+
+# --- in the lab --------------------------------------------------------------------------------------------------
+
+
+def test_a_recording_is_played_with_a_slider(window: Browser, tmp_path: pathlib.Path) -> None:
+    """The page of a lab whose player has been through two events."""
+    router = fake.Router()
+    before = {**router.status, "interfaces": router.status["interfaces"][:1]}
+    (tmp_path / "router.rec").write_bytes(b"\x00recorded")
+    router.answers["lab", "about"] = Answer(0, {"board": "one-cpu", "config": "home", "boards": ["one-cpu"],
+                                                "configs": ["home"], "hosts": [
+                                                    {"name": "pc1", "port": 1, "address": "192.168.1.11"}]})
+    moments = [{"time": "08:04:38", "said": "link 0 up"},
+               {"time": "08:04:39", "said": "call ivarode.intf port_add"}]
+    router.answers["lab", "played"] = Answer(0, {"playing": False, "moments": moments,
+                                                 "words": ["the same, 1 answers"]})
+    router.answers["lab", "moment"] = Answer(0, {**moments[0], "status": before})
+    with serving(fake.server(router, lab=True)) as server, window.fast():
+        window.open(f"{server.url}#{fake.TOKEN}")
+        window.until("document.querySelector('#cable-1') !== null", SOON)
+        window.run("document.querySelector('#recording').closest('details').open = true")
+        window.upload("#recording", tmp_path / "router.rec")
+        window.click("#play")
+        window.until("document.querySelector('#played').textContent === '2 events. the same, 1 answers'", SOON)
+        assert ("lab", "play", {"recording": "AHJlY29yZGVk"}) in router.calls
+        assert window.text("#said") == "the board now"
+        window.run("document.querySelector('#moment').focus()")
+        window.keys(LEFT, LEFT)
+        window.until("document.querySelectorAll('.card').length === 1", SOON)
+        window.until("document.querySelector('#state').textContent === 'recorded at 08:04:38'", SOON)
+        assert window.text("#said") == "08:04:38 link 0 up"
+        window.keys(RIGHT, RIGHT)
+        window.until("document.querySelectorAll('.card').length === 4 && "
+                     "document.querySelector('#state').textContent === 'live'", SOON)
+        window.open("about:blank")
 
 
 # --- a bus that is slow, away or refuses -----------------------------------------------------------------------
@@ -380,7 +471,7 @@ def test_nothing_in_the_way_of_anybody(shown: Shown, accessibility: pathlib.Path
     for tab in ("switch", "routes", "rules", "firewall", "users", "log"):
         page.click(f"#tab-{tab}")
         assert violations(page) == [], tab
-    page.run("document.querySelector('#add-interface').click()")
+    page.run("document.querySelector('#add').click()")
     page.write("#field-intf", "lan2_x")
     page.write("#field-ipaddr", "1")
     assert violations(page) == []
@@ -401,5 +492,5 @@ def test_size() -> None:
             entry = tarfile.TarInfo(file.name)
             entry.size = file.stat().st_size
             archive.addfile(entry, io.BytesIO(file.read_bytes()))
-    assert sum(file.stat().st_size for file in files) <= 70_000
-    assert len(gzip.compress(packed.getvalue(), 9)) <= 24_000
+    assert sum(file.stat().st_size for file in files) <= 60_000
+    assert len(gzip.compress(packed.getvalue(), 9)) <= 20_000

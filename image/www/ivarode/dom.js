@@ -1,37 +1,32 @@
 // Elements, made without markup: what comes from the bus is text, never more.
-
 const HANDLERS = ["onclick", "onkeydown", "oninput", "onsubmit"];
+const DRAWN = /^(svg|g|rect|circle|line|path|text|tspan)$/;
 
-function fill(node, attributes, children) {
-  for (const [name, value] of Object.entries(attributes ?? {})) {
-    if (HANDLERS.includes(name)) node[name] = value;
-    else if (value === true) node.setAttribute(name, "");
-    else if (value !== false && value != null) node.setAttribute(name, value);
+export const at = (id) => document.getElementById(id);
+export const rest = (pause) => new Promise((done) => { setTimeout(done, pause); });
+
+// kind: a name and classes, as in "p.warn".
+export function h(kind, attributes, ...children) {
+  const [name, ...classes] = kind.split(".");
+  const node = document.createElementNS(`http://www.w3.org/${DRAWN.test(name) ? "2000/svg" : "1999/xhtml"}`, name);
+  for (const [key, value] of Object.entries({ class: classes.join(" ") || null, ...attributes })) {
+    if (HANDLERS.includes(key)) node[key] = value;
+    else if (value != null && value !== false) node.setAttribute(key, value === true ? "" : value);
   }
-  node.append(...children.flat(Infinity).filter((child) => child != null && child !== false));
+  node.append(...children.flat(9).filter((child) => child != null && child !== false));
   return node;
 }
 
-export const h = (name, attributes, ...children) => fill(document.createElement(name), attributes, children);
-
-export const svg = (name, attributes, ...children) =>
-  fill(document.createElementNS("http://www.w3.org/2000/svg", name), attributes, children);
-
-export const at = (id) => document.getElementById(id);
-
-// Makes one node like another, and leaves alone what is alike: the focus, a press that has begun, an opened part.
+// Makes one node like another; what is alike keeps its focus, and a press that has begun.
 function morph(old, now) {
   if (old.nodeName !== now.nodeName || old.id !== now.id) return old.replaceWith(now);
-  if (old.nodeType === Node.TEXT_NODE) {
-    if (old.data !== now.data) old.data = now.data;
-    return undefined;
-  }
-  const names = new Set([...old.getAttributeNames(), ...now.getAttributeNames()]);
-  names.delete("open");
-  for (const name of names) {
+  if (old.data !== now.data) old.data = now.data;
+  if (!old.getAttributeNames) return undefined;
+  for (const name of new Set([...old.getAttributeNames(), ...now.getAttributeNames()])) {
     const value = now.getAttribute(name);
+    if (name === "open" || old.getAttribute(name) === value) continue;
     if (value === null) old.removeAttribute(name);
-    else if (old.getAttribute(name) !== value) old.setAttribute(name, value);
+    else old.setAttribute(name, value);
   }
   for (const name of HANDLERS) old[name] = now[name];
   return become(old, [...now.childNodes]);
@@ -46,24 +41,16 @@ function become(node, children) {
 // Gives a node other children; the focus stays on the element of the same id.
 export function show(node, ...children) {
   const id = node.contains(document.activeElement) && document.activeElement.id;
-  become(node, [...h("div", null, ...children).childNodes]);
+  become(node, [...h("div", null, children).childNodes]);
   if (id && document.activeElement.id !== id) at(id)?.focus({ preventScroll: true });
 }
 
-// For drawn things that act like a button.
+// What lights up with a thing, in the colour of its VLAN.
+export const lit = (thing, vlan, kind = "") => ({ "data-with": thing.with,
+  class: `${kind} thing ${vlan?.colour ?? ""}` });
+
+// A drawn button.
 export const pressed = (act, label) => ({ role: "button", tabindex: 0, "aria-label": label, onclick: act,
   onkeydown: (event) => ["Enter", " "].includes(event.key) && (event.preventDefault(), act()) });
 
-// What lights up with the thing.
-export const lit = (thing) => ({ "data-id": thing.id, "data-with": [...thing.with].join(" ") });
-
 export const button = (text, act, more) => h("button", { type: "button", onclick: act, ...more }, text);
-
-export function table(caption, heads, rows, empty) {
-  if (!rows.length) return h("p", { class: "aside" }, empty);
-  return h("div", { class: "wide", tabindex: 0, role: "region", "aria-label": caption }, h("table", null,
-    h("caption", { class: "hidden" }, caption),
-    h("thead", null, h("tr", null, heads.map((head) => h("th", { scope: "col" }, head)))),
-    h("tbody", null, rows.map(({ cells, ...more }) => h("tr", more, cells.map((cell, index) =>
-      index ? h("td", null, cell) : h("th", { scope: "row" }, cell)))))));
-}

@@ -1,171 +1,165 @@
-// Forms for what can be done: fields, checks of what can be known beforehand, warnings, the plan, and the answer.
-import { at, button, h, show } from "./dom.js";
-import { numberOf, sideOf } from "./model.js";
-import { drawn, ownWay, planOf, summary } from "./plan.js";
+// Forms: fields with their checks, warnings, the plan, and the answer.
+import { planOf, warnings } from "./before.js";
+import { at, button, h, rest, show } from "./dom.js";
+import { isWan, maskOf, portOf } from "./model.js";
 import { call, command } from "./rpc.js";
 import { statusText, t, troubleText } from "./texts.js";
-import { warnings } from "./warnings.js";
 
-const octets = /^(25[0-5]|2[0-4]\d|1?\d?\d)(\.(25[0-5]|2[0-4]\d|1?\d?\d)){3}$/;
-const isMask = (text) => octets.test(text) && /^1*0*$/.test(text.split(".").map((part) => (+part).toString(2).padStart(8, "0")).join(""));
-const isWan = (v) => sideOf(v.intf) === "wan";
-const proto = (...names) => (v) => isWan(v) && names.includes(v.proto);
-const fixed = (v) => !isWan(v) || v.proto === "static";
-const adds = (v) => v.old_intf === undefined;
+const REST_MS = 500;
+const MASKS = Array.from({ length: 33 }, (_, length) => maskOf(length));
 
-const CHECKS = {
-  address: (text) => octets.test(text) || t("badAddress"),
-  mask: (text) => isMask(text) || t("badMask"),
-  mac: (text) => /^([0-9a-f]{2}:){5}[0-9a-f]{2}$/i.test(text) || t("badMac"),
-  number: (text, field) => (/^\d+$/.test(text) && +text >= field.low && +text <= field.high) ||
-    t("badNumber", { low: field.low, high: field.high }),
+// Types of fields; the text of its name says what is wrong.
+const TYPES = {
+  address: (text) => /^(\d{1,3}\.){3}\d{1,3}$/.test(text) && text.split(".").every((part) => part < 256),
+  mask: (text) => MASKS.includes(text),
+  mac: (text) => /^([0-9a-f]{2}:){5}[0-9a-f]{2}$/i.test(text),
+  number: (text, { high }) => /^\d+$/.test(text) && +text <= high,
   // a name whose number the board lacks, or that is cut, would have the daemon ask for its link without end
-  name: (text, _, model) => (text.length <= 15 && /^(lan|wan)\d+[\w.-]*$/.test(text) &&
-    model.ports.some((port) => port.serves.includes(sideOf(text) + numberOf(text)))) || t("badName"),
-  word: (text) => !/[\s"']/.test(text) || t("badBlank"),
+  name: (text, _, model) => text.length <= 15 && /^(lan|wan)\d+[\w.-]*$/.test(text) && portOf(model, text),
+  word: (text) => !/[\s"']/.test(text),
   text: () => true,
 };
 
-const NUMBER = { low: 0, high: 4095, type: "number", as: Number };
-const INTERFACE = [
-  { key: "intf", label: "Name", type: "name", needed: true, hint: "lan2_guest" },
-  { key: "proto", label: "Protocol", choices: ["static", "dhcp", "pppoe"], when: isWan },
-  { key: "ipaddr", label: "Address", type: "address", needed: true, when: fixed },
-  { key: "netmask", label: "Mask", type: "mask", needed: true, when: fixed },
-  { key: "gateway", label: "Gateway", type: "address", needed: true, when: proto("static"), hint: "0.0.0.0 for none" },
-  { key: "defrt_pri", label: "Number", type: "number", low: 0, high: 2147483647, needed: true, when: isWan, hint: "20001" },
-  { key: "username", label: "User", type: "word", needed: true, when: proto("pppoe") },
-  { key: "password", label: "Password", type: "word", secret: true, needed: true, when: proto("pppoe") },
-  { key: "ipaddr", label: "Service", type: "word", when: (v) => proto("pppoe")(v) && adds(v) },
-  { key: "server", label: "Service", type: "word", when: (v) => proto("pppoe")(v) && !adds(v) },
-  { key: "vlanid1", label: "VLAN", hint: "1 to 4089, or none", ...NUMBER },
-  { key: "vlanid2", label: "Inner VLAN", when: (v) => v.vlanid1 !== "", ...NUMBER },
-  { key: "mac", label: "MAC", type: "mac" },
-];
-const ROUTE = [
-  { key: "name", label: "Name", type: "text", max: 31, needed: true },
-  { key: "dstaddr", label: "Destination", type: "address", needed: true },
-  { key: "netmask", label: "Mask", type: "mask", needed: true },
-  { key: "gateway", label: "Gateway", type: "address", needed: true },
-  { key: "line", label: "Device", type: "text", max: 15, needed: true, hint: "wan1, or auto" },
-  { key: "metric", label: "Metric", type: "number", low: 0, high: 4294967295, needed: true, value: "0" },
-];
-const INTF = "ivarode.intf";
-const list = (key) => (v) => ({ ...v, [key]: [v[key]] });
+const wan = (v) => isWan(v.intf);
+const proto = (name) => (v) => wan(v) && v.proto === name;
+const fixed = (v) => !wan(v) || v.proto === "static";
+const VLAN = { high: 4095, as: Number, optional: true };
 
-// Each: title, object, method, fields; "args" makes the message of the values.
+// Fields: key, label, type, more.
+const INTERFACE = [
+  ["intf", "Name", "name", { hint: "lan2_guest" }],
+  ["proto", "Protocol", "text", { choices: ["static", "dhcp", "pppoe"], when: wan }],
+  ["ipaddr", "Address", "address", { when: fixed }],
+  ["netmask", "Mask", "mask", { when: fixed }],
+  ["gateway", "Gateway", "address", { when: proto("static"), hint: "0.0.0.0 for none" }],
+  ["defrt_pri", "Number", "number", { high: 2147483647, when: wan, hint: "20001" }],
+  ["username", "User", "word", { when: proto("pppoe") }],
+  ["password", "Password", "word", { when: proto("pppoe") }],
+  ["ipaddr", "Service", "word", { when: (v) => proto("pppoe")(v) && !v.old_intf, optional: true }],
+  ["server", "Service", "word", { when: (v) => proto("pppoe")(v) && v.old_intf, optional: true }],
+  ["vlanid1", "VLAN", "number", { hint: "1 to 4089, or none", ...VLAN }],
+  ["vlanid2", "Inner VLAN", "number", { when: (v) => v.vlanid1, ...VLAN }],
+  ["mac", "MAC", "mac", { optional: true }],
+];
+const NAME = ["name", "Name", "text", { max: 31 }];
+const ROUTE = [
+  NAME,
+  ["dstaddr", "Destination", "address"],
+  ["netmask", "Mask", "mask"],
+  ["gateway", "Gateway", "address"],
+  ["line", "Device", "text", { max: 15, hint: "wan1, or auto" }],
+  ["metric", "Metric", "number", { high: 4294967295, value: "0" }],
+];
+const USER = [
+  ["username", "User", "text"],
+  ["password", "Password", "text"],
+  ["provider", "Provider", "text", { value: "*" }],
+  ["ipaddr", "Address", "text", { value: "*" }],
+];
+const list = (key, more) => (v) => ({ [key]: [v[key]], ...more });
+
+// Title, object, method, fields, and the message of their values.
 const FORMS = {
-  own: { title: "A LAN of its own", object: INTF, method: "port_add" },
-  back: { title: "Take the port back", object: INTF, method: "port_del" },
-  add: { title: "Add an interface", object: INTF, method: "add", fields: INTERFACE },
-  config: { title: "Configure", object: INTF, method: "config", fields: INTERFACE, args: (v) => ({ proto: "static", ...v }) },
-  on: { title: "Switch on", object: INTF, method: "enable", args: (v) => ({ intf: [v.intf], enable: 1 }) },
-  off: { title: "Switch off", object: INTF, method: "enable", args: (v) => ({ intf: [v.intf], enable: 0 }) },
-  remove: { title: "Delete", object: INTF, method: "del", args: list("intf") },
-  addRoute: { title: "Add a route", object: "ivarode.route", method: "add", fields: ROUTE },
-  editRoute: { title: "Change the route", object: "ivarode.route", method: "edit",
-    fields: ROUTE.filter((field) => field.key !== "name") },
-  onRoute: { title: "Install the route", object: "ivarode.route", method: "enable", args: (v) => ({ name: [v.name], enable: 1 }) },
-  offRoute: { title: "Withdraw the route", object: "ivarode.route", method: "enable", args: (v) => ({ name: [v.name], enable: 0 }) },
-  removeRoute: { title: "Delete the route", object: "ivarode.route", method: "del", args: list("name") },
-  addUser: { title: "Add a PPP user", object: "ivarode.pppuser", method: "add", fields: [
-    { key: "username", label: "User", type: "text", needed: true },
-    { key: "password", label: "Password", type: "text", secret: true, needed: true },
-    { key: "provider", label: "Provider", type: "text", needed: true, value: "*" },
-    { key: "ipaddr", label: "Address", type: "text", needed: true, value: "*" }] },
-  removeUser: { title: "Delete the PPP user", object: "ivarode.pppuser", method: "del" },
+  own: ["Own LAN", "intf", "port_add"],
+  back: ["Back to LAN 1", "intf", "port_del"],
+  add: ["Add an interface", "intf", "add", INTERFACE],
+  config: ["Configure", "intf", "config", INTERFACE, (v) => ({ proto: "static", ...v })],
+  on: ["Switch on", "intf", "enable", [], list("intf", { enable: 1 })],
+  off: ["Switch off", "intf", "enable", [], list("intf", { enable: 0 })],
+  remove: ["Delete", "intf", "del", [], list("intf")],
+  addRoute: ["Add a route", "route", "add", ROUTE],
+  editRoute: ["Change", "route", "edit", ROUTE],
+  onRoute: ["On", "route", "enable", [NAME], list("name", { enable: 1 })],
+  offRoute: ["Off", "route", "enable", [NAME], list("name", { enable: 0 })],
+  removeRoute: ["Delete", "route", "del", [NAME], list("name")],
+  addUser: ["Add a PPP user", "pppuser", "add", USER],
+  removeUser: ["Delete", "pppuser", "del"],
 };
 
-const visible = (form, values) => (form.fields ?? []).filter((field) => !field.when || field.when(values));
+// model(): the present picture; done(entry): takes each answer.
+let model;
+let done;
 
-// The message of a form's values, and what is wrong with each field.
-export function message(form, values, model) {
-  const args = {};
-  const wrong = {};
-  for (const [key, value] of Object.entries(values)) if (!(form.fields ?? []).some((f) => f.key === key)) args[key] = value;
-  for (const field of visible(form, values)) {
-    const value = values[field.key] ?? "";
-    const verdict = value === "" ? !field.needed || t("required") : CHECKS[field.type ?? "text"](value, field, model);
-    if (verdict !== true) wrong[field.key] = verdict;
-    if (value !== "") args[field.key] = field.as ? field.as(value) : value;
-  }
-  return { args: form.args ? form.args(args) : args, wrong };
+export const startForms = (picture, answered) => { [model, done] = [picture, answered]; };
+
+const subjectOf = (start) => start.name ?? start.old_intf ?? start.intf ?? start.username;
+
+// A button that opens a form, which begins with the values "start".
+export function opener(name, start = {}) {
+  const [text, subject] = [t(FORMS[name][0]), subjectOf(start)];
+  return button(text, () => open(name, start), { id: subject ? `${name}-${subject}` : name, "aria-label": subject && `${text} ${subject}` });
 }
 
-function inputs(form, values, changed) {
-  return visible(form, values).map((field) => {
-    const id = `field-${field.key}`;
-    const more = { id, name: field.key, "aria-describedby": `${id}-note`, oninput: changed };
-    return h("div", { class: "field" }, h("label", { for: id }, t(field.label)),
-      field.choices ? h("select", more, field.choices.map((one) => h("option", { selected: one === values[field.key] }, one)))
-        : h("input", { ...more, value: values[field.key] ?? "", placeholder: field.hint, maxlength: field.max ?? 128,
-          type: field.secret ? "password" : "text", autocomplete: "off", spellcheck: "false", required: field.needed }),
-      h("span", { id: `${id}-note`, class: "wrong" }));
-  });
-}
-
-// Opens a form; "start" are values that it begins with. model() is the present picture, done(entry) is told each answer.
-export function open(name, start, { model, done }) {
-  const form = FORMS[name];
+function open(name, start) {
+  const [title, kind, method, rows = [], make = (v) => v] = FORMS[name];
+  const object = `ivarode.${kind}`;
+  const all = rows.map(([key, label, type, more]) => ({ key, label, type, ...more }));
+  const values = { ...Object.fromEntries(all.map(({ key, value, choices }) => [key, value ?? choices?.[0]])), ...start };
   const dialog = at("dialog");
-  const values = { ...Object.fromEntries((form.fields ?? []).map((field) => [field.key, field.value ?? field.choices?.[0] ?? ""])),
-    ...start };
-  const fields = h("div", { class: "fields" });
-  const notes = h("ul", { class: "warnings", "aria-live": "polite" });
-  const planned = h("div", { class: "planned", role: "status" });
-  const answer = h("p", { class: "answer", role: "status" });
-  const words = h("code", { class: "command" });
-  let shape = "";
+  const [fields, notes, words, planned, answer, send] = [h("div.fields"), h("ul.plain", { "aria-live": "polite" }), h("code.command"),
+    h("div.planned", { role: "status" }), h("p.answer", { role: "status" }), h("button.main", { id: "send" }, t("Send"))];
   let asked = 0;
 
+  const right = (field) => (values[field.key] ? TYPES[field.type](values[field.key], field, model()) : field.optional);
+
+  function input(field) {
+    const { key, choices, hint, max = 128, optional } = field;
+    const id = `field-${key}`;
+    const wrong = values[key] && !right(field);
+    const more = { id, name: key, "aria-describedby": `${id}-note`, "aria-invalid": String(!!wrong), oninput: changed };
+    return h("div.field", null, h("label", { for: id }, t(field.label)), choices
+      ? h("select", more, choices.map((one) => h("option", { selected: one === values[key] }, one)))
+      : h("input", { ...more, value: values[key], placeholder: hint && t(hint), maxlength: max, required: !optional,
+        type: key === "password" ? key : "text", autocomplete: "off" }),
+    h("span.wrong", { id: `${id}-note` }, wrong && t(field.type, field)));
+  }
+
+  // The message, and the one to show, without secrets.
   function refresh() {
-    const { args, wrong } = message(form, values, model());
-    const now = visible(form, values).map((field) => field.label).join();
-    if (now !== shape) show(fields, inputs(form, values, changed));
-    shape = now;
-    for (const field of visible(form, values)) {
-      const touched = values[field.key] !== "" && values[field.key] !== undefined;
-      at(`field-${field.key}-note`).textContent = touched ? wrong[field.key] ?? "" : "";
-      at(`field-${field.key}`).setAttribute("aria-invalid", String(touched && field.key in wrong));
+    const visible = all.filter(({ when }) => !when || when(values));
+    show(fields, visible.map(input));
+    const args = {};
+    for (const [key, value] of Object.entries(values)) {
+      const field = visible.find((one) => one.key === key);
+      if (field ? value : !all.some((one) => one.key === key)) args[key] = field?.as?.(value) ?? value;
     }
-    show(notes, warnings(model(), form.object, form.method, args).map((key) =>
-      h("li", { "data-warning": key }, t(key))));
-    words.textContent = command(form.object, form.method, masked(form, args));
-    const incomplete = Object.keys(wrong).length > 0;
-    for (const one of [preview, send]) one.disabled = incomplete;
-    return args;
+    const said = make(args);
+    const shown = args.password ? make({ ...args, password: "***" }) : said;
+    show(notes, warnings(model(), object, method, said).map((key) => h("li.warn", { "data-warning": key }, t(key))));
+    words.textContent = command(object, method, shown);
+    send.disabled = !visible.every(right);
+    return { said, shown };
   }
 
-  function changed(event) {
-    values[event.target.name] = event.target.value.trim();
-    asked += 1;
-    show(planned);
-    refresh();
-  }
-
+  // The plan is asked for when nothing has been typed for a moment.
   async function look() {
-    const args = refresh();
+    const { shown } = refresh();
     const mine = (asked += 1);
-    show(planned, h("p", null, t("planning")));
-    let shown;
-    try {
-      const own = ownWay(model(), location.hostname);
-      shown = [h("h3", null, t("planHead")), drawn(summary(await planOf(form.object, form.method, args), own))];
-    } catch (trouble) {
-      shown = h("p", null, t("planNone", { text: troubleText(trouble) }));
-    }
-    if (mine === asked) show(planned, shown);
+    show(planned);
+    if (send.disabled) return;
+    await rest(all.length && REST_MS);
+    if (mine !== asked || !dialog.open) return;
+    show(planned, h("p", null, t("Asking for the plan\u2026")));
+    const found = await planOf(model(), object, method, shown)
+      .catch((trouble) => h("p", null, t("planNone", { text: troubleText(trouble) })));
+    if (mine === asked) show(planned, found);
   }
 
-  async function go() {
-    const args = refresh();
-    const entry = { words: command(form.object, form.method, masked(form, args)), fine: false };
+  function changed({ target }) {
+    values[target.name] = target.value.trim();
+    look();
+  }
+
+  async function go(event) {
+    event.preventDefault();
+    const { said } = refresh();
+    const entry = { words: words.textContent };
     send.disabled = true;
     try {
-      const { status } = await call(form.object, form.method, args);
+      const { status } = await call(object, method, said);
       entry.fine = status === 0;
-      entry.said = t("said", { status, text: statusText(status) });
-      answer.textContent = status === 0 ? t("fine") : t("failed", { status, text: statusText(status) });
+      entry.said = statusText(status);
+      answer.textContent = t("failed", entry);
     } catch (trouble) {
       entry.said = answer.textContent = troubleText(trouble);
     }
@@ -174,17 +168,10 @@ export function open(name, start, { model, done }) {
     if (entry.fine) dialog.close();
   }
 
-  const preview = button(t("plan"), look, { id: "plan" });
-  const send = h("button", { type: "submit", class: "main", id: "send" }, t("send"));
-  dialog.replaceChildren(h("form", { onsubmit: (event) => { event.preventDefault(); go(); }, novalidate: true },
-    h("h2", { id: "dialog-head" }, [t(form.title), start.name ?? start.old_intf ?? start.intf ?? start.username].filter(Boolean).join(": ")),
-    fields, notes, words, planned, answer,
-    h("p", { class: "buttons" }, button(t("cancel"), () => dialog.close()), preview, send)));
+  dialog.replaceChildren(h("form", { onsubmit: go, novalidate: true },
+    h("h2", { id: "dialog-head" }, [t(title), subjectOf(start)].filter(Boolean).join(": ")), fields, notes, words, planned, answer,
+    h("p.buttons", null, button(t("Cancel"), () => dialog.close()), send)));
   refresh();
   dialog.showModal();
-  if (!form.fields) look();
+  look();
 }
-
-// What is shown on the screen, and kept there.
-const masked = (form, args) => Object.fromEntries(Object.entries(args).map(([key, value]) =>
-  [key, (form.fields ?? []).some((field) => field.secret && field.key === key) ? "\u2022\u2022\u2022" : value]));

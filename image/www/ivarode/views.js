@@ -1,132 +1,109 @@
-// The tables behind the tabs: switch, routes, rules, firewall, PPP users, log.
-import { at, button, h, lit, show, table } from "./dom.js";
-import { bytes, colour, letter, portNames, standing } from "./model.js";
+// The tables behind the tabs.
+import { at, button, h, lit, show } from "./dom.js";
+import { opener } from "./forms.js";
+import { bytes, maskOf } from "./model.js";
 import { ask } from "./rpc.js";
 import { t, troubleText } from "./texts.js";
 
-const buttons = (...all) => h("span", { class: "buttons" }, all);
-const texts = (value) => (Array.isArray(value) ? value.map(String) : []);
+let model;
+let chosen = "switch";
+let lines = [];
+let trouble;
+let known;
 
-function switchTable({ model }) {
-  return table(t("switch"), [t("entry"), t("vid"), t("members"), t("untagged"), t("carries")], model.vlans.map((vlan) => ({
-    class: `thing ${colour(vlan)}`, ...lit(vlan),
-    cells: [h("span", null, h("span", { class: "badge" }, letter(vlan)), ` ${vlan.entry}`), vlan.vid, portNames(vlan),
-      vlan.untag.filter((member) => member < 5 && vlan.members.includes(member)).join(" ") || t("none"),
-      standing(model, vlan)] })), t("none"));
+function table(caption, heads, rows, more = () => null) {
+  if (!rows.length) return h("p.aside", null, t("none"));
+  return h("div.wide", { tabindex: 0, role: "region", "aria-label": t(caption) }, h("table", null,
+    h("thead", null, h("tr", null, heads.map((head) => h("th", { scope: "col" }, t(head))))),
+    h("tbody", null, rows.map((cells, row) => h("tr", more(row), cells.map((cell, index) =>
+      (index ? h("td", null, cell) : h("th", { scope: "row" }, cell))))))));
 }
 
-function routes({ model, open }) {
-  return [h("p", null, button(t("addRoute"), () => open("addRoute", {}), { id: "add-route" })),
-    table(t("routes"), [t("name"), t("destination"), t("gateway"), t("device"), t("metric"), t("kernel"), t("change")],
-      model.routes.map((one) => ({ cells: [one.name || t("overBus"), one.destination, one.gateway, one.line, one.metric, one.state,
-        one.name && buttons(
-          button("\u2212", () => open("removeRoute", { name: one.name }), { "aria-label": `${t("remove")} ${one.name}` }),
-          one.enabled ? button(t("off"), () => open("offRoute", { name: one.name }))
-            : button(t("on"), () => open("onRoute", { name: one.name })))] })), t("none"))];
+const switchTable = () => table("switch", ["Entry", "VLAN", "Ports", "Leaves untagged", "Interfaces"], model.vlans.map((vlan) => [
+  h("span", null, h("span.badge", null, vlan.letter), ` ${vlan.entry}`), vlan.vid, vlan.names,
+  vlan.untag.filter((member) => member < 5 && vlan.members.includes(member)).join(" ") || t("none"), vlan.carries]),
+(row) => lit(model.vlans[row], model.vlans[row]));
+
+// Names of routes that were made over the bus are in the log alone.
+function nameOf({ destination, gateway, metric }) {
+  const network = String(destination).split("/")[0];
+  return lines.findLast((line) => line.includes(` dstaddr=${network} `) && line.includes(` gateway=${gateway} metric=${metric} `))
+    ?.match(/cfg_name=(.*) line=/)?.[1];
 }
 
-const rules = ({ model }) => [
-  table(t("policy"), [t("preference"), t("table")], model.rules.map((one) => ({ cells: [one.preference, one.table] })), ""),
-  table(t("tables"), [t("table"), t("destination"), t("gateway"), t("device"), t("metric")], model.kernelRoutes.map((one) =>
-    ({ cells: [one.table, one.destination, one.gateway, one.device, one.metric] })), "")];
+const routes = () => [opener("addRoute"),
+  table("routes", ["Name", "Destination", "Gateway", "Device", "Metric", "In the kernel", "Change"], model.routes.map((one) => {
+    const name = one.name || nameOf(one);
+    const [dstaddr, length] = String(one.destination).split("/");
+    const values = { name, dstaddr, netmask: maskOf(+length), gateway: one.gateway, line: one.line, metric: String(one.metric) };
+    return [`${name ?? ""} ${one.name ? "" : t("overBus")}`.trim(), one.destination, one.gateway, one.line, one.metric,
+      one.hidden ? t("hiddenBy", { name: one.hidden.name || t("overBus") }) : one.state,
+      h("span.buttons", null, opener("editRoute", values), opener(one.enabled ? "offRoute" : "onRoute", { name }), opener("removeRoute", { name }))];
+  }))];
+
+const rules = () => [
+  table("policy", ["Preference", "Table"], model.rules.map((one) => [one.preference, one.table])),
+  table("tables", ["Table", "Destination", "Gateway", "Device", "Metric"],
+    model.tables.map((one) => [one.table, one.destination, one.gateway, one.device, one.metric]))];
 
 function chain(chains, one, seen) {
-  if (seen.has(one)) return h("p", { class: "aside" }, t("seen"));
+  if (seen.has(one)) return h("p.aside", null, "(\u2191)");
   seen.add(one);
-  return h("ul", null, one.rules.map((rule) => {
-    const target = chains.find((other) => other.chain === rule.target);
-    return h("li", null, h("code", null, rule.rule), rule.packets !== undefined && h("span", { class: "aside" },
-      t("chainCount", { packets: rule.packets, bytes: bytes(+rule.bytes) })), target && chain(chains, target, seen));
+  return h("ul", null, one.rules.map(({ rule, target, packets, bytes: size }) => {
+    const next = chains.find((other) => other.chain === target);
+    return h("li", null, h("code", null, rule), packets !== undefined && h("span.aside", null, t("count", { packets, bytes: bytes(size) })),
+      next && chain(chains, next, seen));
   }));
 }
 
-// The built-in chains, which have a policy, and below each rule the chain that it leads to.
-const firewall = ({ model }) => Object.entries(model.chains).map(([name, chains]) => {
+// Built-in chains have a policy; below each rule is the chain that it leads to.
+const firewall = () => Object.entries(model.chains).map(([name, chains]) => {
   const seen = new Set();
-  return h("details", { open: true }, h("summary", null, name), h("ul", { class: "tree" },
-    chains.filter((one) => one.policy && one.rules.length).map((one) => h("li", null, h("strong", null, one.chain),
-      h("span", { class: "aside" }, t("policyOf", { policy: one.policy })), chain(chains, one, seen)))));
+  return h("details", { open: true }, h("summary", null, name), h("ul.plain.tree", null, chains.filter((one) => one.policy && one.rules.length)
+    .map((one) => h("li", null, h("strong", null, one.chain), h("span.aside", null, ` ${one.policy}`), chain(chains, one, seen)))));
 });
 
-const users = ({ model, open }) => [
-  h("p", null, button(t("addUser"), () => open("addUser", {}), { id: "add-user" })),
-  table(t("users"), [t("user"), t("provider"), t("address"), t("change")], model.users.map((one) => ({ cells: [one.name, one.provider,
-    one.address, button("\u2212", () => open("removeUser", { username: one.name, provider: one.provider }),
-      { "aria-label": `${t("remove")} ${one.name}` })] })), t("none"))];
+const users = () => [opener("addUser"),
+  table("users", ["User", "Provider", "Address", "Change"], model.users.map(({ name, provider, address }) => [name, provider, address,
+    opener("removeUser", { username: name, provider })]))];
 
-// Known messages, longest first: the text that stands in all of them, and what to do.
-let known;
-async function explanations() {
-  const { messages: rows = [] } = await ask("ivarode.view", "messages").catch(() => ({}));
-  known = rows.map(([text, advice]) => ({ advice, length: text.length,
-    pattern: new RegExp(text.split(/%[-0-9]*[a-z]/).map((part) => part.replace(/[\\^$.*+?()[\]{}|]/g, "\\$&")).join(".*")) }))
-    .sort((one, other) => other.length - one.length);
-}
+const log = () => [button(t("Refresh"), fetchLog, { id: "refresh" }), lines.length ? h("ol.plain.log", { tabindex: 0 },
+  [...lines].reverse().map((line) => h(/\berr(or)?\b/.test(line) ? "li.bad" : "li", null, h("code", null, line.replace(/\\n$/, "")),
+    h("span.aside", null, known?.find(({ parts }) => parts.every((part) => line.includes(part)))?.advice)))) : h("p.aside", null, t("none"))];
 
-const adviceOf = (line) => known?.find((one) => one.pattern.test(line))?.advice;
-
-function log({ log: found }) {
-  const lines = texts(found.lines).reverse();
-  if (!lines.length) return h("p", { class: "aside" }, t("none"));
-  return h("ol", { class: "log", tabindex: 0 }, lines.map((line) => h("li", { class: /\berr(or)?\b/.test(line) ? "bad" : "" },
-    h("code", null, line.replace(/\\n$/, "")), h("span", { class: "aside" }, adviceOf(line)))));
+export async function explanations() {
+  const { messages = [] } = await ask("ivarode.view", "messages").catch(() => ({}));
+  known = messages.sort(([one], [other]) => other.length - one.length).map(([text, advice]) => ({ advice, parts: text.split(/%[-0-9]*[a-z]/) }));
 }
 
 const VIEWS = { switch: switchTable, routes, rules, firewall, users, log };
-const SOURCE = { log: "log" };
+const NAMES = Object.keys(VIEWS);
 
-// The tabs and the table that is open; what it needs beside the picture is asked for when it is opened, and on request.
-export class Views {
-  constructor(place, open) {
-    this.place = place;
-    this.open = open;
-    this.chosen = "switch";
-    this.found = {};
-    explanations();
-    const tabs = Object.keys(VIEWS).map((name) => h("button", { type: "button", role: "tab", id: `tab-${name}`,
-      "aria-controls": "panel", onclick: () => this.choose(name) }, t(name)));
-    show(place, h("div", { class: "tabs", role: "tablist", onkeydown: (event) => this.move(event) }, tabs),
-      h("div", { id: "panel", role: "tabpanel", tabindex: 0 }));
-  }
+function choose(name) {
+  chosen = name;
+  drawTable(model);
+  fetchLog();
+}
 
-  move(event) {
-    const names = Object.keys(VIEWS);
-    const step = { ArrowRight: 1, ArrowLeft: names.length - 1 }[event.key];
+export async function fetchLog() {
+  if (chosen !== "log" && chosen !== "routes") return;
+  await ask("ivarode.view", "log").then((found) => {
+    lines = Array.isArray(found.lines) ? found.lines.map(String) : [];
+    trouble = undefined;
+  }, (error) => { trouble = troubleText(error); });
+  drawTable(model);
+}
+
+export function drawTable(now) {
+  model = now;
+  const move = ({ key }) => {
+    const step = { ArrowRight: 1, ArrowLeft: NAMES.length - 1 }[key];
     if (!step) return;
-    this.choose(names[(names.indexOf(this.chosen) + step) % names.length]);
-    at(`tab-${this.chosen}`).focus();
-  }
-
-  choose(name) {
-    this.chosen = name;
-    this.draw();
-    return this.fetch();
-  }
-
-  async fetch() {
-    const method = SOURCE[this.chosen];
-    if (!method) return;
-    try {
-      this.found[method] = await ask("ivarode.view", method);
-      this.trouble = undefined;
-    } catch (trouble) {
-      this.trouble = troubleText(trouble);
-    }
-    this.draw();
-  }
-
-  draw(model = this.model) {
-    this.model = model;
-    for (const name of Object.keys(VIEWS)) {
-      at(`tab-${name}`).setAttribute("aria-selected", String(name === this.chosen));
-      at(`tab-${name}`).tabIndex = name === this.chosen ? 0 : -1;
-    }
-    const method = SOURCE[this.chosen];
-    const panel = at("panel");
-    panel.setAttribute("aria-labelledby", `tab-${this.chosen}`);
-    if (!model || (method && !this.found[method])) return show(panel, this.trouble && h("p", { class: "warn" }, this.trouble));
-    return show(panel, this.trouble && method && h("p", { class: "warn" }, this.trouble),
-      method && button(t("all"), () => this.fetch(), { class: "refresh", id: "refresh" }),
-      VIEWS[this.chosen]({ model, open: this.open, ...this.found }));
-  }
+    choose(NAMES[(NAMES.indexOf(chosen) + step) % NAMES.length]);
+    at(`tab-${chosen}`).focus();
+  };
+  show(at("more"), h("div.tabs", { role: "tablist", onkeydown: move }, NAMES.map((name) => button(t(name), () => choose(name),
+    { role: "tab", id: `tab-${name}`, "aria-controls": "panel", "aria-selected": String(name === chosen), tabindex: name === chosen ? 0 : -1 }))),
+  h("div", { id: "panel", role: "tabpanel", tabindex: 0, "aria-labelledby": `tab-${chosen}` },
+    chosen === "log" && trouble && h("p.warn", null, trouble), VIEWS[chosen]()));
 }
