@@ -12,42 +12,30 @@ bool is_printable(char c)
     return c >= ' ' && c <= '~';
 }
 
-} // namespace
-
-json_object *text(std::string_view bytes)
+json_object *text(const char *bytes)
 {
-    bool clean = true;
-    for (const char c : bytes) {
-        clean = clean && is_printable(c);
-    }
-    if (clean) {
-        return json_object_new_string_len(bytes.data(), static_cast<int>(bytes.size()));
-    }
-    auto *copy = static_cast<char *>(malloc(bytes.size()));
+    char *copy = strdup(bytes);
     if (copy == nullptr) {
         abort();
     }
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        copy[i] = is_printable(bytes[i]) ? bytes[i] : '?';
+    for (char *c = copy; *c != '\0'; ++c) {
+        *c = is_printable(*c) ? *c : '?';
     }
-    json_object *made = json_object_new_string_len(copy, static_cast<int>(bytes.size()));
+    json_object *made = json_object_new_string(copy);
     free(copy);
     return made;
 }
+
+} // namespace
 
 void put(json_object *into, const char *key, json value)
 {
     json_object_object_add(into, key, value.release());
 }
 
-void put(json_object *into, const char *key, std::string_view value)
-{
-    json_object_object_add(into, key, text(value));
-}
-
 void put(json_object *into, const char *key, const char *value)
 {
-    put(into, key, std::string_view{value});
+    json_object_object_add(into, key, text(value));
 }
 
 void put_number(json_object *into, const char *key, int64_t value)
@@ -60,14 +48,42 @@ void put_flag(json_object *into, const char *key, bool value)
     json_object_object_add(into, key, json_object_new_boolean(value ? 1 : 0));
 }
 
-void append(json_object *to, json value)
+json_object *put_table(json_object *into, const char *key)
 {
-    json_object_array_add(to, value.release());
+    json_object *made = json_object_new_object();
+    json_object_object_add(into, key, made);
+    return made;
+}
+
+json_object *put_list(json_object *into, const char *key)
+{
+    json_object *made = json_object_new_array();
+    json_object_object_add(into, key, made);
+    return made;
+}
+
+void append(json_object *to, const char *value)
+{
+    json_object_array_add(to, text(value));
 }
 
 void append(json_object *to, int64_t value)
 {
     json_object_array_add(to, json_object_new_int64(value));
+}
+
+json_object *append_table(json_object *to)
+{
+    json_object *made = json_object_new_object();
+    json_object_array_add(to, made);
+    return made;
+}
+
+void share(json_object *from, const char *key, json_object *into, const char *as)
+{
+    if (json_object *value = get(from, key)) {
+        json_object_object_add(into, as, json_object_get(value));
+    }
 }
 
 json_object *get(json_object *from, const char *key)
@@ -78,13 +94,10 @@ json_object *get(json_object *from, const char *key)
                : nullptr;
 }
 
-std::string_view get_text(json_object *from, const char *key, std::string_view absent)
+const char *text_of(json_object *from, const char *key, const char *absent)
 {
     json_object *found = get(from, key);
-    return json_object_is_type(found, json_type_string)
-               ? std::string_view{json_object_get_string(found),
-                                  static_cast<size_t>(json_object_get_string_len(found))}
-               : absent;
+    return json_object_is_type(found, json_type_string) ? json_object_get_string(found) : absent;
 }
 
 int64_t get_number(json_object *from, const char *key, int64_t absent)
@@ -103,6 +116,26 @@ const char *shown(json_object *from, const char *key, const char *absent)
 {
     json_object *found = get(from, key);
     return found != nullptr ? json_object_get_string(found) : absent;
+}
+
+bool is(json_object *from, const char *key, const char *text)
+{
+    return strcmp(text_of(from, key), text) == 0;
+}
+
+bool is_same(json_object *one, const char *key, json_object *other, const char *key_of_other)
+{
+    return is(one, key, text_of(other, key_of_other));
+}
+
+bool begins(const char *text, const char *with)
+{
+    return strncmp(text, with, strlen(with)) == 0;
+}
+
+size_t count_of(json_object *list)
+{
+    return json_object_is_type(list, json_type_array) ? json_object_array_length(list) : 0;
 }
 
 } // namespace ctl

@@ -60,7 +60,9 @@ bool names_device(const libsys::board_file &file, const char *name)
 {
     json_object *ports = file.find("switch.switch0.ports");
     bool found = false;
-    each(ports, [&](json_object *port) { found = found || get_text(port, "device") == name; });
+    for (json_object *port : items(ports)) {
+        found = found || is(port, "device", name);
+    }
     return found;
 }
 

@@ -108,7 +108,7 @@ checked check_configuration(const char *board, const char *config, json_object *
     ask_planner(board, config, facts);
     json_object *daemon = get(facts, "daemon");
     const bool heard = daemon != nullptr;
-    const bool content = !heard || json_object_array_length(get(daemon, "says")) == 0;
+    const bool content = !heard || count_of(get(daemon, "says")) == 0;
     starts = starts && (!heard || get_flag(daemon, "starts"));
     return {true, clean && content && starts, starts};
 }

@@ -45,11 +45,11 @@ int collect(const char *path, char *const *words, libsys::text &said)
 
 void add_errors(json_object *phase, json_object *says)
 {
-    each(get(phase, "messages"), [&](json_object *message) {
-        if (get_text(message, "level") == "error") {
-            json_object_array_add(says, text(get_text(message, "text")));
+    for (json_object *message : items(get(phase, "messages"))) {
+        if (is(message, "level", "error")) {
+            append(says, text_of(message, "text"));
         }
-    });
+    }
 }
 
 } // namespace
@@ -66,27 +66,28 @@ void ask_planner(const char *board, const char *config, json_object *facts)
     if (status == unreadable) {
         return;
     }
-    json made = table();
-    json says = list();
-    said.append('\0');
-    const json plan{json_tokener_parse(said.view().data())};
+    json_object *made = put_table(facts, "daemon");
+    json_object *says = put_list(made, "says");
+    char *output = said.get();
+    const json plan{json_tokener_parse(output)};
     if (!json_object_is_type(plan.get(), json_type_object)) {
-        put_flag(made.get(), "starts", false);
-        json_object_array_add(says.get(),
-                              text(said.view().substr(0, said.view().find_first_of({"\n\0", 2}))));
+        put_flag(made, "starts", false);
+        output[strcspn(output, "\n")] = '\0';
+        append(says, output);
     } else {
-        const std::string_view ending = get_text(plan.get(), "ending");
-        put_flag(made.get(), "starts", ending.empty() && (status == good || status == meet));
-        each(get(plan.get(), "phases"), [&](json_object *phase) { add_errors(phase, says.get()); });
-        if (!ending.empty()) {
-            json_object_array_add(says.get(), text(ending));
+        const char *ending = text_of(plan.get(), "ending");
+        const bool goes_on = *ending == '\0';
+        put_flag(made, "starts", goes_on && (status == good || status == meet));
+        for (json_object *phase : items(get(plan.get(), "phases"))) {
+            add_errors(phase, says);
+        }
+        if (!goes_on) {
+            append(says, ending);
         }
         if (status == meet) {
-            json_object_array_add(says.get(), text("ports meet that should not: see ivarode-plan --quiet"));
+            append(says, "ports meet that should not: see ivarode-plan --quiet");
         }
     }
-    put(made.get(), "says", std::move(says));
-    put(facts, "daemon", std::move(made));
 }
 
 } // namespace ctl

@@ -18,18 +18,17 @@ void findings::add(const place &where, effect what_comes, const char *does, cons
     va_start(args, format);
     vsnprintf(what, sizeof(what), format, args);
     va_end(args);
-    json made = table();
-    put(made.get(), "file", where.file);
+    json_object *made = append_table(list_.get());
+    put(made, "file", where.file);
     if (where.section != nullptr) {
-        put(made.get(), "section", where.section);
+        put(made, "section", where.section);
     }
     if (where.option != nullptr) {
-        put(made.get(), "option", where.option);
+        put(made, "option", where.option);
     }
-    put(made.get(), "what", what);
-    put(made.get(), "effect", names[static_cast<int>(what_comes)]);
-    put(made.get(), "does", does);
-    append(list_.get(), std::move(made));
+    put(made, "what", what);
+    put(made, "effect", names[static_cast<int>(what_comes)]);
+    put(made, "does", does);
     ends_ = ends_ || what_comes == effect::ends;
 }
 

@@ -16,12 +16,12 @@ struct place {
 
 class findings {
 public:
-    findings() : list_(list()) {}
+    findings() : list_(json_object_new_array()) {}
 
     // does: what the daemon does, as a sentence's end; the format says what is wrong.
     [[gnu::format(printf, 5, 6)]] void add(const place &where, effect what_comes, const char *does,
                                            const char *format, ...);
-    bool any() const { return json_object_array_length(list_.get()) != 0; }
+    bool any() const { return count_of(list_.get()) != 0; }
     bool end_the_start() const { return ends_; }
     json take() { return std::move(list_); }
 

@@ -74,6 +74,13 @@ bool is_mac(const char *text, unsigned (&bytes)[6])
     return whole && strlen(text) == sizeof("00:00:00:00:00:00") - 1;
 }
 
+// A MAC of one station, as far as the daemon reads it.
+bool is_station(const char *text)
+{
+    unsigned char first = 0;
+    return sscanf(text, "%hhx", &first) != 1 || (first & 1) == 0;
+}
+
 // As words are taken apart for a program; false where a quote is left open.
 bool quotes_close(const char *text)
 {
@@ -92,7 +99,7 @@ bool quotes_close(const char *text)
 
 void check_number(const place &where, const option_rule &rule, const char *text, findings &found)
 {
-    const int number = number_of(text);
+    const int number = number_in(text);
     if (!is_decimal(text)) {
         found.add(where, effect::taken, rule.does, "\"%.60s\" is no plain number; it is taken as %d", text,
                   number);
@@ -103,11 +110,10 @@ void check_number(const place &where, const option_rule &rule, const char *text,
     }
 }
 
-// 65535 and what is the same in 16 bits is no VLAN. Numbers that are none end the start, which the walk
-// finds.
+// 65535 and what is the same in 16 bits is no VLAN. Numbers that are none are found by the walk.
 void check_vlan(const place &where, const option_rule &rule, const char *text, findings &found)
 {
-    const auto number = static_cast<uint16_t>(number_of(text));
+    const auto number = static_cast<uint16_t>(number_in(text));
     if (!is_decimal(text) || strtol(text, nullptr, 10) > UINT16_MAX) {
         found.add(where, effect::taken, rule.does, "\"%.60s\" is taken as %u", text, number);
     }
@@ -119,7 +125,7 @@ void check_mac(const place &where, const option_rule &rule, const char *text, fi
     unsigned char taken[6] = {};
     sscanf(text, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &taken[0], &taken[1], &taken[2], &taken[3], &taken[4],
            &taken[5]);
-    if ((taken[0] & 1) != 0) {
+    if (!is_station(text)) {
         found.add(where, rule.outside, rule.does, "%.60s is an address of many stations", text);
     } else if (!is_mac(text, bytes)) {
         found.add(where, effect::taken, "the bridge has that MAC",
@@ -139,9 +145,31 @@ void check_words(const place &where, const option_rule &rule, const char *text, 
     }
 }
 
-void check_text(const place &where, const option_rule &rule, const char *text, findings &found)
+// Whether a text is one of its kind, for options that have no range.
+bool fits(kind type, const char *text)
 {
     uint8_t prefix = 0;
+    const auto number = static_cast<uint16_t>(number_in(text));
+    switch (type) {
+    case kind::address:
+        return is_address(text);
+    case kind::mask:
+        return libsys::parse_mask(text, &prefix);
+    case kind::protocol:
+        return protocol_of(text) != 0;
+    case kind::mac:
+        return is_station(text);
+    case kind::words:
+        return quotes_close(text);
+    case kind::vlan:
+        return number == UINT16_MAX || is_vlan(number);
+    default:
+        return true;
+    }
+}
+
+void check_text(const place &where, const option_rule &rule, const char *text, findings &found)
+{
     switch (rule.type) {
     case kind::number:
         return check_number(where, rule, text, found);
@@ -152,17 +180,17 @@ void check_text(const place &where, const option_rule &rule, const char *text, f
     case kind::words:
         return check_words(where, rule, text, found);
     case kind::address:
-        if (!is_address(text)) {
+        if (!fits(rule.type, text)) {
             found.add(where, rule.outside, rule.does, "\"%.60s\" is no IPv4 address", text);
         }
         break;
     case kind::mask:
-        if (!libsys::parse_mask(text, &prefix)) {
+        if (!fits(rule.type, text)) {
             found.add(where, rule.outside, rule.does, "\"%.60s\" is no mask", text);
         }
         break;
     case kind::protocol:
-        if (protocol_of(text) == 0) {
+        if (!fits(rule.type, text)) {
             found.add(where, rule.outside, rule.does, "\"%.60s\" is neither static, dhcp nor pppoe", text);
         }
         break;
@@ -175,11 +203,26 @@ void check_text(const place &where, const option_rule &rule, const char *text, f
 }
 
 // A mask beside the address 0.0.0.0 is not looked at.
-bool is_looked_at(const section &which, const option_rule &rule)
+bool is_looked_at(const char *address, const option_rule &rule)
 {
-    const char *address = which.text("ipaddr");
     return rule.type != kind::mask || rule.outside != effect::ends || address == nullptr ||
            strcmp(address, "0.0.0.0") != 0;
+}
+
+const option_rule *rule_of(std::span<const option_rule> rules, const char *option)
+{
+    for (const option_rule &rule : rules) {
+        if (strcmp(rule.name, option) == 0) {
+            return &rule;
+        }
+    }
+    return nullptr;
+}
+
+unsigned reader_of_wan(const char *proto)
+{
+    const unsigned reader = proto != nullptr ? protocol_of(proto) : unsigned{by_static};
+    return reader != 0 ? reader : unsigned{by_all};
 }
 
 void check_options(const section &which, std::span<const option_rule> rules, unsigned reader, findings &found)
@@ -189,17 +232,14 @@ void check_options(const section &which, std::span<const option_rule> rules, uns
     {
         const uci_option *option = uci_to_option(element);
         const place where = {which.file, which.name, element->name};
-        const option_rule *rule = nullptr;
-        for (const option_rule &known : rules) {
-            rule = strcmp(known.name, element->name) == 0 ? &known : rule;
-        }
+        const option_rule *rule = rule_of(rules, element->name);
         if (rule == nullptr) {
             found.add(where, effect::ignored, "the option is ignored", "there is no such option");
         } else if (option->type != UCI_TYPE_STRING) {
             found.add(where, effect::ignored, "the option counts as missing", "it is a list");
         } else if ((rule->readers & reader) == 0) {
             found.add(where, effect::ignored, "the option is ignored", "the protocol has no use for it");
-        } else if (is_looked_at(which, *rule)) {
+        } else if (is_looked_at(which.text("ipaddr"), *rule)) {
             check_text(where, *rule, option->v.string, found);
         }
     }
@@ -216,9 +256,27 @@ unsigned protocol_of(const char *text)
                                              : 0U;
 }
 
-int number_of(const char *text)
+int number_in(const char *text)
 {
     return atoi(text); // NOLINT(cert-err34-c): the question is what the daemon makes of it
+}
+
+bool is_vlan(unsigned number)
+{
+    return number >= 1 && number <= 4094;
+}
+
+bool ends_start(const char *option, const char *text, const beside &others, bool of_wan)
+{
+    const option_rule *rule = of_wan ? rule_of(wan_rules, option) : rule_of(lan_rules, option);
+    if (rule == nullptr || (of_wan && (rule->readers & reader_of_wan(others.proto)) == 0) ||
+        !is_looked_at(others.ipaddr, *rule) ||
+        (strcmp(option, "vlanid2") == 0 && others.vlanid1 == nullptr)) {
+        return false;
+    }
+    const bool may_end =
+        rule->outside == effect::ends || rule->type == kind::vlan || rule->type == kind::words;
+    return may_end && !fits(rule->type, text);
 }
 
 bool is_address(const char *text)
@@ -234,16 +292,14 @@ void check_lan_options(const section &which, findings &found)
 
 void check_wan_options(const section &which, findings &found)
 {
-    const char *proto = which.text("proto");
-    const unsigned reader = proto != nullptr ? protocol_of(proto) : unsigned{by_static};
-    check_options(which, wan_rules, reader != 0 ? reader : unsigned{by_all}, found);
+    check_options(which, wan_rules, reader_of_wan(which.text("proto")), found);
 }
 
 void check_route_options(const section &which, findings &found)
 {
     check_options(which, route_rules, by_all, found);
     const char *enable = which.text("enable");
-    if (enable == nullptr || number_of(enable) != 1) {
+    if (enable == nullptr || number_in(enable) != 1) {
         return;
     }
     for (const char *needed : {"line", "dstaddr", "netmask", "gateway"}) {

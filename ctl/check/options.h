@@ -14,8 +14,19 @@ enum reader : unsigned { by_static = 1, by_dhcp = 2, by_pppoe = 4, by_all = 7 };
 unsigned protocol_of(const char *text);
 
 // The number that the daemon takes a text for.
-int number_of(const char *text);
+int number_in(const char *text);
 bool is_address(const char *text);
+bool is_vlan(unsigned number);
+
+// The options of a section that others depend on; null where they are missing.
+struct beside {
+    const char *proto;
+    const char *ipaddr;
+    const char *vlanid1;
+};
+
+// Whether the daemon's start ends at an option of an interface for its text alone.
+bool ends_start(const char *option, const char *text, const beside &others, bool of_wan);
 
 // Each option of a section, beside the table of its package. That an option ends the start is found here
 // where its text alone decides it; what depends on others is found by the walk.

@@ -3,6 +3,7 @@
 
 #include "check/findings.h"
 
+#include <cstring>
 #include <uci.h>
 
 namespace ctl {
@@ -35,7 +36,7 @@ public:
         uci_foreach_element(&loaded_->sections, element)
         {
             uci_section *parsed = uci_to_section(element);
-            if (std::string_view{parsed->type} == type) {
+            if (strcmp(parsed->type, type) == 0) {
                 visit(section{path_, parsed->e.name, parsed});
             } else {
                 found.add({path_, parsed->e.name}, effect::ignored, "the section is ignored",

@@ -10,7 +10,6 @@ namespace {
 
 constexpr int front_ports = 5;
 constexpr unsigned port_vlan_base = 4090;
-constexpr unsigned last_vlan = 4094;
 constexpr unsigned no_vlan = 65535;
 constexpr int most_vlans = 11;
 constexpr size_t longest_device = 15;
@@ -19,12 +18,7 @@ constexpr const char *any_address = "0.0.0.0";
 unsigned vlan_of(const section &which, const char *option)
 {
     const char *text = which.text(option);
-    return text != nullptr ? static_cast<uint16_t>(number_of(text)) : no_vlan;
-}
-
-bool is_vlan(unsigned vid)
-{
-    return vid >= 1 && vid <= last_vlan;
+    return text != nullptr ? static_cast<uint16_t>(number_in(text)) : no_vlan;
 }
 
 // What the row of a WAN may hold.
@@ -38,7 +32,7 @@ bool is_plain(const char *text)
 
 int start_walk::port_of(const section &which, const int (&ports)[16])
 {
-    const int number = number_of(which.name + 3);
+    const int number = number_in(which.name + 3);
     const int port = number >= 1 && number <= 16 ? ports[number - 1] : -1;
     if (port < 0 || port >= front_ports) {
         found_.add({which.file, which.name}, effect::ends, start_ends, "the board has no %.3s %d%s",

@@ -2,6 +2,8 @@
 
 #include "explain/explain.h"
 
+#include <cstring>
+
 namespace ctl {
 
 namespace {
@@ -19,7 +21,7 @@ finding with_config(finding of, const subject &about)
 // Of an interface whose address comes from somebody else.
 finding without_address(const subject &about)
 {
-    const bool dials = get_text(about.own, "proto") == "pppoe";
+    const bool dials = is(about.own, "proto", "pppoe");
     json_object *line = get(get(about.own, "client"), "reason");
     const meaning *of = meaning_of(line != nullptr ? json_object_get_string(line)
                                    : dials         ? "started by "
@@ -37,7 +39,7 @@ bool is_unread(const subject &about)
 
 finding look_cpu_device(const subject &about)
 {
-    const char *name = get_text(about.own, "member").starts_with("eth1") ? "eth1" : "eth0";
+    const char *name = begins(text_of(about.own, "member"), "eth1") ? "eth1" : "eth0";
     json_object *device = about.device(name);
     if (is_unread(about)) {
         return unsure("the devices could not be read");
@@ -78,7 +80,7 @@ finding look_bridge(const subject &about)
     if (device == nullptr) {
         return bad(restart, "bridge %s is missing", name);
     }
-    if (get_text(device, "kind") != "bridge") {
+    if (!is(device, "kind", "bridge")) {
         return bad("remove that device, then /etc/init.d/ivarode restart",
                    "%s is a device of another kind, no bridge", name);
     }
@@ -89,15 +91,14 @@ finding look_member(const subject &about)
 {
     const char *name = shown(about.own, "member");
     json_object *device = about.device(name);
-    if (device == nullptr || about.device(get_text(about.own, "bridge")) == nullptr) {
+    if (device == nullptr || about.device(text_of(about.own, "bridge")) == nullptr) {
         return skipped();
     }
-    const std::string_view bridge = get_text(device, "bridge");
-    if (bridge.empty()) {
+    if (get(device, "bridge") == nullptr) {
         return with_config(bad("", "%s has no member: %s is in no bridge", shown(about.own, "bridge"), name),
                            about);
     }
-    if (bridge != get_text(about.own, "bridge")) {
+    if (!is_same(device, "bridge", about.own, "bridge")) {
         return with_config(bad("", "%s has no member: %s is in bridge %s", shown(about.own, "bridge"), name,
                                shown(device, "bridge")),
                            about);
@@ -134,12 +135,12 @@ finding look_address(const subject &about)
     if (is_unread(about)) {
         return skipped();
     }
-    if (addresses != nullptr && json_object_array_length(addresses) > 0) {
+    if (addresses != nullptr && count_of(addresses) > 0) {
         return good("it has %s", json_object_get_string(json_object_array_get_idx(addresses, 0)));
     }
     json_object *section = about.section();
-    const bool is_static = get_text(about.own, "proto") == "static";
-    if (is_static && (section == nullptr || get_text(section, "ipaddr", "0.0.0.0") == "0.0.0.0")) {
+    const bool is_static = is(about.own, "proto", "static");
+    if (is_static && (section == nullptr || strcmp(text_of(section, "ipaddr", "0.0.0.0"), "0.0.0.0") == 0)) {
         return good("it is to have no address");
     }
     if (is_static) {

@@ -38,10 +38,10 @@ struct subject {
     json_object *own;
 
     const char *name() const { return shown(own, "name"); }
-    bool is_uplink() const { return kind == an_interface && is_wan(get_text(own, "name")); }
+    bool is_uplink() const { return kind == an_interface && is_wan(text_of(own, "name")); }
     int64_t port() const { return get_number(own, "port", -1); }
     json_object *section() const;
-    json_object *device(std::string_view device_name) const;
+    json_object *device(const char *device_name) const;
 };
 
 struct check {
@@ -96,9 +96,9 @@ finding look_route_rule(const subject &);
 finding look_account(const subject &);
 finding look_account_provider(const subject &);
 
-// One table for each subject with something bad: "subject", "check", "sentence", "remedy". A cause that
-// several share is listed once.
-json find_problems(json_object *facts);
+// "problems": a table for each subject with something bad: "subject", "check", "sentence", "remedy". A cause
+// that several share is listed once. Their number.
+size_t find_problems(json_object *facts);
 
 // The section checks of every section, up to the first that is bad.
 finding broken_section(json_object *facts);

@@ -34,7 +34,7 @@ constexpr const char *restart =
 
 json_object *chain_named(const subject &about, const char *in, const char *name)
 {
-    return find(get(get(about.facts, "chains"), in), "chain", std::string_view(name));
+    return find(get(get(about.facts, "chains"), in), "chain", name);
 }
 
 // The place of the first rule that is this jump; -1 for none.
@@ -42,12 +42,12 @@ int place_of_jump(json_object *chain, const char *to)
 {
     int place = 0;
     int found = -1;
-    each(get(chain, "rules"), [&](json_object *rule) {
-        if (found < 0 && get_text(rule, "target") == to) {
+    for (json_object *rule : items(get(chain, "rules"))) {
+        if (found < 0 && is(rule, "target", to)) {
             found = place;
         }
         ++place;
-    });
+    }
     return found;
 }
 
@@ -88,7 +88,7 @@ finding look_rules_of_chains(const subject &about)
     }
     for (const rule_of_chain &rule : rules) {
         json_object *chain = chain_named(about, rule.table, rule.chain);
-        if (find(get(chain, "rules"), "rule", std::string_view(rule.rule)) == nullptr) {
+        if (find(get(chain, "rules"), "rule", rule.rule) == nullptr) {
             return bad(restart, "chain %s of table %s has no rule %s", rule.chain, rule.table, rule.rule);
         }
     }

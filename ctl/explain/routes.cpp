@@ -15,7 +15,7 @@ constexpr const char *mend =
 
 bool is_installed(const subject &about)
 {
-    return get_text(about.own, "state") == "installed";
+    return is(about.own, "state", "installed");
 }
 
 bool contains(const char *network, uint32_t address)
@@ -36,14 +36,14 @@ bool contains(const char *network, uint32_t address)
 json_object *device_towards(const subject &about, uint32_t address)
 {
     json_object *found = nullptr;
-    each(get(about.facts, "devices"), [&](json_object *device) {
-        each(get(device, "addresses"), [&](json_object *own) {
+    for (json_object *device : items(get(about.facts, "devices"))) {
+        for (json_object *own : items(get(device, "addresses"))) {
             if (found == nullptr && get_flag(device, "up") &&
                 contains(json_object_get_string(own), address)) {
                 found = device;
             }
-        });
-    });
+        }
+    }
     return found;
 }
 
@@ -54,7 +54,7 @@ finding look_route_section(const subject &about)
     json_object *section = about.section();
     uint32_t address = 0;
     constexpr size_t longest = 31; // of a record's texts
-    if (get_text(section, "name").size() > longest) {
+    if (strlen(about.name()) > longest) {
         return bad("give it a shorter name, then restart",
                    "the name %s has more than 31 characters: it is recorded under another one", about.name());
     }
@@ -64,11 +64,11 @@ finding look_route_section(const subject &about)
                        option, shown(section, option, ""));
         }
     }
-    if (get_text(about.own, "destination").empty()) {
+    if (is(about.own, "destination", "")) {
         return bad(mend, "route %s: option netmask is \"%.40s\", no mask", about.name(),
                    shown(section, "netmask", ""));
     }
-    if (get_text(section, "line").empty()) {
+    if (is(section, "line", "")) {
         return bad(mend, "route %s has no line: the kernel refuses it", about.name());
     }
     return good("to %s via %s", shown(about.own, "destination"), shown(about.own, "gateway"));
@@ -87,14 +87,14 @@ finding look_route_hidden(const subject &about)
 {
     json_object *by = nullptr;
     bool behind = false;
-    each(get(about.facts, "static_routes"), [&](json_object *other) {
+    for (json_object *other : items(get(about.facts, "static_routes"))) {
         behind = behind || other == about.own;
-        const bool same = get_text(other, "destination") == get_text(about.own, "destination") &&
+        const bool same = is_same(other, "destination", about.own, "destination") &&
                           get_number(other, "metric") == get_number(about.own, "metric");
         if (!behind && same && get_flag(other, "enabled")) {
             by = other;
         }
-    });
+    }
     if (by != nullptr && !is_installed(about)) {
         return with_remedy(
             bad("", "route %s is hidden by %s: same destination and metric", about.name(), shown(by, "name")),
@@ -110,8 +110,8 @@ finding look_route_gateway(const subject &about)
         !libsys::parse_ipv4(shown(about.own, "gateway", ""), &address)) {
         return skipped();
     }
-    const std::string_view line = get_text(about.own, "line");
-    if (!line.starts_with("auto")) {
+    const char *line = text_of(about.own, "line");
+    if (!begins(line, "auto")) {
         json_object *device = about.device(line);
         if (device == nullptr || !get_flag(device, "up")) {
             return bad("bring that interface up; the route follows with its address", "its device %s is %s",
@@ -159,12 +159,12 @@ finding look_account(const subject &about)
 finding look_account_provider(const subject &about)
 {
     unsigned count = 0;
-    each(get(about.facts, "ppp_users"), [&](json_object *other) {
-        count += get_text(other, "name") == get_text(about.own, "name") &&
-                         get_text(other, "provider") == get_text(about.own, "provider")
-                     ? 1
-                     : 0;
-    });
+    for (json_object *other : items(get(about.facts, "ppp_users"))) {
+        count +=
+            is_same(other, "name", about.own, "name") && is_same(other, "provider", about.own, "provider")
+                ? 1
+                : 0;
+    }
     if (count > 1) {
         return bad("remove the lines too many from /etc/ppp/chap-secrets",
                    "%s stands %u times in /etc/ppp/chap-secrets for provider %s: the first counts",

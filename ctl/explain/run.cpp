@@ -35,29 +35,27 @@ void name_subject(const subject &about, char *out, size_t size)
     }
 }
 
-json finding_as_json(const check &of, finding found)
+void put_finding(const check &of, finding found, json_object *out)
 {
-    json out = table();
-    put(out.get(), "check", of.name);
-    put(out.get(), "verdict", names_of_verdicts[static_cast<size_t>(found)]);
-    put(out.get(), "sentence", said.sentence);
+    put(out, "check", of.name);
+    put(out, "verdict", names_of_verdicts[static_cast<size_t>(found)]);
+    put(out, "sentence", said.sentence);
     if (said.remedy[0] != '\0') {
-        put(out.get(), "remedy", said.remedy);
+        put(out, "remedy", said.remedy);
     }
-    return out;
 }
 
 // A cause that is known already has been another subject's, too.
 void add_problem(const subject &about, const check &of, finding found, json_object *problems)
 {
-    if (find(problems, "sentence", std::string_view(said.sentence)) != nullptr) {
+    if (find(problems, "sentence", said.sentence) != nullptr) {
         return;
     }
     char name[80];
     name_subject(about, name, sizeof(name));
-    json problem = finding_as_json(of, found);
-    put(problem.get(), "subject", name);
-    append(problems, std::move(problem));
+    json_object *problem = append_table(problems);
+    put_finding(of, found, problem);
+    put(problem, "subject", name);
 }
 
 void find_problem(const subject &about, json_object *problems)
@@ -92,8 +90,7 @@ subject subject_of(const words &given, json_object *facts)
                 *rest == '\0' && rest != given[1] ? find(get(facts, "ports"), "port", number) : nullptr};
     }
     for (const auto &[kind, elements] : all_kinds) {
-        if (json_object *own =
-                kind != a_port ? find(get(facts, elements), "name", std::string_view(given[0])) : nullptr) {
+        if (json_object *own = kind != a_port ? find(get(facts, elements), "name", given[0]) : nullptr) {
             return {kind, facts, own};
         }
     }
@@ -103,7 +100,7 @@ subject subject_of(const words &given, json_object *facts)
 // False when something is bad.
 bool explain(const subject &about, json_object *facts)
 {
-    json lines = list();
+    json_object *lines = put_list(facts, "checks");
     bool well = true;
     for (size_t i = 0; i < check_count; ++i) {
         if (!is_of(checks[i], about)) {
@@ -115,11 +112,10 @@ bool explain(const subject &about, json_object *facts)
         }
         if (found == verdict::bad && well) {
             well = false;
-            put(facts, "first_cause", finding_as_json(checks[i], found));
+            put_finding(checks[i], found, put_table(facts, "first_cause"));
         }
-        append(lines.get(), finding_as_json(checks[i], found));
+        put_finding(checks[i], found, append_table(lines));
     }
-    put(facts, "checks", std::move(lines));
     return well;
 }
 
@@ -168,33 +164,33 @@ json_object *subject::section() const
     return find(get(packages, is_uplink()       ? "wan_intf"
                               : kind == a_route ? "route_config"
                                                 : "lan_intf"),
-                "name", get_text(own, "name"));
+                "name", text_of(own, "name"));
 }
 
-json_object *subject::device(std::string_view device_name) const
+json_object *subject::device(const char *device_name) const
 {
     return find(get(facts, "devices"), "name", device_name);
 }
 
-json find_problems(json_object *facts)
+size_t find_problems(json_object *facts)
 {
-    json problems = list();
+    json_object *problems = put_list(facts, "problems");
     for (const auto &listed : all_kinds) {
-        each(get(facts, listed.list), [&](json_object *own) {
-            find_problem({listed.kind, facts, own}, problems.get());
-        });
+        for (json_object *own : items(get(facts, listed.list))) {
+            find_problem({listed.kind, facts, own}, problems);
+        }
     }
-    return problems;
+    return count_of(problems);
 }
 
 finding broken_section(json_object *facts)
 {
     finding broken = skipped();
-    each(get(facts, "interfaces"), [&](json_object *own) {
+    for (json_object *own : items(get(facts, "interfaces"))) {
         for (const auto look : {look_options, look_number_of_board}) {
             broken = broken == verdict::bad ? broken : look({an_interface, facts, own});
         }
-    });
+    }
     return broken;
 }
 
@@ -216,9 +212,7 @@ int gather_explain(const words &given, json_object *facts)
     name_subject(about, name, sizeof(name));
     put(facts, "subject", name);
     const bool well = explain(about, facts);
-    if (json_object *unread = get(router.get(), "unread")) {
-        json_object_object_add(facts, "unread", json_object_get(unread));
-    }
+    share(router.get(), "unread", facts, "unread");
     return well ? done : failed;
 }
 

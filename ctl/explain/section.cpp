@@ -1,9 +1,9 @@
 // What the configuration says of an interface.
 
+#include "check/options.h"
 #include "explain/explain.h"
-#include "libsys/ipv4.h"
 
-#include <cstdlib>
+#include <cstring>
 
 namespace ctl {
 
@@ -12,34 +12,6 @@ namespace {
 constexpr size_t longest_device = 15; // of the kernel
 constexpr size_t longest_dialled = 12;
 constexpr const char *mend = "mend the section in /etc/config, then /etc/init.d/ivarode restart";
-
-bool is_vlan(const char *text)
-{
-    const int number = atoi(text);
-    return (number >= 1 && number <= 4094) || number == no_vlan;
-}
-
-bool is_known_protocol(std::string_view text)
-{
-    return text.starts_with("dhcp") || text.starts_with("stati") || text.starts_with("pppoe");
-}
-
-bool is_address(const char *text)
-{
-    uint32_t address = 0;
-    return libsys::parse_ipv4(text, &address);
-}
-
-constexpr struct {
-    const char *option;
-    bool (*is_usable)(const char *);
-} options[] = {
-    {"vlanid1", is_vlan},
-    {"vlanid2", is_vlan},
-    {"proto", [](const char *text) { return is_known_protocol(text); }},
-    {"ipaddr", is_address},
-    {"netmask", is_address},
-};
 
 } // namespace
 
@@ -63,16 +35,17 @@ finding look_options(const subject &about)
     if (section == nullptr) {
         return skipped();
     }
-    const size_t longest = get_text(about.own, "proto") == "pppoe" ? longest_dialled : longest_device;
-    if (get_text(section, "name").size() > longest) {
+    const size_t longest = is(about.own, "proto", "pppoe") ? longest_dialled : longest_device;
+    if (strlen(about.name()) > longest) {
         return bad(mend, "the name %s has more than %zu characters: the kernel refuses its device",
                    about.name(), longest);
     }
-    const bool is_static = get_text(about.own, "proto") == "static";
-    for (const auto &[option, is_usable] : options) {
-        const char *text = shown(section, option, nullptr);
-        const bool is_read = is_static || option[0] == 'v' || option[0] == 'p';
-        if (text != nullptr && is_read && !(option[0] == 'p' && !about.is_uplink()) && !is_usable(text)) {
+    const beside others = {shown(section, "proto", nullptr), shown(section, "ipaddr", nullptr),
+                           shown(section, "vlanid1", nullptr)};
+    json_object_object_foreach(section, option, value)
+    {
+        const char *text = json_object_get_string(value);
+        if (ends_start(option, text, others, about.is_uplink())) {
             return bad(mend, "section %s: option %s is \"%.40s\", and the daemon's start ends there",
                        about.name(), option, text);
         }

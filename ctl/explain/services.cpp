@@ -15,15 +15,16 @@ json_object *health_of(const subject &about)
 const char *endless_question(json_object *facts)
 {
     const char *name = nullptr;
-    each(get(facts, "interfaces"),
-         [&](json_object *own) { name = get_number(own, "port") < 0 ? shown(own, "name") : name; });
+    for (json_object *own : items(get(facts, "interfaces"))) {
+        name = get_number(own, "port") < 0 ? shown(own, "name") : name;
+    }
     return name;
 }
 
 finding hang(const subject &about)
 {
     json_object *health = health_of(about);
-    if (get_text(get(health, "daemon"), "process_state") == "T") {
+    if (is(get(health, "daemon"), "process_state", "T")) {
         return bad("kill -CONT it, or /etc/init.d/ivarode restart",
                    "the daemon hangs: it was stopped by a signal");
     }
@@ -40,7 +41,7 @@ finding hang(const subject &about)
 finding look_process(const subject &about)
 {
     json_object *health = health_of(about);
-    if (get_text(health, "state") == "starting") {
+    if (is(health, "state", "starting")) {
         return unsure("the daemon is starting: what is missing may still come");
     }
     if (get_flag(get(health, "daemon"), "running")) {
@@ -67,7 +68,7 @@ finding look_forwarding(const subject &about)
 
 finding look_broker(const subject &about)
 {
-    if (get_text(about.facts, "broker") == "answers") {
+    if (is(about.facts, "broker", "answers")) {
         return good("the bus broker answers");
     }
     return bad("start ubusd, or end the one that hangs", "%s",
@@ -76,27 +77,25 @@ finding look_broker(const subject &about)
 
 finding look_sibling(const subject &about)
 {
-    const std::string_view state = get_text(about.facts, "sibling", "unknown");
-    if (state == "answers") {
+    if (is(about.facts, "sibling", "answers")) {
         return good("ombrine.run, which the daemon waits for at its start, answers");
     }
-    if (state == "unknown") {
+    if (get(about.facts, "sibling") == nullptr || is(about.facts, "sibling", "unknown")) {
         return unsure("ombrine.run could not be asked");
     }
     return bad("start the system daemon that offers it, or install ivarode-sibling",
                "ombrine.run, which the daemon waits for at its start, %s",
-               state == "missing" ? "is not on the bus" : "does not answer");
+               is(about.facts, "sibling", "missing") ? "is not on the bus" : "does not answer");
 }
 
 finding look_answer(const subject &about)
 {
     json_object *health = health_of(about);
-    const std::string_view state = get_text(health, "state");
-    if (state == "hung") {
+    if (is(health, "state", "hung")) {
         return hang(about);
     }
-    return state == "up" ? good("the daemon answers")
-                         : unsure("the daemon could not be asked: %s", shown(health, "sentence"));
+    return is(health, "state", "up") ? good("the daemon answers")
+                                     : unsure("the daemon could not be asked: %s", shown(health, "sentence"));
 }
 
 } // namespace ctl

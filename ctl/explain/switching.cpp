@@ -19,15 +19,15 @@ json_object *port_numbered(const subject &about, int64_t number)
 bool serves_lan(json_object *port)
 {
     bool found = false;
-    each(get(port, "serves"), [&](json_object *name) {
-        found = found || std::string_view(json_object_get_string(name)).starts_with("LAN");
-    });
+    for (json_object *name : items(get(port, "serves"))) {
+        found = found || begins(json_object_get_string(name), "LAN");
+    }
     return found;
 }
 
 bool serves_anything(json_object *port)
 {
-    return get(port, "serves") != nullptr && json_object_array_length(get(port, "serves")) > 0;
+    return get(port, "serves") != nullptr && count_of(get(port, "serves")) > 0;
 }
 
 // The VLAN that untagged frames of a port belong into: its own, or that of LAN 1.
@@ -46,11 +46,11 @@ template <typename Visit> void each_port(const subject &about, Visit visit)
     const bool is_shared = about.kind == an_interface && about.port() == lan1_port(about.facts) &&
                            get(about.own, "vlanid1") == nullptr;
     if (is_shared) {
-        each(get(about.facts, "ports"), [&](json_object *port) {
+        for (json_object *port : items(get(about.facts, "ports"))) {
             if (port != own && serves_lan(port) && !get_flag(port, "own")) {
                 visit(port);
             }
-        });
+        }
     }
 }
 

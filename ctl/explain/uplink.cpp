@@ -3,6 +3,7 @@
 #include "explain/explain.h"
 
 #include <cinttypes>
+#include <cstring>
 
 namespace ctl {
 
@@ -10,12 +11,12 @@ namespace {
 
 bool is_dialled(const subject &about)
 {
-    return get_text(about.own, "proto") == "pppoe";
+    return is(about.own, "proto", "pppoe");
 }
 
 bool has_client(const subject &about)
 {
-    return is_dialled(about) || get_text(about.own, "proto") == "dhcp";
+    return is_dialled(about) || is(about.own, "proto", "dhcp");
 }
 
 constexpr const char *ask_provider = "ask the provider: DHCP server or PPP peer has to name it";
@@ -24,14 +25,14 @@ constexpr const char *ask_provider = "ask the provider: DHCP server or PPP peer 
 bool was_given_none(const subject &about, const char *key)
 {
     json_object *row = get(about.own, "row");
-    return has_client(about) && get_text(row, "ipaddr", "0.0.0.0") != "0.0.0.0" &&
-           get_text(row, key) == "0.0.0.0";
+    return has_client(about) && get(row, "ipaddr") != nullptr && !is(row, "ipaddr", "0.0.0.0") &&
+           is(row, key, "0.0.0.0");
 }
 
 // Whether a way out is to be there at all: a static WAN may have no gateway.
 bool wants_way_out(const subject &about)
 {
-    return has_client(about) || get_text(about.section(), "gateway", "0.0.0.0") != "0.0.0.0";
+    return has_client(about) || strcmp(text_of(about.section(), "gateway", "0.0.0.0"), "0.0.0.0") != 0;
 }
 
 int64_t table_of(const subject &about)
@@ -43,11 +44,11 @@ int64_t table_of(const subject &about)
 json_object *rule_to(const subject &about, int64_t in)
 {
     json_object *found = nullptr;
-    each(get(about.facts, "rules"), [&](json_object *rule) {
+    for (json_object *rule : items(get(about.facts, "rules"))) {
         if (get_number(rule, "preference") == in && get_number(rule, "table") == in) {
             found = rule;
         }
-    });
+    }
     return found;
 }
 
@@ -72,13 +73,14 @@ finding look_supervisor(const subject &about)
     if (!has_client(about)) {
         return skipped();
     }
-    const std::string_view state = get_text(about.facts, "supervisor");
-    if (state == "silent" || state == "missing" || state == "fails") {
+    const bool is_missing = is(about.facts, "supervisor", "missing");
+    if (is_missing || is(about.facts, "supervisor", "silent") || is(about.facts, "supervisor", "fails")) {
         return bad("look at the supervisor (procd), which runs the clients",
-                   state == "missing" ? "the supervisor is not on the bus"
-                                      : "the supervisor does not answer within 3 s");
+                   is_missing ? "the supervisor is not on the bus"
+                              : "the supervisor does not answer within 3 s");
     }
-    return state == "answers" ? good("the supervisor answers") : unsure("the supervisor could not be asked");
+    return is(about.facts, "supervisor", "answers") ? good("the supervisor answers")
+                                                    : unsure("the supervisor could not be asked");
 }
 
 finding look_client(const subject &about)
@@ -110,10 +112,10 @@ finding look_row(const subject &about)
         return bad("/etc/init.d/ivarode restart writes it", "%s has no row in /var/run/ivarode/wan",
                    about.name());
     }
-    if (has_client(about) && json_object_array_length(get(about.own, "addresses")) == 0) {
+    if (has_client(about) && count_of(get(about.own, "addresses")) == 0) {
         return skipped();
     }
-    if (has_client(about) && get_text(row, "ipaddr", "0.0.0.0") == "0.0.0.0") {
+    if (has_client(about) && strcmp(text_of(row, "ipaddr", "0.0.0.0"), "0.0.0.0") == 0) {
         return bad("look whether the event scripts of the client run: logread | grep ivarode",
                    "the row of %s has no address, although the interface has one", about.name());
     }
@@ -161,14 +163,13 @@ finding look_in_front(const subject &about)
         return skipped();
     }
     json_object *first = nullptr;
-    each(get(about.facts, "routes"), [&](json_object *route) {
-        if (get_number(route, "table") == get_number(way, "table") &&
-            get_text(route, "destination") == "0.0.0.0/0" &&
+    for (json_object *route : items(get(about.facts, "routes"))) {
+        if (get_number(route, "table") == get_number(way, "table") && is(route, "destination", "0.0.0.0/0") &&
             (first == nullptr || get_number(route, "metric") < get_number(first, "metric"))) {
             first = route;
         }
-    });
-    if (first != nullptr && get_text(first, "device") != get_text(about.own, "device")) {
+    }
+    if (first != nullptr && !is_same(first, "device", about.own, "device")) {
         return bad("give each WAN its own defrt_pri",
                    "%s stands in front of %s: both have number %s, and the first carries the traffic",
                    shown(first, "device"), about.name(), shown(way, "table"));
@@ -199,7 +200,7 @@ finding look_resolver(const subject &about)
         return skipped();
     }
     json_object *servers = get(about.facts, "resolvers");
-    if (servers == nullptr || json_object_array_length(servers) == 0) {
+    if (servers == nullptr || count_of(servers) == 0) {
         if (was_given_none(about, "addr4")) {
             return bad(ask_provider, "%s was given no name server with its address", about.name());
         }

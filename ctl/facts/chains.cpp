@@ -25,17 +25,15 @@ void put_counters(json_object *made, char *line)
     memmove(counters, rest, strlen(rest) + 1);
 }
 
-json_object *chain_of(json_object *chains, std::string_view name)
+json_object *chain_of(json_object *chains, const char *name)
 {
-    json_object *found = find(chains, "chain", name);
-    if (found != nullptr) {
-        return found;
+    json_object *chain = find(chains, "chain", name);
+    if (chain == nullptr) {
+        chain = append_table(chains);
+        put(chain, "chain", name);
+        put_list(chain, "rules");
     }
-    json made = table();
-    put(made.get(), "chain", name);
-    put(made.get(), "rules", list());
-    append(chains, std::move(made));
-    return find(chains, "chain", name);
+    return chain;
 }
 
 // "-P CHAIN POLICY", "-N CHAIN" or "-A CHAIN RULE".
@@ -46,18 +44,23 @@ void take_line(json_object *chains, char *line)
     }
     char *name = line + strlen("-A ");
     char *rest = strchr(name, ' ');
-    const std::string_view chain(name, rest != nullptr ? static_cast<size_t>(rest - name) : strlen(name));
-    json_object *found = chain_of(chains, chain);
-    if (line[1] == 'A' && rest != nullptr) {
-        json made = table();
-        put_counters(made.get(), rest);
-        put(made.get(), "rule", rest + 1);
-        if (const char *target = strstr(rest, " -j ")) {
+    char *separator = rest != nullptr ? rest : name + strlen(name);
+    *separator = '\0';
+    json_object *found = chain_of(chains, name);
+    if (rest == nullptr) {
+        return;
+    }
+    *separator = ' '; // which counters stand behind
+    if (line[1] == 'A') {
+        json_object *made = append_table(get(found, "rules"));
+        put_counters(made, rest);
+        put(made, "rule", rest + 1);
+        if (char *target = strstr(rest, " -j ")) {
             target += strlen(" -j ");
-            put(made.get(), "target", std::string_view(target, strcspn(target, " ")));
+            target[strcspn(target, " ")] = '\0';
+            put(made, "target", target);
         }
-        append(get(found, "rules"), std::move(made));
-    } else if (line[1] == 'P' && rest != nullptr) {
+    } else if (line[1] == 'P') {
         put_counters(found, rest);
         put(found, "policy", rest + 1);
     }
@@ -85,16 +88,14 @@ bool list_table(const char *name, json_object *chains)
 
 void add_chains(json_object *facts)
 {
-    json made = table();
+    json_object *made = put_table(facts, "chains");
     for (const char *name : tables) {
-        json chains = list();
-        if (!list_table(name, chains.get())) {
+        if (!list_table(name, put_list(made, name))) {
             note_unread(facts, "iptables does not list table %s", name);
+            json_object_object_del(facts, "chains");
             return;
         }
-        put(made.get(), name, std::move(chains));
     }
-    put(facts, "chains", std::move(made));
 }
 
 } // namespace ctl

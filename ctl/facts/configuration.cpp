@@ -16,18 +16,17 @@ constexpr const char *packages[][2] = {
 
 int add_section(uci_context * /*context*/, uci_section *section, void *argument)
 {
-    json made = table();
-    put(made.get(), "name", section->e.name != nullptr ? section->e.name : "");
+    json_object *made = append_table(static_cast<json_object *>(argument));
+    put(made, "name", section->e.name != nullptr ? section->e.name : "");
     uci_element *element = nullptr;
     uci_foreach_element(&section->options, element)
     {
         const uci_option *option = uci_to_option(element);
         // A list is no text to the daemon.
         if (option->type == UCI_TYPE_STRING && strcmp(element->name, "password") != 0) {
-            put(made.get(), element->name, option->v.string);
+            put(made, element->name, option->v.string);
         }
     }
-    append(static_cast<json_object *>(argument), std::move(made));
     return 0;
 }
 
@@ -35,16 +34,13 @@ int add_section(uci_context * /*context*/, uci_section *section, void *argument)
 
 void add_configuration(json_object *facts)
 {
-    json made = table();
+    json_object *made = put_table(facts, "configuration");
     for (const auto &[package, type] : packages) {
-        json sections = list();
-        if (ucilib_foreach_section(package, type, add_section, sections.get()) == 0) {
-            put(made.get(), package, std::move(sections));
-        } else {
+        if (ucilib_foreach_section(package, type, add_section, put_list(made, package)) != 0) {
             note_unread(facts, "package %s cannot be read: %s", package, strerror(errno));
+            json_object_object_del(made, package);
         }
     }
-    put(facts, "configuration", std::move(made));
 }
 
 } // namespace ctl

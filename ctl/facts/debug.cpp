@@ -64,14 +64,13 @@ bool parse(const char *text, uint64_t most, uint64_t &number)
     return errno == 0 && *rest == '\0' && number <= most;
 }
 
-json record(const libsys::null_record &place)
+void put_record(const libsys::null_record &place, json_object *made)
 {
-    json made = table();
-    put_number(made.get(), "count", place.count);
-    put(made.get(), "function",
-        std::string_view(place.function, strnlen(place.function, sizeof(place.function))));
-    put_number(made.get(), "line", place.line);
-    return made;
+    put_number(made, "count", place.count);
+    char function[sizeof(place.function) + 1];
+    snprintf(function, sizeof(function), "%.*s", static_cast<int>(sizeof(place.function)), place.function);
+    put(made, "function", function);
+    put_number(made, "line", place.line);
 }
 
 void add_facts(const areas &area, json_object *facts)
@@ -82,16 +81,15 @@ void add_facts(const areas &area, json_object *facts)
         put_flag(facts, bit.name, (bits & bit.value) != 0);
     }
     json_object_object_add(facts, "samples", json_object_new_uint64(area.debug->samples));
-    json places = list();
+    json_object *places = put_list(facts, "places");
     int64_t total = area.records->lost;
     for (const libsys::null_record &place : area.records->places) {
         if (place.count > 0) {
             total += place.count;
-            append(places.get(), record(place));
+            put_record(place, append_table(places));
         }
     }
     put_number(facts, "null_pointers", total);
-    put(facts, "places", std::move(places));
     put_number(facts, "elsewhere", area.records->lost);
 }
 

@@ -14,6 +14,7 @@ namespace {
 constexpr const char *row_folder = "/var/run/ivarode/wan";
 constexpr const char *accounts_path = "/etc/ppp/chap-secrets";
 constexpr const char *resolver_paths[] = {"/tmp/resolv.conf.d/resolv.conf.auto", "/etc/resolv.conf"};
+constexpr const char *name_server = "nameserver ";
 constexpr size_t longest_row = 4096;
 constexpr size_t longest_file = 1 << 20;
 
@@ -31,26 +32,23 @@ template <typename Visit> int each_line(const char *path, size_t limit, Visit vi
     return 0;
 }
 
-json row_in(const char *path)
+void put_row(const char *path, json_object *made)
 {
-    json made = table();
     each_line(path, longest_row, [&](char *line) {
         if (char *value = strchr(line, '=')) {
             *value = '\0';
-            put(made.get(), line, value + 1);
+            put(made, line, value + 1);
         }
     });
-    return made;
 }
 
 void add_resolvers(json_object *facts)
 {
-    json servers = list();
+    json_object *servers = put_list(facts, "resolvers");
     for (const char *path : resolver_paths) {
         const int error = each_line(path, longest_file, [&](const char *line) {
-            constexpr std::string_view word = "nameserver ";
-            if (std::string_view(line).starts_with(word)) {
-                json_object_array_add(servers.get(), text(line + word.size()));
+            if (begins(line, name_server)) {
+                append(servers, line + strlen(name_server));
             }
         });
         if (error == 0) {
@@ -58,29 +56,27 @@ void add_resolvers(json_object *facts)
             break;
         }
     }
-    put(facts, "resolvers", std::move(servers));
 }
 
 } // namespace
 
 void add_rows(json_object *facts)
 {
-    json rows = list();
+    json_object *rows = put_list(facts, "rows");
     const libsys::owned<DIR, closedir> folder(opendir(row_folder));
     while (const dirent *entry = folder != nullptr ? readdir(folder.get()) : nullptr) {
         char path[PATH_MAX];
         snprintf(path, sizeof(path), "%s/%s", row_folder, entry->d_name);
         if (entry->d_name[0] != '.') {
-            append(rows.get(), row_in(path));
+            put_row(path, append_table(rows));
         }
     }
-    put(facts, "rows", std::move(rows));
     add_resolvers(facts);
 }
 
 void add_accounts(json_object *facts)
 {
-    json users = list();
+    json_object *users = put_list(facts, "ppp_users");
     const int error = each_line(accounts_path, longest_file, [&](const char *line) {
         libsys::argument_list words;
         if (line[strspn(line, " \t")] == '#') {
@@ -89,18 +85,16 @@ void add_accounts(json_object *facts)
         if (words.add_words(line) != 0) {
             note_unread(facts, "%s: a quote is not closed", accounts_path);
         } else if (words.count() >= 3) {
-            json made = table();
-            put(made.get(), "name", words[0]);
-            put(made.get(), "provider", words[1]);
-            put(made.get(), "address", words.count() > 3 ? words[3] : "");
-            append(users.get(), std::move(made));
+            json_object *made = append_table(users);
+            put(made, "name", words[0]);
+            put(made, "provider", words[1]);
+            put(made, "address", words.count() > 3 ? words[3] : "");
         }
     });
     if (error != 0 && error != ENOENT) {
         note_unread(facts, "%s: %s", accounts_path, strerror(error));
-        return;
+        json_object_object_del(facts, "ppp_users");
     }
-    put(facts, "ppp_users", std::move(users));
 }
 
 } // namespace ctl

@@ -35,40 +35,37 @@ int64_t now_ms()
 // "daemon"; false when none runs.
 bool add_process(json_object *facts, process *runs)
 {
-    json made = table();
+    json_object *made = put_table(facts, "daemon");
     const bool found = find_process("ivarode", runs);
-    put_flag(made.get(), "running", found);
+    put_flag(made, "running", found);
     if (found) {
-        put_number(made.get(), "pid", runs->pid);
-        put_number(made.get(), "uptime_s", runs->age_s);
+        put_number(made, "pid", runs->pid);
+        put_number(made, "uptime_s", runs->age_s);
         const char state[] = {runs->state, '\0'};
-        put(made.get(), "process_state", state);
+        put(made, "process_state", state);
         char path[64];
         char where[64];
         snprintf(path, sizeof(path), "/proc/%d/wchan", runs->pid);
         read_small_file(path, where, sizeof(where));
         if (*where != '\0' && strcmp(where, "0") != 0) {
-            put(made.get(), "waits_in", where);
+            put(made, "waits_in", where);
         }
     }
-    put(facts, "daemon", std::move(made));
     return found;
 }
 
 // "objects"; how many are missing.
 unsigned add_objects(json_object *facts, bus &broker)
 {
-    json made = list();
+    json_object *made = put_list(facts, "objects");
     unsigned missing = 0;
     for (const char *object : objects) {
         const bool there = broker.has(object);
         missing += there ? 0 : 1;
-        json each = table();
-        put(each.get(), "name", object);
-        put_flag(each.get(), "there", there);
-        append(made.get(), std::move(each));
+        json_object *each = append_table(made);
+        put(each, "name", object);
+        put_flag(each, "there", there);
     }
-    put(facts, "objects", std::move(made));
     return missing;
 }
 

@@ -95,28 +95,27 @@ void put_mac(json_object *made, const nlattr *attribute)
 
 bool add_devices(json_object *facts)
 {
-    json devices = list();
+    json_object *devices = put_list(facts, "devices");
     const bool read = each_answer<ifinfomsg>(
         RTM_GETLINK, RTM_NEWLINK, [&](const ifinfomsg &body, const auto &find_attribute) {
-            json made = table();
+            json_object *made = append_table(devices);
             char text[64];
             netlink::value_text(find_attribute(IFLA_IFNAME), text, sizeof(text));
-            put(made.get(), "name", text);
+            put(made, "name", text);
             const nlattr *info = find_attribute(IFLA_LINKINFO);
             netlink::value_text(info != nullptr ? netlink::find(info, IFLA_INFO_KIND) : nullptr, text,
                                 sizeof(text));
-            put(made.get(), "kind", text);
-            put_flag(made.get(), "up", (body.ifi_flags & IFF_UP) != 0);
-            put_flag(made.get(), "carrier", (body.ifi_flags & IFF_RUNNING) != 0);
-            put_mac(made.get(), find_attribute(IFLA_ADDRESS));
-            put_device(made.get(), "bridge", find_attribute(IFLA_MASTER));
-            put_device(made.get(), "lower", find_attribute(IFLA_LINK));
-            put(made.get(), "addresses", list());
-            put_counters(made.get(), find_attribute(IFLA_STATS64));
-            append(devices.get(), std::move(made));
+            put(made, "kind", text);
+            put_flag(made, "up", (body.ifi_flags & IFF_UP) != 0);
+            put_flag(made, "carrier", (body.ifi_flags & IFF_RUNNING) != 0);
+            put_mac(made, find_attribute(IFLA_ADDRESS));
+            put_device(made, "bridge", find_attribute(IFLA_MASTER));
+            put_device(made, "lower", find_attribute(IFLA_LINK));
+            put_list(made, "addresses");
+            put_counters(made, find_attribute(IFLA_STATS64));
         });
-    if (read) {
-        put(facts, "devices", std::move(devices));
+    if (!read) {
+        json_object_object_del(facts, "devices");
     }
     return read;
 }
@@ -128,14 +127,14 @@ bool add_addresses(json_object *devices)
             const device_name name(body.ifa_index);
             const dotted address(netlink::value_u32(find_attribute(IFA_LOCAL), 0), body.ifa_prefixlen);
             if (json_object *device = find(devices, "name", name.text)) {
-                json_object_array_add(get(device, "addresses"), text(address.text));
+                append(get(device, "addresses"), address.text);
             }
         });
 }
 
 bool add_routes(json_object *facts)
 {
-    json routes = list();
+    json_object *routes = put_list(facts, "routes");
     const bool read =
         each_answer<rtmsg>(RTM_GETROUTE, RTM_NEWROUTE, [&](const rtmsg &body, const auto &find_attribute) {
             const uint32_t in = netlink::value_u32(find_attribute(RTA_TABLE), body.rtm_table);
@@ -143,35 +142,33 @@ bool add_routes(json_object *facts)
                 (body.rtm_flags & RTM_F_CLONED) != 0) {
                 return;
             }
-            json made = table();
-            put_number(made.get(), "table", in);
-            put(made.get(), "destination",
+            json_object *made = append_table(routes);
+            put_number(made, "table", in);
+            put(made, "destination",
                 dotted(netlink::value_u32(find_attribute(RTA_DST), 0), body.rtm_dst_len).text);
             if (const nlattr *gateway = find_attribute(RTA_GATEWAY)) {
-                put(made.get(), "gateway", dotted(netlink::value_u32(gateway, 0)).text);
+                put(made, "gateway", dotted(netlink::value_u32(gateway, 0)).text);
             }
-            put_device(made.get(), "device", find_attribute(RTA_OIF));
-            put_number(made.get(), "metric", netlink::value_u32(find_attribute(RTA_PRIORITY), 0));
-            append(routes.get(), std::move(made));
+            put_device(made, "device", find_attribute(RTA_OIF));
+            put_number(made, "metric", netlink::value_u32(find_attribute(RTA_PRIORITY), 0));
         });
-    if (read) {
-        put(facts, "routes", std::move(routes));
+    if (!read) {
+        json_object_object_del(facts, "routes");
     }
     return read;
 }
 
 bool add_rules(json_object *facts)
 {
-    json rules = list();
+    json_object *rules = put_list(facts, "rules");
     const bool read = each_answer<fib_rule_hdr>(
         RTM_GETRULE, RTM_NEWRULE, [&](const fib_rule_hdr &body, const auto &find_attribute) {
-            json made = table();
-            put_number(made.get(), "preference", netlink::value_u32(find_attribute(FRA_PRIORITY), 0));
-            put_number(made.get(), "table", netlink::value_u32(find_attribute(FRA_TABLE), body.table));
-            append(rules.get(), std::move(made));
+            json_object *made = append_table(rules);
+            put_number(made, "preference", netlink::value_u32(find_attribute(FRA_PRIORITY), 0));
+            put_number(made, "table", netlink::value_u32(find_attribute(FRA_TABLE), body.table));
         });
-    if (read) {
-        put(facts, "rules", std::move(rules));
+    if (!read) {
+        json_object_object_del(facts, "rules");
     }
     return read;
 }

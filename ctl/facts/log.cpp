@@ -64,7 +64,7 @@ void read_log(libsys::text &into)
 bool is_said_by(const char *line, json_object *client)
 {
     char mark[64];
-    const int length = get_text(client, "service") == "pppoe"
+    const int length = is(client, "service", "pppoe")
                            ? snprintf(mark, sizeof(mark), "pppd[%s]:", shown(client, "pid"))
                            : snprintf(mark, sizeof(mark), "ivarode-wan: %.32s", shown(client, "name"));
     const char *found = strstr(line, mark);
@@ -86,7 +86,7 @@ const meaning *meaning_of(const char *line)
 void add_last_words(json_object *facts)
 {
     json_object *clients = get(facts, "clients");
-    if (clients == nullptr || json_object_array_length(clients) == 0) {
+    if (clients == nullptr || count_of(clients) == 0) {
         return;
     }
     libsys::text log;
@@ -94,20 +94,20 @@ void add_last_words(json_object *facts)
     char *rest = nullptr;
     for (char *line = strtok_r(log.get(), "\n", &rest); line != nullptr;
          line = strtok_r(nullptr, "\n", &rest)) {
-        each(clients, [&](json_object *client) {
+        for (json_object *client : items(clients)) {
             if (!is_said_by(line, client)) {
-                return;
+                continue;
             }
             const char *words = strstr(line, ": ") + strlen(": ");
             const meaning *of = meaning_of(words);
             const meaning *kept = meaning_of(shown(client, "reason", ""));
-            const bool behind = get_text(client, "last_words") == get_text(client, "reason");
+            const bool behind = is_same(client, "last_words", client, "reason");
             if (of != nullptr && (kept == nullptr || of->beats >= kept->keeps + behind)) {
                 put(client, "reason", words);
             }
             put(client, "last_words", words);
             put(client, "last_line", line);
-        });
+        }
     }
 }
 

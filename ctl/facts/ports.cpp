@@ -12,13 +12,13 @@ constexpr int64_t entry_count = 16;
 
 void add_served(json_object *serves, json_object *served, int64_t port, const char *kind)
 {
-    each(served, [&](json_object *element) {
+    for (json_object *element : items(served)) {
         if (get_number(element, "port", -1) == port) {
             char name[24];
             snprintf(name, sizeof(name), "%s %s", kind, shown(element, "number"));
-            json_object_array_add(serves, text(name));
+            append(serves, name);
         }
-    });
+    }
 }
 
 // The VLAN device of a port that is its own; null for one that is not.
@@ -38,8 +38,10 @@ json_object *own_device(json_object *facts, int64_t port)
 void put_port_counters(json_object *facts, json_object *port, json_object *device)
 {
     unsigned members = 0;
-    each(get(find(get(facts, "vlans"), "vid", first_port_vlan + get_number(port, "port")), "members"),
-         [&](json_object *member) { members += json_object_get_int64(member) < front_ports ? 1 : 0; });
+    for (json_object *member : items(
+             get(find(get(facts, "vlans"), "vid", first_port_vlan + get_number(port, "port")), "members"))) {
+        members += json_object_get_int64(member) < front_ports ? 1 : 0;
+    }
     if (members == 1 && get(device, "rx_bytes") != nullptr) {
         for (const char *key : {"rx_bytes", "tx_bytes"}) {
             json_object_object_add(port, key, json_object_get(get(device, key)));
@@ -51,27 +53,24 @@ void put_port_counters(json_object *facts, json_object *port, json_object *devic
 
 void derive_ports(json_object *facts)
 {
-    each(get(facts, "ports"), [&](json_object *port) {
+    for (json_object *port : items(get(facts, "ports"))) {
         const int64_t number = get_number(port, "port");
-        json serves = list();
-        add_served(serves.get(), get(get(facts, "board"), "lans"), number, "LAN");
-        add_served(serves.get(), get(get(facts, "board"), "wans"), number, "WAN");
-        put(port, "serves", std::move(serves));
+        json_object *serves = put_list(port, "serves");
+        add_served(serves, get(get(facts, "board"), "lans"), number, "LAN");
+        add_served(serves, get(get(facts, "board"), "wans"), number, "WAN");
         json_object *device = own_device(facts, number);
         put_flag(port, "own", device != nullptr || get_number(port, "pvid") == first_port_vlan + number);
         if (device != nullptr) {
             put(port, "device", shown(device, "name"));
             put_port_counters(facts, port, device);
         }
-    });
+    }
     if (get(facts, "vlans") != nullptr) {
         int64_t used = 0;
-        each(get(facts, "vlans"), [&](json_object *entry) {
-            used += get_number(entry, "entry") >= first_user_entry &&
-                            json_object_array_length(get(entry, "members")) > 0
-                        ? 1
-                        : 0;
-        });
+        for (json_object *entry : items(get(facts, "vlans"))) {
+            used +=
+                get_number(entry, "entry") >= first_user_entry && count_of(get(entry, "members")) > 0 ? 1 : 0;
+        }
         put_number(facts, "entries_used", used);
         put_number(facts, "entries_free", entry_count - first_user_entry - used);
     }

@@ -15,61 +15,56 @@ void note_unread(json_object *facts, const char *format, ...)
     va_start(args, format);
     vsnprintf(line, sizeof(line), format, args);
     va_end(args);
-    if (get(facts, "unread") == nullptr) {
-        put(facts, "unread", list());
-    }
-    json_object_array_add(get(facts, "unread"), text(line));
+    json_object *unread = get(facts, "unread");
+    append(unread != nullptr ? unread : put_list(facts, "unread"), line);
 }
 
-json_object *find(json_object *elements, const char *key, std::string_view value)
+json_object *find(json_object *elements, const char *key, const char *value)
 {
-    json_object *found = nullptr;
-    each(elements, [&](json_object *element) {
-        if (found == nullptr && get_text(element, key) == value) {
-            found = element;
+    for (json_object *element : items(elements)) {
+        if (is(element, key, value)) {
+            return element;
         }
-    });
-    return found;
+    }
+    return nullptr;
 }
 
 json_object *find(json_object *elements, const char *key, int64_t value)
 {
-    json_object *found = nullptr;
-    each(elements, [&](json_object *element) {
-        if (found == nullptr && get(element, key) != nullptr && get_number(element, key) == value) {
-            found = element;
+    for (json_object *element : items(elements)) {
+        if (get(element, key) != nullptr && get_number(element, key) == value) {
+            return element;
         }
-    });
-    return found;
+    }
+    return nullptr;
 }
 
 bool holds(json_object *numbers, int64_t value)
 {
-    bool found = false;
-    each(numbers, [&](json_object *element) { found = found || json_object_get_int64(element) == value; });
-    return found;
-}
-
-bool is_lan(std::string_view name)
-{
-    return name.starts_with("lan");
-}
-
-bool is_wan(std::string_view name)
-{
-    return name.starts_with("wan");
-}
-
-int64_t number_of(std::string_view name)
-{
-    char digits[12] = "";
-    for (size_t i = 3; i < name.size() && i < 3 + sizeof(digits) - 1; ++i) {
-        digits[i - 3] = name[i];
+    for (json_object *element : items(numbers)) {
+        if (json_object_get_int64(element) == value) {
+            return true;
+        }
     }
-    return (is_lan(name) || is_wan(name)) && digits[0] >= '0' && digits[0] <= '9' ? atoll(digits) : 0;
+    return false;
 }
 
-int64_t port_of(json_object *facts, std::string_view name)
+bool is_lan(const char *name)
+{
+    return begins(name, "lan");
+}
+
+bool is_wan(const char *name)
+{
+    return begins(name, "wan");
+}
+
+int64_t number_of(const char *name)
+{
+    return (is_lan(name) || is_wan(name)) && name[3] >= '0' && name[3] <= '9' ? atoll(name + 3) : 0;
+}
+
+int64_t port_of(json_object *facts, const char *name)
 {
     json_object *served = get(get(facts, "board"), is_lan(name) ? "lans" : "wans");
     json_object *found = is_lan(name) || is_wan(name) ? find(served, "number", number_of(name)) : nullptr;

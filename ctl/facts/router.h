@@ -41,17 +41,17 @@ const meaning *meaning_of(const char *line);
 [[gnu::format(printf, 2, 3)]] void note_unread(json_object *facts, const char *format, ...);
 
 // The element of a list whose member is that text or number; null when there is none.
-json_object *find(json_object *elements, const char *key, std::string_view value);
+json_object *find(json_object *elements, const char *key, const char *value);
 json_object *find(json_object *elements, const char *key, int64_t value);
 // Whether a list of numbers holds one.
 bool holds(json_object *numbers, int64_t value);
 
 // The number behind "lan" or "wan", as the daemon reads it; 0 for none.
-int64_t number_of(std::string_view name);
-bool is_lan(std::string_view name);
-bool is_wan(std::string_view name);
+int64_t number_of(const char *name);
+bool is_lan(const char *name);
+bool is_wan(const char *name);
 // The front port of a LAN or WAN by name; -1 where the board has none.
-int64_t port_of(json_object *facts, std::string_view name);
+int64_t port_of(json_object *facts, const char *name);
 // The port of LAN 1, whose VLAN all LAN ports share that are not their own; -1 without a board.
 int64_t lan1_port(json_object *facts);
 

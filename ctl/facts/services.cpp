@@ -30,23 +30,21 @@ const char *state_of(int status)
     }
 }
 
-json client(const char *service, const char *name, json_object *instance)
+void put_client(const char *service, const char *name, json_object *instance, json_object *made)
 {
-    json made = table();
-    put(made.get(), "name", name);
-    put(made.get(), "service", service);
+    put(made, "name", name);
+    put(made, "service", service);
     const bool running = get_flag(instance, "running");
-    put_flag(made.get(), "running", running);
+    put_flag(made, "running", running);
     process runs;
     if (running && describe_process(static_cast<pid_t>(get_number(instance, "pid")), &runs)) {
-        put_number(made.get(), "pid", runs.pid);
-        put_number(made.get(), "uptime_s", runs.age_s);
-        put_number(made.get(), "started_s", runs.started_s);
+        put_number(made, "pid", runs.pid);
+        put_number(made, "uptime_s", runs.age_s);
+        put_number(made, "started_s", runs.started_s);
     }
     if (!running && get(instance, "exit_code") != nullptr) {
-        put_number(made.get(), "exit_code", get_number(instance, "exit_code"));
+        put_number(made, "exit_code", get_number(instance, "exit_code"));
     }
-    return made;
 }
 
 void add_clients(json_object *clients, json_object *listed)
@@ -58,7 +56,7 @@ void add_clients(json_object *clients, json_object *listed)
         }
         json_object_object_foreach(instances, name, instance)
         {
-            append(clients, client(service, name, instance));
+            put_client(service, name, instance, append_table(clients));
         }
     }
 }
@@ -67,9 +65,8 @@ void add_clients(json_object *clients, json_object *listed)
 
 void add_services(json_object *facts)
 {
-    json health = table();
-    read_health(health.get(), false);
-    put(facts, "health", std::move(health));
+    json_object *health = put_table(facts, "health");
+    read_health(health, false);
     bus broker;
     if (broker.why_not() != nullptr) {
         put(facts, "broker", broker.why_not());
@@ -81,9 +78,8 @@ void add_services(json_object *facts)
     const int status = broker.ask("service", "list", &listed);
     put(facts, "supervisor", state_of(status));
     if (status == UBUS_STATUS_OK) {
-        json clients = list();
-        add_clients(clients.get(), listed.get());
-        put(facts, "clients", std::move(clients));
+        json_object *clients = put_list(facts, "clients");
+        add_clients(clients, listed.get());
     } else {
         note_unread(facts, "the supervisor does not list its clients");
     }

@@ -26,45 +26,43 @@ bool destination_of(json_object *section, char (&out)[24])
 json_object *installed_as(json_object *facts, json_object *wanted)
 {
     json_object *found = nullptr;
-    each(get(facts, "routes"), [&](json_object *route) {
+    for (json_object *route : items(get(facts, "routes"))) {
         if (get_number(route, "table") == route_table &&
-            get_text(route, "destination") == get_text(wanted, "destination") &&
-            get_text(route, "gateway") == get_text(wanted, "gateway") &&
+            is_same(route, "destination", wanted, "destination") &&
+            is_same(route, "gateway", wanted, "gateway") &&
             get_number(route, "metric") == get_number(wanted, "metric")) {
             found = route;
         }
-    });
+    }
     return found;
 }
 
-json route_of(json_object *facts, json_object *section)
+void put_route(json_object *facts, json_object *section, json_object *made)
 {
-    json made = table();
     char destination[24] = "";
     const bool usable = destination_of(section, destination);
     const bool enabled = atoi(shown(section, "enable", "0")) == 1;
-    put(made.get(), "name", get_text(section, "name"));
-    put(made.get(), "line", get_text(section, "line"));
-    put_flag(made.get(), "enabled", enabled);
-    put(made.get(), "destination", destination);
-    put(made.get(), "gateway", get_text(section, "gateway"));
-    put_number(made.get(), "metric", atoi(shown(section, "metric", "0")));
-    json_object *installed = usable ? installed_as(facts, made.get()) : nullptr;
+    put(made, "name", text_of(section, "name"));
+    put(made, "line", text_of(section, "line"));
+    put_flag(made, "enabled", enabled);
+    put(made, "destination", destination);
+    put(made, "gateway", text_of(section, "gateway"));
+    put_number(made, "metric", atoi(shown(section, "metric", "0")));
+    json_object *installed = usable ? installed_as(facts, made) : nullptr;
     if (installed != nullptr) {
-        put(made.get(), "device", get_text(installed, "device"));
+        put(made, "device", text_of(installed, "device"));
     }
-    put(made.get(), "state", installed != nullptr ? "installed" : enabled ? "missing" : "off");
-    return made;
+    put(made, "state", installed != nullptr ? "installed" : enabled ? "missing" : "off");
 }
 
 } // namespace
 
 void derive_static_routes(json_object *facts)
 {
-    json routes = list();
-    each(get(get(facts, "configuration"), "route_config"),
-         [&](json_object *section) { append(routes.get(), route_of(facts, section)); });
-    put(facts, "static_routes", std::move(routes));
+    json_object *routes = put_list(facts, "static_routes");
+    for (json_object *section : items(get(get(facts, "configuration"), "route_config"))) {
+        put_route(facts, section, append_table(routes));
+    }
 }
 
 } // namespace ctl

@@ -31,15 +31,13 @@ bool read_register(int fd, uint32_t offset, uint32_t *value)
     return true;
 }
 
-json ports_in(uint32_t bits)
+void append_ports(uint32_t bits, json_object *to)
 {
-    json made = list();
     for (unsigned port = 0; port < port_count; ++port) {
         if ((bits >> port & 1) != 0) {
-            append(made.get(), port);
+            append(to, int64_t{port});
         }
     }
-    return made;
 }
 
 bool add_entry(int fd, unsigned index, json_object *entries)
@@ -55,12 +53,11 @@ bool add_entry(int fd, unsigned index, json_object *entries)
     const uint32_t vid = vids >> 12 * (index % 2) & 0xFFF;
     const uint32_t ports = members >> 8 * (index % 4) & 0x7F;
     if (vid != 0 || ports != 0) {
-        json made = table();
-        put_number(made.get(), "entry", index);
-        put_number(made.get(), "vid", vid);
-        put(made.get(), "members", ports_in(ports));
-        put(made.get(), "untag", ports_in(untag >> 7 * (index % 4) & 0x7F));
-        append(entries, std::move(made));
+        json_object *made = append_table(entries);
+        put_number(made, "entry", index);
+        put_number(made, "vid", vid);
+        append_ports(ports, put_list(made, "members"));
+        append_ports(untag >> 7 * (index % 4) & 0x7F, put_list(made, "untag"));
     }
     return true;
 }
@@ -76,14 +73,13 @@ bool add_table(json_object *facts)
     if (!read_register(fd.get(), switch_untag_control, &control)) {
         return false;
     }
-    json entries = list();
+    put_flag(facts, "untagging", (control & switch_untag_enable) != 0);
+    json_object *entries = put_list(facts, "vlans");
     for (unsigned index = 0; index < entry_count; ++index) {
-        if (!add_entry(fd.get(), index, entries.get())) {
+        if (!add_entry(fd.get(), index, entries)) {
             return false;
         }
     }
-    put_flag(facts, "untagging", (control & switch_untag_enable) != 0);
-    put(facts, "vlans", std::move(entries));
     return true;
 }
 
@@ -97,13 +93,12 @@ bool add_port(unsigned port, uint32_t status, json_object *ports)
         return false;
     }
     const bool link = (status & 1) != 0;
-    json made = table();
-    put_number(made.get(), "port", port);
-    put_flag(made.get(), "link", link);
-    put_number(made.get(), "speed", link ? speeds[status >> 1 & 3] : 0);
-    put_flag(made.get(), "full_duplex", (status & 8) != 0);
-    put_number(made.get(), "pvid", pvids >> 12 * (port % 2) & 0xFFF);
-    append(ports, std::move(made));
+    json_object *made = append_table(ports);
+    put_number(made, "port", port);
+    put_flag(made, "link", link);
+    put_number(made, "speed", link ? speeds[status >> 1 & 3] : 0);
+    put_flag(made, "full_duplex", (status & 8) != 0);
+    put_number(made, "pvid", pvids >> 12 * (port % 2) & 0xFFF);
     return true;
 }
 
@@ -114,13 +109,12 @@ bool add_ports(json_object *facts)
         complain("the ports' PHYs: %s", strerror(errno));
         return false;
     }
-    json ports = list();
+    json_object *ports = put_list(facts, "ports");
     for (unsigned port = 0; port < front_ports; ++port) {
-        if (!add_port(port, status[port], ports.get())) {
+        if (!add_port(port, status[port], ports)) {
             return false;
         }
     }
-    put(facts, "ports", std::move(ports));
     return true;
 }
 
@@ -128,14 +122,13 @@ bool add_ports(json_object *facts)
 
 bool read_switch(json_object *facts)
 {
-    const json read = table();
-    if (!add_ports(read.get()) || !add_table(read.get())) {
-        return false;
+    if (add_ports(facts) && add_table(facts)) {
+        return true;
     }
     for (const char *key : {"ports", "untagging", "vlans"}) {
-        json_object_object_add(facts, key, json_object_get(get(read.get(), key)));
+        json_object_object_del(facts, key);
     }
-    return true;
+    return false;
 }
 
 int gather_switch(const words & /*given*/, json_object *facts)

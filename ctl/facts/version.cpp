@@ -19,19 +19,19 @@ constexpr const char *libraries[] = {"libsys.", "libubus.", "libubox.", "libblob
 constexpr const char *installed_daemon = "/usr/sbin/ivarode";
 constexpr const char *removed = " (deleted)";
 
-json part(const char *name, const char *path, const char *readable)
+json_object *append_part(json_object *parts, const char *name, const char *path, const char *readable)
 {
-    json made = table();
-    put(made.get(), "name", name);
-    put(made.get(), "path", path);
+    json_object *made = append_table(parts);
+    put(made, "name", name);
+    put(made, "path", path);
     struct stat info;
     if (stat(readable, &info) == 0) {
-        put_number(made.get(), "bytes", info.st_size);
+        put_number(made, "bytes", info.st_size);
     }
     char id[65];
     read_build_id(readable, id, sizeof(id));
     if (*id != '\0') {
-        put(made.get(), "build_id", id);
+        put(made, "build_id", id);
     }
     return made;
 }
@@ -41,7 +41,7 @@ int add_library(dl_phdr_info *loaded, size_t /*size*/, void *to)
     const char *slash = strrchr(loaded->dlpi_name, '/');
     for (const char *library : libraries) {
         if (slash != nullptr && strncmp(slash + 1, library, strlen(library)) == 0) {
-            append(static_cast<json_object *>(to), part(slash + 1, loaded->dlpi_name, loaded->dlpi_name));
+            append_part(static_cast<json_object *>(to), slash + 1, loaded->dlpi_name, loaded->dlpi_name);
         }
     }
     return 0;
@@ -59,31 +59,29 @@ bool path_of_process(const char *link, char (&path)[PATH_MAX])
     return mark != nullptr;
 }
 
-json own_part()
+void append_own_part(json_object *parts)
 {
     char path[PATH_MAX];
     path_of_process("/proc/self/exe", path);
-    return part("ivarodectl", path, "/proc/self/exe");
+    append_part(parts, "ivarodectl", path, "/proc/self/exe");
 }
 
-json daemon_part()
+void append_daemon_part(json_object *parts)
 {
     process runs;
     if (!find_process("ivarode", &runs)) {
-        json made = part("ivarode", installed_daemon, installed_daemon);
-        put_flag(made.get(), "running", false);
-        return made;
+        put_flag(append_part(parts, "ivarode", installed_daemon, installed_daemon), "running", false);
+        return;
     }
     char link[64];
     char path[PATH_MAX];
     snprintf(link, sizeof(link), "/proc/%d/exe", runs.pid);
     const bool replaced = path_of_process(link, path);
-    json made = part("ivarode", *path != '\0' ? path : installed_daemon, link);
-    put_flag(made.get(), "running", true);
-    put_number(made.get(), "pid", runs.pid);
-    put_number(made.get(), "uptime_s", runs.age_s);
-    put_flag(made.get(), "replaced", replaced);
-    return made;
+    json_object *made = append_part(parts, "ivarode", *path != '\0' ? path : installed_daemon, link);
+    put_flag(made, "running", true);
+    put_number(made, "pid", runs.pid);
+    put_number(made, "uptime_s", runs.age_s);
+    put_flag(made, "replaced", replaced);
 }
 
 } // namespace
@@ -92,11 +90,10 @@ int gather_version(const words & /*given*/, json_object *facts)
 {
     put(facts, "ivarodectl", IVARODE_VERSION);
     put(facts, "build", IVARODE_BUILD);
-    json parts = list();
-    append(parts.get(), own_part());
-    append(parts.get(), daemon_part());
-    dl_iterate_phdr(add_library, parts.get());
-    put(facts, "parts", std::move(parts));
+    json_object *parts = put_list(facts, "parts");
+    append_own_part(parts);
+    append_daemon_part(parts);
+    dl_iterate_phdr(add_library, parts);
     return done;
 }
 

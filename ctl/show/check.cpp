@@ -8,7 +8,7 @@ namespace {
 
 void show_problem(const screen &on, json_object *problem)
 {
-    const bool ends = get_text(problem, "effect") == "ends";
+    const bool ends = is(problem, "effect", "ends");
     printf("%s%s%s", on.paint(ends ? style::bad : style::head), shown(problem, "file"), on.end());
     for (const char *part : {"section", "option"}) {
         if (get(problem, part) != nullptr) {
@@ -24,13 +24,16 @@ void show_check(const screen &on, json_object *facts)
 {
     json_object *problems = get(facts, "problems");
     json_object *daemon = get(facts, "daemon");
-    each(problems, [&](json_object *problem) { show_problem(on, problem); });
-    each(get(daemon, "says"),
-         [](json_object *line) { printf("the daemon says: %s\n", json_object_get_string(line)); });
+    for (json_object *problem : items(problems)) {
+        show_problem(on, problem);
+    }
+    for (json_object *line : items(get(daemon, "says"))) {
+        printf("the daemon says: %s\n", json_object_get_string(line));
+    }
     const bool starts = get_flag(facts, "starts") && (daemon == nullptr || get_flag(daemon, "starts"));
     if (!starts) {
         printf("%sthe daemon would not start%s\n", on.paint(style::bad), on.end());
-    } else if (json_object_array_length(problems) == 0) {
+    } else if (count_of(problems) == 0) {
         printf("%sgood%s%s\n", on.paint(style::good), on.end(),
                daemon != nullptr ? ", and the daemon starts with it" : "");
     } else {

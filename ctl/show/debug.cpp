@@ -10,10 +10,10 @@ void show_debug(const screen & /*on*/, json_object *facts)
            get_flag(facts, "daemon") ? "on" : "off");
     printf("samples     %s\n", shown(facts, "samples"));
     printf("null pointers to string operations  %" PRId64 "\n", get_number(facts, "null_pointers"));
-    each(get(facts, "places"), [](json_object *place) {
+    for (json_object *place : items(get(facts, "places"))) {
         printf("  %10" PRId64 "  %s:%" PRId64 "\n", get_number(place, "count"), shown(place, "function"),
                get_number(place, "line"));
-    });
+    }
     if (get_number(facts, "elsewhere") > 0) {
         printf("  %10" PRId64 "  elsewhere\n", get_number(facts, "elsewhere"));
     }

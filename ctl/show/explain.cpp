@@ -18,9 +18,9 @@ constexpr struct {
 void show_explain(const screen &on, json_object *facts)
 {
     printf("%s%s%s\n", on.paint(style::head), shown(facts, "subject"), on.end());
-    each(get(facts, "checks"), [&](json_object *check) {
+    for (json_object *check : items(get(facts, "checks"))) {
         for (const auto &[verdict, word, how] : lines) {
-            if (get_text(check, "verdict") == verdict) {
+            if (is(check, "verdict", verdict)) {
                 printf("  %s%s%s  ", on.paint(how), word, on.end());
             }
         }
@@ -28,11 +28,11 @@ void show_explain(const screen &on, json_object *facts)
         snprintf(name, sizeof(name), "%-21s", shown(check, "check"));
         printf("%s  ", name);
         on.paragraph(34, shown(check, "sentence"));
-    });
-    each(get(facts, "unread"), [&](json_object *sentence) {
+    }
+    for (json_object *sentence : items(get(facts, "unread"))) {
         printf("not read: ");
         on.paragraph(10, json_object_get_string(sentence));
-    });
+    }
     json_object *cause = get(facts, "first_cause");
     if (cause == nullptr) {
         puts("nothing is wrong here, as far as can be seen");

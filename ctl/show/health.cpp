@@ -6,7 +6,7 @@ namespace ctl {
 
 void show_health(const screen &on, json_object *facts)
 {
-    const bool up = get_text(facts, "state") == "up";
+    const bool up = is(facts, "state", "up");
     json_object *daemon = get(facts, "daemon");
     printf("%s%s%s: %s", on.paint(up ? style::good : style::bad), shown(facts, "state"), on.end(),
            shown(facts, "sentence"));
@@ -21,12 +21,12 @@ void show_health(const screen &on, json_object *facts)
         printf(", %s samples", shown(facts, "samples"));
     }
     const char *separator = "; not on the bus: ";
-    each(get(facts, "objects"), [&](json_object *object) {
+    for (json_object *object : items(get(facts, "objects"))) {
         if (!get_flag(object, "there")) {
             printf("%s%s", separator, shown(object, "name"));
             separator = ", ";
         }
-    });
+    }
     printf("\n");
 }
 

@@ -79,13 +79,13 @@ void head(const char *name, const char *type, const char *help)
 void show_family(json_object *facts, const family &of)
 {
     head(of.name, of.type, of.help);
-    each(get(facts, of.list), [&](json_object *element) {
+    for (json_object *element : items(get(facts, of.list))) {
         if (json_object *value = get(element, of.member)) {
             printf("%s{%s=\"", of.name, of.label);
             print_label(shown(element, of.key));
             printf("\"} %" PRId64 "\n", number_in(value) / of.divisor);
         }
-    });
+    }
 }
 
 void show_one(const char *name, const char *type, const char *help, json_object *facts, const char *key)
@@ -96,17 +96,21 @@ void show_one(const char *name, const char *type, const char *help, json_object 
     }
 }
 
-int64_t count_of(json_object *elements, const char *key, std::string_view value)
+int64_t count_with(json_object *elements, const char *key, const char *value)
 {
     int64_t count = 0;
-    each(elements, [&](json_object *element) { count += get_text(element, key) == value ? 1 : 0; });
+    for (json_object *element : items(elements)) {
+        count += is(element, key, value) ? 1 : 0;
+    }
     return count;
 }
 
 int64_t count_enabled(json_object *routes)
 {
     int64_t count = 0;
-    each(routes, [&](json_object *route) { count += get_flag(route, "enabled") ? 1 : 0; });
+    for (json_object *route : items(routes)) {
+        count += get_flag(route, "enabled") ? 1 : 0;
+    }
     return count;
 }
 
@@ -115,7 +119,7 @@ void show_states(json_object *facts)
     constexpr const char *states[] = {"up", "starting", "hung", "down", "unreachable"};
     head("ivarode_state", "gauge", "1 for the state that the daemon is in.");
     for (const char *state : states) {
-        printf("ivarode_state{state=\"%s\"} %d\n", state, get_text(facts, "state") == state ? 1 : 0);
+        printf("ivarode_state{state=\"%s\"} %d\n", state, is(facts, "state", state) ? 1 : 0);
     }
 }
 
@@ -125,7 +129,7 @@ void show_metrics(const screen & /*on*/, json_object *facts)
 {
     json_object *health = get(facts, "health");
     head("ivarode_up", "gauge", "1 where the daemon answers on the bus.");
-    printf("ivarode_up %d\n", get_text(health, "state") == "up" ? 1 : 0);
+    printf("ivarode_up %d\n", is(health, "state", "up") ? 1 : 0);
     show_states(health);
     show_one("ivarode_uptime_seconds", "gauge", "Seconds since the daemon's start.", get(health, "daemon"),
              "uptime_s");
@@ -143,7 +147,7 @@ void show_metrics(const screen & /*on*/, json_object *facts)
     printf("ivarode_static_routes_wanted %" PRId64 "\n", count_enabled(routes));
     head("ivarode_static_routes_installed", "gauge",
          "Static routes of the configuration that the kernel has.");
-    printf("ivarode_static_routes_installed %" PRId64 "\n", count_of(routes, "state", "installed"));
+    printf("ivarode_static_routes_installed %" PRId64 "\n", count_with(routes, "state", "installed"));
     puts("# EOF");
 }
 

@@ -51,10 +51,10 @@ struct line {
 void add_words(line &to, json_object *elements, const char *separator)
 {
     const char *before = "";
-    each(elements, [&](json_object *element) {
+    for (json_object *element : items(elements)) {
         to.add("%s%s", before, json_object_get_string(element));
         before = separator;
-    });
+    }
 }
 
 // What stands in the box of a port, line by line.
@@ -118,11 +118,11 @@ void show_ports(const screen &on, json_object *facts)
     constexpr size_t most = 8;
     port_lines ports[most] = {};
     size_t count = 0;
-    each(get(facts, "ports"), [&](json_object *port) {
+    for (json_object *port : items(get(facts, "ports"))) {
         if (count < most) {
             describe_port(port, ports[count++]);
         }
-    });
+    }
     if (on.is_terminal() && count > 0 && on.columns() >= count * (box + 3) - 1) {
         draw_boxes(on, ports, count);
         return;
@@ -137,25 +137,26 @@ void show_ports(const screen &on, json_object *facts)
 void show_vlans(const screen &on, json_object *facts)
 {
     printf("\n%sentry   VID  members            leave untagged%s\n", on.paint(style::head), on.end());
-    each(get(facts, "vlans"), [&](json_object *entry) {
+    for (json_object *entry : items(get(facts, "vlans"))) {
         line members;
         line bare;
-        each(get(entry, "members"), [&](json_object *member) {
+        for (json_object *member : items(get(entry, "members"))) {
             const int64_t port = json_object_get_int64(member);
             const char *number = json_object_get_string(member);
             members.add("%s%s", members.length > 0 ? " " : "", port >= first_cpu_port ? "CPU" : number);
             bool untagged = false;
-            each(get(entry, "untag"),
-                 [&](json_object *other) { untagged = untagged || json_object_get_int64(other) == port; });
+            for (json_object *other : items(get(entry, "untag"))) {
+                untagged = untagged || json_object_get_int64(other) == port;
+            }
             if (untagged && get_flag(facts, "untagging") && port < first_cpu_port) {
                 bare.add("%s%s", bare.length > 0 ? " " : "", number);
             }
-        });
+        }
         if (members.length > 0) {
             printf("%5s  %4s  %-17s  %s\n", shown(entry, "entry"), shown(entry, "vid"), members.text,
                    bare.length > 0 ? bare.text : "-");
         }
-    });
+    }
     printf("%s%s entries free for VLANs of interfaces%s\n", on.paint(style::dim),
            shown(facts, "entries_free"), on.end());
 }
@@ -195,7 +196,7 @@ void describe_more(line &to, json_object *interface)
 
 void show_interface(const screen &on, json_object *interface)
 {
-    const bool up = get_text(interface, "state") == "up";
+    const bool up = is(interface, "state", "up");
     line behind;
     line address;
     add_words(address, get(interface, "addresses"), " ");
@@ -227,22 +228,24 @@ void show_interfaces(const screen &on, json_object *facts)
         printf(" %-17s %-10s %-10s", "MAC", "in", "out");
     }
     printf(" members, way out, client%s\n", on.end());
-    each(get(facts, "interfaces"), [&](json_object *interface) { show_interface(on, interface); });
+    for (json_object *interface : items(get(facts, "interfaces"))) {
+        show_interface(on, interface);
+    }
 }
 
 void show_static_routes(const screen &on, json_object *facts)
 {
-    if (json_object_array_length(get(facts, "static_routes")) == 0) {
+    if (count_of(get(facts, "static_routes")) == 0) {
         return;
     }
     printf("\n%s%-15s %-10s %-18s %-15s %6s%s\n", on.paint(style::head), "static route", "state",
            "destination", "gateway", "metric", on.end());
-    each(get(facts, "static_routes"), [&](json_object *route) {
-        const bool installed = get_text(route, "state") == "installed";
+    for (json_object *route : items(get(facts, "static_routes"))) {
+        const bool installed = is(route, "state", "installed");
         printf("%-15.15s %s%-10s%s %-18s %-15.15s %6s\n", shown(route, "name"),
                on.paint(installed ? style::good : style::bad), shown(route, "state"), on.end(),
                shown(route, "destination"), shown(route, "gateway"), shown(route, "metric"));
-    });
+    }
 }
 
 } // namespace
@@ -257,20 +260,20 @@ void show_status(const screen &on, json_object *facts)
     show_static_routes(on, facts);
     puts("");
     show_health(on, get(facts, "health"));
-    each(get(facts, "unread"), [&](json_object *sentence) {
+    for (json_object *sentence : items(get(facts, "unread"))) {
         printf("not read: ");
         on.paragraph(10, json_object_get_string(sentence));
-    });
-    each(get(facts, "problems"), [&](json_object *problem) {
+    }
+    for (json_object *problem : items(get(facts, "problems"))) {
         line of;
         // A sentence that begins with its subject needs no name in front.
-        if (!get_text(problem, "sentence").starts_with(get_text(problem, "subject"))) {
+        if (!begins(text_of(problem, "sentence"), text_of(problem, "subject"))) {
             of.add("%s: ", shown(problem, "subject"));
         }
         of.add("%s", shown(problem, "sentence"));
         printf("%s!%s ", on.paint(style::bad), on.end());
         on.paragraph(2, of.text);
-    });
+    }
 }
 
 } // namespace ctl

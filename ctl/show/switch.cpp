@@ -12,7 +12,9 @@ constexpr int64_t port_count = 7;
 bool holds(json_object *ports, int64_t port)
 {
     bool found = false;
-    each(ports, [&](json_object *element) { found = found || json_object_get_int64(element) == port; });
+    for (json_object *element : items(ports)) {
+        found = found || json_object_get_int64(element) == port;
+    }
     return found;
 }
 
@@ -33,21 +35,23 @@ void show_port(const screen &on, json_object *port)
 void show_switch(const screen &on, json_object *facts)
 {
     printf("port  link              default VLAN\n");
-    each(get(facts, "ports"), [&](json_object *port) { show_port(on, port); });
+    for (json_object *port : items(get(facts, "ports"))) {
+        show_port(on, port);
+    }
     for (const int64_t port : cpu_ports) {
         printf("%4" PRId64 "  %-16s  -\n", port, "CPU side");
     }
     printf("\nentry  VLAN  ports 0 1 2 3 4 5 6\n");
     const bool untagging = get_flag(facts, "untagging");
-    each(get(facts, "vlans"), [&](json_object *entry) {
+    for (json_object *entry : items(get(facts, "vlans"))) {
         printf("%5" PRId64 "  %4" PRId64 "       ", get_number(entry, "entry"), get_number(entry, "vid"));
         for (int64_t port = 0; port < port_count; ++port) {
             const bool bare = untagging && holds(get(entry, "untag"), port);
             printf(" %c", !holds(get(entry, "members"), port) ? '.' : bare ? 'u' : 't');
         }
         printf("\n");
-    });
-    if (json_object_array_length(get(facts, "vlans")) == 0) {
+    }
+    if (count_of(get(facts, "vlans")) == 0) {
         printf("  (no entry in use)\n");
     }
     printf("untagging is %s\n", untagging ? "on" : "off");

@@ -7,7 +7,7 @@ namespace ctl {
 void show_version(const screen & /*on*/, json_object *facts)
 {
     printf("ivarodectl %s (%s)\n", shown(facts, "ivarodectl"), shown(facts, "build"));
-    each(get(facts, "parts"), [](json_object *part) {
+    for (json_object *part : items(get(facts, "parts"))) {
         printf("  %-20s %.40s  %s\n", shown(part, "name"), shown(part, "build_id", "no build identifier"),
                shown(part, "path"));
         if (get_flag(part, "replaced")) {
@@ -15,7 +15,7 @@ void show_version(const screen & /*on*/, json_object *facts)
         } else if (get(part, "running") != nullptr && !get_flag(part, "running")) {
             printf("  %-20s does not run\n", "");
         }
-    });
+    }
 }
 
 } // namespace ctl

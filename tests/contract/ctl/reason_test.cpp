@@ -25,8 +25,8 @@ std::string reason_of(const char *service, const std::vector<std::string> &lines
             .c_str()));
     ctl::add_last_words(facts.get());
     json_object *client = json_object_array_get_idx(ctl::get(facts.get(), "clients"), 0);
-    EXPECT_EQ(ctl::get_text(client, "last_words"), lines.empty() ? "" : lines.back());
-    return std::string(ctl::get_text(client, "reason"));
+    EXPECT_EQ(ctl::text_of(client, "last_words"), lines.empty() ? "" : lines.back());
+    return std::string(ctl::text_of(client, "reason"));
 }
 
 TEST_F(ReasonTest, OfADhcpClient)
