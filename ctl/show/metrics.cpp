@@ -1,4 +1,5 @@
-// OpenMetrics text as Prometheus reads it: each family once, with its help, its type and its samples.
+// OpenMetrics text: each family once, with its type, its unit, its help and its samples, whose names end in
+// _total where the family is a counter.
 
 #include "show.h"
 
@@ -9,47 +10,52 @@ namespace ctl {
 
 namespace {
 
-// Writes a family's head, and a sample for each element of a list that has the member.
 struct family {
     const char *name;
     const char *type;
     const char *help;
+};
+
+constexpr const char *counter = "counter";
+constexpr const char *gauge = "gauge";
+
+// A family with a sample for each element of a list that has the member.
+constexpr struct {
+    family of;
     const char *list;
     const char *label;  // name of the label
     const char *key;    // member that it is taken from
     const char *member; // the value
-    int64_t divisor = 1;
-};
-
-constexpr family families[] = {
-    {"ivarode_interface_receive_bytes_total", "counter", "Bytes received on an interface.", "interfaces",
-     "interface", "name", "rx_bytes"},
-    {"ivarode_interface_transmit_bytes_total", "counter", "Bytes sent on an interface.", "interfaces",
-     "interface", "name", "tx_bytes"},
-    {"ivarode_interface_receive_bytes_per_second", "gauge", "Rate of reception over half a second.",
-     "interfaces", "interface", "name", "rx_bits_per_s", 8},
-    {"ivarode_interface_transmit_bytes_per_second", "gauge", "Rate of sending over half a second.",
-     "interfaces", "interface", "name", "tx_bits_per_s", 8},
-    {"ivarode_device_receive_bytes_total", "counter", "Bytes received on a device of the kernel.", "devices",
-     "device", "name", "rx_bytes"},
-    {"ivarode_device_transmit_bytes_total", "counter", "Bytes sent on a device of the kernel.", "devices",
-     "device", "name", "tx_bytes"},
-    {"ivarode_device_receive_packets_total", "counter", "Packets received on a device of the kernel.",
-     "devices", "device", "name", "rx_packets"},
-    {"ivarode_device_transmit_packets_total", "counter", "Packets sent on a device of the kernel.", "devices",
-     "device", "name", "tx_packets"},
-    {"ivarode_device_receive_errors_total", "counter", "Errors on reception, of a device of the kernel.",
-     "devices", "device", "name", "rx_errors"},
-    {"ivarode_device_transmit_errors_total", "counter", "Errors on sending, of a device of the kernel.",
-     "devices", "device", "name", "tx_errors"},
-    {"ivarode_port_link", "gauge", "1 where a front port has link.", "ports", "port", "port", "link"},
-    {"ivarode_port_speed_mbit", "gauge", "Speed of a front port in Mbit/s, 0 without link.", "ports", "port",
-     "port", "speed"},
-    {"ivarode_port_full_duplex", "gauge", "1 where a front port works in full duplex.", "ports", "port",
-     "port", "full_duplex"},
-    {"ivarode_client_running", "gauge", "1 while the DHCP or PPPoE client of an interface runs.", "clients",
+    int shift = 0;      // to the right: bits to bytes
+} families[] = {
+    {"interface_receive_bytes", counter, "Bytes received on an interface.", "interfaces", "interface", "name",
+     "rx_bytes"},
+    {"interface_transmit_bytes", counter, "Bytes sent on an interface.", "interfaces", "interface", "name",
+     "tx_bytes"},
+    {"interface_receive_bytes_per_second", gauge, "Rate of reception over half a second.", "interfaces",
+     "interface", "name", "rx_bits_per_s", 3},
+    {"interface_transmit_bytes_per_second", gauge, "Rate of sending over half a second.", "interfaces",
+     "interface", "name", "tx_bits_per_s", 3},
+    {"device_receive_bytes", counter, "Bytes received on a device of the kernel.", "devices", "device",
+     "name", "rx_bytes"},
+    {"device_transmit_bytes", counter, "Bytes sent on a device of the kernel.", "devices", "device", "name",
+     "tx_bytes"},
+    {"device_receive_packets", counter, "Packets received on a device of the kernel.", "devices", "device",
+     "name", "rx_packets"},
+    {"device_transmit_packets", counter, "Packets sent on a device of the kernel.", "devices", "device",
+     "name", "tx_packets"},
+    {"device_receive_errors", counter, "Errors on reception, of a device of the kernel.", "devices", "device",
+     "name", "rx_errors"},
+    {"device_transmit_errors", counter, "Errors on sending, of a device of the kernel.", "devices", "device",
+     "name", "tx_errors"},
+    {"port_link", gauge, "1 where a front port has link.", "ports", "port", "port", "link"},
+    {"port_speed_mbit", gauge, "Speed of a front port in Mbit/s, 0 without link.", "ports", "port", "port",
+     "speed"},
+    {"port_full_duplex", gauge, "1 where a front port works in full duplex.", "ports", "port", "port",
+     "full_duplex"},
+    {"client_running", gauge, "1 while the DHCP or PPPoE client of an interface runs.", "clients",
      "interface", "name", "running"},
-    {"ivarode_client_start_seconds", "gauge",
+    {"client_start_seconds", gauge,
      "When the client was started, in seconds after the machine; a change is a restart.", "clients",
      "interface", "name", "started_s"},
 };
@@ -71,54 +77,54 @@ void print_label(const char *text)
     }
 }
 
-void head(const char *name, const char *type, const char *help)
+const char *unit_of(const char *name)
 {
-    printf("# HELP %s %s\n# TYPE %s %s\n", name, help, name, type);
+    const char *end = strrchr(name, '_');
+    return end != nullptr && (strcmp(end, "_bytes") == 0 || strcmp(end, "_seconds") == 0) ? end + 1 : nullptr;
 }
 
-void show_family(json_object *facts, const family &of)
+void head(const family &of)
 {
-    head(of.name, of.type, of.help);
-    for (json_object *element : items(get(facts, of.list))) {
-        if (json_object *value = get(element, of.member)) {
-            printf("%s{%s=\"", of.name, of.label);
-            print_label(shown(element, of.key));
-            printf("\"} %" PRId64 "\n", number_in(value) / of.divisor);
-        }
+    printf("# TYPE ivarode_%s %s\n", of.name, of.type);
+    if (const char *unit = unit_of(of.name)) {
+        printf("# UNIT ivarode_%s %s\n", of.name, unit);
+    }
+    printf("# HELP ivarode_%s %s\n", of.name, of.help);
+}
+
+void print_name(const family &of)
+{
+    printf("ivarode_%s%s", of.name, of.type == counter ? "_total" : "");
+}
+
+void show_one(const family &of, json_object *value)
+{
+    head(of);
+    if (value != nullptr) {
+        print_name(of);
+        printf(" %" PRId64 "\n", number_in(value));
     }
 }
 
-void show_one(const char *name, const char *type, const char *help, json_object *facts, const char *key)
+void show_number(const family &of, int64_t value)
 {
-    head(name, type, help);
-    if (json_object *value = get(facts, key)) {
-        printf("%s %" PRId64 "\n", name, number_in(value));
-    }
+    const json number{json_object_new_int64(value)};
+    show_one(of, number.get());
 }
 
-int64_t count_with(json_object *elements, const char *key, const char *value)
+int64_t count_with(json_object *elements, bool (*counts)(json_object *))
 {
     int64_t count = 0;
     for (json_object *element : items(elements)) {
-        count += is(element, key, value) ? 1 : 0;
-    }
-    return count;
-}
-
-int64_t count_enabled(json_object *routes)
-{
-    int64_t count = 0;
-    for (json_object *route : items(routes)) {
-        count += get_flag(route, "enabled") ? 1 : 0;
+        count += counts(element) ? 1 : 0;
     }
     return count;
 }
 
 void show_states(json_object *facts)
 {
-    constexpr const char *states[] = {"up", "starting", "hung", "down", "unreachable"};
-    head("ivarode_state", "gauge", "1 for the state that the daemon is in.");
-    for (const char *state : states) {
+    head({"state", gauge, "1 for the state that the daemon is in."});
+    for (const char *state : {"up", "starting", "hung", "down", "unreachable"}) {
         printf("ivarode_state{state=\"%s\"} %d\n", state, is(facts, "state", state) ? 1 : 0);
     }
 }
@@ -128,26 +134,32 @@ void show_states(json_object *facts)
 void show_metrics(const screen & /*on*/, json_object *facts)
 {
     json_object *health = get(facts, "health");
-    head("ivarode_up", "gauge", "1 where the daemon answers on the bus.");
-    printf("ivarode_up %d\n", is(health, "state", "up") ? 1 : 0);
+    show_number({"up", gauge, "1 where the daemon answers on the bus."}, is(health, "state", "up"));
     show_states(health);
-    show_one("ivarode_uptime_seconds", "gauge", "Seconds since the daemon's start.", get(health, "daemon"),
-             "uptime_s");
-    show_one("ivarode_samples_total", "counter", "Samples of the traffic counters that the daemon has taken.",
-             facts, "samples");
-    for (const family &of : families) {
-        show_family(facts, of);
+    show_one({"uptime_seconds", gauge, "Seconds since the daemon's start."},
+             get(get(health, "daemon"), "uptime_s"));
+    show_one({"samples", counter, "Samples of the traffic counters that the daemon has taken."},
+             get(facts, "samples"));
+    for (const auto &[of, elements, label, key, member, shift] : families) {
+        head(of);
+        for (json_object *element : items(get(facts, elements))) {
+            if (json_object *value = get(element, member)) {
+                print_name(of);
+                printf("{%s=\"", label);
+                print_label(shown(element, key));
+                printf("\"} %" PRId64 "\n", number_in(value) >> shift);
+            }
+        }
     }
-    show_one("ivarode_vlan_entries_used", "gauge",
-             "Entries of the switch's table in use for VLANs of interfaces.", facts, "entries_used");
-    show_one("ivarode_vlan_entries_free", "gauge",
-             "Entries of the switch's table free for VLANs of interfaces.", facts, "entries_free");
+    show_one({"vlan_entries_used", gauge, "Entries of the switch's table in use for VLANs of interfaces."},
+             get(facts, "entries_used"));
+    show_one({"vlan_entries_free", gauge, "Entries of the switch's table free for VLANs of interfaces."},
+             get(facts, "entries_free"));
     json_object *routes = get(facts, "static_routes");
-    head("ivarode_static_routes_wanted", "gauge", "Static routes that are enabled in the configuration.");
-    printf("ivarode_static_routes_wanted %" PRId64 "\n", count_enabled(routes));
-    head("ivarode_static_routes_installed", "gauge",
-         "Static routes of the configuration that the kernel has.");
-    printf("ivarode_static_routes_installed %" PRId64 "\n", count_with(routes, "state", "installed"));
+    show_number({"static_routes_wanted", gauge, "Static routes that are enabled in the configuration."},
+                count_with(routes, [](json_object *route) { return get_flag(route, "enabled"); }));
+    show_number({"static_routes_installed", gauge, "Static routes of the configuration that the kernel has."},
+                count_with(routes, [](json_object *route) { return is(route, "state", "installed"); }));
     puts("# EOF");
 }
 
