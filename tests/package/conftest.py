@@ -31,10 +31,3 @@ def package(tmp_path_factory: pytest.TempPathFactory) -> common.DebianPackage:
     assert len(found) == 1
     common.run("dpkg-deb", "-x", found[0], folder / "root")
     return found[0], folder / "root"
-
-
-def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
-    if not config.getoption("--long"):
-        for item in items:
-            if item.get_closest_marker("long"):
-                item.add_marker(pytest.mark.skip(reason="only in a long run"))
