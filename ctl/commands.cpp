@@ -9,7 +9,7 @@ const command commands[] = {
     {"status", "", "ports, VLANs, interfaces, static routes, and what is wrong",
      "Rates are those of half a second. Status 1 where something is wrong or could not be read; a port "
      "without\n"
-     "link and what is disabled in the configuration are not wrong. Below 100 columns MACs and rates of\n"
+     "link and what is disabled in the configuration are not wrong. Below 120 columns MACs and rates of\n"
      "interfaces are left out.\n",
      true, true, gather_status, show_status},
     {"explain", "NAME | port N", "everything on the way of an interface, port, static route or PPP user",

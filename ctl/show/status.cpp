@@ -1,8 +1,9 @@
-// The router drawn for a person. Below 100 columns MACs and rates of interfaces are left out; lines are cut,
+// The router drawn for a person. Below 120 columns MACs and rates of interfaces are left out; lines are cut,
 // never wrapped.
 
 #include "show.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstring>
@@ -11,11 +12,11 @@ namespace ctl {
 
 namespace {
 
-constexpr unsigned wide = 100;
+constexpr unsigned wide = 120;
 constexpr int box = 13;
 constexpr int64_t first_cpu_port = 5;
 
-void rate(char (&out)[16], json_object *of, const char *key)
+void rate(char (&out)[16], json_object *of, const char *key, const char *space = " ")
 {
     json_object *value = get(of, key);
     if (value == nullptr) {
@@ -29,7 +30,7 @@ void rate(char (&out)[16], json_object *of, const char *key)
         bits /= 1000;
         ++unit;
     }
-    snprintf(out, sizeof(out), bits >= 10 || bits == 0 ? "%.0f %s" : "%.1f %s", bits, units[unit]);
+    snprintf(out, sizeof(out), bits >= 10 || bits == 0 ? "%.0f%s%s" : "%.1f%s%s", bits, space, units[unit]);
 }
 
 // A text of bounded length under construction.
@@ -75,9 +76,10 @@ void describe_port(json_object *port, port_lines &out)
     }
     out.rows[3].add("PVID %s", shown(port, "pvid"));
     char text[16];
-    rate(text, port, "rx_bits_per_s");
+    // Without a space, which the box has not got.
+    rate(text, port, "rx_bits_per_s", "");
     out.rows[4].add("in %s", text);
-    rate(text, port, "tx_bits_per_s");
+    rate(text, port, "tx_bits_per_s", "");
     out.rows[5].add("out %s", text);
 }
 
@@ -182,8 +184,10 @@ void describe_more(line &to, json_object *interface)
 {
     add_words(to, get(interface, "members"), ", ");
     if (json_object *way = get(interface, "way_out")) {
-        to.add("%sdefault via %s (table %s%s)", to.length > 0 ? ", " : "", shown(way, "gateway"),
-               shown(way, "table"), get_flag(way, "rule") ? "" : ", but no rule leads there");
+        to.add("%svia %s", to.length > 0 ? ", " : "", shown(way, "gateway"));
+        if (!get_flag(way, "rule")) {
+            to.add(" (table %s, but no rule leads there)", shown(way, "table"));
+        }
     }
     if (json_object *client = get(interface, "client")) {
         char age[24];
@@ -211,19 +215,19 @@ void show_interface(const screen &on, json_object *interface)
     line more;
     describe_more(more, interface);
     // One line where it fits, else a second one.
-    constexpr size_t front = 24;
-    const bool fits = front + 1 + behind.length + 1 + more.length <= on.columns();
-    printf("%-15.15s %s%-7s%s  %s%s%s\n", shown(interface, "name"), on.paint(up ? style::good : style::bad),
+    const size_t front = 9 + std::max(strlen(shown(interface, "name")), size_t{12});
+    const bool fits = front + behind.length + 1 + more.length <= on.columns();
+    printf("%-12s %s%-7s%s %s%s%s\n", shown(interface, "name"), on.paint(up ? style::good : style::bad),
            shown(interface, "state"), on.end(), behind.text, fits && more.length > 0 ? " " : "",
            fits ? more.text : "");
     if (!fits) {
-        printf("%16s%.*s\n", "", static_cast<int>(on.columns() - 16), more.text);
+        printf("%13s%.*s\n", "", static_cast<int>(on.columns() - 13), more.text);
     }
 }
 
 void show_interfaces(const screen &on, json_object *facts)
 {
-    printf("\n%s%-15s %-7s  %-18s %-7s", on.paint(style::head), "interface", "state", "address", "proto");
+    printf("\n%s%-12s %-7s %-18s %-7s", on.paint(style::head), "interface", "state", "address", "proto");
     if (on.columns() >= wide) {
         printf(" %-17s %-10s %-10s", "MAC", "in", "out");
     }
