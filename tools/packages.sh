@@ -18,6 +18,26 @@ ANALYSIS_PACKAGES="clang-tidy cppcheck valgrind mypy flake8 groff lintian"
 # For the tests of the page in a browser, which are skipped without them. Continuous integration installs these, too.
 WEB_PACKAGES="chromium chromium-driver"
 
+# how_far: on a terminal, one line of how far apt-get is by its own account, which it gives with APT::Status-Fd. Shell,
+# because the interpreter of all else may be among the packages.
+how_far() {
+    local kind percent bar at able=
+    if [ -t 1 ] && [ "${TERM:-dumb}" != dumb ]; then able=1; fi
+    while IFS=: read -r kind _ percent _; do
+        case $able$kind in
+        1dlstatus) kind=fetching ;;
+        1pmstatus) kind=installing ;;
+        *) continue ;;
+        esac
+        bar=
+        for ((at = 5; at <= 100; at += 5)); do
+            if [ "${percent%%.*}" -ge "$at" ]; then bar+=█; else bar+=░; fi
+        done
+        printf '\r\033[Kpackages: %s  %s  %s %%' "$kind" "$bar" "${percent%%.*}"
+    done
+    if [ -n "$able" ]; then printf '\r\033[K'; fi
+}
+
 # need_packages NAME...: installs those that are missing, and says so.
 need_packages() {
     local missing=() package sudo=()
@@ -37,8 +57,9 @@ need_packages() {
         sudo=(sudo)
     fi
     "${sudo[@]}" apt-get -qq update || true         # what it knows already may do
-    if ! "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
-        "${missing[@]}" >/dev/null; then
+    if ! (set -o pipefail
+        "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
+            -o APT::Status-Fd=1 "${missing[@]}" | how_far); then
         echo "packages: could not be installed: ${missing[*]}" >&2
         return 1
     fi

@@ -11,8 +11,8 @@ import threading
 import time
 from collections.abc import Sequence
 
-from . import (boards, bus, capture, carrier, client, completion, machine, progress, recordings, repetition,
-               scenarios, topology, view)
+from . import (boards, bus, capture, carrier, client, completion, machine, recordings, repetition, scenarios,
+               terminal, topology, view)
 from .commands import parse
 from .web import pages
 
@@ -46,8 +46,8 @@ def relay(lab: client.Lab, host: str, words: Sequence[str]) -> int:
 
 
 def start_lab(lab: client.Lab, mode: str | None, verbose: bool) -> None:
-    with progress.shown("the machine of the board starts"):
-        _, why = lab.start(mode or "", notes=sys.stderr, verbose=verbose)
+    with terminal.doing("Looking at what this kernel has") as live:
+        _, why = lab.start(mode or "", live=live, verbose=verbose)
     print(f"lab {lab.name} runs {lab.info()['text']}{'' if mode else ': ' + why}", flush=True)
 
 
@@ -60,7 +60,7 @@ def up(lab: client.Lab, args: argparse.Namespace) -> int:
         raise client.LabError(f"lab {lab.name} is up in another way already: lab/lab down first")
     log = lab.state / "hub.log"
     before = log.stat().st_size
-    with progress.shown("hosts and switch of the board come up"):
+    with terminal.doing("Raising hosts and switch of the board"):
         board = lab.raise_board(args.board, args.config)
     if args.verbose:
         print(log.read_bytes()[before:].decode(errors="replace"), end="")
@@ -71,9 +71,12 @@ def up(lab: client.Lab, args: argparse.Namespace) -> int:
     return 0
 
 
+DAEMON_STARTS = ("Starting the daemon (5 s are its own pause)", 5.5)
+
+
 def until_it_serves(lab: client.Lab) -> float:
     """Seconds from the daemon's start until it serves."""
-    with progress.shown("the daemon starts, five seconds of it its own pause"):
+    with terminal.doing(*DAEMON_STARTS):
         since, _ = lab.said("ivarode init success", 90)
     return since or 0.0
 
@@ -99,7 +102,7 @@ def start_daemon(lab: client.Lab, wait: bool) -> int:
 
 def restart_daemon(lab: client.Lab, wait: bool) -> int:
     """As the image's init script does it: what the old daemon has laid goes before the new one starts."""
-    with progress.shown("the daemon ends, and what it has laid goes"):
+    with terminal.doing("Ending the daemon, and cleaning up behind it"):
         lab.ok("agent", "stop", "daemon")
         lab.ok("router", "/lib/ivarode/cleanup.sh", timeout=60)
     return start_daemon(lab, wait)
@@ -155,7 +158,7 @@ def dispatch(args: argparse.Namespace) -> int:
         print(f"lab {lab.name} is down" if lab.stop() else f"lab {lab.name} was not up")
         return 0
     if command == "status":
-        print(view.status(lab, colour=sys.stdout.isatty()))
+        terminal.show(view.status(lab))
         return 0
     if command == "link":
         lab.link(args.port, args.state == "up")
@@ -169,12 +172,12 @@ def dispatch(args: argparse.Namespace) -> int:
     if command == "switch":
         return simple(lab, "ivarodectl", "switch", *args.words)
     if command == "routes":
-        print(view.routes(lab, args.table))
+        terminal.show(view.routes(lab, args.table))
         return 0
     if command == "rules":
         return simple(lab, "ip", "-4", "rule")
     if command == "chains":
-        print(view.chains(lab, args.table))
+        terminal.show(view.chains(lab, args.table))
         return 0
     if command == "instances":
         return simple(lab, "ubus", "call", "service", "list")

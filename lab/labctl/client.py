@@ -12,9 +12,9 @@ import sys
 import threading
 import time
 from collections.abc import Iterator, Sequence
-from typing import Any, TextIO
+from typing import Any
 
-from . import boards, carrier, frames, machine, paths
+from . import boards, carrier, frames, machine, paths, terminal
 
 
 STOP_LIMIT = 5.0             # at pace 1: how long one of the board's programs may take to end by itself
@@ -181,9 +181,10 @@ class Lab:
             fcntl.flock(lock, fcntl.LOCK_EX)
             yield
 
-    def start(self, mode: str = "", tied: bool = False, notes: TextIO = sys.stderr,
+    def start(self, mode: str = "", tied: bool = False, live: terminal.Live | None = None,
               verbose: bool = False) -> tuple[str, str]:
-        """Starts the hub and its carrier. tied: the lab ends with this process."""
+        """Starts the hub and its carrier. tied: the lab ends with this process. live: for notes and how far it is."""
+        live = live or terminal.Live(sys.stderr)
         mode, why = carrier.choose(mode)
         programs = paths.programs_dir(mode)
         if not (programs / "bin/lab-agent").exists():
@@ -193,7 +194,7 @@ class Lab:
             if self.alive():
                 raise LabError(f"lab {self.name} is up already")
             if mode != "native":
-                machine.prepare(machine.target_of(mode), notes)
+                machine.prepare(machine.target_of(mode), live)
             ready_read, ready_write = os.pipe()
             tie_read, tie_write = os.pipe() if tied else (-1, -1)
             keep = [fd for fd in (ready_write, tie_read) if fd >= 0]
@@ -205,10 +206,10 @@ class Lab:
             for fd in keep:
                 os.close(fd)
             self.tie = tie_write                    # stays open for as long as this process lives
-            with os.fdopen(ready_read) as ready:
+            with os.fdopen(ready_read) as ready, live.doing(*machine.BOOT[mode]):
                 answer = ready.readline().strip()
             if verbose:
-                notes.write((self.state / "hub.log").read_text())
+                live.write((self.state / "hub.log").read_text())
             if answer != "ready":
                 process.wait(20)
                 raise LabError(answer.partition(" ")[2] or "the hub did not start: " + str(self.state / "hub.log"))

@@ -2,18 +2,22 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
 import pathlib
 import platform
 import subprocess
 from typing import TextIO
 
-from . import paths
+from . import paths, terminal
 
 PROBE_LIMIT = 12
 # How often as long as elsewhere things may take: the one factor of all limits of time. The MIPS machine has one
 # emulated processor without anything that makes emulation faster.
 PACE = {"native": 1, "vm": 1, "mips": 3}
+# What a person reads meanwhile, and some seconds that it takes.
+BOOT = {"native": ("Starting the board's name spaces", 0.0), "vm": ("Booting the small machine", 6.0),
+        "mips": ("Booting the MIPS machine", 6.0)}
 
 
 def target_of(mode: str) -> str:
@@ -24,7 +28,22 @@ class MachineError(Exception):
     pass
 
 
-def prepare(target: str, notes: TextIO) -> None:
+def is_newer(one: pathlib.Path, other: pathlib.Path) -> bool:
+    return one.exists() and one.stat().st_mtime >= other.stat().st_mtime
+
+
+def fetched(step: terminal.Step) -> None:
+    """How much is there of the packages that are being fetched."""
+    for folder in (paths.cache_dir() / "debs").glob("*"):
+        wanted = folder / ".list"       # lines: file, bytes, hash, place
+        with contextlib.suppress(OSError, ValueError):
+            if wanted.stat().st_mtime >= step.since and not is_newer(folder / ".done", wanted):
+                sizes = {name: int(size) for name, size, *_ in map(str.split, wanted.read_text().splitlines())}
+                there = sum(path.stat().st_size for path in folder.glob("*.deb") if path.name in sizes)
+                step.at(there >> 20, sum(sizes.values()) >> 20, "MB")
+
+
+def prepare(target: str, live: terminal.Live) -> None:
     """Fetches and builds what is missing; says what it downloads."""
     if platform.machine() != "x86_64":
         raise MachineError("the small machine needs an x86-64 host")
@@ -32,10 +51,11 @@ def prepare(target: str, notes: TextIO) -> None:
     process = subprocess.Popen([str(paths.LAB / "vm" / "setup.sh"), target], env=env, text=True,
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     lines = []
-    for line in process.stdout or ():
-        lines.append(line.rstrip())
-        if "cached" not in line:
-            print("lab: " + line.rstrip(), file=notes, flush=True)
+    with live.doing(terminal.Step("Fetching the small machine", look=fetched)):
+        for line in process.stdout or ():
+            lines.append(line.rstrip())
+            if "cached" not in line:
+                print("lab: " + line.rstrip(), file=live, flush=True)
     if process.wait() != 0:
         raise MachineError("the small machine could not be prepared: " + " | ".join(lines[-3:]))
 
@@ -87,7 +107,7 @@ def command(mode: str, share: pathlib.Path, programs: pathlib.Path, channel_fd: 
             notes: TextIO) -> tuple[list[str], dict[str, str], str]:
     """(command line, environment, one line for a person) of a machine whose control channel is channel_fd."""
     target = target_of(mode)
-    prepare(target, notes)
+    prepare(target, terminal.Live(notes))
     line, env = base(target)
     append = "console=ttyS0 quiet loglevel=4 panic=-1 oops=panic random.trust_cpu=on"
     if target == "mipsel":

@@ -8,31 +8,36 @@ import signal
 import sys
 import time
 
-from . import boards, carrier, checks, client, machine, paths, progress, topology, view
+from . import boards, carrier, checks, client, machine, paths, terminal, topology, view
 
 CHANGE = 'ivarode.intf port_add {"name":"lan2"}'
 
-HINTS = """
-The board stays up. Try from another terminal:
-  lab/lab status                              ports, VLANs, interfaces
-  lab/lab ubus call ivarode.intf status       any bus call
-  lab/lab link 2 down                         pull a cable; lab/lab link 2 up
-  lab/lab exec pc1 ping -c3 198.51.100.1      any command in any host (router, pc1.., isp)
-  lab/lab capture 0 -c5                       frames on a front port
-  lab/lab log -f                              the router's log
-  lab/lab exec router ivarode-plan            what the next start would do
-Ctrl-C here ends it, without a trace."""
+HINTS = """The board stays up until Ctrl-C. Try from another terminal:
+  lab/lab status                           ports, VLANs, interfaces
+  lab/lab web                              the board in a browser
+  lab/lab link 2 down                      pull a cable; lab/lab link 2 up
+  lab/lab exec pc1 ping -c3 198.51.100.1   any command in router, pc1, isp ...
+  lab/lab ubus call ivarode.intf status    any bus call
+  lab/lab log -f, lab/lab capture 0 -c5    the router's log, frames on a port
+  lab/lab exec router ivarode-plan         what the next start would do"""
 
 
 class Report:
-    def __init__(self, colour: bool) -> None:
-        self.colour, self.failed, self.passed = colour, 0, 0
+    def __init__(self, live: terminal.Live) -> None:
+        self.live, self.failed, self.passed = live, 0, 0
 
     def line(self, good: bool, text: str) -> None:
-        mark, code = ("ok  ", "32") if good else ("FAIL", "31")
+        mark, code = ("ok  ", 32) if good else ("FAIL", 31)
         self.passed += good
         self.failed += not good
-        print(f"\x1b[{code}m{mark}\x1b[0m {text}" if self.colour else f"{mark} {text}", flush=True)
+        line = terminal.wrapped(f"{mark} {text}", self.live.out, len(mark) + 1)
+        self.say(line.replace(mark, terminal.painted(code, mark, self.live.out), 1))
+
+    def say(self, text: str) -> None:
+        print(text, file=self.live, flush=True)
+
+    def verdict(self) -> str:
+        return f"{self.passed} checks passed, {self.failed} failed"
 
 
 def options(argv: list[str]) -> argparse.Namespace:
@@ -48,37 +53,52 @@ def options(argv: list[str]) -> argparse.Namespace:
                      help="inside a small little-endian MIPS machine, with all programs built for it")
     top.add_argument("--board", default="one-cpu", help="sample of lab/boards or a file (default: %(default)s)")
     top.add_argument("--config", default="home", help="sample of lab/configs or a folder (default: %(default)s)")
+    top.add_argument("-v", "--verbose", action="store_true",
+                     help="also show the objects of the bus and the plan of a change, as without a terminal")
     top.add_argument("--name", default=paths.DEFAULT_LAB, help=argparse.SUPPRESS)
     return top.parse_args(argv)
 
 
-def tour(lab: client.Lab, args: argparse.Namespace, report: Report, colour: bool) -> None:
-    began = time.monotonic()
+def tour(lab: client.Lab, args: argparse.Namespace, report: Report, stay: bool) -> None:
+    began, live = time.monotonic(), report.live
     if lab.alive():
-        print(f"A lab named {lab.name} is up: ending it first.", flush=True)
+        report.say(f"A lab named {lab.name} is up: ending it first.")
         lab.stop()
-    with progress.shown("the machine of the board starts", sys.stdout):
-        mode, why = lab.start(args.mode or "", tied=True, notes=sys.stdout)
+    with live.doing("Looking at what this kernel has"):
+        mode, why = lab.start(args.mode or "", tied=True, live=live)
     info = lab.info()
-    print(f"The board runs {info['text']}{'' if args.mode or mode == 'native' else ': ' + why} "
-          f"({time.monotonic() - began:.1f} s).", flush=True)
-    with progress.shown("the board comes up, five seconds of it the daemon's own pause", sys.stdout):
+    line = f"The board runs {info['text']}{'' if args.mode or mode == 'native' else ': ' + why}"
+    report.say(terminal.wrapped(f"{line} ({time.monotonic() - began:.1f} s).", live.out, 2))
+    with live.doing("Raising hosts and switch of the board"):
         board = lab.raise_board(args.board, args.config)
+    with live.doing("Starting the daemon (5 s are its own pause)", 5.5):
         since, _ = lab.said("ivarode init success", 90)
     report.line(True, checks.footprint(lab, since))
     about = topology.Topology(board, args.config)
-    results = []
-    for name, check in checks.applicable(about):
-        try:
-            results.append((True, check(lab, about)))
-        except (checks.Failure, client.LabError, TimeoutError) as error:
-            results.append((False, f"{name}: {error}"))
-        report.line(*results[-1])
-    print("\n" + view.status(lab, colour) + "\n")
-    print(lab.run("router", "ubus", "list", "-v").out)
-    print(f"What one change would do, before it is made:\n$ ivarode-plan --call '{CHANGE}'\n...\n{planned(lab)}")
-    verdict = f"{report.passed} checks passed, {report.failed} failed"
-    print(f"{verdict}, {time.monotonic() - began:.0f} s after the build.", flush=True)
+    applicable = list(checks.applicable(about))
+    with live.doing("Checking") as step:
+        for number, (name, check) in enumerate(applicable):
+            step.at(number, len(applicable), name)
+            try:
+                good, text = True, check(lab, about)
+            except (checks.Failure, client.LabError, TimeoutError) as error:
+                good, text = False, f"{name}: {error}"
+            report.line(good, text)
+    show(lab, report, began, args.verbose or not live.out.isatty(), stay and not report.failed)
+
+
+def show(lab: client.Lab, report: Report, began: float, whole: bool, stay: bool) -> None:
+    """The board and the verdict, on a terminal as its last lines. whole: also what fills several of them."""
+    hints = HINTS if stay else ""
+    with report.live.doing("Drawing the board, with two samples of its counters"):
+        drawn = view.drawing(lab, hints.count("\n") + 2)
+        change = f"$ ivarode-plan --call '{CHANGE}'\n...\n{planned(lab)}" if whole else ""
+    if whole:
+        report.say("\n" + lab.run("router", "ubus", "list", "-v").out)
+        report.say(f"What one change would do, before it is made:\n{change}")
+    report.say(f"{drawn}\n{report.verdict()}, {time.monotonic() - began:.0f} s after the build.")
+    if hints:
+        report.say(hints)
 
 
 def planned(lab: client.Lab) -> str:
@@ -100,25 +120,25 @@ busybox ps"""
 
 def main(argv: list[str]) -> int:
     args = options(argv)
-    colour = sys.stdout.isatty()
     stay = not args.check and sys.stdin.isatty() and sys.stdout.isatty()
-    lab, report = client.Lab(args.name), Report(colour)
+    lab = client.Lab(args.name)
     for number in (signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(1))
-    try:
-        tour(lab, args, report, colour)
-        if stay and not report.failed:
-            print(HINTS, flush=True)
-            while lab.alive():
+    with terminal.Live(sys.stdout) as live:
+        report = Report(live)
+        try:
+            tour(lab, args, report, stay)
+            while stay and not report.failed and lab.alive():
                 time.sleep(1)
-    except KeyboardInterrupt:
-        print()
-    except (client.LabError, boards.ConfigError, carrier.CarrierError, machine.MachineError) as error:
-        report.line(False, str(error))
-    finally:
-        if report.failed:
-            print_log(lab)
-        lab.stop()
+        except KeyboardInterrupt:
+            report.say("")
+        except (client.LabError, boards.ConfigError, carrier.CarrierError, machine.MachineError) as error:
+            report.line(False, str(error))
+        finally:
+            if report.failed:
+                print_log(lab)
+            with live.doing("Ending the board"):
+                lab.stop()
     return 0 if report.passed and not report.failed else 1
 
 

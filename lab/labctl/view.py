@@ -2,21 +2,58 @@
 
 from __future__ import annotations
 
-import shutil
+import re
+import sys
 
-from . import client
+from . import client, terminal
 from .commands import TABLES
 
+COLOURS = re.compile(r"\x1b\[\d*m")
 
-def status(lab: client.Lab, colour: bool = False) -> str:
-    """The router's own status, with what the lab knows: who sits where, and which of its programs run."""
-    columns = ["--columns", str(max(40, shutil.get_terminal_size().columns))] if colour else []
+
+def sections(lab: client.Lab) -> list[str]:
+    """The router's own status, a text for ports, VLANs, interfaces and the rest of it. In boxes, the hosts stand below
+    their ports."""
+    out = sys.stdout
+    columns = ["--columns", str(max(40, terminal.size(out).columns))] if out.isatty() else []
     shown = lab.run("router", "ivarodectl", "status", *columns, timeout=90)
-    hosts = [line.split() for line in lab.ok("agent", "hosts").splitlines() if " " in line]
-    seats = ", ".join(f"{name} on port {port}" for port, name in sorted(hosts))
-    services = ", ".join(lab.ok("agent", "services").splitlines())
+    text = (shown.out + shown.err).rstrip("\n")
+    found = (text if terminal.has_colours(out) else COLOURS.sub("", text)).split("\n\n")
+    hosts = {port: name for name, port in seats(lab)}
+    if "└" in found[0]:
+        numbers = COLOURS.sub("", found[0]).splitlines()[1]
+        below = ""
+        for box in re.finditer(r"│ *port (\d+) *│", numbers):
+            below = below.ljust(box.start()) + hosts.get(box[1], "").center(len(box[0]))
+        found[0] += "\n" + below.rstrip()
+    else:
+        found.append("cables: " + ", ".join(f"{hosts[port]} on port {port}" for port in sorted(hosts)))
+    return found
+
+
+def seats(lab: client.Lab) -> list[list[str]]:
+    """Each host with the number of its port."""
+    return [line.split() for line in lab.ok("agent", "hosts").splitlines() if " " in line]
+
+
+def status(lab: client.Lab) -> str:
+    """All of it, with what the lab knows: who sits where, and which of its programs run."""
     title = f"lab {lab.name}: board {lab.board().name}, configuration {lab.config()}, {lab.info()['text']}"
-    return "\n".join([title, "", (shown.out + shown.err).rstrip("\n"), "", f"cables: {seats}", services])
+    services = ", ".join(lab.ok("agent", "services").splitlines())
+    text = "\n\n".join([terminal.wrapped(title, sys.stdout, 2), *sections(lab)]) + "\n" + services
+    # Each picture has a title, so blank lines go first where there is little room.
+    return text if terminal.fits(text, sys.stdout) else text.replace("\n\n", "\n")
+
+
+def drawing(lab: client.Lab, below: int) -> str:
+    """As much of it as stands on a terminal above so many lines: all, or without VLANs and health, or the ports."""
+    found = sections(lab)
+    interfaces = [part for part in found[1:] if COLOURS.sub("", part).startswith("interface")]
+    for some in (found, [found[0], *interfaces]):
+        for text in ("\n\n".join(some), "\n".join(some)):
+            if terminal.fits(text, sys.stdout, below):
+                return text
+    return found[0]
 
 
 def routes(lab: client.Lab, table: str | None = None) -> str:
