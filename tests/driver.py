@@ -5,12 +5,16 @@ import io
 import os
 import subprocess
 import sys
+import tempfile
 import threading
 import time
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
+from pathlib import Path
 
+from labctl import terminal
+from tests import progress
 from tests.kinds import KINDS
-from tests.runners import BUILD, Counts, build, build_for_mips, counting_runner
+from tests.runners import BUILD, Counts, Out, build, build_for_mips, counting_runner
 
 # What runs on the virtual board mostly waits for its clock: two boards go on beside what keeps the processors busy,
 # and are served first.
@@ -20,31 +24,70 @@ APART = ("mips", "sanitize", "strict")
 # The kinds that --vm and --mips are for.
 IN_A_MACHINE = ("system", "chaos")
 STANDING_BACK = 10
+LONGEST_KINDS, LONGEST_TESTS = 5, 10
+
+
+class Running(terminal.Step):
+    """One kind while it runs: a stream for its output, and how far it is, by that and by what it says apart."""
+
+    def __init__(self, kind: str, said: progress.Heard, out: Out) -> None:
+        super().__init__(f"{kind:11}", look=lambda _: self.listen())
+        self.said, self.out = said, out
+
+    def listen(self) -> None:
+        self.said.look()
+        if self.said.last:
+            self.at(*self.said.last)
+
+    def write(self, text: str) -> int:
+        if self.heard(text):        # a build
+            self.said.last = None
+        return self.out.write(text)
+
+    def flush(self) -> None:
+        self.out.flush()
 
 
 class Report:
     """What is shown: of each kind its output as it comes when it runs alone, else as a whole when it has ended."""
 
-    def __init__(self, alone: bool) -> None:
-        self.alone, self.lock = alone, threading.Lock()
+    def __init__(self, live: terminal.Live, alone: bool) -> None:
+        self.live, self.alone, self.lock = live, alone, threading.Lock()
         self.total = Counts()
         self.table: dict[str, str] = {}
+        self.kinds: list[tuple[float, str]] = []
+        self.tests: list[tuple[float, str]] = []
 
     def run(self, kind: str, long: bool, nice: int) -> None:
-        words = ["tests/python", "tests.kinds", kind, *(["--long"] if long else [])]
+        words = ["nice", "-n", nice, "tests/python", "tests.kinds", kind, *(["--long"] if long else [])]
         self.say(f"\n== {kind}: {KINDS[kind][0]}" if self.alone else f"-- {kind} begins")
         start, kept = time.monotonic(), io.StringIO()
-        counts = counting_runner("nice", "-n", nice, *words, out=sys.stdout if self.alone else kept,
-                                 stderr=subprocess.STDOUT)
-        line = f"{kind:12} {counts}, {time.monotonic() - start:.0f} s"
+        with tempfile.NamedTemporaryFile() as place:
+            said = progress.Heard(Path(place.name))
+            running = Running(kind, said, self.live) if self.alone else Running(kind, said, kept)
+            with self.live.doing(running):
+                counts = counting_runner(*words, out=running, stderr=subprocess.STDOUT,
+                                         env={**os.environ, progress.PLACE: place.name})
+            said.look()
+        seconds = time.monotonic() - start
+        line = f"{kind:12} {counts}, {seconds:.0f} s"
         self.say("" if self.alone else f"\n== {kind}: {KINDS[kind][0]}\n{kept.getvalue()}-- {line}")
         with self.lock:
             self.total += counts
             self.table[kind] = line
+            self.kinds.append((seconds, kind))
+            self.tests += [(taken, f"{kind:12} {name}") for taken, name in said.times]
 
     def say(self, text: str) -> None:
-        with self.lock:
-            print(text, flush=True)
+        print(text, file=self.live, flush=True)
+
+    def longest(self) -> Iterator[str]:
+        """The kinds and the tests that took longest."""
+        for title, timed, most in (("kinds", self.kinds, LONGEST_KINDS), ("tests", self.tests, LONGEST_TESTS)):
+            yield f"longest {title}:"
+            for seconds, name in sorted(timed, reverse=True)[:most]:
+                line = f"{seconds:7.1f} s  {name}"
+                yield line[:terminal.size(sys.stdout).columns] if sys.stdout.isatty() else line
 
 
 def run_beside(report: Report, kinds: Sequence[str], long: bool) -> None:
@@ -80,8 +123,7 @@ def main() -> int:
     parser.add_argument("--list", action="store_true", help="list the kinds and what each proves")
     arguments = parser.parse_args()
     if arguments.list:
-        for kind in kinds:
-            print(f"{kind:12} {KINDS[kind][0]}")
+        terminal.show("\n".join(terminal.wrapped(f"{kind:12} {KINDS[kind][0]}", sys.stdout, 13) for kind in kinds))
         return 0
 
     if arguments.mode:
@@ -95,9 +137,10 @@ def main() -> int:
     else:
         build(BUILD, "-DCMAKE_BUILD_TYPE=Release")
     chosen = arguments.only or kinds
-    report = Report(alone=len(chosen) == 1)
-    run_beside(report, chosen, arguments.long)
-    print("\n" + "\n".join(report.table[kind] for kind in chosen))
+    with terminal.Live(sys.stdout, rows=len(ON_BOARDS) + 2) as live:
+        report = Report(live, alone=len(chosen) == 1)
+        run_beside(report, chosen, arguments.long)
+    print("\n".join(["", *report.longest(), "", *(report.table[kind] for kind in chosen)]))
     print(report.total, flush=True)
     return 0 if report.total.failed == 0 and report.total.passed > 0 else 1
 

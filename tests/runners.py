@@ -10,7 +10,9 @@ import sys
 import xml.etree.ElementTree as ElementTree
 from collections.abc import Sequence
 from pathlib import Path
-from typing import Any, TextIO
+from typing import Any, Protocol
+
+from tests import progress
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = Path(os.environ.get("IVARODE_BUILD", ROOT / "build")).resolve()
@@ -18,6 +20,12 @@ BUILD_SANITIZED = ROOT / "build-sanitized"
 JOBS = str(os.cpu_count() or 1)
 COUNTS = re.compile(r"(\d+) passed, (\d+) failed, (\d+) skipped$")
 SKIPPED = 77  # how a runner of our own ends that cannot run here
+
+
+class Out(Protocol):
+    def write(self, text: str, /) -> int: ...
+
+    def flush(self) -> None: ...
 
 
 class Counts:
@@ -34,9 +42,15 @@ class Counts:
         return f"{self.passed} passed, {self.failed} failed, {self.skipped} skipped"
 
 
-def run(command: Sequence[object], **options: Any) -> subprocess.CompletedProcess[bytes]:
+def start(command: Sequence[object], **options: Any) -> subprocess.Popen[Any]:
     print("+", " ".join(str(word) for word in command), flush=True)
-    return subprocess.run([str(word) for word in command], cwd=ROOT, **options)
+    return subprocess.Popen([str(word) for word in command], cwd=ROOT, **options)
+
+
+def run(command: Sequence[object], **options: Any) -> int:
+    """The status of a command."""
+    with start(command, **options) as process:
+        return process.wait()
 
 
 # What one clone of the tree has compiled serves the others, wherever they lie.
@@ -50,16 +64,16 @@ def launcher() -> list[str]:
 
 
 def build_for_mips(folder: Path) -> None:
-    if run(["lab/vm/cross-build.sh", "--tests", folder, *launcher()]).returncode != 0:
+    if run(["lab/vm/cross-build.sh", "--tests", folder, *launcher()]) != 0:
         sys.exit("test: the build for MIPS failed")
 
 
 def build(folder: Path, *options: str) -> None:
-    done = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON",
-                "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON", *options, *launcher()], stdout=subprocess.DEVNULL)
-    if done.returncode == 0:
-        done = run(["cmake", "--build", folder, "-j", JOBS])
-    if done.returncode != 0:
+    status = run(["cmake", "-S", ".", "-B", folder, "-G", "Ninja", "-DIVARODE_TESTS=ON",
+                  "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON", *options, *launcher()], stdout=subprocess.DEVNULL)
+    if status == 0:
+        status = run(["cmake", "--build", folder, "-j", JOBS])
+    if status != 0:
         sys.exit("test: the build failed")
 
 
@@ -69,6 +83,8 @@ def junit_counts(report: Path, status: int) -> Counts:
         return Counts(failed=1)
     counts = Counts()
     for case in ElementTree.parse(report).iter("testcase"):
+        names = dict.fromkeys(case.get(key, "").removeprefix("tests.") for key in ("classname", "name"))
+        progress.took(float(case.get("time", 0)), ".".join(names))
         if case.find("failure") is not None or case.find("error") is not None:
             counts.failed += 1
         elif case.find("skipped") is not None or case.get("status") in ("notrun", "disabled"):
@@ -80,27 +96,39 @@ def junit_counts(report: Path, status: int) -> Counts:
     return counts
 
 
+STARTED = re.compile(r" *Start +\d+: (.*)")
+ENDED = re.compile(r" *(\d+)/(\d+) Test +#\d+: ")
+
+
 def ctest(label: str, folder: Path = BUILD, environment: dict[str, str] | None = None) -> Counts:
     report = folder / f"report-{label}.xml"
     report.unlink(missing_ok=True)
-    done = run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "-j", JOBS, "--output-on-failure",
-                "--no-tests=error", "--output-junit", report, "--progress", "-Q"],
-               env={**os.environ, **(environment or {})})
-    if done.returncode != 0:
-        run(["ctest", "--test-dir", folder, "-L", f"^{label}$", "--rerun-failed", "--output-on-failure"],
-            env={**os.environ, **(environment or {})})
-    return junit_counts(report, done.returncode)
+    environment = {**os.environ, **(environment or {})}
+    command = ["ctest", "--test-dir", folder, "-L", f"^{label}$"]
+    with start([*command, "-j", JOBS, "--no-tests=error", "--output-junit", report], env=environment,
+               stdout=subprocess.PIPE, text=True) as process:
+        done = total = 0            # the second is named with the first test that ends
+        running = ""
+        for line in process.stdout or ():
+            if started := STARTED.match(line):
+                running = started[1]
+            elif ended := ENDED.match(line):
+                done, total = int(ended[1]), int(ended[2])
+            progress.at(done, total, running)
+    if process.returncode != 0:
+        run([*command, "--rerun-failed", "--output-on-failure"], env=environment)
+    return junit_counts(report, process.returncode)
 
 
 def pytest(folder: str, *options: str) -> Counts:
     report = BUILD / f"report-{Path(folder).name}.xml"
     report.unlink(missing_ok=True)
     # Debian's own interpreter, for which the packages are installed.
-    done = run(["/usr/bin/python3", "-m", "pytest", "-q", "-rs", folder, f"--junitxml={report}", *options])
-    return junit_counts(report, done.returncode)
+    status = run(["/usr/bin/python3", "-m", "pytest", "-q", "-rs", folder, f"--junitxml={report}", *options])
+    return junit_counts(report, status)
 
 
-def counting_runner(*command: object, out: TextIO = sys.stdout, **options: Any) -> Counts:
+def counting_runner(*command: object, out: Out | None = None, **options: Any) -> Counts:
     """A runner of our own that closes with a line "N passed, N failed, N skipped"; its output goes to out."""
     with subprocess.Popen([str(word) for word in command], cwd=ROOT, stdout=subprocess.PIPE, text=True,
                           **options) as process:

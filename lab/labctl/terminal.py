@@ -95,7 +95,7 @@ class Step:
         elif self.seconds:
             part, figures = gone / self.seconds, f"{gone:.0f} s, usually {self.seconds:.0f}"
         else:
-            return f"{self.what} ... {gone:.0f} s"[:columns - 1]
+            return f"{self.what} ... {gone:.0f} s  {self.note}".rstrip()[:columns - 1]
         full = int(BAR * min(part, 1.0))
         return f"{self.what}  {'█' * full}{'░' * (BAR - full)}  {figures}".rstrip()[:columns - 1]
 

@@ -12,6 +12,7 @@ import time
 from concurrent.futures import Executor, ThreadPoolExecutor
 from pathlib import Path
 
+from tests import progress
 from tests.conformance import coverage
 from tests.conformance.alterations import find_all
 from tests.conformance.blocks import ScenarioError
@@ -130,7 +131,6 @@ def main() -> int:
 
     started = time.monotonic()
     passed, failed, recorded = 0, 0, []
-    terminal = sys.stdout.isatty()
     with ThreadPoolExecutor(max(1, options.jobs)) as pool:
         for scenario, runs, complaints in pool.map(lambda one: run_one(board, one, options), scenarios):
             recorded.append((scenario, runs))
@@ -141,8 +141,7 @@ def main() -> int:
                 print(f"FAIL {label(scenario)}\n" + "\n".join(complaints))
             else:
                 passed += 1
-            if terminal:
-                print(f"\r{passed + failed}/{len(scenarios)}", end="\r", flush=True)
+            progress.at(passed + failed, len(scenarios), label(scenario))
         if not (options.pick or options.show or options.scenarios):
             for counts in (kill_sweep(board, pool), endurance(board, pool), replays(board, pool, scenarios),
                            altered(board, pool)):

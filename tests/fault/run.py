@@ -15,6 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from labctl.trace import collapse
+from tests import progress
 from tests.conformance.notation import Line
 from tests.conformance.recording import Board, Run, plan, run_process, temporary_folder
 from tests.conformance.scenario import Scenario, load_all, load_fixtures, step_script
@@ -219,6 +220,7 @@ def main() -> int:
         for batch in chunks(jobs, 2000):
             for where, injected, found in pool.map(functools.partial(one, board, statuses), *zip(*batch)):
                 injections += 1
+                progress.at(injections, len(jobs), where)
                 if found:
                     wrong += 1
                     failed.add(where)

@@ -20,6 +20,7 @@ from concurrent.futures import ProcessPoolExecutor
 from pathlib import Path
 from typing import Any
 
+from tests import progress
 from tests.conformance.replaying import can_be_replayed
 from tests.mutation import replays, source
 from tests.mutation import results as outcome
@@ -149,26 +150,13 @@ def choose(everything: list[Mutant], options: argparse.Namespace, equivalents: o
     return chosen
 
 
-class Progress:
-    """How far it has come, on a terminal."""
-
-    def __init__(self, total: int) -> None:
-        self.total, self.done, self.shown = total, 0, sys.stderr.isatty()
-
-    def advance(self, by: int) -> None:
-        self.done += by
-        if self.shown:
-            end = "" if self.done < self.total else "\n"
-            print(f"\r{self.done}/{self.total}", end=end, file=sys.stderr, flush=True)
-
-
 def judge_all(judge: Judge, mutants: list[Mutant], jobs: int) -> list[outcome.Result]:
-    progress, out = Progress(len(mutants)), []
+    out: list[Any] = []
     # Largest first, so that no process is left alone with a large one at the end.
     work = sorted(batches(mutants), key=len, reverse=True)
     for batch, results in zip(work, spread(judge.judge, work, jobs)):
         out += list(zip(batch, results))
-        progress.advance(len(batch))
+        progress.at(len(out), len(mutants), str(batch[0].key.file))
     # What hung may have been kept from running by others: once more, alone.
     out = [(mutant, alone(judge, mutant) if one.verdict == "hung" else one) for mutant, one in out]
     return [one for _, one in sorted(out, key=lambda pair: pair[0].number)]

@@ -15,6 +15,8 @@ from collections.abc import Callable, Sequence
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+from tests import progress
+
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 FOLDERS = ("src", "libsys", "ctl", "compat", "seam", "lab")
@@ -69,6 +71,7 @@ def flake8() -> tuple[int, str]:
 
 def analyse(name: str, check: Check, sources: Sequence[Path], jobs: int) -> tuple[int, int]:
     passed = failed = 0
+    progress.at(0, len(sources), name)
     with ThreadPoolExecutor(jobs) as pool:
         for source, (code, output) in zip(sources, pool.map(check, sources)):
             if code == 0:
@@ -76,6 +79,7 @@ def analyse(name: str, check: Check, sources: Sequence[Path], jobs: int) -> tupl
             else:
                 failed += 1
                 print(f"FAIL {name}: {source}\n{output}", flush=True)
+            progress.at(passed + failed, len(sources), f"{name} {source}")
     print(f"{name}: {passed} clean, {failed} not", flush=True)
     return passed, failed
 
