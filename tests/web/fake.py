@@ -63,8 +63,9 @@ class Router:
         return {}
 
     def links(self) -> dict[str, Any]:
-        ports = self.status["ports"]
-        return {"link": [int(one["link"]) for one in ports], "speed": [2] * len(ports), "duplex": [1] * len(ports)}
+        ports = self.status.get("ports") or []
+        link = [int(one.get("link", False)) for one in ports]
+        return {"link": link, "speed": [2] * len(ports), "duplex": [1] * len(ports)}
 
     def call(self, name: str, method: str, arguments: dict[str, Any]) -> Answer:
         self.asked.append((name, method))

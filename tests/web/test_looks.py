@@ -19,7 +19,7 @@ from tests.web.browser import Browser
 from tests.web.running import serving
 
 SOON = 20       # seconds, on a machine with other things to do
-ENTER, LEFT, RIGHT, ESCAPE = "\ue007", "\ue012", "\ue014", "\ue00c"
+TAB, ENTER, LEFT, RIGHT, ESCAPE = "\ue004", "\ue007", "\ue012", "\ue014", "\ue00c"
 
 
 class Shown:
@@ -157,9 +157,11 @@ def test_keyboard_alone(shown: Shown) -> None:
     page.keys(RIGHT)
     assert page.run("return document.activeElement.id") == "tab-routes"
     assert page.run("return document.querySelector('#tab-routes').getAttribute('aria-selected')") == "true"
-    page.run("document.querySelector('#port-2').focus()")
-    page.keys(ENTER)
+    page.run("document.querySelector('#port-1').focus()")
+    page.keys(TAB, ENTER)
     page.until("document.querySelector('#side-head').textContent === 'Port 2'", SOON)
+    page.keys(TAB, TAB, TAB)
+    assert page.run("return document.activeElement.id") == "vlan-0"
     page.run("document.querySelector('#add').focus()")
     page.keys(ENTER)
     page.until("document.querySelector('#dialog').open && document.activeElement.id === 'field-intf'", SOON)

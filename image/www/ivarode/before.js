@@ -89,10 +89,10 @@ function drawn(plan, model) {
     ["warn", one.lasts ? "meetLasts" : "meet", array(one.ports), one.writes])];
   const steps = array(operations).filter((one) => array(one.changes).length);
   return [h("h3", null, t("planHead")), own && h("p.warn", { role: "alert" }, t("ownWay", { name: own })),
-    (plan.ending || phase.refused) && h("p.warn", null, t(plan.ending ? "planEnds" : "planRefused", phase)),
+    (plan.ending || phase.refused) && h("p.warn", null, plan.ending || t("planRefused", phase)),
     h("ul", null, array(messages).filter((one) => one.level === "error").map((one) => h("li.warn", null, one.text)),
       rows.map(([kind, key, [one, other], writes]) => h(`li.${kind}`, null, t(key, { one, other, writes })))),
-    steps.length ? h("ol.steps", null, steps.map((one) => h("li", null, one.words))) : h("p", null, t("planNothing")),
+    steps.length ? h("ol.steps", null, steps.map((one) => h("li", null, one.words))) : !plan.ending && h("p", null, t("planNothing")),
     h("p.aside", null, t("planFrom"))];
 }
 

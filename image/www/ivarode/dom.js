@@ -51,6 +51,6 @@ export const lit = (thing, vlan, kind = "") => ({ "data-with": thing.with,
 
 // A drawn button.
 export const pressed = (act, label) => ({ role: "button", tabindex: 0, "aria-label": label, onclick: act,
-  onkeydown: (event) => ["Enter", " "].includes(event.key) && (event.preventDefault(), act()) });
+  onkeydown: (event) => { if (["Enter", " "].includes(event.key)) act(event.preventDefault()); } });
 
 export const button = (text, act, more) => h("button", { type: "button", onclick: act, ...more }, text);

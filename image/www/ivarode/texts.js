@@ -12,7 +12,7 @@ const TEXTS = {
   hiddenBy: "hidden by {name}", overBus: "(made over the bus)", noSide: "Choose a port or an interface.",
   count: "{packets} packets, {bytes}",
   planHead: "What it will do", planNone: "No plan: {text}", planNothing: "Nothing changes.",
-  planRefused: "The daemon refuses it (status {status}).", planEnds: "The daemon ends.",
+  planRefused: "The daemon refuses it (status {status}).",
   planFrom: "The plan starts from the configuration, without what was set over the bus since.",
   apart: "Port {one} and Port {other} no longer reach each other.",
   together: "Port {one} and Port {other} reach each other.",

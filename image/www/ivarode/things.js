@@ -21,8 +21,7 @@ function plot(name, rows, now) {
     h("path.rx", { d: path("rx") }), h("path.tx", { d: path("tx") })]);
 }
 
-const stateOf = ({ enabled, state }) => (enabled === false ? "off"
-  : { up: "up", down: "down", "no link": "no link", missing: "no device" }[state] ?? "unknown");
+const stateOf = ({ enabled, state }) => (enabled === false ? "off" : { missing: "no device" }[state] ?? state ?? "unknown");
 
 function card(one, now, choose, chosen) {
   const { vlan, name } = one;
