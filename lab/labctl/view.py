@@ -38,8 +38,8 @@ def seats(lab: client.Lab) -> list[list[str]]:
 
 def status(lab: client.Lab) -> str:
     """All of it, with what the lab knows: who sits where, and which of its programs run."""
+    services = ", ".join(lab.ok("agent", "services").splitlines())      # first, as it says so where no lab is up
     title = f"lab {lab.name}: board {lab.board().name}, configuration {lab.config()}, {lab.info()['text']}"
-    services = ", ".join(lab.ok("agent", "services").splitlines())
     text = "\n\n".join([terminal.wrapped(title, sys.stdout, 2), *sections(lab)]) + "\n" + services
     # Each picture has a title, so blank lines go first where there is little room.
     return text if terminal.fits(text, sys.stdout) else text.replace("\n\n", "\n")
