@@ -1,22 +1,26 @@
-"""The ways out of docs/behaviour.md, walked on the virtual board: a fault is made, seen by its sign, the book's
-own commands are typed, and the router is as it was. An ordinary run walks those that need no restart and a sample
-of the others (IVARODE_SEED); a long run all of them."""
+"""The ways out of docs/behaviour.md, walked on the virtual board: a fault is made, seen by its sign and by the command
+that the book names, the book's own commands are typed, and the router is as it was. An ordinary run walks those that
+need no restart and a sample of the others (IVARODE_SEED); a long run all of them."""
 
 from __future__ import annotations
 
 import json
 import pathlib
 import re
+import shlex
+import subprocess
 from collections.abc import Iterator, Sequence
 from typing import Any
 
 import pytest
 
 from labctl import bus, topology
-from tests.docs import board, faults, ways_out
+from tests.docs import board, books, faults, ways_out
 from tests.docs.ways_out import Step
+from tests.runners import BUILD, ROOT
 from tests.system import held_lab, state
 
+LAB = ROOT / "lab"
 RESTART = "/etc/init.d/ivarode restart"
 START = "/etc/init.d/ivarode start"
 # The stand-in of the lab reads only; it shows a package with what has been saved for it.
@@ -25,6 +29,7 @@ LAN_ON_PORT_0 = {"switch": {"switch0": {"ports": [
     {"num": 6, "device": "eth0"}, *({"num": port, "role": "lan"} for port in range(4)), {"num": 4, "role": "wan"}]}},
     "system": {"label_macaddr": "00:0c:43:10:20:30"}}
 WAYS = ways_out.ways()
+POINTERS = ways_out.pointers()
 
 
 class Router(held_lab.Lab):
@@ -72,6 +77,20 @@ class Router(held_lab.Lab):
                 board.until(right)
             except AssertionError:
                 pytest.fail(f"{command}\n{said}\nexpected {pattern}")
+
+    def shows(self, pointer: ways_out.Pointer) -> None:
+        """At some time: a client that ends at once is started again and again."""
+        said = ""
+
+        def right() -> bool:
+            nonlocal said
+            said = re.sub(r"\s+", " ", self.shell("router", pointer.command, timeout=60).out)
+            return pointer.words in said
+
+        try:
+            board.until(right)
+        except AssertionError:
+            pytest.fail(f"{pointer.command}\n{said}\nexpected {pointer.words}")
 
     def is_healthy(self, but: Sequence[str]) -> None:
         found: dict[str, Any] = {}
@@ -131,6 +150,8 @@ def test_the_way_out_heals(held: Held, fault: faults.Fault, tmp_path: pathlib.Pa
     router, held.router = held.router, None         # of no more use unless this ends well
     router.walk(fault.into)
     router.sees(fault.sign)
+    if fault.into:
+        router.shows(POINTERS[fault.heading][0])
     last: Step | str = ""
     for number, block in enumerate(fault.blocks):
         for last in WAYS[fault.heading][block]:
@@ -146,6 +167,11 @@ def test_the_way_out_heals(held: Held, fault: faults.Fault, tmp_path: pathlib.Pa
         held.router = router
 
 
+def tool(program: str, *words: str) -> subprocess.CompletedProcess[str]:
+    return subprocess.run([BUILD / "bin" / program, *words], capture_output=True, text=True, timeout=60,
+                          check=False)
+
+
 def test_every_way_out_is_walked_or_is_advice() -> None:
     walked = {(fault.heading, block) for fault in faults.FAULTS for block in fault.blocks}
     assert walked == {(heading, number) for heading, blocks in WAYS.items() for number in range(len(blocks))}
@@ -155,3 +181,26 @@ def test_every_way_out_is_walked_or_is_advice() -> None:
 def test_a_fault_has_a_sign() -> None:
     for fault in faults.FAULTS:
         assert bool(fault.sign) == bool(fault.into), fault.name
+
+
+def test_each_surprise_names_the_command_that_shows_it() -> None:
+    assert [heading for heading, named in POINTERS.items() if len(named) != 1] == []
+    for pointer in {named[0] for named in POINTERS.values()}:
+        program, *words = shlex.split(pointer.command)
+        if program == "ubus":
+            assert words[2] in books.bus_methods()[words[1]], pointer
+        elif program == "ivarodectl":
+            done = tool(program, *words, "--help")
+            assert done.returncode == 0 and done.stdout.startswith(f"Usage: ivarodectl {words[0]}"), pointer
+        elif program == "ivarode-plan":
+            here = ["--help"] if "--diff" in words else ["--board", f"{LAB}/boards/one-cpu.json",
+                                                         "--config", f"{LAB}/configs/home"]
+            assert tool(program, *words, *here).returncode in (0, 1, 3), pointer
+        else:
+            assert program == "ls", pointer
+
+
+def test_a_way_out_that_is_walked_is_seen() -> None:
+    """All but those whose example is another one than that of the pointer."""
+    silent = {fault.heading for fault in faults.FAULTS if fault.into and not POINTERS[fault.heading][0].words}
+    assert silent == {"A PPPoE peer that has gone without a word", "Status 0 does not mean that the route is there"}

@@ -19,6 +19,14 @@ class Step:
     status: int = 0
 
 
+@dataclass(frozen=True)
+class Pointer:
+    """The command that shows a surprise, and words of its output where the example is that of the way out."""
+
+    command: str
+    words: str = ""
+
+
 def step(line: str) -> Step:
     """A line of the book; behind a command that is refused stands the status."""
     command, _, remark = line.partition("    # status ")
@@ -42,3 +50,12 @@ def ways() -> dict[str, list[list[Step]]]:
     return {heading: [[step(line) for line in block.splitlines()]
                       for block in re.findall(r"^```sh\n(.*?)^```", text, re.M | re.S)]
             for heading, text in sections().items()}
+
+
+def pointers() -> dict[str, list[Pointer]]:
+    """{heading: the commands that show it}, of the surprises, in the book's order."""
+    book = books.text("behaviour.md")
+    surprises = re.findall("^### (.*)$", book, re.M)
+    line = re.compile(r"^\*Seen with:\* `([^`]*)`(?:: `([^`]*)`\.$)?", re.M)
+    return {heading: [Pointer(*found) for found in line.findall(books.sections(book)[heading])]
+            for heading in surprises}
