@@ -34,6 +34,11 @@ struct command {
 
 extern const command commands[];
 extern const size_t command_count;
+// Null for none.
+const command *find_command(const char *name);
+
+// Prints what may stand behind these words, a word a line.
+void complete(const words &given);
 
 // Runs what the command line says; an exit_status.
 int dispatch(int argc, char **argv);

@@ -28,16 +28,6 @@ struct options {
     unsigned columns = 0;
 };
 
-const command *find_command(const char *name)
-{
-    for (size_t i = 0; i < command_count; ++i) {
-        if (strcmp(commands[i].name, name) == 0) {
-            return &commands[i];
-        }
-    }
-    return nullptr;
-}
-
 void list_commands(FILE *to)
 {
     fputs("Usage: ivarodectl COMMAND [OPTION] [WORD...]\n\n", to);
@@ -177,8 +167,22 @@ int run(const options &read)
 
 } // namespace
 
+const command *find_command(const char *name)
+{
+    for (size_t i = 0; i < command_count; ++i) {
+        if (strcmp(commands[i].name, name) == 0) {
+            return &commands[i];
+        }
+    }
+    return nullptr;
+}
+
 int dispatch(int argc, char **argv)
 {
+    if (argc > 1 && strcmp(argv[1], "__complete") == 0) {
+        complete({argv + 2, static_cast<size_t>(argc - 2)});
+        return done;
+    }
     options read;
     if (!read_options(argc, argv, read)) {
         return wrong_usage;

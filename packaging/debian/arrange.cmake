@@ -25,6 +25,8 @@ execute_process(COMMAND gzip -9n ${pages} COMMAND_ERROR_IS_FATAL ANY)
 file(MAKE_DIRECTORY ${share}/bash-completion/completions)
 execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/../../lab/lab completion ivarode-lab
                 OUTPUT_FILE ${share}/bash-completion/completions/ivarode-lab COMMAND_ERROR_IS_FATAL ANY)
+file(COPY ${CMAKE_CURRENT_LIST_DIR}/../../image/files/usr/share/bash-completion/completions/ivarodectl
+     DESTINATION ${share}/bash-completion/completions)
 file(COPY ${CMAKE_CURRENT_LIST_DIR}/lintian/ DESTINATION ${share}/lintian/overrides)
 
 set(papers ${share}/doc/ivarode)

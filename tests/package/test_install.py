@@ -132,7 +132,7 @@ def test_debian_package_keeps_to_itself(package: common.DebianPackage) -> None:
     own = {name.removeprefix("usr/share/") for name in set(outside) - set(links)}
     assert {name for name in own if not name.startswith("man/")} == {
         "doc/ivarode/copyright", "doc/ivarode/changelog.gz", "lintian/overrides/ivarode",
-        "bash-completion/completions/ivarode-lab"}
+        "bash-completion/completions/ivarode-lab", "bash-completion/completions/ivarodectl"}
     for name in links:
         assert os.access(root / name, os.X_OK)
 

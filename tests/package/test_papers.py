@@ -12,6 +12,7 @@ from tests.docs import books
 from tests.package import common
 
 VERSION = re.findall(r"project\(ivarode VERSION (\S+)", (common.ROOT / "CMakeLists.txt").read_text())[0]
+COMPLETION = common.IMAGE / "usr/share/bash-completion/completions/ivarodectl"
 PAGES = ["man1/ivarode-lab.1", "man5/ivarode.5", "man8/ivarode-plan.8", "man8/ivarode.8", "man8/ivarodectl.8"]
 
 
@@ -82,6 +83,27 @@ def test_the_package_has_changes_pages_and_completion(package: common.DebianPack
     assert changes.startswith(f"ivarode ({VERSION}) unstable; urgency=medium\n\n  * ")
     done = (share / "bash-completion/completions/ivarode-lab").read_text()
     assert "complete -F _ivarode_lab ivarode-lab\n" in done
+    assert (share / "bash-completion/completions/ivarodectl").read_bytes() == COMPLETION.read_bytes()
+
+
+@pytest.mark.parametrize("line, expected", [
+    ("he", "health"), ("r", "rollback"), ("status --", "--columns --help --json --watch"), ("guard --j", ""),
+    ("check --", "--board --columns --config --help --json"), ("check --config ", ""), ("apply --conf", "--confirm"),
+    ("explain po", "port"), ("explain port ", "0 1 2 3 4"), ("explain lan1 p", ""), ("debug w", "word"),
+    ("nix ", ""), ("rollback ", "--columns --help --json boot"),
+])
+def test_words_of_the_tool_are_completed(line: str, expected: str) -> None:
+    words = ["ivarodectl", *line.split(" ")]
+    call = f"COMP_WORDS=({' '.join(repr(word) for word in words)}); COMP_CWORD={len(words) - 1}; _ivarodectl"
+    done = subprocess.run(["bash", "-uc", COMPLETION.read_text() + call + '; echo "${COMPREPLY[@]}"'], text=True,
+                          capture_output=True, check=True, env={"PATH": f"{common.BUILD / 'bin'}:/usr/bin:/bin"})
+    assert " ".join(sorted(done.stdout.split())) == expected and done.stderr == ""
+
+
+def test_every_command_is_completed() -> None:
+    told = common.run(common.BUILD / "bin/ivarodectl", "--help")
+    commands = re.findall(r"^  ([a-z]+) +\S", told, re.M)
+    assert common.run(common.BUILD / "bin/ivarodectl", "__complete").split() == [*commands, "--help"]
 
 
 @common.dpkg

@@ -46,6 +46,11 @@ def test_nothing_is_wrong_on_a_healthy_board(lab: Lab) -> None:
         assert "unknown" not in said and "nothing is wrong here" in said, said
 
 
+def test_names_of_the_router_are_completed(lab: Lab) -> None:
+    told = lab.ok("router", "ivarodectl", "__complete", "explain").split()
+    assert {"lan1", "lan3", "wan1", "port", "--json"} <= set(told) and len(set(told)) == len(told)
+
+
 FACTS = {"status": "status", "explain": "explain lan1", "health": "health", "switch": "switch", "debug": "debug",
          "version": "version"}
 
