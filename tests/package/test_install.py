@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import platform
 import re
 import shutil
 import subprocess
@@ -36,6 +37,14 @@ def test_every_program_finds_its_libraries_in_the_new_root(root: pathlib.Path) -
         for library, where in common.resolved(root / "usr" / name).items():
             if library in own:
                 assert os.path.realpath(where) == str(root / "usr/lib" / library), (name, library)
+
+
+@pytest.mark.skipif(platform.machine() != "x86_64", reason="the bound is one for x86-64")
+def test_the_operators_tool_is_small(root: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    """The linker fills up to a page, so its size grows by 4 kB at a time."""
+    common.run("strip", "-o", tmp_path / "ivarodectl", root / "usr/sbin/ivarodectl")
+    assert (tmp_path / "ivarodectl").stat().st_size <= 154_000
+    assert not [name for name in common.needed(root / "usr/sbin/ivarodectl") if name.startswith("libstdc++")]
 
 
 def test_a_plan_is_made_with_what_is_installed(root: pathlib.Path) -> None:
