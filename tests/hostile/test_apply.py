@@ -66,7 +66,7 @@ expire() {{
     [ ! -e /etc/ivarode/backup ] || sed -i 's/ .*/ 0/' /etc/ivarode/backup/until
     "$tool" guard 2>/run/said &
     guard=$!
-    while [ -e /etc/ivarode/backup ] || [ -e /etc/ivarode/rollback ]; do
+    while [ -n "$(ls -A /etc/ivarode 2>/dev/null)" ]; do
         [ -e /proc/$guard ] || {{ cat /run/said; exit 1; }}
     done
     kill $guard
