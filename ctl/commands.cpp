@@ -30,9 +30,11 @@ const command commands[] = {
      "  --config DIR   the folder of the packages (/etc/config)\n"
      "  --board FILE   the board file (/etc/board.json)\n",
      true, false, gather_check, show_check},
-    {"metrics", "", "counters and states as OpenMetrics text, for a monitoring system",
-     "One text for each question, with what could be read; a family without samples could not be.\n", true,
-     false, gather_metrics, show_metrics},
+    {"metrics", "[openmetrics]", "counters and states as text for a monitoring system",
+     "One text for each question, with what could be read; a family without samples could not be. The text\n"
+     "is Prometheus's own, with openmetrics that of OpenMetrics 1.0: counters are named without _total in\n"
+     "their heads, and units are given.\n",
+     true, false, gather_metrics, show_metrics},
     {"apply", "[--confirm SECONDS]", "put the committed configuration to use, with a way back",
      "Checks /etc/config, keeps the configuration that runs, and reloads. Without \"confirm\" within\n"
      "SECONDS (60; 10 to 86400) everything goes back, also after a loss of power. A second apply before\n"

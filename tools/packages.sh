@@ -7,7 +7,7 @@ BUILD_PACKAGES="g++ cmake ninja-build libmnl-dev libjson-c-dev libsqlite3-dev py
 # small machine around it (whose own packages are fetched into a cache, not installed).
 LAB_PACKAGES="iproute2 iptables dnsmasq-base ppp pppoe busybox-static tcpdump"
 # What the tests need beside these.
-TEST_PACKAGES="ccache libgtest-dev libgmock-dev python3-pytest shellcheck clang make musl-tools libfaketime"
+TEST_PACKAGES="ccache libgtest-dev libgmock-dev python3-pytest python3-prometheus-client shellcheck clang make musl-tools libfaketime"
 
 # What the board as a MIPS machine is built with, beside these.
 CROSS_PACKAGES="g++-mipsel-linux-gnu"

@@ -6,10 +6,17 @@
 #include "gather.h"
 #include "report.h"
 
+#include <cstring>
+
 namespace ctl {
 
-int gather_metrics(const words & /*given*/, json_object *facts)
+int gather_metrics(const words &given, json_object *facts)
 {
+    if (given.count > 1 || (given.count == 1 && strcmp(given[0], "openmetrics") != 0)) {
+        complain("metrics takes no word but openmetrics; \"%.80s\" is one", given[given.count - 1]);
+        return wrong_usage;
+    }
+    put(facts, "format", given.count == 1 ? "openmetrics" : "prometheus");
     read_router(facts);
     add_rates(facts);
     uint64_t samples = 0;

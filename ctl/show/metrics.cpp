@@ -1,5 +1,6 @@
-// OpenMetrics text: each family once, with its type, its unit, its help and its samples, whose names end in
-// _total where the family is a counter.
+// Text for a monitoring system: each family once, with its type, its help and its samples, whose names end in
+// _total where the family is a counter. There are two dialects: to Prometheus's own text, _total is a part of
+// the family's name; to OpenMetrics it is not, and families have units.
 
 #include "show.h"
 
@@ -83,33 +84,39 @@ const char *unit_of(const char *name)
     return end != nullptr && (strcmp(end, "_bytes") == 0 || strcmp(end, "_seconds") == 0) ? end + 1 : nullptr;
 }
 
-void head(const family &of)
+const char *suffix_of(const family &of)
 {
-    printf("# TYPE ivarode_%s %s\n", of.name, of.type);
-    if (const char *unit = unit_of(of.name)) {
+    return of.type == counter ? "_total" : "";
+}
+
+void head(const family &of, bool openmetrics)
+{
+    const char *suffix = openmetrics ? "" : suffix_of(of);
+    printf("# TYPE ivarode_%s%s %s\n", of.name, suffix, of.type);
+    if (const char *unit = openmetrics ? unit_of(of.name) : nullptr) {
         printf("# UNIT ivarode_%s %s\n", of.name, unit);
     }
-    printf("# HELP ivarode_%s %s\n", of.name, of.help);
+    printf("# HELP ivarode_%s%s %s\n", of.name, suffix, of.help);
 }
 
 void print_name(const family &of)
 {
-    printf("ivarode_%s%s", of.name, of.type == counter ? "_total" : "");
+    printf("ivarode_%s%s", of.name, suffix_of(of));
 }
 
-void show_one(const family &of, json_object *value)
+void show_one(const family &of, bool openmetrics, json_object *value)
 {
-    head(of);
+    head(of, openmetrics);
     if (value != nullptr) {
         print_name(of);
         printf(" %" PRId64 "\n", number_in(value));
     }
 }
 
-void show_number(const family &of, int64_t value)
+void show_number(const family &of, bool openmetrics, int64_t value)
 {
     const json number{json_object_new_int64(value)};
-    show_one(of, number.get());
+    show_one(of, openmetrics, number.get());
 }
 
 int64_t count_with(json_object *elements, bool (*counts)(json_object *))
@@ -121,9 +128,9 @@ int64_t count_with(json_object *elements, bool (*counts)(json_object *))
     return count;
 }
 
-void show_states(json_object *facts)
+void show_states(json_object *facts, bool openmetrics)
 {
-    head({"state", gauge, "1 for the state that the daemon is in."});
+    head({"state", gauge, "1 for the state that the daemon is in."}, openmetrics);
     for (const char *state : {"up", "starting", "hung", "down", "unreachable"}) {
         printf("ivarode_state{state=\"%s\"} %d\n", state, is(facts, "state", state) ? 1 : 0);
     }
@@ -133,15 +140,17 @@ void show_states(json_object *facts)
 
 void show_metrics(const screen & /*on*/, json_object *facts)
 {
+    const bool openmetrics = is(facts, "format", "openmetrics");
     json_object *health = get(facts, "health");
-    show_number({"up", gauge, "1 where the daemon answers on the bus."}, is(health, "state", "up"));
-    show_states(health);
-    show_one({"uptime_seconds", gauge, "Seconds since the daemon's start."},
+    show_number({"up", gauge, "1 where the daemon answers on the bus."}, openmetrics,
+                is(health, "state", "up"));
+    show_states(health, openmetrics);
+    show_one({"uptime_seconds", gauge, "Seconds since the daemon's start."}, openmetrics,
              get(get(health, "daemon"), "uptime_s"));
-    show_one({"samples", counter, "Samples of the traffic counters that the daemon has taken."},
+    show_one({"samples", counter, "Samples of the traffic counters that the daemon has taken."}, openmetrics,
              get(facts, "samples"));
     for (const auto &[of, elements, label, key, member, shift] : families) {
-        head(of);
+        head(of, openmetrics);
         for (json_object *element : items(get(facts, elements))) {
             if (json_object *value = get(element, member)) {
                 print_name(of);
@@ -152,13 +161,15 @@ void show_metrics(const screen & /*on*/, json_object *facts)
         }
     }
     show_one({"vlan_entries_used", gauge, "Entries of the switch's table in use for VLANs of interfaces."},
-             get(facts, "entries_used"));
+             openmetrics, get(facts, "entries_used"));
     show_one({"vlan_entries_free", gauge, "Entries of the switch's table free for VLANs of interfaces."},
-             get(facts, "entries_free"));
+             openmetrics, get(facts, "entries_free"));
     json_object *routes = get(facts, "static_routes");
     show_number({"static_routes_wanted", gauge, "Static routes that are enabled in the configuration."},
+                openmetrics,
                 count_with(routes, [](json_object *route) { return get_flag(route, "enabled"); }));
     show_number({"static_routes_installed", gauge, "Static routes of the configuration that the kernel has."},
+                openmetrics,
                 count_with(routes, [](json_object *route) { return is(route, "state", "installed"); }));
     puts("# EOF");
 }

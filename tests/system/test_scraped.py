@@ -70,7 +70,8 @@ class Collector(http.server.ThreadingHTTPServer):
 class Page(http.server.BaseHTTPRequestHandler):
     def do_GET(self) -> None:
         assert isinstance(self.server, Collector)
-        said = self.server.labs[int(self.path[1:])].run("router", "ivarodectl", "metrics", timeout=PATIENCE)
+        said = self.server.labs[int(self.path[1:])].run("router", "ivarodectl", "metrics", "openmetrics",
+                                                        timeout=PATIENCE)
         self.send_response(200 if said else 503)
         self.send_header("Content-Type", OPEN_METRICS)
         self.end_headers()

@@ -138,6 +138,10 @@ TEST_F(ToolOnNothing, WhatCannotBeReadIsNamed)
     EXPECT_EQ(tool({"status", "--json"}).out.rfind("{\"version\":1,\"unread\":[", 0), 0U);
     EXPECT_NE(tool({"metrics"}).out.find("\nivarode_state{state=\"down\"} 1\n"), std::string::npos);
     EXPECT_EQ(tool({"metrics"}).status, 0);
+    EXPECT_NE(tool({"metrics"}).out.find("# TYPE ivarode_samples_total counter\n"), std::string::npos);
+    EXPECT_NE(tool({"metrics", "openmetrics"}).out.find("# TYPE ivarode_samples counter\n"),
+              std::string::npos);
+    EXPECT_EQ(tool({"metrics", "closed"}).status, 2);
     EXPECT_EQ(tool({"explain", "lan1"}).status, 1);
 }
 
