@@ -22,7 +22,9 @@ constexpr const char *gauge = "gauge";
 
 // A family with a sample for each element of a list that has the member.
 constexpr struct {
-    family of;
+    const char *name;
+    const char *type;
+    const char *help;
     const char *list;
     const char *label;  // name of the label
     const char *key;    // member that it is taken from
@@ -149,7 +151,8 @@ void show_metrics(const screen & /*on*/, json_object *facts)
              get(get(health, "daemon"), "uptime_s"));
     show_one({"samples", counter, "Samples of the traffic counters that the daemon has taken."}, openmetrics,
              get(facts, "samples"));
-    for (const auto &[of, elements, label, key, member, shift] : families) {
+    for (const auto &[name, type, help, elements, label, key, member, shift] : families) {
+        const family of{name, type, help};
         head(of, openmetrics);
         for (json_object *element : items(get(facts, elements))) {
             if (json_object *value = get(element, member)) {
