@@ -25,6 +25,12 @@ std::string word_behind(const std::string &route, const std::string &before)
     return found == all.end() || found + 1 == all.end() ? "" : found[1];
 }
 
+// Most routes name no device, and all are looked at for each that comes.
+bool names_device(const std::string &route)
+{
+    return route.find(" dev ") != route.npos;
+}
+
 std::string without_device(std::string route)
 {
     const std::string device = " dev " + word_behind(route, "dev");
@@ -46,7 +52,8 @@ std::string mask_by_class(const std::string &address)
 
 bool same_route(const std::string &a, const std::string &b)
 {
-    return a == b || a == without_device(b) || without_device(a) == b;
+    return a == b || (names_device(b) && a == without_device(b)) ||
+           (names_device(a) && without_device(a) == b);
 }
 
 bool System::reaches(const std::string &gateway, const std::string &name) const
