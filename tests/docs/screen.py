@@ -6,6 +6,7 @@ import fcntl
 import os
 import pty
 import re
+import signal
 import struct
 import subprocess
 import termios
@@ -68,6 +69,12 @@ class Ended:
         self.status, self.text, self.screen = status, text, screen
 
 
+def settle() -> None:
+    """In the program, before it begins: the terminal is its own, and Ctrl-C means what it means to a person."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+
+
 def run(words: Sequence[object], columns: int = 80, rows: int = 24, env: Mapping[str, str] | None = None,
         said: Callable[[str], bytes] = lambda _: b"") -> Ended:
     """Runs a program with a terminal of its own; said gets all of its output so far and gives what is typed."""
@@ -76,7 +83,7 @@ def run(words: Sequence[object], columns: int = 80, rows: int = 24, env: Mapping
     plain = {key: value for key, value in os.environ.items() if key not in ("NO_COLOR", "PAGER", "COLUMNS", "LINES")}
     process = subprocess.Popen([str(word) for word in words], stdin=theirs, stdout=theirs, stderr=theirs,
                                cwd=sandbox.ROOT, env={**plain, "TERM": "xterm", "LC_ALL": "C.UTF-8", **(env or {})},
-                               start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+                               start_new_session=True, preexec_fn=settle)
     os.close(theirs)
     late = threading.Timer(LIMIT, process.kill)
     late.start()

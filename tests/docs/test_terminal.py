@@ -19,6 +19,13 @@ PYTHON = {"PYTHONPATH": f"{sandbox.ROOT}:{paths.LAB}"}
 NO_PAGER = {"PAGER": "nothing-that-is-there"}
 
 
+@pytest.fixture(scope="module")
+def one_lan(lab: None) -> None:
+    """What other books have left of the board is theirs."""
+    status, out, err = board.run("lab/lab up --board one-cpu --config one-lan")
+    assert status == 0, out + err
+
+
 def python(script: str) -> list[str]:
     return [sys.executable, "-B", "-c", script]
 
@@ -29,7 +36,7 @@ def without_terminal(words: Sequence[object], env: dict[str, str]) -> subprocess
 
 
 @pytest.mark.parametrize("columns, rows", [(80, 24), (120, 40)])
-def test_the_status_stands_on_one_screen(lab: None, columns: int, rows: int) -> None:
+def test_the_status_stands_on_one_screen(one_lan: None, columns: int, rows: int) -> None:
     seen = screen.run([*LAB, "status"], columns, rows)
     assert (seen.status, seen.screen.wraps) == (0, [])
     assert len(seen.screen.lines) <= rows, seen.text
@@ -39,7 +46,7 @@ def test_the_status_stands_on_one_screen(lab: None, columns: int, rows: int) -> 
     assert ("02:0c:43" in text) == (columns >= 120) and "\x1b[32m" in seen.text
 
 
-def test_the_status_without_terminal_colour_or_a_clever_terminal(lab: None) -> None:
+def test_the_status_without_terminal_colour_or_a_clever_terminal(one_lan: None) -> None:
     status, out, _ = board.run("lab/lab status")
     assert status == 0 and "\x1b" not in out and "cables: isp on port 0, pc1 on port 1" in out
     for env in ({"NO_COLOR": "1"}, {"TERM": "dumb"}):
@@ -49,7 +56,7 @@ def test_the_status_without_terminal_colour_or_a_clever_terminal(lab: None) -> N
 
 @pytest.mark.parametrize("words", [["routes"], ["chains"], ["chains", "filter"], ["rules"], ["services"], ["--help"],
                                    ["up", "--help"], ["capture", "--help"]], ids=" ".join)
-def test_no_line_of_the_lab_is_cut(lab: None, words: list[str]) -> None:
+def test_no_line_of_the_lab_is_cut(one_lan: None, words: list[str]) -> None:
     seen = screen.run([*LAB, *words], env=NO_PAGER)
     assert (seen.status, seen.screen.wraps) == (0, []) and seen.text
 
@@ -61,7 +68,7 @@ def test_no_line_of_the_entries_is_cut(words: list[str]) -> None:
     assert len(seen.screen.lines) <= seen.screen.rows or words == ["./test", "--list"]
 
 
-def test_what_is_higher_than_the_terminal_goes_through_the_pager(lab: None) -> None:
+def test_what_is_higher_than_the_terminal_goes_through_the_pager(one_lan: None) -> None:
     pager = {"PAGER": "sed -n s/^filter$/paged/p"}
     assert screen.run([*LAB, "chains"], env=pager).screen.lines == ["paged", ""]
     assert screen.run([*LAB, "chains"], rows=400, env=pager).screen.lines[0] == "mangle"
@@ -78,7 +85,7 @@ with terminal.Live(sys.stdout) as live:
 """
 
 
-def test_a_run_ends_with_the_board_and_hints(lab: None) -> None:
+def test_a_run_ends_with_the_board_and_hints(one_lan: None) -> None:
     seen = screen.run(python(SHOWN), env=PYTHON)
     assert (seen.status, seen.screen.wraps) == (0, []), seen.text
     assert any("Drawing the board" in line for line in seen.screen.seen)
