@@ -113,7 +113,7 @@ Sandbox::Sandbox()
     }
     int build = open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
     int old_etc = open("/etc", O_PATH | O_DIRECTORY | O_CLOEXEC);
-    for (const char *place : {"/etc", "/run", "/tmp", "/dev/shm"}) {
+    for (const char *place : {"/etc", "/run", "/tmp", "/dev/shm", "/var/log"}) {
         if (mount("tmpfs", place, "tmpfs", 0, "mode=0755,size=16m") != 0) {
             why_not_ = reason(place);
             return;

@@ -2,10 +2,10 @@
  * A private place for one contract test.
  *
  * Sandbox: Puts the calling process into fresh mount, network and IPC namespaces and gives it empty /etc,
- * /run (and so /var/run), /tmp and /dev/shm, and a loopback device that is up. /etc keeps what programs need
- * to start (alternatives, the loader's cache, user and protocol names); the build folder stays where it was
- * even if it lies below one of these. Never left again: main.cpp gives each test its process. Where the
- * kernel or the rights do not allow it, ready() is false and why_not() tells the reason.
+ * /run (and so /var/run), /tmp, /dev/shm and /var/log, and a loopback device that is up. /etc keeps what
+ * programs need to start (alternatives, the loader's cache, user and protocol names); the build folder stays
+ * where it was even if it lies below one of these. Never left again: main.cpp gives each test its process.
+ * Where the kernel or the rights do not allow it, ready() is false and why_not() tells the reason.
  *
  * SandboxTest: A Sandbox, and the test skipped with the reason when there is none.
  *
