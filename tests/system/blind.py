@@ -10,7 +10,7 @@ import argparse
 import random
 import sys
 
-from labctl import client
+from labctl import client, paths
 from tests.system import faults, wan_faults
 from tests.system.held_lab import Lab
 
@@ -21,7 +21,7 @@ def chosen(seed: int) -> faults.Fault:
 
 def main(words: list[str]) -> int:
     parser = argparse.ArgumentParser(prog="tests/system/blind", description=__doc__)
-    parser.add_argument("--name", default="lab", help="of the lab (default: %(default)s)")
+    parser.add_argument("--name", default=paths.DEFAULT_LAB, help="of the lab (default: %(default)s)")
     parser.add_argument("do", choices=("plant", "tell"), help="or name it, and take it back")
     parser.add_argument("seed", type=int, help="any number; it chooses the fault")
     given = parser.parse_args(words)
